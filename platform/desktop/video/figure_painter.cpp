@@ -7,7 +7,7 @@ namespace desktop {
 namespace {
 
 constexpr double kPi = std::numbers::pi;
-constexpr Colour kSkin = 0xd9a784;
+constexpr Colour kSkin = 0xa8704f;
 constexpr Colour kTyre = 0x1c1d20;
 constexpr Colour kHub = 0xb9bec2;
 constexpr Colour kGlass = 0xbfd6e2;  // bright, so that a vehicle stays one solid shape against the asphalt

@@ -106,15 +106,15 @@ void drawStreet(cairo_t* cairo, const Scene& scene) {
         drawTree(cairo, x, kFarKerb + 4);
     }
 
-    fillBox(cairo, 0x5d6166, 0, kRoadTop, width, kRoadBottom - kRoadTop);
-    fillBox(cairo, 0x4c5054, 0, kRoadTop, width, 3);
+    fillBox(cairo, 0x44484d, 0, kRoadTop, width, kRoadBottom - kRoadTop);
+    fillBox(cairo, 0x35383c, 0, kRoadTop, width, 3);
     for (double x = 10; x < width; x += 90) {
         fillBox(cairo, 0xd9dadb, x, 206, 48, 4, 0.8);
     }
     // The stretch of road whose traffic is counted.
     const double left = scene.crossing.left * width;
     const double right = scene.crossing.right * width;
-    fillBox(cairo, 0x6d6660, left, kRoadTop + 3, right - left, kRoadBottom - kRoadTop - 3);
+    fillBox(cairo, 0x554f4a, left, kRoadTop + 3, right - left, kRoadBottom - kRoadTop - 3);
     for (const double x : {left, right}) {
         for (double y = kRoadTop + 6; y < kRoadBottom - 8; y += 18) {
             fillBox(cairo, 0xe4d9a0, x - 2, y, 4, 11, 0.8);

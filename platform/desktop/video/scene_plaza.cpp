@@ -77,14 +77,14 @@ Scene makePlaza() {
         frontPerson(0x1f6a6a, 0x40342c, {{49.0, kPersonOutRight, kFrontLane}, {58.9, kPersonOutLeft, kFrontLane}}),
 
         // The road, one vehicle after another.
-        nearCar(0xb5232a, 3.0),
-        farCar(0x2458a6, 9.5),
+        nearCar(0xdc453c, 3.0),
+        farCar(0x4f8fdc, 9.5),
         {FigureKind::Bicycle, 150, 150, 0xd0661f, 0x24303c, {{16.0, -80, kNearBicycle}, {23.2, 1360, kNearBicycle}}},
-        {FigureKind::Bus, 550, 182, 0x2f7d4a, 0xf2e6c4, {{24.5, -285, kNearBus}, {31.5, 1565, kNearBus}}},
+        {FigureKind::Bus, 550, 182, 0x3fa765, 0xf2e6c4, {{24.5, -285, kNearBus}, {31.5, 1565, kNearBus}}},
         farCar(0xe8e4da, 33.0),
         {FigureKind::Bicycle, 146, 146, 0x2a5fa8, 0x3c2a24, {{39.5, 1360, kFarBicycle}, {46.7, -80, kFarBicycle}}},
         nearCar(0xe0b020, 48.0),
-        nearCar(0x2f8f86, 54.0),
+        nearCar(0x4fb8ac, 54.0),
     };
     return scene;
 }
