@@ -1,0 +1,64 @@
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "clock.h"
+#include "video_source.h"
+
+namespace desktop {
+
+struct RealTimeSettings {
+    Clock* clock = &steadyClock();
+    Clock::Duration patience = std::chrono::seconds(2);     /**< longest wait for a frame before a call fails */
+    Clock::Duration firstRetry = std::chrono::seconds(1);   /**< pause before a lost source is opened again */
+    Clock::Duration longestRetry = std::chrono::seconds(5); /**< the pause doubles up to this */
+};
+
+/**
+ * A source as a camera's sensor would be: its own thread reads it, keeps the newest frame, starts a recording again
+ * when it has ended and opens a lost source again until it is back.
+ */
+class RealTimeSource : public VideoSource {
+public:
+    /** Opens one pass; throws VideoError. Waits in it and in the reader end once the flag is set. */
+    using Opener = std::function<std::unique_ptr<FrameReader>(const std::atomic<bool>& stop)>;
+
+    /** Opens the source, so that a wrong one is an error here. Throws VideoError. */
+    RealTimeSource(Opener open, std::string name, RealTimeSettings settings);
+
+    /** Ends the thread, whatever it waits for. */
+    ~RealTimeSource() override;
+
+    const SourceInfo& info() const override { return m_info; }
+    Delivery newest(uint64_t after, const std::atomic<bool>& stopped) override;
+    void wake() override;
+
+private:
+    void run(std::unique_ptr<FrameReader> reader);
+    void play(FrameReader& reader);
+    void waitUntil(Clock::TimePoint when);
+    void publish(SharedPicture picture);
+    Clock::Duration silenceAllowed() const;
+
+    const Opener m_open;
+    const std::string m_name;
+    const RealTimeSettings m_settings;
+    SourceInfo m_info;
+
+    std::atomic<bool> m_stop = false;
+    Clock::TimePoint m_passStart;  // of the thread alone: when the current pass's time 0 was
+    Clock::Duration m_retry;       // of the thread alone: the next pause before opening again
+
+    std::mutex m_mutex;                 // guards m_newest and m_loss, and m_stop's setting against missed wake-ups
+    std::condition_variable m_changed;  // a frame came, the source was lost, someone stops
+    Delivery m_newest;
+    std::string m_loss;  // why no frames come; empty while they do
+
+    std::thread m_thread;  // last, so that it starts when all else is there
+};
+
+}  // namespace desktop

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cairo.h>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "picture.h"
+#include "scene.h"
+
+namespace desktop {
+
+struct FreeSurface {
+    void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
+};
+using SurfacePtr = std::unique_ptr<cairo_surface_t, FreeSurface>;
+
+/** Draws a scene's frames: backdrop, figures and a sensor's noise. The same frame is the same bytes at every draw. */
+class ScenePainter {
+public:
+    /** The scene outlives the painter. */
+    explicit ScenePainter(const Scene& scene);
+
+    /** Draws the frame of that number, counted from 0, as NV12. One thread at a time. */
+    SharedPicture draw(int frame);
+
+private:
+    void addNoise(AVFrame& picture, int frame) const;
+
+    const Scene& m_scene;
+    SurfacePtr m_backdrop;
+    SurfacePtr m_canvas;
+    std::vector<int8_t> m_noise;
+};
+
+/** Draws what stands still on the plaza, the size of the scene. */
+void drawPlazaBackdrop(cairo_t* cairo, const Scene& scene);
+
+/** Draws a figure in its box. */
+void drawFigure(cairo_t* cairo, const SceneFigure& figure, const FigurePose& pose);
+
+void setColour(cairo_t* cairo, Colour colour, double opacity = 1.0);
+
+}  // namespace desktop

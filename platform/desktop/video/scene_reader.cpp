@@ -1,0 +1,47 @@
+#include "scene_reader.h"
+
+#include "scene_painter.h"
+#include "video_error.h"
+
+namespace desktop {
+namespace {
+
+constexpr int64_t kMicrosPerSecond = 1'000'000;
+
+class SceneReader : public FrameReader {
+public:
+    explicit SceneReader(const Scene& scene)
+        : m_scene(scene),
+          m_painter(scene),
+          m_info{scene.width, scene.height, static_cast<double>(scene.frameRate), scene.seconds * kMicrosPerSecond,
+                 false} {}
+
+    const SourceInfo& info() const override { return m_info; }
+
+    std::optional<Frame> next() override {
+        if (m_frame == m_scene.seconds * m_scene.frameRate) {
+            return std::nullopt;
+        }
+        const int frame = m_frame++;
+        return Frame{frame * kMicrosPerSecond / m_scene.frameRate, [this, frame] { return m_painter.draw(frame); }};
+    }
+
+private:
+    const Scene& m_scene;
+    ScenePainter m_painter;
+    const SourceInfo m_info;
+    int m_frame = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameReader> openScene(const std::string& source) {
+    const std::string name = source.substr(source.find(':') + 1);
+    const Scene* scene = findScene(name);
+    if (scene == nullptr) {
+        throw VideoError(VDO_ERROR_NOT_FOUND, source + ": no such scene; known: " + sceneNames());
+    }
+    return std::make_unique<SceneReader>(*scene);
+}
+
+}  // namespace desktop

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "video_source.h"
+
+namespace desktop {
+
+/** A recorded or drawn source that is driven by hand; see virtual_time.h. One thread. */
+class VirtualSource : public VideoSource {
+public:
+    VirtualSource(std::unique_ptr<FrameReader> reader, std::string name);
+
+    const SourceInfo& info() const override { return m_reader->info(); }
+    Delivery newest(uint64_t after, const std::atomic<bool>& stopped) override;
+    void wake() override {}
+
+    void setTime(int64_t micros);
+    int64_t nextFrameTime();
+    const std::string& error() const { return m_error; }
+
+private:
+    void lookAhead();
+
+    std::unique_ptr<FrameReader> m_reader;
+    std::string m_name;
+    int64_t m_now = 0;
+    std::optional<Frame> m_next;  // read, but not yet handed out or skipped
+    bool m_ended = false;
+    std::string m_error;
+    Delivery m_current;
+};
+
+}  // namespace desktop
