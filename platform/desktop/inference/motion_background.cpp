@@ -50,8 +50,8 @@ MotionBackground::MotionBackground(const MotionCard& card) : m_card(card) {}
 
 void MotionBackground::start(const cv::Mat& picture) {
     picture.convertTo(m_mean, CV_32F);
-    m_noise.create(picture.size(), CV_32F);
-    m_noise.setTo(2);
+    m_noise.create(picture.size(), CV_32FC2);
+    m_noise.setTo(cv::Scalar::all(2));
     m_evidence.create(picture.size(), CV_8U);
     m_evidence.setTo(kBackground);
     m_cycles = 0;
@@ -102,7 +102,7 @@ void MotionBackground::fitExposure(const cv::Mat& picture) {
     m_gain = static_cast<double>(medianOf(m_scratch, 1));
     m_offset = 0;
     // An offset is only believed where a range of brightnesses calls for one.
-    constexpr double kOffsetReluctance = 0.05;
+    constexpr double kOffsetReluctance = 0.002;
     constexpr double kOutlier = 6;
     for (int round = 0; round < 4; ++round) {
         double w = 0;
@@ -143,7 +143,7 @@ void MotionBackground::predict(const cv::Mat& picture) {
     const float chromaContrast = contrast * static_cast<float>(kChromaContrast);
     for (int y = 0; y < picture.rows; ++y) {
         const auto* mean = m_mean.ptr<cv::Vec3f>(y);
-        const auto* noise = m_noise.ptr<float>(y);
+        const auto* noise = m_noise.ptr<cv::Vec2f>(y);
         const auto* came = picture.ptr<cv::Vec3b>(y);
         auto* expected = m_expected.ptr<float>(y);
         auto* change = m_change.ptr<float>(y);
@@ -157,8 +157,8 @@ void MotionBackground::predict(const cv::Mat& picture) {
             // what a gain makes of the noise, and of the contrast of a picture that has become darker
             const float scale = std::clamp(gain, 0.5F, 1.5F);
             expected[x] = brightness;
-            chroma[x] = std::max(cr, cb) / std::max(chromaContrast, noise[x] * kNoiseMultiple);
-            change[x] = std::max(difference / std::max(contrast, noise[x] * scale * kNoiseMultiple), chroma[x]);
+            chroma[x] = std::max(cr, cb) / std::max(chromaContrast, noise[x][1] * kNoiseMultiple);
+            change[x] = std::max(difference / std::max(contrast, noise[x][0] * scale * kNoiseMultiple), chroma[x]);
             ratio[x] = (static_cast<float>(came[x][0]) + 8) / (brightness + 8);
         }
     }
@@ -221,7 +221,7 @@ void MotionBackground::learn(const cv::Mat& kept) {
     const float calmRate = std::max(kLearnRate, 1.0F / static_cast<float>(m_cycles + 1));
     for (int y = 0; y < m_picture.rows; ++y) {
         auto* mean = m_mean.ptr<cv::Vec3f>(y);
-        auto* noise = m_noise.ptr<float>(y);
+        auto* noise = m_noise.ptr<cv::Vec2f>(y);
         const auto* came = m_picture.ptr<cv::Vec3b>(y);
         const auto* evidence = m_evidence.ptr<unsigned char>(y);
         const auto* keep = kept.ptr<unsigned char>(y);
@@ -237,7 +237,12 @@ void MotionBackground::learn(const cv::Mat& kept) {
             const float rate = evidence[x] == kBackground ? calmRate : kDisturbedRate;
             mean[x] += rate * deviation;
             constexpr float kLargestNoise = 14;
-            noise[x] = std::clamp(noise[x] + kLearnRate / 2 * (std::abs(deviation[0]) - noise[x]), 1.0F, kLargestNoise);
+            const std::array<float, 2> disturbance = {std::abs(deviation[0]),
+                                                      std::max(std::abs(deviation[1]), std::abs(deviation[2]))};
+            for (int i = 0; i < 2; ++i) {
+                noise[x][i] += std::max(kLearnRate / 2, calmRate / 2) * (disturbance[static_cast<size_t>(i)] - noise[x][i]);
+                noise[x][i] = std::clamp(noise[x][i], 1.0F, kLargestNoise);
+            }
         }
     }
 }

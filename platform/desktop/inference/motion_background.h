@@ -48,7 +48,7 @@ private:
     int m_cycles = 0;          /**< pictures learned from */
     int m_totalChangeCycles = 0;
     cv::Mat m_mean;            /**< CV_32FC3: Y, Cr, Cb under the reference exposure */
-    cv::Mat m_noise;           /**< CV_32F: mean absolute deviation of Y */
+    cv::Mat m_noise;           /**< CV_32FC2: mean absolute deviation of brightness, of colour */
     cv::Mat m_picture;         /**< the last compared picture */
     cv::Mat m_expected;
     cv::Mat m_change;          /**< CV_32F: deviation in multiples of what counts as strong */

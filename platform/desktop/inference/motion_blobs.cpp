@@ -7,7 +7,8 @@
 // collars often match the floor.
 //
 // A ghost is what stays behind when something that was learned as background leaves. Its outline is in the background
-// and not in the picture; a thing's outline is in the picture and not in the background.
+// and not in the picture; a thing's outline is in the picture and not in the background; a patch of light has a soft
+// outline or none.
 //
 // Limits: people who stand shoulder to shoulder from their first moment are one thing; those who meet are kept apart by
 // their tracks (motion_tracks). To tune: "smallestArea" on the card.
@@ -84,6 +85,10 @@ bool standAboveEachOther(const Blob& a, const Blob& b) {
 /** Joins b into a when they are one thing. */
 bool joinIfOne(Blob& a, const Blob& b, const cv::Mat& changed) {
     const cv::Rect box = a.box | b.box;
+    constexpr double kSmallestPart = 0.05;  // specks at the rim of a shadow are not parts
+    if (b.area < kSmallestPart * a.area) {
+        return false;
+    }
     constexpr int kFarthest = 40;
     if (box.width > a.box.width + b.box.width + kFarthest || box.height > a.box.height + b.box.height + kFarthest) {
         return false;
@@ -161,6 +166,7 @@ std::vector<Blob> findBlobs(const cv::Mat& evidence, double smallestArea) {
 Blob joinBlobs(const std::vector<const Blob*>& parts) {
     Blob all;
     all.box = parts.front()->box;
+    all.founding = parts.front()->founding;
     for (const Blob* part : parts) {
         all.box |= part->box;
     }
@@ -172,13 +178,15 @@ Blob joinBlobs(const std::vector<const Blob*>& parts) {
     return all;
 }
 
-bool isGhost(const Blob& blob, const cv::Mat& brightness, const cv::Mat& expectedBrightness) {
+double measureFounding(const Blob& blob, const cv::Mat& brightness, const cv::Mat& expectedBrightness) {
     std::vector<std::vector<cv::Point>> contours;
     cv::findContours(blob.mask.clone(), contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE, blob.box.tl());
     const cv::Rect picture(0, 0, brightness.cols, brightness.rows);
+    const auto shown = [&](cv::Point p) { return static_cast<double>(brightness.at<unsigned char>(p)); };
+    const auto expected = [&](cv::Point p) { return static_cast<double>(expectedBrightness.at<float>(p)); };
     double inPicture = 0;
     double inBackground = 0;
-    int points = 0;
+    double difference = 0;
     for (const auto& contour : contours) {
         const size_t length = contour.size();
         constexpr size_t kReach = 3;
@@ -196,17 +204,12 @@ bool isGhost(const Blob& blob, const cv::Mat& brightness, const cv::Mat& expecte
             if (!one.inside(picture) || !other.inside(picture)) {
                 continue;
             }
-            ++points;
-            inPicture += std::abs(static_cast<int>(brightness.at<unsigned char>(one)) -
-                                  static_cast<int>(brightness.at<unsigned char>(other)));
-            inBackground += static_cast<double>(
-                std::abs(expectedBrightness.at<float>(one) - expectedBrightness.at<float>(other)));
+            inPicture += std::abs(shown(one) - shown(other));
+            inBackground += std::abs(expected(one) - expected(other));
+            difference += std::max(std::abs(shown(one) - expected(one)), std::abs(shown(other) - expected(other)));
         }
     }
-    constexpr int kFewestPoints = 10;
-    constexpr double kGhostly = 1.6;
-    constexpr double kFaint = 3;  // grey levels that say nothing
-    return points >= kFewestPoints && inBackground > kGhostly * (inPicture + kFaint * points);
+    return difference > 0 ? (inPicture - inBackground) / difference : 0;
 }
 
 }  // namespace desktop

@@ -21,6 +21,7 @@ namespace desktop {
 namespace {
 
 constexpr double kCutWeight = 0.03;
+constexpr int kEdgeMargin = 2;  // pixels
 
 /** Logarithm of a bell curve of height 1, not lower than three deviations. */
 double suits(double value, double usual, double deviation) {
@@ -37,8 +38,19 @@ double atMost(double value, double usual, double deviation) {
     return value <= usual ? 0 : suits(value, usual, deviation);
 }
 
+/** How well the tallness (a logarithm) suits; what the picture cuts may be taller or wider in truth. */
+double suitsTallness(const Shape& s, double tallness, double usual, double deviation) {
+    if (s.cutInWidth && s.cutInHeight) {
+        return 0;
+    }
+    if (s.cutInHeight) {
+        return atMost(tallness, usual, deviation);
+    }
+    return s.cutInWidth ? atLeast(tallness, usual, deviation) : suits(tallness, usual, deviation);
+}
+
 double vehicleShape(const Shape& s) {
-    return atLeast(s.solidity, 0.93, 0.04) + atLeast(s.rectangular, 0.83, 0.08) + atLeast(s.headWidth, 0.6, 0.15);
+    return atLeast(s.solidity, 0.93, 0.04) + atLeast(s.rectangular, 0.83, 0.08) + (s.cutAtTop ? 0 : atLeast(s.headWidth, 0.6, 0.15));
 }
 
 /** How well a shape suits a class; classes that shapes do not tell apart get the value of their kind. */
@@ -46,12 +58,12 @@ double shapeSuits(ObjectClass objectClass, const Shape& s) {
     const double tallness = std::log(s.tallness);
     switch (objectClass) {
         case ObjectClass::Person:
-            return suits(tallness, std::log(2.5), 0.4) + suits(s.solidity, 0.84, 0.07) + atMost(s.headWidth, 0.5, 0.15) +
+            return suitsTallness(s, tallness, std::log(2.5), 0.4) + suits(s.solidity, 0.84, 0.07) + (s.cutAtTop ? 0 : atMost(s.headWidth, 0.5, 0.15)) +
                    atMost(s.rectangular, 0.78, 0.1);
         case ObjectClass::Bicycle:
         case ObjectClass::Motorcycle:
-            return suits(tallness, std::log(1.05), 0.3) + suits(s.solidity, 0.72, 0.08) +
-                   atMost(s.headWidth, 0.45, 0.15) + atMost(s.rectangular, 0.6, 0.1) - 0.5;
+            return suitsTallness(s, tallness, std::log(1.05), 0.3) + suits(s.solidity, 0.72, 0.08) +
+                   (s.cutAtTop ? 0 : atMost(s.headWidth, 0.45, 0.15)) + atMost(s.rectangular, 0.6, 0.1) - 0.5;
         case ObjectClass::Bus:
         case ObjectClass::Truck:
         case ObjectClass::Train:
@@ -72,6 +84,9 @@ Shape describeShape(const Blob& blob, cv::Size picture) {
     Shape shape;
     shape.tallness = static_cast<double>(blob.box.height) / blob.box.width;
     shape.covered = static_cast<double>(blob.box.area()) / picture.area();
+    shape.cutInWidth = blob.box.x < kEdgeMargin || blob.box.br().x > picture.width - kEdgeMargin;
+    shape.cutAtTop = blob.box.y < kEdgeMargin;
+    shape.cutInHeight = shape.cutAtTop || blob.box.br().y > picture.height - kEdgeMargin;
     std::vector<std::vector<cv::Point>> contours;
     cv::findContours(blob.mask.clone(), contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
     std::vector<cv::Point> points;
@@ -114,14 +129,14 @@ double outlineChange(const cv::Mat& a, const cv::Mat& b) {
 
 ClassVote::ClassVote(std::vector<ObjectClass> allowed) : m_allowed(std::move(allowed)), m_class(m_allowed.front()) {}
 
-void ClassVote::add(const Shape& shape, bool whole) {
-    const double weight = whole ? 1 : kCutWeight;
+void ClassVote::add(const Shape& shape) {
+    const double weight = shape.whole() ? 1 : kCutWeight;
     // of late counts more: an object that was seen badly at first may be seen well now
-    constexpr double kMemory = 0.98;
-    m_weight = m_weight * kMemory + weight;
+    const double memory = m_decided ? 0.98 : 0.8;
+    m_weight = m_weight * memory + weight;
     for (const ObjectClass objectClass : m_allowed) {
         double& sum = m_sums[static_cast<size_t>(objectClass)];
-        sum = sum * kMemory + weight * shapeSuits(objectClass, shape);
+        sum = sum * memory + weight * shapeSuits(objectClass, shape);
     }
 }
 
@@ -148,22 +163,23 @@ ObjectClass ClassVote::decide() {
         }
     }
     constexpr double kClear = 1.5;
-    constexpr double kSeen = 2;  // in whole pictures of it
-    if (!m_decided || evidenceFor(best) > evidenceFor(m_class) + kClear) {
+    constexpr double kUndecidedClear = 0.3;
+    constexpr double kSeen = 1.7;  // in whole pictures of it
+    if (evidenceFor(best) > evidenceFor(m_class) + (m_decided ? kClear : kUndecidedClear)) {
         m_class = best;
     }
     m_decided = m_decided || m_weight >= kSeen;
     return m_class;
 }
 
-double ClassVote::confidence() const {
-    double runnerUp = -10;
+double ClassVote::lead() const {
+    double runnerUp = evidenceFor(m_class) - 10;
     for (const ObjectClass other : m_allowed) {
         if (other != m_class) {
             runnerUp = std::max(runnerUp, evidenceFor(other));
         }
     }
-    return std::clamp((evidenceFor(m_class) - runnerUp) / 4, 0.0, 1.0);
+    return std::max(0.0, evidenceFor(m_class) - runnerUp);
 }
 
 }  // namespace desktop

@@ -15,6 +15,12 @@ struct Shape {
     double rectangular = 1; /**< area over the area of the smallest rectangle, in any direction, around it */
     double headWidth = 1;   /**< width of the top eighth over the largest width */
     double covered = 0;     /**< its box's part of the picture's area */
+    bool cutAtTop = false;    /**< the picture's upper edge cuts it: its head is not seen */
+    bool cutInWidth = false;  /**< the picture's left or right edge cuts it: it is wider than seen */
+    bool cutInHeight = false; /**< the upper or lower edge cuts it: it is taller than seen */
+
+    /** Whether all of it is seen. */
+    [[nodiscard]] bool whole() const { return !cutInWidth && !cutInHeight; }
 };
 
 Shape describeShape(const Blob& blob, cv::Size picture);
@@ -30,17 +36,20 @@ class ClassVote {
 public:
     explicit ClassVote(std::vector<ObjectClass> allowed);
 
-    /** Adds one cycle's shape; whole tells that no part of the object lies outside of the picture. */
-    void add(const Shape& shape, bool whole);
+    /** Adds one cycle's shape. */
+    void add(const Shape& shape);
 
     /** Adds how much the outline changed since the cycle before, while the object moved. */
     void addOutlineChange(double change);
 
-    /** The class so far; once decided it only changes against clear evidence. */
+    /** The likeliest class so far; once decided it only changes against clear evidence. */
     ObjectClass decide();
 
-    /** How clearly the class stands out, 0..1. */
-    [[nodiscard]] double confidence() const;
+    /** By how much the class stands out from the next best, in units of evidence; 0 or more, 10 without another. */
+    [[nodiscard]] double lead() const;
+
+    /** Whether the object was seen well enough for its class to be relied on. */
+    [[nodiscard]] bool decided() const { return m_decided; }
 
     /** The present mean value of the evidence for a class (a logarithm; higher is likelier), for tuning. */
     [[nodiscard]] double evidenceFor(ObjectClass objectClass) const;

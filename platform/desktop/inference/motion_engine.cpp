@@ -14,7 +14,10 @@ namespace desktop {
 namespace {
 
 constexpr int kWorkingSide = 320;       // the longer side of the working picture
-constexpr int kRestBeforeGhostTest = 5;
+constexpr int kRestOfGhost = 5;         // cycles after which a ghost goes
+constexpr int kRestOfLight = 25;        // cycles after which a patch of light goes
+constexpr double kGhost = -0.25;        // founding
+constexpr double kLight = 0.1;
 
 cv::Size workingSize(cv::Size picture) {
     const double factor = std::min(1.0, static_cast<double>(kWorkingSide) / std::max(picture.width, picture.height));
@@ -25,7 +28,7 @@ cv::Size workingSize(cv::Size picture) {
 /** 0.5..0.99, so that what is shown passes usual thresholds. */
 float scoreOf(const MotionTrack& track) {
     const double life = std::min(1.0, track.seen / 10.0);
-    const double score = 0.5 + 0.24 * life + 0.25 * track.vote.confidence() - 0.05 * track.missed;
+    const double score = 0.5 + 0.24 * life + 0.25 * std::min(1.0, track.vote.lead() / 4) - 0.05 * track.missed;
     return static_cast<float>(std::clamp(score, 0.5, 0.99));
 }
 
@@ -47,19 +50,13 @@ void MotionEngine::shrink(const cv::Mat& rgb) {
 std::vector<Detection> MotionEngine::detect(const cv::Mat& rgb) {
     shrink(rgb);
     m_background.compare(m_picture);
-    m_tracks->update(findBlobs(m_background.evidence(), m_card.smallestArea * static_cast<double>(m_small.total())));
-    for (MotionTrack& track : m_tracks->tracks()) {
-        if (track.missed > 0) {
-            continue;
-        }
-        const bool ghost = track.resting >= kRestBeforeGhostTest &&
-                           isGhost(track.blob, m_brightness, m_background.expectedBrightness());
-        if (ghost || track.resting >= m_card.absorbCycles) {
-            m_background.replace(track.blob.mask, track.blob.box);
-            track.shown = false;
-            track.missed = 1000;
-        }
+    std::vector<Blob> blobs =
+        findBlobs(m_background.evidence(), m_card.smallestArea * static_cast<double>(m_small.total()));
+    for (Blob& blob : blobs) {
+        blob.founding = measureFounding(blob, m_brightness, m_background.expectedBrightness());
     }
+    m_tracks->update(std::move(blobs));
+    giveBackToBackground();
     learnAroundObjects();
 
     std::vector<Detection> found;
@@ -73,6 +70,17 @@ std::vector<Detection> MotionEngine::detect(const cv::Mat& rgb) {
         }
     }
     return found;
+}
+
+void MotionEngine::giveBackToBackground() {
+    for (MotionTrack& track : m_tracks->tracks()) {
+        const bool ghost = track.resting >= kRestOfGhost && track.founding < kGhost;
+        const bool light = track.resting >= kRestOfLight && track.founding < kLight;
+        if (track.missed == 0 && (ghost || light || track.resting >= m_card.absorbCycles)) {
+            m_background.replace(track.blob.mask, track.blob.box);
+            track.shown = false;
+        }
+    }
 }
 
 void MotionEngine::learnAroundObjects() {

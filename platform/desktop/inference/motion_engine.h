@@ -24,7 +24,7 @@ public:
 
 private:
     void shrink(const cv::Mat& rgb);
-    std::vector<Blob> blobsWithoutGhosts();
+    void giveBackToBackground();
     void learnAroundObjects();
 
     MotionCard m_card;

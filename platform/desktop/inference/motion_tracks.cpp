@@ -22,6 +22,11 @@ namespace {
 
 constexpr int kCyclesToConfirm = 2;
 constexpr int kCyclesToBelieveResting = 15;
+constexpr int kCyclesToBelieveCut = 4;      // at the picture's edge, with a class that leads
+constexpr int kCyclesToBelieveUnclear = 10;  // at the picture's edge, with any class
+constexpr double kLeads = 0.75;
+constexpr double kFitsNothing = -6;          // evidence below which an outline is no object's
+constexpr double kFounded = 0.2;
 constexpr double kTravelled = 3;       // pixels that only a moving thing covers
 constexpr double kEdgeMargin = 2;
 constexpr int kLongestCoast = 3;
@@ -49,6 +54,7 @@ cv::Rect2d real(const cv::Rect& box) {
 /** The part of a blob whose pixels lie closer to the middle of one box than to those of the others. */
 Blob shareOf(const Blob& blob, size_t which, const std::vector<cv::Rect2d>& boxes) {
     Blob share;
+    share.founding = blob.founding;
     cv::Mat mask = cv::Mat::zeros(blob.mask.size(), CV_8U);
     const auto distance = [](const cv::Rect2d& box, double x, double y) {
         const cv::Point2d centre = centreOf(box);
@@ -197,10 +203,12 @@ void MotionTracks::see(MotionTrack& track, const Blob& blob) const {
         const double error = measured[i] - predicted;
         track.edges[i] = predicted + (track.seen < 2 ? 1 : kPlaceGain) * error;
         track.speeds[i] += (track.seen == 1 ? 1 : kSpeedGain) * error;
+        track.edges[i] = std::clamp(track.edges[i], 0.0, static_cast<double>(i % 2 == 0 ? m_picture.width : m_picture.height));
     }
     ++track.seen;
     track.missed = 0;
     track.blob = blob;
+    track.founding += (track.seen == 1 ? 1 : 0.3) * (blob.founding - track.founding);
     const cv::Point2d centre = centreOf(track.box());
     constexpr double kRestless = 2;
     if (std::hypot(centre.x - track.restingPlace.x, centre.y - track.restingPlace.y) > kRestless) {
@@ -209,23 +217,28 @@ void MotionTracks::see(MotionTrack& track, const Blob& blob) const {
     } else {
         ++track.resting;
     }
-    const bool whole = !touchesEdge(real(blob.box));
+    const Shape shape = describeShape(blob, m_picture);
     // an object that rests looks the same in every cycle: one look is enough
     constexpr int kLooksAtResting = 20;
     if (track.resting < kLooksAtResting) {
-        track.vote.add(describeShape(blob, m_picture), whole);
+        track.vote.add(shape);
     }
     cv::Mat outline = normalisedOutline(blob);
-    if (whole && !track.outline.empty() && track.resting < 3) {
+    if (shape.whole() && !track.outline.empty() && track.resting < 3) {
         track.vote.addOutlineChange(outlineChange(outline, track.outline));
     }
-    track.outline = whole ? outline : cv::Mat();
+    track.outline = shape.whole() ? outline : cv::Mat();
     track.objectClass = track.vote.decide();
     confirm(track);
 }
 
 void MotionTracks::confirm(MotionTrack& track) const {
     if (track.shown || track.seen < kCyclesToConfirm) {
+        return;
+    }
+    const bool clear = track.vote.decided() || track.seen >= kCyclesToBelieveUnclear ||
+                       (track.seen >= kCyclesToBelieveCut && track.vote.lead() >= kLeads);
+    if (!clear || track.founding < kFounded || track.vote.evidenceFor(track.objectClass) < kFitsNothing) {
         return;
     }
     const cv::Point2d centre = centreOf(track.box());

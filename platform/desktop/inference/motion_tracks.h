@@ -25,6 +25,7 @@ struct MotionTrack {
     cv::Point2d birthplace;
     ClassVote vote;
     ObjectClass objectClass = ObjectClass::Person;
+    double founding = 1; /**< mean of its blobs' founding, of late */
     int seen = 0;      /**< cycles in which it was seen */
     int missed = 0;    /**< cycles since it was last seen */
     int resting = 0;   /**< cycles since it last moved */
