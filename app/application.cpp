@@ -113,11 +113,23 @@ void Application::init_parameter_controller() {
     m_Parameters.init_controller(kApplicationName);
     m_Config = m_Parameters.load_config_params();
     m_Detector.set_sensitivity(m_Config.f_Sensitivity);
+    storeAreas();
+    const int32_t rotation = m_Parameters.get_rotation();
+    m_IsPortrait = rotation == 90 || rotation == 270;
+}
+
+void Application::storeAreas() {
     parameter_io::store_points_into_AOI(m_Config, m_Areas);
     parameter_io::store_points_into_exclusions(m_Config, m_Areas);
     parameter_io::store_points_into_occupancies(m_Config, m_Areas);
-    const int32_t rotation = m_Parameters.get_rotation();
-    m_IsPortrait = rotation == 90 || rotation == 270;
+}
+
+void Application::applySettings(const ConfigParams& settings) {
+    m_Config = settings;
+    m_Detector.set_sensitivity(m_Config.f_Sensitivity);
+    m_Tracker.set_max_disappeared(m_Config.i_MaxDisappeared);
+    storeAreas();
+    m_Parameters.save_config_params(m_Config);
 }
 
 int Application::init_ai() {
@@ -183,6 +195,9 @@ int Application::do_one_analysis() {
     m_LastCycleMilliseconds = static_cast<int>(duration);
     m_Status = 2 * int64_t{m_Detector.get_iteration_time()} > duration ? statusOfEvents() : STATUS_SLOW;
     ++m_FrameCounter;
+    if (m_CycleObserver) {
+        m_CycleObserver();
+    }
     return 1;
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "area_of_interest.h"
 #include "config_params.h"
@@ -58,6 +59,14 @@ public:
     void init_event_manager();
     void init_logic(int maxDisappeared);
 
+    /**
+     * Takes new settings into force at once, areas and tracker included, and saves them. Between two cycles only.
+     */
+    void applySettings(const ConfigParams& settings);
+
+    /** Asks for a call after every successful cycle, on the thread of the cycle. */
+    void onCycle(std::function<void()> observer) { m_CycleObserver = std::move(observer); }
+
     /** One tick: the analysis cycle and, when it ran, what is due besides. Always true: the timer stays. */
     bool thread_function();
 
@@ -92,6 +101,7 @@ private:
     void onModelFailure();
     int statusOfEvents();
     void logBadResetTime(const std::tm& today);
+    void storeAreas();
 
     ConfigParams m_Config;
     parameter_controller m_Parameters;
@@ -112,6 +122,7 @@ private:
     int m_MalfunctionCounter = 0; /**< consecutive failed model runs */
     int m_InitAiCounter = 0;      /**< consecutive re-initialisations without a successful cycle */
     time_t m_NextOccupancyResetCheck = 0;
+    std::function<void()> m_CycleObserver;
     std::string m_LastBadResetTimeDay; /**< the day on which a reset time that is no time was last reported */
 
     struct UnrefLoop {
