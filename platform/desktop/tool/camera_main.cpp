@@ -1,7 +1,6 @@
+#include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <iostream>
-
-#include <CLI/CLI.hpp>
 
 #include "camera_folder.h"
 #include "supervisor.h"
@@ -76,15 +75,13 @@ int keepRunning(const Options& options, const std::string& defaultName, const st
     process.environment = moreEnvironment;
     process.environment["OSTREL_SENVO_ROOT"] = camera.root().string();
     process.environment["SENVO_DESKTOP_CONFIG"] = camera.configFile().string();
-    const auto duration =
-        options.seconds > 0 ? std::optional(std::chrono::seconds(options.seconds)) : std::nullopt;
+    const auto duration = options.seconds > 0 ? std::optional(std::chrono::seconds(options.seconds)) : std::nullopt;
     return desktop::supervise(process, duration,
                               [](const std::string& line) { std::cerr << "senvo: " << line << std::endl; });
 }
 
 void addCommonOptions(CLI::App& command, Options& options) {
-    command.add_option("--model", options.model, "Model card: a file, or a name such as motion")
-        ->capture_default_str();
+    command.add_option("--model", options.model, "Model card: a file, or a name such as motion")->capture_default_str();
     command.add_option("--networks", options.networks, "Folder of the network files that the card names");
     command.add_option("--seconds", options.seconds, "End after so many seconds")->check(CLI::Range(1, 1000000000));
     command.add_option("--state", options.state,
@@ -98,7 +95,8 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     Options options;
     CLI::App* const run = app.add_subcommand(
-        "run", "Counts what a video shows, until stopped. The application is started again when it ends with an error.");
+        "run",
+        "Counts what a video shows, until stopped. The application is started again when it ends with an error.");
     run->add_option("--video", options.video,
                     "A video file, an address (rtsp://...), a webcam (/dev/video0) or scene:plaza")
         ->required();

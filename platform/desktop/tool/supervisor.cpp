@@ -1,14 +1,13 @@
 #include "supervisor.h"
 
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace desktop {
 namespace {

@@ -17,8 +17,8 @@ struct SupervisedProcess {
 };
 
 /**
- * Runs a process until SIGTERM or SIGINT comes, or the time is over, and starts it again whenever it ends with an error:
- * at once, or, after five ends within a minute, only ten seconds later.
+ * Runs a process until SIGTERM or SIGINT comes, or the time is over, and starts it again whenever it ends with an
+ * error: at once, or, after five ends within a minute, only ten seconds later.
  *
  * The process starts with SIGTERM held back, so that none is lost before it can handle it; asked to end, it has ten
  * seconds. It does not outlive the supervisor. Call from the main thread, once.

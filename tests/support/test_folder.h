@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+/** A folder of a test's own, removed with everything in it. */
+class TestFolder {
+public:
+    TestFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "senvo-test-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::runtime_error("cannot make " + name);
+        }
+        m_path = name;
+    }
+    ~TestFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    TestFolder(const TestFolder&) = delete;
+    TestFolder& operator=(const TestFolder&) = delete;
+
+    const std::filesystem::path& path() const { return m_path; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+/** Works in a folder for the length of a scope. */
+class WorkingFolder {
+public:
+    explicit WorkingFolder(const std::filesystem::path& folder) : m_before(std::filesystem::current_path()) {
+        std::filesystem::current_path(folder);
+    }
+    ~WorkingFolder() {
+        std::error_code ignored;
+        std::filesystem::current_path(m_before, ignored);
+    }
+    WorkingFolder(const WorkingFolder&) = delete;
+    WorkingFolder& operator=(const WorkingFolder&) = delete;
+
+private:
+    std::filesystem::path m_before;
+};
+
+/** The folder of real clips and networks, empty when this machine has none. */
+inline std::filesystem::path sharedFolder() {
+    const char* const named = std::getenv("SENVO_SHARED");
+    const std::filesystem::path folder = named != nullptr ? named : SENVO_SHARED_DEFAULT;
+    return std::filesystem::exists(folder / "media") ? folder : std::filesystem::path();
+}
