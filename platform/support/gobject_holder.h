@@ -1,7 +1,6 @@
 #pragma once
 
 #include <glib-object.h>
-
 #include <memory>
 
 /**
@@ -49,7 +48,7 @@ Handle* makeHandle(const char* typeName, std::unique_ptr<Value> value) {
 /** Returns the value that a handle made by makeHandle carries. */
 template <typename Value, typename Handle>
 Value& valueOf(Handle* handle) {
-    return *reinterpret_cast<HolderInstance<Value>*>(handle)->value;
+    return *reinterpret_cast<const HolderInstance<Value>*>(handle)->value;
 }
 
 }  // namespace platform_support

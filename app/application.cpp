@@ -1,0 +1,276 @@
+#include "application.h"
+
+#include <cstdlib>
+#include <sys/sysinfo.h>
+#include <syslog.h>
+
+#include "Logger.h"
+#include "clock.h"
+#include "parameter_io.h"
+#include "termination.h"
+
+namespace {
+
+constexpr const char* kApplicationName = "ostrel_senvo";
+constexpr int kMaxMalfunctions = 10;
+constexpr int kMaxInitAi = 10;
+constexpr time_t kFirstOccupancyResetCheck = 70;
+constexpr time_t kOccupancyResetCheckInterval = 60;
+
+int64_t millisecondsOf(int64_t micros) {
+    return micros / 1000000 * 1000 + micros % 1000000 / 1000;
+}
+
+struct TimeOfDay {
+    int hour;
+    int minute;
+};
+
+/** Reads "hh:mm"; nothing when the text is no time of day. */
+std::optional<TimeOfDay> parseTimeOfDay(const std::string& text) {
+    char* afterHour = nullptr;
+    const long hour = std::strtol(text.c_str(), &afterHour, 10);
+    if (afterHour == text.c_str() || *afterHour != ':') {
+        return std::nullopt;
+    }
+    char* afterMinute = nullptr;
+    const long minute = std::strtol(afterHour + 1, &afterMinute, 10);
+    if (afterMinute == afterHour + 1 || hour < 0 || hour > 23 || minute < 0 || minute > 59) {
+        return std::nullopt;
+    }
+    return TimeOfDay{static_cast<int>(hour), static_cast<int>(minute)};
+}
+
+}  // namespace
+
+Application::Application() : m_Parameters(m_Config), m_Detector(m_Config), m_Tracker(m_Config), m_Areas(m_Config) {}
+
+Application::~Application() = default;
+
+int Application::main() {
+    openlog(kApplicationName, LOG_CONS | LOG_PID, LOG_USER);
+    syslog(LOG_INFO,
+           "*** Ostrel Senvo log messages are also available by clicking on 'View Log' button on 'Advanced' tab of "
+           "Senvo ACAP web page ***");
+    logMemoryUsage("Starting Ostrel Senvo");
+    m_Status = STATUS_STARTING;
+    const TerminationWatch watch([this] { handle_sigterm(); });
+    init_parameter_controller();
+    if (init_ai() != 1) {
+        applicationLog().error("main: Failed init_ai");
+        m_Status = STATUS_AI_ERROR;
+        return -1;
+    }
+    init_occupancy_controller();
+    init_sensor_aspect_ratio();
+    const int iterationTime = m_Detector.get_iteration_time();
+    init_event_manager();
+    init_logic(m_Config.i_MaxDisappeared);
+
+    GMainLoop* const loop = createMainLoop();
+    m_TimerId = g_timeout_add(
+        static_cast<guint>(iterationTime),
+        [](gpointer self) -> gboolean { return static_cast<Application*>(self)->thread_function() ? TRUE : FALSE; },
+        this);
+    g_main_loop_run(loop);
+    logMemoryUsage("Ending Ostrel Senvo");
+    closelog();
+    return 0;
+}
+
+GMainLoop* Application::createMainLoop() {
+    const MutexLock lock(m_loopMutex);
+    m_Loop.reset(g_main_loop_new(nullptr, FALSE));
+    return m_Loop.get();
+}
+
+void Application::handle_sigterm() {
+    applicationLog().info("handle_sigterm: was invoked");
+    const MutexLock lock(m_loopMutex);
+    if (!m_Loop) {
+        grateful_dead("gp_Loop is NULL");
+    }
+    // Quitting from a source of the loop itself also ends a loop that exists but has not begun to run.
+    g_idle_add_full(
+        G_PRIORITY_HIGH,
+        [](gpointer self) -> gboolean {
+            static_cast<Application*>(self)->quitMainLoop();
+            return G_SOURCE_REMOVE;
+        },
+        this, nullptr);
+}
+
+void Application::quitMainLoop() {
+    if (m_TimerId != 0) {
+        g_source_remove(m_TimerId);
+        m_TimerId = 0;
+    }
+    const MutexLock lock(m_loopMutex);
+    g_main_loop_quit(m_Loop.get());
+}
+
+void Application::init_parameter_controller() {
+    m_Parameters.init_controller(kApplicationName);
+    m_Config = m_Parameters.load_config_params();
+    m_Detector.set_sensitivity(m_Config.f_Sensitivity);
+    storeAreas();
+    const int32_t rotation = m_Parameters.get_rotation();
+    m_IsPortrait = rotation == 90 || rotation == 270;
+}
+
+void Application::storeAreas() {
+    parameter_io::store_points_into_AOI(m_Config, m_Areas);
+    parameter_io::store_points_into_exclusions(m_Config, m_Areas);
+    parameter_io::store_points_into_occupancies(m_Config, m_Areas);
+}
+
+void Application::applySettings(const ConfigParams& settings) {
+    m_Config = settings;
+    m_Detector.set_sensitivity(m_Config.f_Sensitivity);
+    m_Tracker.set_max_disappeared(m_Config.i_MaxDisappeared);
+    storeAreas();
+    m_Parameters.save_config_params(m_Config);
+}
+
+int Application::init_ai() {
+    const std::string& model = m_IsPortrait ? m_Config.s_PortraitModelFileName : m_Config.s_LandscapeModelFileName;
+    if (!m_Detector.init_larod(kApplicationName, model, static_cast<int>(m_Config.i_ModelWidth),
+                               static_cast<int>(m_Config.i_ModelHeight), m_Config.i_MainLoopTime, m_IsPortrait)) {
+        return 0;
+    }
+    m_Config.i_WStream = static_cast<int32_t>(m_Detector.get_stream_width());
+    m_Config.i_HStream = static_cast<int32_t>(m_Detector.get_stream_height());
+    return 1;
+}
+
+void Application::init_occupancy_controller() {
+    m_Occupancy.init(0);
+}
+
+void Application::init_sensor_aspect_ratio() {
+    const std::string ratio = m_Parameters.get_sensor_aspect_ratio();
+    applicationLog().info("init_sensor_aspect_ratio: Image sensor aspect ratio: " + ratio);
+    m_IsWideSensor = ratio != "4:3";
+}
+
+void Application::init_event_manager() {
+    m_Events = std::make_unique<EventManager>();
+    m_Events->addEvent(alerts::kBreached);
+    m_Events->addEvent(alerts::kArea1);
+    m_Events->addEvent(alerts::kArea2);
+    m_Events->addEvent(alerts::kArea3);
+    m_Events->addEvent(alerts::kOccupancy);
+}
+
+void Application::init_logic(int maxDisappeared) {
+    m_Tracker.init(maxDisappeared);
+    m_Areas.init();
+    m_Processing = std::make_unique<DetectionProcessing>(DetectionProcessingParts{
+        m_Config, m_Detector, m_Tracker, m_Areas, m_Occupancy, *m_Events, m_Metrics, m_LeaderMetrics});
+    m_NextOccupancyResetCheck = clockNow() + kFirstOccupancyResetCheck;
+}
+
+bool Application::thread_function() {
+    if (do_one_analysis() != 0) {
+        reset_occupancy();
+    }
+    return true;
+}
+
+int Application::do_one_analysis() {
+    const int64_t start = clockNowMicros();
+    if (m_Detector.larod_prepare_data_and_do_ai() != 0) {
+        onModelFailure();
+        return 0;
+    }
+    m_MalfunctionCounter = 0;
+    m_InitAiCounter = 0;
+    m_Processing->get_detections();
+    m_Processing->monitor_AOI_and_entrances();
+    m_Processing->examine_and_update_findings();
+    m_Processing->manage_events();
+    m_Processing->update_aoi_and_occupancy_metrics();
+
+    const int64_t duration = millisecondsOf(clockNowMicros()) - millisecondsOf(start);
+    m_LastCycleMilliseconds = static_cast<int>(duration);
+    m_Status = 2 * int64_t{m_Detector.get_iteration_time()} > duration ? statusOfEvents() : STATUS_SLOW;
+    ++m_FrameCounter;
+    if (m_CycleObserver) {
+        m_CycleObserver();
+    }
+    return 1;
+}
+
+void Application::onModelFailure() {
+    applicationLog().error("do_one_analysis: Error running model for frame " + std::to_string(m_FrameCounter) +
+                           ", malfunction repeated " + std::to_string(m_MalfunctionCounter) + " consecutive frame(s)");
+    logMemoryUsage("larod_prepare_data_and_do_ai failure");
+    m_Status = STATUS_AI_ERROR;
+    if (++m_MalfunctionCounter <= kMaxMalfunctions) {
+        return;
+    }
+    m_MalfunctionCounter = 0;
+    const int result = init_ai();
+    ++m_InitAiCounter;
+    applicationLog().error("do_one_analysis: After reset init_ai. res_init_ai=" + std::to_string(result) +
+                           ", initAIcount=" + std::to_string(m_InitAiCounter));
+    if (m_InitAiCounter > kMaxInitAi) {
+        grateful_dead("do_one_analysis 10 consecutive initAIcount. Restarting the program.");
+    }
+}
+
+int Application::statusOfEvents() {
+    // Area 3 is asked before area 2: leaders and the page rely on this order.
+    struct EventStatus {
+        const char* event;
+        int status;
+    };
+    static constexpr EventStatus kOrder[] = {{alerts::kOccupancy, STATUS_OCCUPANCY_EVENT},
+                                             {alerts::kArea1, STATUS_AREA1_EVENT},
+                                             {alerts::kArea3, STATUS_AREA3_EVENT},
+                                             {alerts::kArea2, STATUS_AREA2_EVENT},
+                                             {alerts::kBreached, STATUS_AREA_EVENT}};
+    for (const EventStatus& entry : kOrder) {
+        if (m_Events->isEventStarted(entry.event)) {
+            return entry.status;
+        }
+    }
+    return STATUS_RUNNING;
+}
+
+void Application::reset_occupancy() {
+    if (!m_Config.b_OccupancyAutoResetActive || clockNow() < m_NextOccupancyResetCheck) {
+        return;
+    }
+    const std::tm now = localTime(clockNow());
+    if (const std::optional<TimeOfDay> resetTime = parseTimeOfDay(m_Config.str_OccupancyAutoResetTime); !resetTime) {
+        logBadResetTime(now);
+    } else if (resetTime->minute == now.tm_min && resetTime->hour == now.tm_hour) {
+        m_Occupancy.reset_count();
+        applicationLog().info("reset_occupancy: Auto occupancy reset.");
+    }
+    m_NextOccupancyResetCheck += kOccupancyResetCheckInterval;
+}
+
+void Application::logBadResetTime(const std::tm& today) {
+    const std::string day = std::to_string(today.tm_year) + "/" + std::to_string(today.tm_yday);
+    if (day != m_LastBadResetTimeDay) {
+        m_LastBadResetTimeDay = day;
+        applicationLog().error("reset_occupancy: OccupancyAutoResetTime is no time of day (hh:mm): \"" +
+                               m_Config.str_OccupancyAutoResetTime + "\"; the occupancy is not reset");
+    }
+}
+
+void Application::logMemoryUsage(const std::string& message) {
+    struct sysinfo figures = {};
+    if (sysinfo(&figures) != 0) {
+        applicationLog().error("logMemoryUsage: Failed to retrieve memory information.");
+        return;
+    }
+    // In 32 bits, as the page and the log readers know these figures.
+    const auto kilobytes = [&](unsigned long pages) {
+        return std::to_string((static_cast<uint32_t>(pages) * static_cast<uint32_t>(figures.mem_unit)) >> 10U);
+    };
+    applicationLog().info("logMemoryUsage: " + message + " - Total memory: " + kilobytes(figures.totalram) +
+                          " kB. Free memory: " + kilobytes(figures.freeram) + " kB.");
+}

@@ -1,0 +1,134 @@
+#pragma once
+
+#include <atomic>
+#include <ctime>
+#include <functional>
+#include <glib.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "area_of_interest.h"
+#include "config_params.h"
+#include "detection_processing.h"
+#include "event_manager.h"
+#include "location_controller_larod.h"
+#include "mutex.h"
+#include "occupancy_controller.h"
+#include "parameter_controller.h"
+#include "tracker.h"
+
+/** What the web interface shows of the application's health. */
+enum ApplicationStatus : int {
+    STATUS_STARTING = 100,
+    STATUS_RUNNING = 200,
+    STATUS_AI_ERROR = 401,
+    STATUS_AREA_EVENT = 500,
+    STATUS_OCCUPANCY_EVENT = 501,
+    STATUS_AREA1_EVENT = 502,
+    STATUS_AREA2_EVENT = 503,
+    STATUS_AREA3_EVENT = 504,
+    STATUS_SLOW = 600,
+};
+
+/**
+ * The process itself: brings every component up in a fixed order, runs the analysis cycle on a timer, re-initialises
+ * the model after repeated failures and ends the process when that does not help, resets the occupancy once a day.
+ *
+ * One instance per process; it owns the process-wide components. Everything runs on the thread that calls main(),
+ * except where noted.
+ */
+class Application {
+public:
+    Application();
+    ~Application();
+
+    Application(const Application&) = delete;
+    Application& operator=(const Application&) = delete;
+
+    /** The whole life of the process: 0 after an orderly stop, -1 when the model could not be initialised. */
+    int main();
+
+    // The steps of start-up, in their order; main() takes them all, an offline run those that it needs.
+    void init_parameter_controller();
+    /** Returns 1 on success. Also called to start the model all over. */
+    int init_ai();
+    void init_occupancy_controller();
+    void init_sensor_aspect_ratio();
+    void init_event_manager();
+    void init_logic(int maxDisappeared);
+
+    /**
+     * Takes new settings into force at once, areas and tracker included, and saves them. Between two cycles only.
+     */
+    void applySettings(const ConfigParams& settings);
+
+    /** Asks for a call after every successful cycle, on the thread of the cycle. */
+    void onCycle(std::function<void()> observer) { m_CycleObserver = std::move(observer); }
+
+    /** One tick: the analysis cycle and, when it ran, what is due besides. Always true: the timer stays. */
+    bool thread_function();
+
+    /** One analysis cycle: 1 when it ran, 0 when the model failed on this frame. */
+    int do_one_analysis();
+
+    /** Resets the occupancy at the configured time of day; looks once a minute. */
+    void reset_occupancy();
+
+    /** Logs the machine's memory figures. */
+    static void logMemoryUsage(const std::string& message);
+
+    /** The status code. Any thread. */
+    int status() const { return m_Status; }
+
+    /** Milliseconds that the most recent successful cycle took. Any thread. */
+    int lastCycleDuration() const { return m_LastCycleMilliseconds; }
+
+    unsigned frameCounter() const { return m_FrameCounter; }
+    const ConfigParams& config() const { return m_Config; }
+    const location_controller_larod& detector() const { return m_Detector; }
+    const DetectionProcessing& processing() const { return *m_Processing; }
+    const MetricsParams& metrics() const { return m_Metrics; }
+    EventManager& events() { return *m_Events; }
+    occupancy_controller& occupancy() { return m_Occupancy; }
+
+private:
+    /** Called for each SIGTERM, on the watch's thread. */
+    void handle_sigterm() EXCLUDES(m_loopMutex);
+    GMainLoop* createMainLoop() EXCLUDES(m_loopMutex);
+    void quitMainLoop();
+    void onModelFailure();
+    int statusOfEvents();
+    void logBadResetTime(const std::tm& today);
+    void storeAreas();
+
+    ConfigParams m_Config;
+    parameter_controller m_Parameters;
+    location_controller_larod m_Detector;
+    tracker m_Tracker;
+    area_of_interest m_Areas;
+    occupancy_controller m_Occupancy;
+    std::unique_ptr<EventManager> m_Events;
+    MetricsParams m_Metrics;
+    LeaderMetricsParams m_LeaderMetrics;
+    std::unique_ptr<DetectionProcessing> m_Processing;
+
+    std::atomic<int> m_Status = 0;
+    std::atomic<int> m_LastCycleMilliseconds = 0;
+    bool m_IsPortrait = false;    /**< the camera is turned by 90 or 270 degrees */
+    bool m_IsWideSensor = false;  /**< the image sensor is anything but 4:3 */
+    unsigned m_FrameCounter = 0;  /**< successful cycles since start */
+    int m_MalfunctionCounter = 0; /**< consecutive failed model runs */
+    int m_InitAiCounter = 0;      /**< consecutive re-initialisations without a successful cycle */
+    time_t m_NextOccupancyResetCheck = 0;
+    std::function<void()> m_CycleObserver;
+    std::string m_LastBadResetTimeDay; /**< the day on which a reset time that is no time was last reported */
+
+    struct UnrefLoop {
+        void operator()(GMainLoop* loop) const { g_main_loop_unref(loop); }
+    };
+    Mutex m_loopMutex; /**< guards the loop's existence, which SIGTERM asks about from another thread */
+    std::unique_ptr<GMainLoop, UnrefLoop> m_Loop GUARDED_BY(m_loopMutex);
+    guint m_TimerId = 0;
+};

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <functional>
+
+/**
+ * The one clock of the application. Everything that asks for the time asks here, so that tests and offline runs decide
+ * what time it is.
+ */
+
+/** Wall-clock time, microseconds since 1970. Any thread. */
+int64_t clockNowMicros();
+
+/** Wall-clock time, whole seconds since 1970. Any thread. */
+time_t clockNow();
+
+/** The calendar time of a moment in the machine's time zone. Any thread. */
+std::tm localTime(time_t moment);
+
+/** Replaces the time source; an empty function brings the system clock back. Call before threads that read it start. */
+void setClock(std::function<int64_t()> nowMicros);

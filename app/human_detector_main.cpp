@@ -1,0 +1,6 @@
+#include "application.h"
+
+int main() {
+    Application application;
+    return application.main();
+}

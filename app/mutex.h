@@ -1,0 +1,39 @@
+#pragma once
+
+#include <mutex>
+
+/**
+ * A mutex that clang's thread-safety analysis understands: members say GUARDED_BY which mutex, functions say REQUIRES,
+ * and a build with clang proves it.
+ */
+#if defined(__clang__)
+#define SENVO_THREAD_ATTRIBUTE(x) __attribute__((x))
+#else
+#define SENVO_THREAD_ATTRIBUTE(x)
+#endif
+
+#define GUARDED_BY(mutex) SENVO_THREAD_ATTRIBUTE(guarded_by(mutex))
+#define REQUIRES(mutex) SENVO_THREAD_ATTRIBUTE(requires_capability(mutex))
+#define EXCLUDES(mutex) SENVO_THREAD_ATTRIBUTE(locks_excluded(mutex))
+
+class SENVO_THREAD_ATTRIBUTE(capability("mutex")) Mutex {
+public:
+    void lock() SENVO_THREAD_ATTRIBUTE(acquire_capability()) { m_mutex.lock(); }
+    void unlock() SENVO_THREAD_ATTRIBUTE(release_capability()) { m_mutex.unlock(); }
+
+private:
+    std::mutex m_mutex;
+};
+
+class SENVO_THREAD_ATTRIBUTE(scoped_lockable) MutexLock {
+public:
+    explicit MutexLock(Mutex& mutex) SENVO_THREAD_ATTRIBUTE(acquire_capability(mutex)) : m_mutex(mutex) {
+        m_mutex.lock();
+    }
+    ~MutexLock() SENVO_THREAD_ATTRIBUTE(release_capability()) { m_mutex.unlock(); }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+private:
+    Mutex& m_mutex;
+};

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "results.h"
+#include "truth_file.h"
+
+/** Compares what was found with what is true; one line per difference, none when they are equal. */
+std::vector<std::string> compare(const Results& found, const Truth& truth);

@@ -1,0 +1,239 @@
+#include "evaluation.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include "Logger.h"
+#include "application.h"
+#include "camera_folder.h"
+#include "clock.h"
+#include "virtual_time.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int64_t kMicrosPerSecond = 1000000;
+/** What the clock shows at a clip's first frame: midnight UTC, 1 January 2024. */
+constexpr int64_t kClipStart = 1704067200 * kMicrosPerSecond;
+
+/** A folder of its own, removed with everything in it. */
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        std::string name = (fs::temp_directory_path() / "senvo-evaluate-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) {
+            throw EvaluationError("cannot make a temporary folder " + name);
+        }
+        m_path = name;
+    }
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        fs::remove_all(m_path, ignored);
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    const fs::path& path() const { return m_path; }
+
+private:
+    fs::path m_path;
+};
+
+/** The newest errors of the application's log, for a message. */
+std::string loggedErrors() {
+    std::string errors;
+    for (const LogEntry& entry : applicationLog().getLogEntriesFromFile()) {
+        if (entry._logLevel == "error") {
+            errors += "\n  " + entry._message;
+        }
+    }
+    return errors;
+}
+
+void count(const std::vector<one_find>& findings, Results& results) {
+    for (const one_find& finding : findings) {
+        if (finding.entranceAct == entranceActivity::unknown) {
+            continue;
+        }
+        const auto activity = static_cast<size_t>(finding.entranceAct);
+        Counts& counts = results.entrances[activity / 2][class_index_to_label(finding.detect.ClassId)];
+        ++(activity % 2 == 0 ? counts.enter : counts.exit);
+    }
+}
+
+void writeTracks(std::ostream& out, const Application& application, double seconds) {
+    nlohmann::ordered_json line = {{"cycle", application.frameCounter()}, {"seconds", seconds}};
+    line["occupancy"] = application.metrics().occupancyCount;
+    line["objects"] = nlohmann::ordered_json::array();
+    for (const one_find& finding : application.processing().findings()) {
+        const detection& box = finding.detect;
+        line["objects"].push_back({{"id", finding.id},
+                                   {"class", class_index_to_label(box.ClassId)},
+                                   {"score", box.Confidence},
+                                   {"box", {box.X, box.Y, box.W, box.H}},
+                                   {"locator", {finding.locator.first, finding.locator.second}},
+                                   {"footing", static_cast<int>(finding.footing)},
+                                   {"seconds", finding.seconds},
+                                   {"entrance", static_cast<int>(finding.entrance)},
+                                   {"activity", static_cast<int>(finding.entranceAct)}});
+    }
+    out << line.dump() << '\n';
+}
+
+std::vector<AlertChange> readAlertChanges(const fs::path& events) {
+    static const std::map<std::string, std::string> kAlerts = {{friendlyToKey(alerts::kBreached), "breached"},
+                                                               {friendlyToKey(alerts::kArea1), "area1"},
+                                                               {friendlyToKey(alerts::kArea2), "area2"},
+                                                               {friendlyToKey(alerts::kArea3), "area3"},
+                                                               {friendlyToKey(alerts::kOccupancy), "occupancy"}};
+    std::vector<AlertChange> changes;
+    std::ifstream file(events);
+    for (std::string line; std::getline(file, line);) {
+        const nlohmann::json event = nlohmann::json::parse(line);
+        const std::string topic = event["topic"];
+        const auto alert = kAlerts.find(topic.substr(topic.rfind('/') + 1));
+        if (alert != kAlerts.end()) {
+            const std::string time = event["time"];
+            const std::tm midnight = {};
+            std::tm moment = midnight;
+            int milliseconds = 0;
+            if (std::sscanf(time.c_str(), "%d-%d-%dT%d:%d:%d.%dZ", &moment.tm_year, &moment.tm_mon, &moment.tm_mday,
+                            &moment.tm_hour, &moment.tm_min, &moment.tm_sec, &milliseconds) != 7) {
+                throw EvaluationError("an event without a time: " + line);
+            }
+            moment.tm_year -= 1900;
+            moment.tm_mon -= 1;
+            const double seconds = static_cast<double>(timegm(&moment) - kClipStart / kMicrosPerSecond);
+            changes.push_back({seconds + milliseconds / 1000.0, alert->second, event["active"].get<bool>()});
+        }
+    }
+    return changes;
+}
+
+void startServices(const EvaluationOptions& options, const desktop::CameraFolder& camera) {
+    desktop::DesktopConfig config;
+    config.video = options.clip.rfind("scene:", 0) == 0 ? options.clip : fs::absolute(options.clip).string();
+    config.pacing = desktop::Pacing::Virtual;
+    config.networksFolder = options.networksFolder.empty() ? "" : fs::absolute(options.networksFolder).string();
+    config.stateFolder = camera.path().string();
+    config.manifest = (desktop::packageFolder() / "manifest.json").string();
+    config.nowMicros = clockNowMicros;
+    desktop::setDesktopConfig(config);
+    setenv("OSTREL_SENVO_ROOT", camera.root().c_str(), 1);
+}
+
+void runCycles(const EvaluationOptions& options, Application& application, std::ostream* tracks, int64_t& virtualNow,
+               Results& results) {
+    const int64_t interval = int64_t{application.detector().get_iteration_time()} * 1000;
+    const double clipLength = static_cast<double>(desktop::sourceDuration()) / kMicrosPerSecond;
+    virtualNow = -interval;
+    for (int64_t next = desktop::nextFrameTime(); next >= 0; next = desktop::nextFrameTime()) {
+        virtualNow = std::max(virtualNow + interval, next);
+        desktop::setVirtualTime(virtualNow);
+        const unsigned cyclesBefore = application.frameCounter();
+        application.thread_function();
+        if (application.frameCounter() == cyclesBefore) {
+            if (!desktop::sourceError().empty()) {
+                break;
+            }
+            throw EvaluationError("the model failed:" + loggedErrors());
+        }
+        const double seconds = static_cast<double>(virtualNow) / kMicrosPerSecond;
+        count(application.processing().findings(), results);
+        results.occupancyAtEnd = application.metrics().occupancyCount;
+        results.crowdMaximum[0] = std::max(results.crowdMaximum[0], application.metrics().crowdCount1);
+        results.crowdMaximum[1] = std::max(results.crowdMaximum[1], application.metrics().crowdCount2);
+        results.crowdMaximum[2] = std::max(results.crowdMaximum[2], application.metrics().crowdCount3);
+        results.clipSeconds = seconds;
+        if (tracks != nullptr) {
+            writeTracks(*tracks, application, seconds);
+        }
+        if (options.progress) {
+            options.progress(seconds, clipLength);
+        }
+    }
+    results.cycles = application.frameCounter();
+}
+
+fs::path preparedOutFolder(const std::string& folder) {
+    const fs::path out = fs::absolute(folder);
+    std::error_code problem;
+    fs::create_directories(out, problem);
+    if (problem) {
+        throw EvaluationError("cannot make the folder " + out.string() + ": " + problem.message());
+    }
+    return out;
+}
+
+Results evaluateIn(const fs::path& folder, const EvaluationOptions& options) {
+    const fs::path out = options.outFolder.empty() ? fs::path() : preparedOutFolder(options.outFolder);
+    const fs::path card = desktop::findModelCard(options.model);
+    const desktop::CameraFolder camera(folder);
+    int64_t virtualNow = 0;
+    setClock([&virtualNow] { return kClipStart + virtualNow; });
+    startServices(options, camera);
+    fs::current_path(camera.application());
+    camera.installModel(card, 960, 540);
+
+    Results results;
+    {
+        Application application;
+        application.init_parameter_controller();
+        if (application.init_ai() != 1) {
+            throw EvaluationError("cannot analyse " + options.clip + ":" + loggedErrors());
+        }
+        application.init_occupancy_controller();
+        application.init_sensor_aspect_ratio();
+        application.init_event_manager();
+        application.init_logic(application.config().i_MaxDisappeared);
+        if (options.settings) {
+            ConfigParams config = application.config();
+            applySettings(*options.settings, application.detector().get_stream_width(),
+                          application.detector().get_stream_height(), application.detector().get_iteration_time(),
+                          config);
+            application.applySettings(config);
+        }
+        std::ofstream tracks;
+        if (!out.empty()) {
+            tracks.open(out / "tracks.jsonl", std::ios::trunc);
+        }
+        runCycles(options, application, out.empty() ? nullptr : &tracks, virtualNow, results);
+        tracks.close();
+        if (!out.empty() && !tracks) {
+            throw EvaluationError("cannot write " + (out / "tracks.jsonl").string());
+        }
+    }
+    results.alertChanges = readAlertChanges(camera.path() / "events.jsonl");
+    if (!out.empty()) {
+        std::ofstream(out / "events.jsonl", std::ios::trunc) << std::ifstream(camera.path() / "events.jsonl").rdbuf();
+    }
+    setClock(nullptr);
+    if (const std::string error = desktop::sourceError(); !error.empty()) {
+        throw EvaluationError(error);
+    }
+    if (results.cycles == 0) {
+        throw EvaluationError(options.clip + ": expected frames, got none");
+    }
+    return results;
+}
+
+}  // namespace
+
+Results evaluate(const EvaluationOptions& options) {
+    const fs::path workingFolder = fs::current_path();
+    const TemporaryFolder folder;
+    try {
+        Results results = evaluateIn(folder.path(), options);
+        fs::current_path(workingFolder);
+        return results;
+    } catch (...) {
+        setClock(nullptr);
+        fs::current_path(workingFolder);
+        throw;
+    }
+}

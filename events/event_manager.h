@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include <axsdk/axevent.h>
+
+/** The names of the alerts, in the order in which they are declared. */
+namespace alerts {
+inline constexpr const char* kBreached = "Ostrel Senvo Breached";
+inline constexpr const char* kArea1 = "Ostrel Senvo Area 1 Alert";
+inline constexpr const char* kArea2 = "Ostrel Senvo Area 2 Alert";
+inline constexpr const char* kArea3 = "Ostrel Senvo Area 3 Alert";
+inline constexpr const char* kOccupancy = "Ostrel Senvo Occupancy Alert";
+}  // namespace alerts
+
+/** Removes every character that is not a letter or digit. */
+std::string friendlyToKey(const std::string& name);
+
+/**
+ * Declares the application's alerts with the platform's event service and sends their changes of state.
+ *
+ * Alerts are started and stopped by the analysis or by hand; each keeps its own account of what it sent, so that one
+ * does not cancel the other's. The platform sees both on the same event: a manual stop may end an alert that the
+ * analysis still considers started. No failure is fatal: each is logged with the platform's words.
+ */
+class EventManager {
+public:
+    /** Creates the platform's event handler. */
+    EventManager();
+
+    /** Takes every declaration back. */
+    ~EventManager();
+
+    EventManager(const EventManager&) = delete;
+    EventManager& operator=(const EventManager&) = delete;
+
+    /** Declares a stateful event with the data key "active". */
+    void addEvent(const std::string& name);
+
+    /** Remembers a declaration. */
+    void registerEvent(const std::string& name, uint32_t id);
+
+    /** The identifier of a declaration, 0 for a name that was never registered. */
+    uint32_t getDeclarationID(const std::string& name);
+
+    // By the analysis: sends only changes.
+    void sendEventStarted(const std::string& name);
+    void sendEventStopped(const std::string& name);
+    bool isEventStarted(const std::string& name);
+
+    // By hand: sends only changes.
+    void sendEventStartedManually(const std::string& name);
+    void sendEventStoppedManually(const std::string& name);
+    bool isEventStartedManually(const std::string& name);
+
+    /** Sends one state, whatever was sent before. */
+    void sendEvent(const std::string& name, bool active);
+
+private:
+    struct FreeHandler {
+        void operator()(AXEventHandler* handler) const { ax_event_handler_free(handler); }
+    };
+
+    std::unique_ptr<AXEventHandler, FreeHandler> m_pHandler;
+    std::map<std::string, uint32_t> m_eventDeclarationIDs;
+    std::map<std::string, bool> m_eventStarted;         /**< the state last sent by the analysis */
+    std::map<std::string, bool> m_eventStartedManually; /**< the state last sent by hand */
+};

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+#include "detections.h"
+#include "model_card.h"
+
+namespace desktop {
+
+/** Something that finds objects in pictures. An engine is used by one thread at a time. */
+class Engine {
+public:
+    Engine() = default;
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+    Engine(Engine&&) = delete;
+    Engine& operator=(Engine&&) = delete;
+    virtual ~Engine() = default;
+
+    /**
+     * Returns the objects in a picture (8-bit RGB, of the card's tensor size). Pictures are expected in the order of
+     * time, one per cycle. Throws std::exception when the picture cannot be worked on.
+     */
+    virtual std::vector<Detection> detect(const cv::Mat& rgb) = 0;
+};
+
+/** Makes the engine that a card describes. Throws std::runtime_error saying what was expected and what came. */
+std::unique_ptr<Engine> makeEngine(const ModelCard& card);
+
+}  // namespace desktop

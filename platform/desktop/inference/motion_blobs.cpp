@@ -1,0 +1,215 @@
+// From changed pixels to things.
+//
+// Idea: changes of more than light are closed and cut into connected fragments. A plain surface of an object can pass
+// for a shadow, which breaks the object into its outlines; so two fragments that a region of changed light connects are
+// one thing when that region fills the space between them. A shadow on the ground lies beside its object, fills no such
+// space, and stays out. Fragments that stand closely above each other are one thing as well, for people's belts and
+// collars often match the floor.
+//
+// A ghost is what stays behind when something that was learned as background leaves. Its outline is in the background
+// and not in the picture; a thing's outline is in the picture and not in the background; a patch of light has a soft
+// outline or none.
+//
+// Limits: people who stand shoulder to shoulder from their first moment are one thing; those who meet are kept apart by
+// their tracks (motion_tracks). To tune: "smallestArea" on the card.
+
+#include "motion_blobs.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <opencv2/imgproc.hpp>
+
+#include "motion_background.h"
+
+namespace desktop {
+namespace {
+
+constexpr size_t kMostFragments = 48;
+constexpr int kSmallestFragment = 8;
+
+/** The mask's holes are filled. */
+void fillHoles(cv::Mat& mask) {
+    std::vector<std::vector<cv::Point>> contours;
+    cv::findContours(mask.clone(), contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE);
+    cv::drawContours(mask, contours, -1, cv::Scalar(255), cv::FILLED);
+}
+
+std::vector<Blob> connectedParts(const cv::Mat& mask, int smallest) {
+    cv::Mat labels;
+    cv::Mat stats;
+    cv::Mat centres;
+    const int count = cv::connectedComponentsWithStats(mask, labels, stats, centres, 8, CV_32S);
+    std::vector<Blob> parts;
+    for (int label = 1; label < count; ++label) {
+        const int* s = stats.ptr<int>(label);
+        if (s[cv::CC_STAT_AREA] < smallest) {
+            continue;
+        }
+        Blob part;
+        part.box = {s[cv::CC_STAT_LEFT], s[cv::CC_STAT_TOP], s[cv::CC_STAT_WIDTH], s[cv::CC_STAT_HEIGHT]};
+        part.mask = labels(part.box) == label;
+        part.area = s[cv::CC_STAT_AREA];
+        parts.push_back(std::move(part));
+    }
+    std::stable_sort(parts.begin(), parts.end(), [](const Blob& a, const Blob& b) { return a.area > b.area; });
+    return parts;
+}
+
+/** The convex hull of two blobs, as a mask of their common box. */
+cv::Mat commonHull(const Blob& a, const Blob& b, const cv::Rect& box) {
+    std::vector<cv::Point> points;
+    for (const Blob* blob : {&a, &b}) {
+        std::vector<std::vector<cv::Point>> contours;
+        cv::findContours(blob->mask.clone(), contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_SIMPLE,
+                         blob->box.tl() - box.tl());
+        for (const auto& contour : contours) {
+            points.insert(points.end(), contour.begin(), contour.end());
+        }
+    }
+    std::vector<cv::Point> hull;
+    cv::convexHull(points, hull);
+    cv::Mat mask = cv::Mat::zeros(box.size(), CV_8U);
+    cv::fillConvexPoly(mask, hull, cv::Scalar(255));
+    return mask;
+}
+
+bool standAboveEachOther(const Blob& a, const Blob& b) {
+    const int common = std::min(a.box.br().x, b.box.br().x) - std::max(a.box.x, b.box.x);
+    const int gap = std::max(a.box.y, b.box.y) - std::min(a.box.br().y, b.box.br().y);
+    const int narrower = std::min(a.box.width, b.box.width);
+    const int height = std::max(a.box.br().y, b.box.br().y) - std::min(a.box.y, b.box.y);
+    return common * 2 >= narrower && gap * 8 <= height;
+}
+
+/** Joins b into a when they are one thing. */
+bool joinIfOne(Blob& a, const Blob& b, const cv::Mat& changed) {
+    const cv::Rect box = a.box | b.box;
+    constexpr double kSmallestPart = 0.05;  // specks at the rim of a shadow are not parts
+    if (b.area < kSmallestPart * a.area) {
+        return false;
+    }
+    constexpr int kFarthest = 40;
+    if (box.width > a.box.width + b.box.width + kFarthest || box.height > a.box.height + b.box.height + kFarthest) {
+        return false;
+    }
+    const cv::Mat hull = commonHull(a, b, box);
+    const cv::Mat filled = hull & changed(box);
+    constexpr double kFilled = 0.8;
+    const bool spaceFilled = cv::countNonZero(filled) >= kFilled * cv::countNonZero(hull);
+    if (!spaceFilled && !standAboveEachOther(a, b)) {
+        return false;
+    }
+    cv::Mat mask = spaceFilled ? filled : cv::Mat::zeros(box.size(), CV_8U);
+    for (const Blob* blob : {static_cast<const Blob*>(&a), &b}) {
+        mask(blob->box - box.tl()).setTo(255, blob->mask);
+    }
+    a.box = box;
+    a.mask = mask;
+    a.area = cv::countNonZero(mask);
+    return true;
+}
+
+void joinFragments(std::vector<Blob>& fragments, const cv::Mat& changed) {
+    bool joined = true;
+    while (joined) {
+        joined = false;
+        for (size_t i = 0; i < fragments.size(); ++i) {
+            for (size_t j = i + 1; j < fragments.size();) {
+                if (joinIfOne(fragments[i], fragments[j], changed)) {
+                    fragments.erase(fragments.begin() + static_cast<std::ptrdiff_t>(j));
+                    joined = true;
+                } else {
+                    ++j;
+                }
+            }
+        }
+    }
+}
+
+bool hasStrongPart(const Blob& blob, const cv::Mat& evidence) {
+    cv::Mat strong = evidence(blob.box) == kStrongChange;
+    strong &= blob.mask;
+    constexpr double kStrongPart = 0.25;
+    return cv::countNonZero(strong) >= kStrongPart * blob.area;
+}
+
+}  // namespace
+
+std::vector<Blob> findBlobs(const cv::Mat& evidence, double smallestArea) {
+    static const cv::Mat element = cv::getStructuringElement(cv::MORPH_ELLIPSE, {5, 5});
+    cv::Mat solid = evidence >= kWeakChange;
+    cv::medianBlur(solid, solid, 3);
+    cv::morphologyEx(solid, solid, cv::MORPH_CLOSE, element);
+    cv::Mat changed = evidence > kBackground;
+    cv::morphologyEx(changed, changed, cv::MORPH_CLOSE, element);
+    fillHoles(solid);
+    changed |= solid;
+
+    std::vector<Blob> fragments = connectedParts(solid, kSmallestFragment);
+    if (fragments.size() > kMostFragments) {
+        fragments.resize(kMostFragments);
+    }
+    joinFragments(fragments, changed);
+    std::vector<Blob> blobs;
+    for (Blob& fragment : fragments) {
+        fillHoles(fragment.mask);
+        fragment.area = cv::countNonZero(fragment.mask);
+        if (fragment.area >= smallestArea && hasStrongPart(fragment, evidence)) {
+            blobs.push_back(std::move(fragment));
+        }
+    }
+    std::stable_sort(blobs.begin(), blobs.end(), [](const Blob& a, const Blob& b) { return a.area > b.area; });
+    return blobs;
+}
+
+Blob joinBlobs(const std::vector<const Blob*>& parts) {
+    Blob all;
+    all.box = parts.front()->box;
+    all.founding = parts.front()->founding;
+    for (const Blob* part : parts) {
+        all.box |= part->box;
+    }
+    all.mask = cv::Mat::zeros(all.box.size(), CV_8U);
+    for (const Blob* part : parts) {
+        all.mask(part->box - all.box.tl()).setTo(255, part->mask);
+    }
+    all.area = cv::countNonZero(all.mask);
+    return all;
+}
+
+double measureFounding(const Blob& blob, const cv::Mat& brightness, const cv::Mat& expectedBrightness) {
+    std::vector<std::vector<cv::Point>> contours;
+    cv::findContours(blob.mask.clone(), contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE, blob.box.tl());
+    const cv::Rect picture(0, 0, brightness.cols, brightness.rows);
+    const auto shown = [&](cv::Point p) { return static_cast<double>(brightness.at<unsigned char>(p)); };
+    const auto expected = [&](cv::Point p) { return static_cast<double>(expectedBrightness.at<float>(p)); };
+    double inPicture = 0;
+    double inBackground = 0;
+    double difference = 0;
+    for (const auto& contour : contours) {
+        const size_t length = contour.size();
+        constexpr size_t kReach = 3;
+        for (size_t i = 0; length > 4 * kReach && i < length; i += 2) {
+            const cv::Point along = contour[(i + kReach) % length] - contour[(i + length - kReach) % length];
+            const double size = std::hypot(along.x, along.y);
+            if (size < 1) {
+                continue;
+            }
+            constexpr double kStep = 3;
+            const cv::Point across(static_cast<int>(std::lround(-along.y / size * kStep)),
+                                   static_cast<int>(std::lround(along.x / size * kStep)));
+            const cv::Point one = contour[i] + across;
+            const cv::Point other = contour[i] - across;
+            if (!one.inside(picture) || !other.inside(picture)) {
+                continue;
+            }
+            inPicture += std::abs(shown(one) - shown(other));
+            inBackground += std::abs(expected(one) - expected(other));
+            difference += std::max(std::abs(shown(one) - expected(one)), std::abs(shown(other) - expected(other)));
+        }
+    }
+    return difference > 0 ? (inPicture - inBackground) / difference : 0;
+}
+
+}  // namespace desktop

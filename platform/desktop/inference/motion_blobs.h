@@ -1,0 +1,31 @@
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+namespace desktop {
+
+/** One connected thing in one picture, in pixels of the working picture. */
+struct Blob {
+    cv::Rect box;
+    cv::Mat mask; /**< CV_8U of the box's size, 255 inside */
+    double area = 0;
+
+    /**
+     * Where its outline is to be seen: about 1 for a thing, whose outline is in the picture and not in the background;
+     * about -1 for a ghost, the hole that something left in the background; about 0 for a patch of light.
+     */
+    double founding = 1;
+};
+
+/** Finds the things of at least smallestArea pixels in a map of PixelEvidence, largest first. */
+std::vector<Blob> findBlobs(const cv::Mat& evidence, double smallestArea);
+
+/** One blob that covers all of the given ones, which must not be none. */
+Blob joinBlobs(const std::vector<const Blob*>& parts);
+
+/** Measures a blob's founding by the picture's brightness (CV_8U) and the background's (CV_32F). */
+double measureFounding(const Blob& blob, const cv::Mat& brightness, const cv::Mat& expectedBrightness);
+
+}  // namespace desktop

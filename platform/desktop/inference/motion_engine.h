@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "engine.h"
+#include "motion_background.h"
+#include "motion_tracks.h"
+
+namespace desktop {
+
+/** Finds what moves before a fixed camera, by background subtraction; no network. */
+class MotionEngine : public Engine {
+public:
+    explicit MotionEngine(const MotionCard& card);
+
+    std::vector<Detection> detect(const cv::Mat& rgb) override;
+
+    /** The objects being followed, for tests and tuning. */
+    [[nodiscard]] const std::vector<MotionTrack>& tracks() const { return m_tracks->tracks(); }
+
+    /** The last picture's evidence, for tests and tuning. */
+    [[nodiscard]] const cv::Mat& evidence() const { return m_background.evidence(); }
+
+private:
+    void shrink(const cv::Mat& rgb);
+    void giveBackToBackground();
+    void learnAroundObjects();
+
+    MotionCard m_card;
+    MotionBackground m_background;
+    std::unique_ptr<MotionTracks> m_tracks; /**< made for the size of the first picture */
+    cv::Mat m_small;                        /**< RGB at the working size */
+    cv::Mat m_picture;                      /**< Y, Cr, Cb at the working size */
+    cv::Mat m_brightness;
+    cv::Mat m_kept;
+};
+
+}  // namespace desktop

@@ -1,0 +1,32 @@
+#include "declarations.h"
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+namespace desktop {
+
+std::vector<ParameterDefault> readManifestDefaults(const std::string& path) {
+    std::ifstream file(path);
+    if (!file) {
+        throw std::runtime_error("cannot read the package manifest " + path);
+    }
+    const nlohmann::json manifest = nlohmann::json::parse(file, nullptr, false);
+    const auto parameters = manifest.is_object() ? manifest.find("parameters") : manifest.end();
+    if (!manifest.is_object() || parameters == manifest.end() || !parameters->is_array()) {
+        throw std::runtime_error(path + ": expected a JSON object with a list \"parameters\"");
+    }
+    std::vector<ParameterDefault> defaults;
+    for (const nlohmann::json& parameter : *parameters) {
+        const auto name = parameter.find("name");
+        const auto value = parameter.find("default");
+        if (name == parameter.end() || value == parameter.end() || !name->is_string() || !value->is_string()) {
+            throw std::runtime_error(path + ": expected texts \"name\" and \"default\" in a parameter, got " +
+                                     parameter.dump());
+        }
+        defaults.push_back({name->get<std::string>(), value->get<std::string>()});
+    }
+    return defaults;
+}
+
+}  // namespace desktop

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/** What the package manifest says of a parameter. */
+namespace desktop {
+
+struct ParameterDefault {
+    std::string name;
+    std::string value;
+};
+
+/**
+ * Reads the parameters' names and default values from a package manifest, in its order. Throws std::runtime_error,
+ * naming the file, what was expected and what came, when it cannot be read.
+ */
+std::vector<ParameterDefault> readManifestDefaults(const std::string& path);
+
+}  // namespace desktop

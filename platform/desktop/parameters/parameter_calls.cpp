@@ -1,0 +1,147 @@
+#include <exception>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include <axsdk/axparameter.h>
+
+#include "desktop_config.h"
+#include "parameter_store.h"
+
+/*
+ * The parameter store's C interface over one ParameterStore. Full names from "root." down are the platform's own
+ * parameters; short names are the application's.
+ */
+
+namespace {
+
+struct Subscription {
+    AXParameterCallback function;
+    gpointer userData;
+};
+
+/** A change on its way to a callback on the main context. */
+struct Change {
+    Subscription subscription;
+    std::string name;
+    std::string value;
+};
+
+gboolean refuse(GError** error, AXParameterErrorCode code, const std::string& message) {
+    g_set_error_literal(error, AX_PARAMETER_ERROR, code, message.c_str());
+    return FALSE;
+}
+
+std::vector<desktop::ParameterDefault> allDefaults() {
+    std::vector<desktop::ParameterDefault> defaults;
+    if (const std::string& manifest = desktop::desktopConfig().manifest; !manifest.empty()) {
+        defaults = desktop::readManifestDefaults(manifest);
+    }
+    defaults.push_back({"root.Image.I0.Appearance.Rotation", "0"});
+    defaults.push_back({"root.ImageSource.I0.Sensor.AspectRatio", "16:9"});
+    return defaults;
+}
+
+}  // namespace
+
+struct _AXParameter {
+    desktop::ParameterStore store{desktop::desktopConfig().stateFolder + "/parameters.db", allDefaults()};
+    std::mutex mutex; /**< guards subscriptions */
+    std::map<std::string, Subscription> subscriptions;
+};
+
+GQuark ax_parameter_error_quark() {
+    return g_quark_from_static_string("ax-parameter-error-quark");
+}
+
+AXParameter* ax_parameter_new(const gchar*, GError** error) {
+    try {
+        return std::make_unique<_AXParameter>().release();
+    } catch (const std::exception& exception) {
+        refuse(error, AX_PARAMETER_FILE_FORMAT_ERROR, exception.what());
+        return nullptr;
+    }
+}
+
+void ax_parameter_free(AXParameter* self) {
+    const std::unique_ptr<_AXParameter> owner(self);
+}
+
+gboolean ax_parameter_add(AXParameter* self, const gchar* name, const gchar* initialValue, const gchar*,
+                          GError** error) {
+    try {
+        if (!self->store.add(name, initialValue)) {
+            return refuse(error, AX_PARAMETER_PARAM_ADDED_ERROR, std::string(name) + " is there already");
+        }
+        return TRUE;
+    } catch (const std::exception& exception) {
+        return refuse(error, AX_PARAMETER_FILE_WRITE_ERROR, exception.what());
+    }
+}
+
+gboolean ax_parameter_get(AXParameter* self, const gchar* name, gchar** value, GError** error) {
+    try {
+        const std::optional<std::string> text = self->store.get(name);
+        if (!text) {
+            return refuse(error, AX_PARAMETER_PARAM_GET_ERROR, std::string("no parameter ") + name);
+        }
+        *value = g_strdup(text->c_str());
+        return TRUE;
+    } catch (const std::exception& exception) {
+        return refuse(error, AX_PARAMETER_PARAM_GET_ERROR, exception.what());
+    }
+}
+
+gboolean ax_parameter_set(AXParameter* self, const gchar* name, const gchar* value, gboolean, GError** error) {
+    try {
+        self->store.set(name, value);
+    } catch (const std::exception& exception) {
+        return refuse(error, AX_PARAMETER_PARAM_SET_ERROR, exception.what());
+    }
+    const std::lock_guard lock(self->mutex);
+    const auto found = self->subscriptions.find(name);
+    if (found != self->subscriptions.end()) {
+        auto change = std::make_unique<Change>(Change{found->second, name, value});
+        g_idle_add_full(
+            G_PRIORITY_DEFAULT_IDLE,
+            [](gpointer data) -> gboolean {
+                const auto* const arrived = static_cast<Change*>(data);
+                arrived->subscription.function(arrived->name.c_str(), arrived->value.c_str(),
+                                               arrived->subscription.userData);
+                return G_SOURCE_REMOVE;
+            },
+            change.release(), [](gpointer data) { const std::unique_ptr<Change> owner(static_cast<Change*>(data)); });
+    }
+    return TRUE;
+}
+
+gboolean ax_parameter_register_callback(AXParameter* self, const gchar* name, AXParameterCallback callback,
+                                        gpointer userData, GError** error) {
+    try {
+        if (!self->store.get(name)) {
+            return refuse(error, AX_PARAMETER_CALLBACK_ERROR, std::string("no parameter ") + name);
+        }
+    } catch (const std::exception& exception) {
+        return refuse(error, AX_PARAMETER_CALLBACK_ERROR, exception.what());
+    }
+    const std::lock_guard lock(self->mutex);
+    self->subscriptions[name] = {callback, userData};
+    return TRUE;
+}
+
+GList* ax_parameter_list(AXParameter* self, GError** error) {
+    try {
+        GList* names = nullptr;
+        for (const std::string& name : self->store.names()) {
+            if (name.rfind("root.", 0) != 0) {
+                names = g_list_prepend(names, g_strdup(name.c_str()));
+            }
+        }
+        return g_list_reverse(names);
+    } catch (const std::exception& exception) {
+        refuse(error, AX_PARAMETER_PARAM_LIST_ERROR, exception.what());
+        return nullptr;
+    }
+}

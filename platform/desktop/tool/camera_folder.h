@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "desktop_config.h"
+
+/**
+ * The folder in which one camera lives on a desktop: its parameters and events, and under root/ what a camera's file
+ * system holds: the installed package, which is the application's working folder, and the model.
+ */
+namespace desktop {
+
+/** Where the package's own files lie: manifest, model cards, scenes. SENVO_PACKAGE in the environment replaces it. */
+std::filesystem::path packageFolder();
+
+/**
+ * Finds a model card by its path or, without one, by its name among the package's ("motion" is motion.json). Throws
+ * std::runtime_error that lists the package's cards when there is none.
+ */
+std::filesystem::path findModelCard(const std::string& nameOrPath);
+
+class CameraFolder {
+public:
+    /** Lays the folder out, or uses what is there. Throws std::runtime_error naming the folder and the reason. */
+    explicit CameraFolder(const std::filesystem::path& folder);
+
+    const std::filesystem::path& path() const { return m_path; }
+
+    /** What stands for "/" on this camera. */
+    std::filesystem::path root() const { return m_path / "root"; }
+
+    /** The application's working folder. */
+    std::filesystem::path application() const;
+
+    /** The application's log file. */
+    std::filesystem::path log() const { return application() / "localdata" / "SenvoLog.txt"; }
+
+    /** The file that the platform's services read their configuration from. */
+    std::filesystem::path configFile() const { return m_path / "desktop.json"; }
+
+    /**
+     * Puts a model card where the application expects its model, for both mountings, each with the size of the picture
+     * that the application then writes. Throws std::runtime_error naming the card and what is wrong with it.
+     */
+    void installModel(const std::filesystem::path& card, uint32_t width, uint32_t height) const;
+
+    /** Writes the services' configuration. */
+    void writeConfig(const DesktopConfig& config) const;
+
+private:
+    std::filesystem::path m_path;
+};
+
+}  // namespace desktop

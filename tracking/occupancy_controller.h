@@ -1,0 +1,17 @@
+#pragma once
+
+/** The live occupancy: what came in less what went out, never below zero. */
+class occupancy_controller {
+public:
+    void init(int count) { m_Count = count; }
+    void increase_count() { ++m_Count; }
+
+    /** Saturates at zero: an exit whose entry was missed leaves the count alone. */
+    void decrease_count();
+
+    void reset_count() { m_Count = 0; }
+    int get_count() const { return m_Count; }
+
+private:
+    int m_Count = 0;
+};
