@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <new>
 
 extern "C" {
 #include <libavutil/frame.h>
+#include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
@@ -22,10 +24,25 @@ int evenNear(double value, int limit) {
     return std::clamp(2 * static_cast<int>(std::lround(value / 2.0)), 2, limit);
 }
 
-bool isFullRange(const AVFrame& picture) {
-    const auto format = static_cast<AVPixelFormat>(picture.format);
-    return picture.color_range == AVCOL_RANGE_JPEG || format == AV_PIX_FMT_YUVJ420P || format == AV_PIX_FMT_YUVJ422P ||
-           format == AV_PIX_FMT_YUVJ444P;
+struct Format {
+    AVPixelFormat layout;
+    bool fullRange;
+};
+
+/** The old formats that say "full range" in their name become a layout and a range, as the scaler wants them. */
+Format formatOf(const AVFrame& picture) {
+    switch (picture.format) {
+        case AV_PIX_FMT_YUVJ420P:
+            return {AV_PIX_FMT_YUV420P, true};
+        case AV_PIX_FMT_YUVJ422P:
+            return {AV_PIX_FMT_YUV422P, true};
+        case AV_PIX_FMT_YUVJ444P:
+            return {AV_PIX_FMT_YUV444P, true};
+        case AV_PIX_FMT_YUVJ440P:
+            return {AV_PIX_FMT_YUV440P, true};
+        default:
+            return {static_cast<AVPixelFormat>(picture.format), picture.color_range == AVCOL_RANGE_JPEG};
+    }
 }
 
 void copyRows(const uint8_t* from, int fromStride, uint8_t* to, int toStride, int bytes, int rows) {
@@ -81,6 +98,31 @@ void rotateNv12(const uint8_t* from, uint8_t* to, int width, int height, int rot
 
 }  // namespace
 
+/** Makes the scaler of an input. Its range is set before it starts, which then chooses its ways by it. */
+SwsContext* FrameConverter::makeScaler(const Input& input) {
+    SwsContext* scaler = sws_alloc_context();
+    if (scaler == nullptr) {
+        throw std::bad_alloc();
+    }
+    av_opt_set_int(scaler, "srcw", input.width, 0);
+    av_opt_set_int(scaler, "srch", input.height, 0);
+    av_opt_set_int(scaler, "src_format", input.layout, 0);
+    av_opt_set_int(scaler, "src_range", input.fullRange ? 1 : 0, 0);
+    av_opt_set_int(scaler, "dstw", input.scaledWidth, 0);
+    av_opt_set_int(scaler, "dsth", input.scaledHeight, 0);
+    av_opt_set_int(scaler, "dst_format", AV_PIX_FMT_NV12, 0);
+    av_opt_set_int(scaler, "dst_range", 0, 0);
+    av_opt_set_int(scaler, "sws_flags", SWS_BILINEAR | SWS_ACCURATE_RND | SWS_BITEXACT, 0);
+    if (sws_init_context(scaler, nullptr, nullptr) < 0) {
+        sws_freeContext(scaler);
+        const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(input.layout));
+        throw VideoError(VDO_ERROR_FAILED, "cannot convert " + std::to_string(input.width) + "x" +
+                                               std::to_string(input.height) + " " +
+                                               (name != nullptr ? name : "unknown format") + " to NV12");
+    }
+    return scaler;
+}
+
 void FrameConverter::FreeScaler::operator()(SwsContext* scaler) const {
     sws_freeContext(scaler);
 }
@@ -108,25 +150,18 @@ void FrameConverter::convert(const AVFrame& picture, uint8_t* out) {
 }
 
 const AVFrame& FrameConverter::scale(const AVFrame& picture, int width, int height) {
-    if (picture.format == AV_PIX_FMT_NV12 && picture.width == width && picture.height == height) {
+    const Format format = formatOf(picture);
+    if (format.layout == AV_PIX_FMT_NV12 && !format.fullRange && picture.width == width && picture.height == height) {
         return picture;
     }
     if (!m_scaled || m_scaled->width != width || m_scaled->height != height) {
         m_scaled = makeNv12Frame(width, height);
     }
-    // The cached context is remade by the library when the source's size or format has changed.
-    m_scaler.reset(sws_getCachedContext(m_scaler.release(), picture.width, picture.height,
-                                        static_cast<AVPixelFormat>(picture.format), width, height, AV_PIX_FMT_NV12,
-                                        SWS_BILINEAR | SWS_ACCURATE_RND | SWS_BITEXACT, nullptr, nullptr, nullptr));
-    if (!m_scaler) {
-        const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(picture.format));
-        throw VideoError(VDO_ERROR_FAILED, "cannot convert " + std::to_string(picture.width) + "x" +
-                                               std::to_string(picture.height) + " " +
-                                               (name != nullptr ? name : "unknown format") + " to NV12");
+    const Input input = {picture.width, picture.height, format.layout, format.fullRange, width, height};
+    if (!m_scaler || m_input != input) {
+        m_scaler.reset(makeScaler(input));
+        m_input = input;
     }
-    const int* coefficients = sws_getCoefficients(SWS_CS_DEFAULT);
-    sws_setColorspaceDetails(m_scaler.get(), coefficients, isFullRange(picture) ? 1 : 0, coefficients, 0, 0, 1 << 16,
-                             1 << 16);
     sws_scale(m_scaler.get(), picture.data, picture.linesize, 0, picture.height, m_scaled->data, m_scaled->linesize);
     return *m_scaled;
 }

@@ -27,12 +27,25 @@ private:
         void operator()(SwsContext* scaler) const;
     };
 
+    /** What a scaler was made for. */
+    struct Input {
+        int width = 0;
+        int height = 0;
+        int layout = -1;  // a pixel format of the library
+        bool fullRange = false;
+        int scaledWidth = 0;
+        int scaledHeight = 0;
+        bool operator==(const Input&) const = default;
+    };
+
+    static SwsContext* makeScaler(const Input& input);
     const AVFrame& scale(const AVFrame& picture, int width, int height);
 
     int m_width;
     int m_height;
     int m_rotation;
     std::unique_ptr<SwsContext, FreeScaler> m_scaler;
+    Input m_input;
     FramePtr m_scaled;               // aligned, since the scaler may write past a row's end
     std::vector<uint8_t> m_upright;  // the frame before rotation
 };

@@ -1,6 +1,7 @@
 #include <array>
 #include <cmath>
 #include <numbers>
+#include <vector>
 
 #include "scene_painter.h"
 
@@ -12,6 +13,15 @@ constexpr double kFarKerb = 112.0;
 constexpr double kRoadTop = 126.0;
 constexpr double kRoadBottom = 266.0;
 constexpr double kPlaceTop = 280.0;
+
+/** Returns first, first + step, ... below end. */
+std::vector<double> steps(double first, double end, double step) {
+    std::vector<double> places(static_cast<std::size_t>(std::ceil((end - first) / step)));
+    for (std::size_t index = 0; index < places.size(); ++index) {
+        places[index] = first + static_cast<double>(index) * step;
+    }
+    return places;
+}
 
 void fillBox(cairo_t* cairo, Colour colour, double x, double y, double width, double height, double opacity = 1.0) {
     setColour(cairo, colour, opacity);
@@ -108,7 +118,7 @@ void drawStreet(cairo_t* cairo, const Scene& scene) {
 
     fillBox(cairo, 0x44484d, 0, kRoadTop, width, kRoadBottom - kRoadTop);
     fillBox(cairo, 0x35383c, 0, kRoadTop, width, 3);
-    for (double x = 10; x < width; x += 90) {
+    for (const double x : steps(10, width, 90)) {
         fillBox(cairo, 0xd9dadb, x, 206, 48, 4, 0.8);
     }
     // The stretch of road whose traffic is counted.
@@ -116,7 +126,7 @@ void drawStreet(cairo_t* cairo, const Scene& scene) {
     const double right = scene.crossing.right * width;
     fillBox(cairo, 0x554f4a, left, kRoadTop + 3, right - left, kRoadBottom - kRoadTop - 3);
     for (const double x : {left, right}) {
-        for (double y = kRoadTop + 6; y < kRoadBottom - 8; y += 18) {
+        for (const double y : steps(kRoadTop + 6, kRoadBottom - 8, 18)) {
             fillBox(cairo, 0xe4d9a0, x - 2, y, 4, 11, 0.8);
         }
     }
@@ -139,9 +149,12 @@ void drawPaving(cairo_t* cairo, const Scene& scene) {
     constexpr double kVanishing = -520.0;
     setColour(cairo, 0x8f897e, 0.55);
     cairo_set_line_width(cairo, 1.5);
-    double row = 20;
-    for (double y = kPlaceTop; y < height; y += row, row *= 1.13) {
+    double y = kPlaceTop;
+    double slab = 20;
+    while (y < height) {
         strokeLine(cairo, 0, y, width, y);
+        y += slab;
+        slab *= 1.13;
     }
     for (int joint = -14; joint <= 14; ++joint) {
         const double atTop = width / 2 + joint * 62.0;
@@ -158,7 +171,7 @@ void drawSeats(cairo_t* cairo, const Scene& scene) {
     fillBox(cairo, 0xc7ad8a, left, top, right - left, bottom - top);
     setColour(cairo, 0xa58a66, 0.7);
     cairo_set_line_width(cairo, 1.5);
-    for (double y = top + 18; y < bottom; y += 18) {
+    for (const double y : steps(top + 18, bottom, 18)) {
         strokeLine(cairo, left, y, right, y);
     }
     setColour(cairo, 0x8d7350);
@@ -193,11 +206,11 @@ void drawDoor(cairo_t* cairo, const Scene& scene) {
     fillBox(cairo, 0x8f9aa3, left, top, width - left, scene.height - top);
     setColour(cairo, 0x77828b, 0.8);
     cairo_set_line_width(cairo, 1.5);
-    for (double y = top + 30; y < scene.height; y += 34) {
+    for (const double y : steps(top + 30, scene.height, 34)) {
         strokeLine(cairo, left, y, width, y);
     }
     fillBox(cairo, 0xe6c23a, left, top, 10, scene.height - top);
-    for (double y = top + 6; y < scene.height; y += 14) {
+    for (const double y : steps(top + 6, scene.height, 14)) {
         fillEllipse(cairo, 0xb8962a, left + 5, y, 2.5, 2.5);
     }
     setColour(cairo, 0xe8edf0, 0.75);

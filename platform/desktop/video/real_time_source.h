@@ -22,7 +22,7 @@ struct RealTimeSettings {
  * A source as a camera's sensor would be: its own thread reads it, keeps the newest frame, starts a recording again
  * when it has ended and opens a lost source again until it is back.
  */
-class RealTimeSource : public VideoSource {
+class RealTimeSource final : public VideoSource {
 public:
     /** Opens one pass; throws VideoError. Waits in it and in the reader end once the flag is set. */
     using Opener = std::function<std::unique_ptr<FrameReader>(const std::atomic<bool>& stop)>;

@@ -1,6 +1,9 @@
 #include "frame_converter.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <gtest/gtest.h>
+#include <vector>
 
 extern "C" {
 #include <libavutil/frame.h>
@@ -93,7 +96,7 @@ TEST(FrameConverterTest, RotatesClockwisePixelForPixel) {
                     << "luma, rotation " << row.rotation << " at " << x << "," << y;
             }
         }
-        const uint8_t* chroma = out.data() + kWidth * kHeight;
+        const uint8_t* chroma = out.data() + std::ptrdiff_t{kWidth} * kHeight;
         for (int y = 0; y < outHeight / 2; ++y) {
             for (int x = 0; x < row.outWidth / 2; ++x) {
                 const Place from = row.source(x, y, kWidth / 2, kHeight / 2);
@@ -148,7 +151,7 @@ TEST(FrameConverterTest, ChromaIsInterleavedBlueFirst) {
     }
     std::vector<uint8_t> out(nv12Size(320, 180));
     FrameConverter(320, 180, 0).convert(*picture, out.data());
-    for (std::size_t index = 320 * 180; index < out.size(); index += 2) {
+    for (std::size_t index = std::size_t{320} * 180; index < out.size(); index += 2) {
         ASSERT_EQ(out[index], 60) << "U at " << index;
         ASSERT_EQ(out[index + 1], 190) << "V at " << index;
     }
@@ -168,7 +171,7 @@ TEST(FrameConverterTest, FollowsASourceThatChangesItsSize) {
     EXPECT_EQ(out[320 * 90 + 160], 50);
     converter.convert(*plainPicture(AV_PIX_FMT_YUV420P, 180, 180, 90), out.data());
     EXPECT_EQ(out[320 * 90 + 160], 90);
-    EXPECT_EQ(out[320 * 90], 16) << "no bar beside the square picture";
+    EXPECT_EQ(out[std::size_t{320} * 90], 16) << "no bar beside the square picture";
 }
 
 }  // namespace

@@ -141,6 +141,17 @@ protected:
         }
     }
 
+    /** Takes the next frame, however long it takes. */
+    uint64_t takeOne(RealTimeSource& source, uint64_t after = 0) {
+        for (;;) {
+            try {
+                return source.newest(after, m_stopped).number;
+            } catch (const VideoError& error) {
+                EXPECT_EQ(error.code(), VDO_ERROR_NO_VIDEO);
+            }
+        }
+    }
+
     const video_test::TemporaryFolder m_folder;
     const std::atomic<bool> m_stopped = false;
     std::string m_loss;
@@ -158,15 +169,7 @@ TEST_F(NetworkTest, ALostCameraIsAnErrorAndComesBack) {
     EXPECT_EQ(m_loss.find("secret"), std::string::npos) << m_loss;
 
     camera.allowOne();
-    uint64_t number = seen;
-    while (number == seen) {
-        try {
-            number = source->newest(seen, m_stopped).number;
-        } catch (const VideoError& error) {
-            EXPECT_EQ(error.code(), VDO_ERROR_NO_VIDEO);
-        }
-    }
-    EXPECT_GT(number, seen) << "frames after the camera is back";
+    EXPECT_GT(takeOne(*source, seen), seen) << "frames after the camera is back";
 }
 
 TEST_F(NetworkTest, ACameraThatTurnsUsAwayIsAnErrorOfTheCall) {
@@ -184,12 +187,11 @@ TEST_F(NetworkTest, ACameraThatTurnsUsAwayIsAnErrorOfTheCall) {
 TEST_F(NetworkTest, ASourceThatWaitsForASilentCameraCanBeDestroyed) {
     Camera camera(transportStream(), Camera::After::FallSilent);
     camera.allowOne();
-    auto opening = std::thread([&] {
-        // The camera keeps the line open; only our own stop flag can end the read.
+    {
+        // The camera keeps the line open: only the source's own stop flag can end the read.
         const auto source = open(camera.url());
-        EXPECT_GT(source->newest(0, m_stopped).number, 0U);
-    });
-    opening.join();
+        EXPECT_GT(takeOne(*source), 0U);
+    }
     camera.hangUp();
 }
 

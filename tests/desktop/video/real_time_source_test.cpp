@@ -163,8 +163,9 @@ TEST_F(RealTimeSourceTest, AMachineThatWasHeldUpGoesOnFromThere) {
     RealTimeSource source(script({{.times = {0, 100, 200}}}), "clip", settings());
     m_clock.awaitWaiter(100ms);
     m_clock.advance(60s);
-    m_clock.awaitWaiter(60s);  // the frame due at 200 ms is rebased to now, the pass's next start follows from it
-    EXPECT_EQ(source.newest(0, m_stopped).number, 2U);
+    // The frame that was due at 200 ms is shown now, and the next pass follows its interval later.
+    m_clock.awaitWaiter(60s + 100ms);
+    EXPECT_EQ(source.newest(0, m_stopped).number, 3U);
 }
 
 TEST_F(RealTimeSourceTest, ALiveSourceIsNotPaced) {

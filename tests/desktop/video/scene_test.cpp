@@ -143,8 +143,8 @@ TEST(PlazaTruthTest, AlertsFollowFromTheStays) {
     const double threshold = truth["settings"]["detection1_threshold_seconds"];
     int alerts = 0;
     double lastLeft = -10.0;
-    for (const auto& passages = allPassages(plaza(), plaza().seats); const Passage& passage : passages) {
-        static double entered = 0.0;
+    double entered = 0.0;
+    for (const Passage& passage : allPassages(plaza(), plaza().seats)) {
         if (passage.enters) {
             EXPECT_GT(passage.seconds - lastLeft, 2.0) << "stays run into each other at " << passage.seconds;
             entered = passage.seconds;
@@ -302,7 +302,7 @@ std::vector<std::string> shotsOfPlaza() {
     std::vector<std::string> shots;
     video_test::ErrorSlot error;
     for (int second = 0; second < 60; second += 10) {
-        setVirtualTime(second * 1'000'000);
+        setVirtualTime(int64_t{second} * 1'000'000);
         shots.push_back(video_test::fetchFrame(stream.get(), nv12Size(1280, 720), error));
         EXPECT_FALSE(shots.back().empty()) << error.message();
     }
