@@ -1,5 +1,5 @@
-// The engine for fixed cameras: background (motion_background), blobs (motion_blobs), tracks (motion_tracks) and classes
-// (motion_classes), in this order once per cycle, on a picture of about 320 pixels' width.
+// The engine for fixed cameras: background (motion_background), blobs (motion_blobs), tracks (motion_tracks) and
+// classes (motion_classes), in this order once per cycle, on a picture of about 320 pixels' width.
 //
 // The engine knows cycles, not time: with cycles of 100 ms "absorbCycles" of 3000 are five minutes.
 
@@ -7,16 +7,15 @@
 
 #include <algorithm>
 #include <cmath>
-
 #include <opencv2/imgproc.hpp>
 
 namespace desktop {
 namespace {
 
-constexpr int kWorkingSide = 320;       // the longer side of the working picture
-constexpr int kRestOfGhost = 5;         // cycles after which a ghost goes
-constexpr int kRestOfLight = 25;        // cycles after which a patch of light goes
-constexpr double kGhost = -0.25;        // founding
+constexpr int kWorkingSide = 320;  // the longer side of the working picture
+constexpr int kRestOfGhost = 5;    // cycles after which a ghost goes
+constexpr int kRestOfLight = 25;   // cycles after which a patch of light goes
+constexpr double kGhost = -0.25;   // founding
 constexpr double kLight = 0.1;
 
 cv::Size workingSize(cv::Size picture) {
