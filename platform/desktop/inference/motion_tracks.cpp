@@ -26,6 +26,7 @@ constexpr int kCyclesToBelieveUnclear = 10;  // at the picture's edge, with any 
 constexpr double kLeads = 0.75;
 constexpr double kFitsNothing = -6;  // evidence below which an outline is no object's
 constexpr double kFounded = 0.2;
+constexpr double kGhostly = -0.25;
 constexpr int kCyclesToBelieveSudden = 4;  // first seen in mid-picture
 constexpr double kTravelled = 3;           // pixels that only a moving thing covers
 constexpr double kOwnSizes = 0.25;         // the same, in mid-picture, where lights and remains of others appear
@@ -208,10 +209,14 @@ void MotionTracks::see(MotionTrack& track, const Blob& blob) const {
         track.edges[i] =
             std::clamp(track.edges[i], 0.0, static_cast<double>(i % 2 == 0 ? m_picture.width : m_picture.height));
     }
+    // what shrinks fast must not turn inside out
+    track.edges[2] = std::max(track.edges[2], track.edges[0] + 1);
+    track.edges[3] = std::max(track.edges[3], track.edges[1] + 1);
     ++track.seen;
     track.missed = 0;
     track.blob = blob;
     track.founding += (track.seen == 1 ? 1 : 0.3) * (blob.founding - track.founding);
+    track.ghostly = track.founding < kGhostly ? track.ghostly + 1 : 0;
     const cv::Point2d centre = centreOf(track.box());
     constexpr double kRestless = 2;
     if (std::hypot(centre.x - track.restingPlace.x, centre.y - track.restingPlace.y) > kRestless) {

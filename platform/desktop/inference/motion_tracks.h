@@ -28,6 +28,7 @@ struct MotionTrack {
     double founding = 1; /**< mean of its blobs' founding, of late */
     int seen = 0;        /**< cycles in which it was seen */
     int missed = 0;      /**< cycles since it was last seen */
+    int ghostly = 0;     /**< cycles since its founding was last that of a thing */
     int resting = 0;     /**< cycles since it last moved */
     cv::Point2d restingPlace;
     bool shown = false; /**< it has been confirmed */
