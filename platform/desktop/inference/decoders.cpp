@@ -72,7 +72,8 @@ struct Box {
 /** Collects candidates that are good enough and of a class that is wanted. */
 class Collector {
 public:
-    Collector(const std::map<int, ObjectClass>& classes, float threshold) : m_classes(classes), m_threshold(threshold) {}
+    Collector(const std::map<int, ObjectClass>& classes, float threshold)
+        : m_classes(classes), m_threshold(threshold) {}
 
     void add(int networkClass, float score, const Box& box) {
         const auto wanted = m_classes.find(networkClass);
@@ -213,8 +214,9 @@ void checkOutputs(Decoder decoder, const std::vector<cv::Mat>& outputs, cv::Size
                 return output.size[layout.valuesDim] > layout.firstClass;
         }
     });
-    const std::string expected = std::string("\"decoder\": ") + layout.decoder + " expected " + layout.expected +
-                                 (decoder == Decoder::Yolox ? " with " + std::to_string(yoloxCells(input)) + " cells" : "");
+    const std::string expected =
+        std::string("\"decoder\": ") + layout.decoder + " expected " + layout.expected +
+        (decoder == Decoder::Yolox ? " with " + std::to_string(yoloxCells(input)) + " cells" : "");
     if (!countFits || !shapesFit) {
         throw std::runtime_error(expected + ", the network gave " + shapesOf(outputs));
     }

@@ -1,9 +1,8 @@
 #pragma once
 
 #include <map>
-#include <vector>
-
 #include <opencv2/core/mat.hpp>
+#include <vector>
 
 #include "model_card.h"
 

@@ -5,8 +5,8 @@
 namespace desktop {
 namespace {
 
-constexpr std::array<const char*, kObjectClassCount> kClassNames = {"Person", "Bicycle", "Car",   "Motorcycle", "Airplane",
-                                                                    "Bus",    "Train",   "Truck", "Boat"};
+constexpr std::array<const char*, kObjectClassCount> kClassNames = {
+    "Person", "Bicycle", "Car", "Motorcycle", "Airplane", "Bus", "Train", "Truck", "Boat"};
 
 bool better(const Detection& a, const Detection& b) {
     return a.score > b.score;

@@ -1,9 +1,8 @@
 #pragma once
 
 #include <memory>
-#include <vector>
-
 #include <opencv2/core/mat.hpp>
+#include <vector>
 
 #include "detections.h"
 #include "model_card.h"

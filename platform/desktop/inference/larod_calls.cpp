@@ -6,18 +6,17 @@
 //
 // One session is used by one thread at a time; separate sessions share nothing.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <sys/stat.h>
 #include <type_traits>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -392,8 +391,8 @@ bool larodRunJob(larodConnection* connection, const larodJobRequest* request, la
         }
         readInput(request->input, served->picture);
         const desktop::ResultTensors results = desktop::packResultTensors(served->engine->detect(served->picture));
-        const std::array<const float*, kOutputBytes.size()> values = {
-            results.locations.data(), results.classes.data(), results.scores.data(), results.count.data()};
+        const std::array<const float*, kOutputBytes.size()> values = {results.locations.data(), results.classes.data(),
+                                                                      results.scores.data(), results.count.data()};
         for (size_t i = 0; i < values.size(); ++i) {
             writeOutput(i, request->outputs[i].fd, values[i], kOutputBytes[i]);
         }

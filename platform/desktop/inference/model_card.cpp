@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
-
-#include <nlohmann/json.hpp>
 
 namespace desktop {
 namespace {
@@ -166,9 +165,12 @@ void readMotion(const std::string& key, const Json& value, MotionCard& card) {
 }
 
 Readers networkReaders(NetworkCard& card) {
-    static const NameTable<Decoder> decoders = {{"yolo-darknet", Decoder::YoloDarknet}, {"yolov5", Decoder::Yolov5},
-                                                {"yolov8", Decoder::Yolov8},            {"yolox", Decoder::Yolox},
-                                                {"ssd", Decoder::Ssd},                  {"fastestdet", Decoder::FastestDet}};
+    static const NameTable<Decoder> decoders = {{"yolo-darknet", Decoder::YoloDarknet},
+                                                {"yolov5", Decoder::Yolov5},
+                                                {"yolov8", Decoder::Yolov8},
+                                                {"yolox", Decoder::Yolox},
+                                                {"ssd", Decoder::Ssd},
+                                                {"fastestdet", Decoder::FastestDet}};
     return {{"network", [&](auto& k, auto& v) { card.files = readFiles(k, v); }},
             {"input", [&](auto& k, auto& v) { readNetworkInput(k, v, card); }},
             {"decoder", [&](auto& k, auto& v) { card.decoder = oneOf(decoders, k, v); }},
@@ -202,9 +204,10 @@ ModelCard parseModelCard(const std::string& json) {
         {"name", [&](auto& k, auto& v) { card.name = textOf(k, v); }},
         {"engine", [](auto&, auto&) {}},
         {"tensor", [&](auto& k, auto& v) {
-             readObject(k, v,
-                        {{"width", [&](auto& kk, auto& vv) { card.tensorWidth = integerBetween(64, 4096, kk, vv); }},
-                         {"height", [&](auto& kk, auto& vv) { card.tensorHeight = integerBetween(64, 4096, kk, vv); }}});
+             readObject(
+                 k, v,
+                 {{"width", [&](auto& kk, auto& vv) { card.tensorWidth = integerBetween(64, 4096, kk, vv); }},
+                  {"height", [&](auto& kk, auto& vv) { card.tensorHeight = integerBetween(64, 4096, kk, vv); }}});
          }}};
     if (card.engine == EngineKind::Motion) {
         readers.emplace_back("motion", [&](auto& k, auto& v) { readMotion(k, v, card.motion); });

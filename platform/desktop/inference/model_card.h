@@ -33,13 +33,13 @@ enum class Decoder {
 
 /** "network", "input", "decoder", "classes", "threshold" and "nms" of a card for the engine opencv-dnn. */
 struct NetworkCard {
-    std::vector<std::string> files; /**< "network": absolute, or relative to the desktop's folder of networks */
-    int width = 0;                  /**< "input"."width": pixels; needed */
-    int height = 0;                 /**< "input"."height": pixels; needed */
-    bool swapToBgr = false;         /**< "input"."order": "RGB" (default) or "BGR" */
-    double scale = 1.0 / 255;       /**< "input"."scale": a value v enters the network as (v - mean) * scale */
-    std::array<double, 3> mean{};   /**< "input"."mean": one per channel, in the network's order */
-    Fit fit = Fit::Stretch;         /**< "input"."fit": "stretch" (default) or "letterbox" */
+    std::vector<std::string> files;         /**< "network": absolute, or relative to the desktop's folder of networks */
+    int width = 0;                          /**< "input"."width": pixels; needed */
+    int height = 0;                         /**< "input"."height": pixels; needed */
+    bool swapToBgr = false;                 /**< "input"."order": "RGB" (default) or "BGR" */
+    double scale = 1.0 / 255;               /**< "input"."scale": a value v enters the network as (v - mean) * scale */
+    std::array<double, 3> mean{};           /**< "input"."mean": one per channel, in the network's order */
+    Fit fit = Fit::Stretch;                 /**< "input"."fit": "stretch" (default) or "letterbox" */
     Decoder decoder = Decoder::YoloDarknet; /**< "decoder": needed */
     std::map<int, ObjectClass> classes;     /**< "classes": index in the network to our name; others are dropped */
     float threshold = 0.05F;                /**< "threshold": lowest score handed on; the application has its own */
@@ -76,12 +76,12 @@ enum class EngineKind {
 };
 
 struct ModelCard {
-    std::string name;                        /**< "name": for messages */
-    EngineKind engine = EngineKind::Motion;  /**< "engine": needed */
-    int tensorWidth = 960;                   /**< "tensor"."width": pixels of the picture the application writes */
-    int tensorHeight = 540;                  /**< "tensor"."height" */
-    NetworkCard network;                     /**< for opencv-dnn */
-    MotionCard motion;                       /**< for motion */
+    std::string name;                       /**< "name": for messages */
+    EngineKind engine = EngineKind::Motion; /**< "engine": needed */
+    int tensorWidth = 960;                  /**< "tensor"."width": pixels of the picture the application writes */
+    int tensorHeight = 540;                 /**< "tensor"."height" */
+    NetworkCard network;                    /**< for opencv-dnn */
+    MotionCard motion;                      /**< for motion */
 };
 
 /** Reads a card. Throws std::runtime_error that names the key, what was expected and what came. */

@@ -19,7 +19,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-
 #include <opencv2/imgproc.hpp>
 
 namespace desktop {
@@ -185,7 +184,8 @@ void MotionBackground::classify() {
             }
             const float variance = std::max(0.0F, squares[x] - ratio[x] * ratio[x]);
             const bool light = m_card.ignoreShadows && chroma[x] < kSameColour && ratio[x] > kDarkestShadow &&
-                               ratio[x] < kBrightestLamp && variance < kSmoothRatio * kSmoothRatio * ratio[x] * ratio[x];
+                               ratio[x] < kBrightestLamp &&
+                               variance < kSmoothRatio * kSmoothRatio * ratio[x] * ratio[x];
             evidence[x] = light ? kLightChange : (change[x] < 1 ? kWeakChange : kStrongChange);
         }
     }
@@ -195,8 +195,8 @@ void MotionBackground::noticeTotalChange() {
     int changed = 0;
     for (int y = 0; y < m_evidence.rows; ++y) {
         const auto* evidence = m_evidence.ptr<unsigned char>(y);
-        changed += static_cast<int>(std::count_if(evidence, evidence + m_evidence.cols,
-                                                  [](unsigned char e) { return e >= kWeakChange; }));
+        changed += static_cast<int>(
+            std::count_if(evidence, evidence + m_evidence.cols, [](unsigned char e) { return e >= kWeakChange; }));
     }
     if (changed < kTotalChangePart * static_cast<double>(m_evidence.total())) {
         m_totalChangeCycles = 0;
@@ -240,7 +240,8 @@ void MotionBackground::learn(const cv::Mat& kept) {
             const std::array<float, 2> disturbance = {std::abs(deviation[0]),
                                                       std::max(std::abs(deviation[1]), std::abs(deviation[2]))};
             for (int i = 0; i < 2; ++i) {
-                noise[x][i] += std::max(kLearnRate / 2, calmRate / 2) * (disturbance[static_cast<size_t>(i)] - noise[x][i]);
+                noise[x][i] +=
+                    std::max(kLearnRate / 2, calmRate / 2) * (disturbance[static_cast<size_t>(i)] - noise[x][i]);
                 noise[x][i] = std::clamp(noise[x][i], 1.0F, kLargestNoise);
             }
         }

@@ -22,7 +22,8 @@ class MotionBackground {
 public:
     explicit MotionBackground(const MotionCard& card);
 
-    /** Compares a picture with what is expected under the picture's own exposure; the first one becomes the background. */
+    /** Compares a picture with what is expected under the picture's own exposure; the first one becomes the background.
+     */
     void compare(const cv::Mat& picture);
 
     /** PixelEvidence of the last compared picture (CV_8U). Empty of evidence while everything changes at once. */
@@ -45,19 +46,19 @@ private:
     void noticeTotalChange();
 
     MotionCard m_card;
-    int m_cycles = 0;          /**< pictures learned from */
+    int m_cycles = 0; /**< pictures learned from */
     int m_totalChangeCycles = 0;
-    cv::Mat m_mean;            /**< CV_32FC3: Y, Cr, Cb under the reference exposure */
-    cv::Mat m_noise;           /**< CV_32FC2: mean absolute deviation of brightness, of colour */
-    cv::Mat m_picture;         /**< the last compared picture */
+    cv::Mat m_mean;    /**< CV_32FC3: Y, Cr, Cb under the reference exposure */
+    cv::Mat m_noise;   /**< CV_32FC2: mean absolute deviation of brightness, of colour */
+    cv::Mat m_picture; /**< the last compared picture */
     cv::Mat m_expected;
-    cv::Mat m_change;          /**< CV_32F: deviation in multiples of what counts as strong */
-    cv::Mat m_chroma;          /**< CV_32F: deviation of colour alone, likewise */
-    cv::Mat m_ratio;           /**< CV_32F: brightness over expected brightness */
+    cv::Mat m_change; /**< CV_32F: deviation in multiples of what counts as strong */
+    cv::Mat m_chroma; /**< CV_32F: deviation of colour alone, likewise */
+    cv::Mat m_ratio;  /**< CV_32F: brightness over expected brightness */
     cv::Mat m_ratioMean;
     cv::Mat m_ratioSpread;
     cv::Mat m_evidence;
-    double m_gain = 1;         /**< the picture's exposure: Y = gain * mean + offset */
+    double m_gain = 1; /**< the picture's exposure: Y = gain * mean + offset */
     double m_offset = 0;
     double m_crShift = 0;
     double m_cbShift = 0;

@@ -17,7 +17,6 @@
 
 #include <algorithm>
 #include <cmath>
-
 #include <opencv2/imgproc.hpp>
 
 #include "motion_background.h"
@@ -127,11 +126,13 @@ void joinFragments(std::vector<Blob>& fragments, const cv::Mat& changed) {
     }
 }
 
-bool hasStrongPart(const Blob& blob, const cv::Mat& evidence) {
-    cv::Mat strong = evidence(blob.box) == kStrongChange;
-    strong &= blob.mask;
-    constexpr double kStrongPart = 0.25;
-    return cv::countNonZero(strong) >= kStrongPart * blob.area;
+/** Whether strong changes make up enough of a blob and of the changed light that it encloses: a shadow has only a rim.
+ */
+bool hasStrongPart(const Blob& blob, const cv::Mat& evidence, const cv::Mat& changed) {
+    const cv::Mat strong = (evidence(blob.box) == kStrongChange) & blob.mask;
+    const cv::Mat enclosed = commonHull(blob, blob, blob.box) & changed(blob.box);
+    constexpr double kStrongPart = 0.35;
+    return cv::countNonZero(strong) >= kStrongPart * cv::countNonZero(enclosed);
 }
 
 }  // namespace
@@ -155,7 +156,7 @@ std::vector<Blob> findBlobs(const cv::Mat& evidence, double smallestArea) {
     for (Blob& fragment : fragments) {
         fillHoles(fragment.mask);
         fragment.area = cv::countNonZero(fragment.mask);
-        if (fragment.area >= smallestArea && hasStrongPart(fragment, evidence)) {
+        if (fragment.area >= smallestArea && hasStrongPart(fragment, evidence, changed)) {
             blobs.push_back(std::move(fragment));
         }
     }

@@ -3,8 +3,9 @@
 // Idea: each class has a usual shape: people are tall, narrow at the head and change their outline at every step;
 // vehicles are solid, nearly rectangular in some direction, and rigid; a cyclist is about as wide as tall and sparse; a
 // bus is a vehicle that is long and large in the picture. Every cycle adds the logarithm of how well the outline suits
-// each class. An outline that the picture's edge cuts counts little. The class is what the whole life of the object
-// speaks for, and once decided it changes only against clear evidence.
+// each class; of small objects only the height compared with the width tells much. An outline that the picture's edge
+// cuts counts little. The class is what the whole life of the object speaks for, and once decided it changes only
+// against clear evidence.
 //
 // Limits: shape alone does not tell a group of people from a cyclist, nor a van from above from a bus.
 // To tune: list on the card only the "classes" that may appear before this camera.
@@ -13,9 +14,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
-
 #include <opencv2/imgproc.hpp>
+#include <utility>
 
 namespace desktop {
 namespace {
@@ -49,8 +49,26 @@ double suitsTallness(const Shape& s, double tallness, double usual, double devia
     return s.cutInWidth ? atLeast(tallness, usual, deviation) : suits(tallness, usual, deviation);
 }
 
+double personShape(const Shape& s) {
+    const double tallness = std::log(s.tallness);
+    const double head = s.cutAtTop ? 0 : atMost(s.headWidth, 0.5, 0.1);
+    // even of head and shoulders alone the picture shows something that is not flat
+    const double notFlat = s.cutInWidth ? 0 : atLeast(tallness, std::log(0.7), 0.25);
+    return suitsTallness(s, tallness, std::log(2.4), 0.4) + notFlat +
+           s.detail * (atMost(s.solidity, 0.87, 0.05) + atLeast(s.solidity, 0.65, 0.12) + head +
+                       atMost(s.rectangular, 0.71, 0.07));
+}
+
+double cyclistShape(const Shape& s) {
+    constexpr double kRarer = -0.7;
+    const double head = s.cutAtTop ? 0 : atMost(s.headWidth, 0.38, 0.1);
+    return suitsTallness(s, std::log(s.tallness), std::log(1.05), 0.22) + kRarer +
+           s.detail * (suits(s.solidity, 0.72, 0.08) + head + atMost(s.rectangular, 0.6, 0.1));
+}
+
 double vehicleShape(const Shape& s) {
-    return atLeast(s.solidity, 0.93, 0.04) + atLeast(s.rectangular, 0.83, 0.08) + (s.cutAtTop ? 0 : atLeast(s.headWidth, 0.6, 0.15));
+    const double front = s.cutAtTop ? 0 : atLeast(s.headWidth, 0.62, 0.12);
+    return s.detail * (atLeast(s.solidity, 0.92, 0.04) + atLeast(s.rectangular, 0.78, 0.05) + front);
 }
 
 /** How well a shape suits a class; classes that shapes do not tell apart get the value of their kind. */
@@ -58,18 +76,18 @@ double shapeSuits(ObjectClass objectClass, const Shape& s) {
     const double tallness = std::log(s.tallness);
     switch (objectClass) {
         case ObjectClass::Person:
-            return suitsTallness(s, tallness, std::log(2.5), 0.4) + suits(s.solidity, 0.84, 0.07) + (s.cutAtTop ? 0 : atMost(s.headWidth, 0.5, 0.15)) +
-                   atMost(s.rectangular, 0.78, 0.1);
+            return personShape(s);
         case ObjectClass::Bicycle:
         case ObjectClass::Motorcycle:
-            return suitsTallness(s, tallness, std::log(1.05), 0.3) + suits(s.solidity, 0.72, 0.08) +
-                   (s.cutAtTop ? 0 : atMost(s.headWidth, 0.45, 0.15)) + atMost(s.rectangular, 0.6, 0.1) - 0.5;
+            return cyclistShape(s);
         case ObjectClass::Bus:
         case ObjectClass::Truck:
         case ObjectClass::Train:
-            return vehicleShape(s) + suits(std::abs(tallness), std::log(2.9), 0.25) + atLeast(s.covered, 0.1, 0.02) - 0.3;
+            return vehicleShape(s) + suits(std::abs(tallness), std::log(3.1), 0.1) + atLeast(s.covered, 0.1, 0.015) -
+                   0.3;
         default:
-            return vehicleShape(s) + atMost(std::abs(tallness), std::log(2.3), 0.25);
+            // from the side a car is longer than it seems from above, where it also shows its width
+            return vehicleShape(s) + atMost(tallness, std::log(2.0), 0.2) + atLeast(tallness, -std::log(2.8), 0.2);
     }
 }
 
@@ -101,9 +119,11 @@ Shape describeShape(const Blob& blob, cv::Size picture) {
     // a contour runs through the middle of the outermost pixels: half a pixel on each side belongs to the area
     const double hullArea = cv::contourArea(hull) + cv::arcLength(hull, true) / 2 + 1;
     const cv::Size2f rectangle = cv::minAreaRect(hull).size;
+    constexpr double kFullDetail = 1500;  // pixels
+    shape.detail = std::clamp(blob.area / kFullDetail, 0.25, 1.0);
     shape.solidity = std::min(1.0, blob.area / hullArea);
-    shape.rectangular =
-        std::min(1.0, blob.area / (static_cast<double>(rectangle.width + 1) * static_cast<double>(rectangle.height + 1)));
+    shape.rectangular = std::min(
+        1.0, blob.area / (static_cast<double>(rectangle.width + 1) * static_cast<double>(rectangle.height + 1)));
 
     const int topRows = std::max(1, blob.box.height / 8);
     cv::Mat top;
@@ -146,13 +166,18 @@ void ClassVote::addOutlineChange(double change) {
     m_changeWeight = m_changeWeight * kMemory + 1;
 }
 
+double ClassVote::meanOutlineChange() const {
+    constexpr double kFewestLooks = 3;
+    return m_changeWeight < kFewestLooks ? 0 : m_changeSum / m_changeWeight;
+}
+
 double ClassVote::evidenceFor(ObjectClass objectClass) const {
     const double shape = m_weight > 0 ? m_sums[static_cast<size_t>(objectClass)] / m_weight : 0;
-    if (m_changeWeight < 3) {
+    const double change = meanOutlineChange();
+    if (change <= 0) {
         return shape;
     }
-    const double change = m_changeSum / m_changeWeight;
-    return shape + (isRigid(objectClass) ? atMost(change, 0.06, 0.04) : atLeast(change, 0.1, 0.05));
+    return shape + (isRigid(objectClass) ? atMost(change, 0.08, 0.06) : atLeast(change, 0.07, 0.05));
 }
 
 ObjectClass ClassVote::decide() {
@@ -162,10 +187,10 @@ ObjectClass ClassVote::decide() {
             best = candidate;
         }
     }
-    constexpr double kClear = 1.5;
+    const double clear = 1.5 + std::min(3.0, m_weight * 0.1);  // the longer it was the same, the clearer
     constexpr double kUndecidedClear = 0.3;
     constexpr double kSeen = 1.7;  // in whole pictures of it
-    if (evidenceFor(best) > evidenceFor(m_class) + (m_decided ? kClear : kUndecidedClear)) {
+    if (evidenceFor(best) > evidenceFor(m_class) + (m_decided ? clear : kUndecidedClear)) {
         m_class = best;
     }
     m_decided = m_decided || m_weight >= kSeen;

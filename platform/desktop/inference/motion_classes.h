@@ -10,11 +10,12 @@ namespace desktop {
 
 /** What the outline of a blob tells about its class. */
 struct Shape {
-    double tallness = 1;    /**< height over width */
-    double solidity = 1;    /**< area over the area of the convex hull */
-    double rectangular = 1; /**< area over the area of the smallest rectangle, in any direction, around it */
-    double headWidth = 1;   /**< width of the top eighth over the largest width */
-    double covered = 0;     /**< its box's part of the picture's area */
+    double tallness = 1;      /**< height over width */
+    double solidity = 1;      /**< area over the area of the convex hull */
+    double rectangular = 1;   /**< area over the area of the smallest rectangle, in any direction, around it */
+    double headWidth = 1;     /**< width of the top eighth over the largest width */
+    double covered = 0;       /**< its box's part of the picture's area */
+    double detail = 1;        /**< how much the outline tells: 1, or less for an object of few pixels */
     bool cutAtTop = false;    /**< the picture's upper edge cuts it: its head is not seen */
     bool cutInWidth = false;  /**< the picture's left or right edge cuts it: it is wider than seen */
     bool cutInHeight = false; /**< the upper or lower edge cuts it: it is taller than seen */
@@ -50,6 +51,9 @@ public:
 
     /** Whether the object was seen well enough for its class to be relied on. */
     [[nodiscard]] bool decided() const { return m_decided; }
+
+    /** How much the outline changed from cycle to cycle while the object moved, of late; 0 without enough looks. */
+    [[nodiscard]] double meanOutlineChange() const;
 
     /** The present mean value of the evidence for a class (a logarithm; higher is likelier), for tuning. */
     [[nodiscard]] double evidenceFor(ObjectClass objectClass) const;

@@ -1,5 +1,5 @@
-// The engine for fixed cameras: background (motion_background), blobs (motion_blobs), tracks (motion_tracks) and classes
-// (motion_classes), in this order once per cycle, on a picture of about 320 pixels' width.
+// The engine for fixed cameras: background (motion_background), blobs (motion_blobs), tracks (motion_tracks) and
+// classes (motion_classes), in this order once per cycle, on a picture of about 320 pixels' width.
 //
 // The engine knows cycles, not time: with cycles of 100 ms "absorbCycles" of 3000 are five minutes.
 
@@ -7,16 +7,14 @@
 
 #include <algorithm>
 #include <cmath>
-
 #include <opencv2/imgproc.hpp>
 
 namespace desktop {
 namespace {
 
-constexpr int kWorkingSide = 320;       // the longer side of the working picture
-constexpr int kRestOfGhost = 5;         // cycles after which a ghost goes
-constexpr int kRestOfLight = 25;        // cycles after which a patch of light goes
-constexpr double kGhost = -0.25;        // founding
+constexpr int kWorkingSide = 320;  // the longer side of the working picture
+constexpr int kLongestGhost = 5;   // cycles
+constexpr int kRestOfLight = 25;   // cycles after which a patch of light goes
 constexpr double kLight = 0.1;
 
 cv::Size workingSize(cv::Size picture) {
@@ -74,7 +72,7 @@ std::vector<Detection> MotionEngine::detect(const cv::Mat& rgb) {
 
 void MotionEngine::giveBackToBackground() {
     for (MotionTrack& track : m_tracks->tracks()) {
-        const bool ghost = track.resting >= kRestOfGhost && track.founding < kGhost;
+        const bool ghost = track.ghostly >= kLongestGhost;
         const bool light = track.resting >= kRestOfLight && track.founding < kLight;
         if (track.missed == 0 && (ghost || light || track.resting >= m_card.absorbCycles)) {
             m_background.replace(track.blob.mask, track.blob.box);

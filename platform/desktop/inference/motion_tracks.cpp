@@ -2,10 +2,10 @@
 //
 // Idea: each of the four edges of an object's box moves at its own speed, which makes growing at the picture's border
 // and turning plain cases. A blob that covers two known objects is cut between them along what they are expected to
-// cover; several blobs within one known object are joined. An object is shown from the second cycle in which it was seen,
-// provided that it has moved or come in from the border; a thing that appears at rest in mid-picture is usually light or
-// a ghost, so it has to persist for longer. A shown object that is not found coasts for a few cycles, unless it was
-// leaving the picture.
+// cover; several blobs within one known object are joined. An object is shown from the second cycle in which it was
+// seen, provided that it moves and its class is clear; what the picture's edge still cuts may need a few more. A thing
+// that appears in mid-picture is often light or a ghost, so it has to move further or to persist. A shown object that
+// is not found coasts for a few cycles, unless it was leaving the picture.
 //
 // Limits: two objects that come into the picture as one blob and never part are one.
 
@@ -13,24 +13,26 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
-
 #include <opencv2/imgproc.hpp>
+#include <utility>
 
 namespace desktop {
 namespace {
 
 constexpr int kCyclesToConfirm = 2;
 constexpr int kCyclesToBelieveResting = 15;
-constexpr int kCyclesToBelieveCut = 4;      // at the picture's edge, with a class that leads
+constexpr int kCyclesToBelieveCut = 4;       // at the picture's edge, with a class that leads
 constexpr int kCyclesToBelieveUnclear = 10;  // at the picture's edge, with any class
 constexpr double kLeads = 0.75;
-constexpr double kFitsNothing = -6;          // evidence below which an outline is no object's
+constexpr double kFitsNothing = -6;  // evidence below which an outline is no object's
 constexpr double kFounded = 0.2;
-constexpr double kTravelled = 3;       // pixels that only a moving thing covers
+constexpr double kGhostly = -0.25;
+constexpr int kCyclesToBelieveSudden = 4;  // first seen in mid-picture
+constexpr double kTravelled = 3;           // pixels that only a moving thing covers
+constexpr double kOwnSizes = 0.25;         // the same, in mid-picture, where lights and remains of others appear
 constexpr double kEdgeMargin = 2;
 constexpr int kLongestCoast = 3;
-constexpr double kPlaceGain = 0.65;    // how far a measured edge corrects the predicted one
+constexpr double kPlaceGain = 0.65;  // how far a measured edge corrects the predicted one
 constexpr double kSpeedGain = 0.35;
 
 cv::Point2d centreOf(const cv::Rect2d& box) {
@@ -190,6 +192,7 @@ void MotionTracks::update(std::vector<Blob> blobs) {
     for (size_t b = 0; b < blobs.size(); ++b) {
         if (!blobTaken[b]) {
             m_tracks.emplace_back(blobs[b], m_card.classes);
+            m_tracks.back().cameIn = touchesEdge(real(blobs[b].box));
             see(m_tracks.back(), blobs[b]);
         }
     }
@@ -203,12 +206,17 @@ void MotionTracks::see(MotionTrack& track, const Blob& blob) const {
         const double error = measured[i] - predicted;
         track.edges[i] = predicted + (track.seen < 2 ? 1 : kPlaceGain) * error;
         track.speeds[i] += (track.seen == 1 ? 1 : kSpeedGain) * error;
-        track.edges[i] = std::clamp(track.edges[i], 0.0, static_cast<double>(i % 2 == 0 ? m_picture.width : m_picture.height));
+        track.edges[i] =
+            std::clamp(track.edges[i], 0.0, static_cast<double>(i % 2 == 0 ? m_picture.width : m_picture.height));
     }
+    // what shrinks fast must not turn inside out
+    track.edges[2] = std::max(track.edges[2], track.edges[0] + 1);
+    track.edges[3] = std::max(track.edges[3], track.edges[1] + 1);
     ++track.seen;
     track.missed = 0;
     track.blob = blob;
     track.founding += (track.seen == 1 ? 1 : 0.3) * (blob.founding - track.founding);
+    track.ghostly = track.founding < kGhostly ? track.ghostly + 1 : 0;
     const cv::Point2d centre = centreOf(track.box());
     constexpr double kRestless = 2;
     if (std::hypot(centre.x - track.restingPlace.x, centre.y - track.restingPlace.y) > kRestless) {
@@ -243,7 +251,10 @@ void MotionTracks::confirm(MotionTrack& track) const {
     }
     const cv::Point2d centre = centreOf(track.box());
     const double way = std::hypot(centre.x - track.birthplace.x, centre.y - track.birthplace.y);
-    track.shown = way > kTravelled || track.seen >= kCyclesToBelieveResting;
+    const cv::Rect2d box = track.box();
+    const double enough = track.cameIn ? kTravelled : std::max(kTravelled, kOwnSizes * std::min(box.width, box.height));
+    const int cycles = track.cameIn ? kCyclesToConfirm : kCyclesToBelieveSudden;
+    track.shown = (way > enough && track.seen >= cycles) || track.seen >= kCyclesToBelieveResting;
 }
 
 void MotionTracks::miss(MotionTrack& track) const {

@@ -1,9 +1,8 @@
 #pragma once
 
 #include <array>
-#include <vector>
-
 #include <opencv2/core/mat.hpp>
+#include <vector>
 
 #include "model_card.h"
 #include "motion_blobs.h"
@@ -23,12 +22,14 @@ struct MotionTrack {
     Blob blob;                      /**< as last seen */
     cv::Mat outline;                /**< normalised, as last seen */
     cv::Point2d birthplace;
+    bool cameIn = false; /**< it was first seen at the picture's edge */
     ClassVote vote;
     ObjectClass objectClass = ObjectClass::Person;
     double founding = 1; /**< mean of its blobs' founding, of late */
-    int seen = 0;      /**< cycles in which it was seen */
-    int missed = 0;    /**< cycles since it was last seen */
-    int resting = 0;   /**< cycles since it last moved */
+    int seen = 0;        /**< cycles in which it was seen */
+    int missed = 0;      /**< cycles since it was last seen */
+    int ghostly = 0;     /**< cycles since its founding was last that of a thing */
+    int resting = 0;     /**< cycles since it last moved */
     cv::Point2d restingPlace;
     bool shown = false; /**< it has been confirmed */
 };

@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <stdexcept>
-
 #include <opencv2/imgproc.hpp>
+#include <stdexcept>
 
 #include "decoders.h"
 #include "desktop_config.h"
@@ -18,8 +17,8 @@ cv::Rect pictureInInput(cv::Size picture, const NetworkCard& card) {
     if (card.fit == Fit::Stretch) {
         return {0, 0, card.width, card.height};
     }
-    const double factor = std::min(static_cast<double>(card.width) / picture.width,
-                                   static_cast<double>(card.height) / picture.height);
+    const double factor =
+        std::min(static_cast<double>(card.width) / picture.width, static_cast<double>(card.height) / picture.height);
     const int width = std::max(1, static_cast<int>(std::lround(picture.width * factor)));
     const int height = std::max(1, static_cast<int>(std::lround(picture.height * factor)));
     return {(card.width - width) / 2, (card.height - height) / 2, width, height};
@@ -43,8 +42,8 @@ cv::dnn::Net readNetwork(const std::vector<std::string>& files) {
         }
         return net;
     } catch (const std::exception& error) {
-        throw std::runtime_error("\"network\": expected a network in " + first + (second.empty() ? "" : " and ") + second +
-                                 ", got " + error.what());
+        throw std::runtime_error("\"network\": expected a network in " + first + (second.empty() ? "" : " and ") +
+                                 second + ", got " + error.what());
     }
 }
 

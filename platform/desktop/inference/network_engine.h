@@ -1,9 +1,8 @@
 #pragma once
 
+#include <opencv2/dnn/dnn.hpp>
 #include <string>
 #include <vector>
-
-#include <opencv2/dnn/dnn.hpp>
 
 #include "engine.h"
 
