@@ -1,0 +1,78 @@
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+
+#include "topics.h"
+
+namespace {
+
+constexpr const char* kHelp =
+    "Usage: ./senvo bench [TOPIC ...] [--json] [--repetitions N]\n"
+    "Measures in one run, variants interleaved, and prints medians and ratios. TOPIC: convert, cycle, store; all\n"
+    "without one. Ends with 1 when a figure misses its limit.\n";
+
+/** A camera's folder to run in: a model file and room for tensor files. */
+void prepareWorkingFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "senvo-bench-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+        return;
+    }
+    const std::filesystem::path root = name;
+    const auto model = root / "mnt/flash/usr/local/packages/ostrel_senvo";
+    std::filesystem::create_directories(model);
+    std::filesystem::create_directories(root / "tmp");
+    std::ofstream(model / "detect_960_540_tpu.tflite") << "model";
+    setenv("OSTREL_SENVO_ROOT", root.c_str(), 1);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::map<std::string, std::vector<Limit> (*)()> topics = {
+        {"convert", registerConversion}, {"cycle", registerCycle}, {"store", registerStore}};
+    std::vector<std::string> chosen;
+    bool json = false;
+    std::string repetitions = "15";
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (word == "--help" || word == "-h") {
+            std::cout << kHelp;
+            return 0;
+        }
+        if (word == "--json") {
+            json = true;
+        } else if (word == "--repetitions" && i + 1 < argc) {
+            repetitions = argv[++i];
+        } else if (topics.contains(word)) {
+            chosen.push_back(word);
+        } else {
+            std::cerr << "senvo bench: expected convert, cycle, store, --json or --repetitions N, got " << word << '\n';
+            return 2;
+        }
+    }
+    prepareWorkingFolder();
+    std::vector<Limit> limits;
+    for (const auto& [name, registerTopic] : topics) {
+        if (chosen.empty() || std::find(chosen.begin(), chosen.end(), name) != chosen.end()) {
+            const std::vector<Limit> more = registerTopic();
+            limits.insert(limits.end(), more.begin(), more.end());
+        }
+    }
+    std::string options[] = {"senvo-bench", "--benchmark_enable_random_interleaving=true",
+                             "--benchmark_repetitions=" + repetitions, "--benchmark_min_time=0.1"};
+    char* arguments[] = {options[0].data(), options[1].data(), options[2].data(), options[3].data(), nullptr};
+    int count = 4;
+    benchmark::Initialize(&count, arguments);
+    FigureReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    const std::vector<Figure> figures = figuresOf(reporter, limits);
+    std::cout << (json ? jsonOf(figures) : textOf(figures));
+    for (const Figure& figure : figures) {
+        if (!figure.good) {
+            return 1;
+        }
+    }
+    return 0;
+}
