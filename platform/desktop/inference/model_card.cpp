@@ -64,7 +64,8 @@ void readObject(const std::string& prefix, const Json& object, const Readers& re
     }
     for (const auto& [key, value] : object.items()) {
         const std::string fullKey = prefix.empty() ? key : prefix + "." + key;
-        const auto reader = std::find_if(readers.begin(), readers.end(), [&](const auto& r) { return r.first == key; });
+        const auto reader = std::find_if(readers.begin(), readers.end(),
+                                         [&wanted = key](const auto& candidate) { return candidate.first == wanted; });
         if (reader == readers.end()) {
             std::string known;
             for (const auto& [name, read] : readers) {
