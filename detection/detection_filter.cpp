@@ -115,29 +115,7 @@ std::vector<detection> location_controller_larod::get_detections() const {
 }
 
 bool location_controller_larod::is_object_a_trigger(int classId) const {
-    switch (class_index_to_object(classId)) {
-        case objects::person:
-            return m_config.b_DetectPersons;
-        case objects::bicycle:
-            return m_config.b_DetectBicycles;
-        case objects::car:
-            return m_config.b_DetectCars;
-        case objects::motorcycle:
-            return m_config.b_DetectMotorcycles;
-        case objects::airplane:
-            return m_config.b_DetectAirplanes;
-        case objects::bus:
-            return m_config.b_DetectBuses;
-        case objects::train:
-            return m_config.b_DetectTrains;
-        case objects::truck:
-            return m_config.b_DetectTrucks;
-        case objects::boat:
-            return m_config.b_DetectBoats;
-        case objects::unknown:
-            break;
-    }
-    return false;
+    return isObjectClassMonitored(m_config, classId);
 }
 
 std::string location_controller_larod::ClassIDToLabel(int classId) {

@@ -7,8 +7,6 @@
 namespace {
 
 constexpr int kAreas = 3;
-constexpr int32_t kFollowerStopped = 300;
-constexpr int32_t kFollowerWithoutAnswer = 700;
 
 footings briefly(int area) {
     return static_cast<footings>(2 * area - 1);
@@ -214,6 +212,5 @@ int DetectionProcessing::reset_total_occupancy() {
 }
 
 bool DetectionProcessing::is_camera_callable(int follower) const {
-    const int32_t status = m_parts.leaderMetrics.followerStatus.at(static_cast<size_t>(follower));
-    return status != kFollowerStopped && status != kFollowerWithoutAnswer;
+    return isCameraCallable(m_parts.leaderMetrics, follower);
 }
