@@ -72,11 +72,11 @@ void readObject(const std::string& prefix, const Json& object, const Readers& re
         const auto reader = std::find_if(readers.begin(), readers.end(),
                                          [&wanted = key](const auto& candidate) { return candidate.first == wanted; });
         if (reader == readers.end()) {
-            std::string known;
+            std::string message = "unknown key \"" + fullKey + "\"; known:";
             for (const auto& [name, read] : readers) {
-                known.append(known.empty() ? "" : ", ").append(name);
+                message.append(&readers.front().first == &name ? " " : ", ").append(name);
             }
-            throw std::runtime_error("unknown key \"" + fullKey + "\"; known: " + known);
+            throw std::runtime_error(message);
         }
         reader->second(fullKey, value);
     }
