@@ -208,6 +208,7 @@ void DetectionProcessing::update_aoi_and_occupancy_metrics() {
 
 int DetectionProcessing::reset_total_occupancy() {
     m_parts.occupancy.reset_count();
+    m_parts.statistics.resetOccupancy();
     return 0;
 }
 
