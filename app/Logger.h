@@ -1,5 +1,6 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <ctime>
 #include <string>
@@ -62,7 +63,7 @@ public:
     /** Writes the waiting entries to the file, and once a day looks whether the file has grown too long. */
     void flush();
 
-    /** Logs the stop and flushes; for ways out of the process that run no destructors. */
+    /** Logs the stop and writes everything out; for ways out of the process that run no destructors. */
     void close();
 
     /** Forgets the waiting entries and empties the file. */
@@ -87,8 +88,8 @@ public:
 
 private:
     void addLogEntry(LogLevel level, const std::string& message) EXCLUDES(m_mutex);
-    void append(const std::vector<LogEntry>& entries) const REQUIRES(m_mutex);
     bool isPurgeDue() REQUIRES(m_mutex);
+    void writeWaiting() REQUIRES(m_mutex);
     void incrementNextPurgeDate() REQUIRES(m_mutex);
     void purge() EXCLUDES(m_mutex);
     std::string contents(std::string (LogEntry::*form)() const);
@@ -103,6 +104,7 @@ private:
     std::vector<LogEntry> _logEntries GUARDED_BY(m_mutex); /**< entries not yet written to the file */
     time_t _nextPurgeCheckDate GUARDED_BY(m_mutex);        /**< earliest time of the next purge check */
     bool m_purging GUARDED_BY(m_mutex) = false;            /**< entries wait while the file is being replaced */
+    std::condition_variable_any m_purged;                  /**< the file was replaced */
     bool m_cleared GUARDED_BY(m_mutex) = false;            /**< clear() was called while the file was being replaced */
     bool m_closed GUARDED_BY(m_mutex) = false;             /**< the stop was logged */
 };

@@ -80,6 +80,8 @@ int Application::main() {
         this);
     g_main_loop_run(loop);
     logMemoryUsage("Ending Ostrel Senvo");
+    // The platform takes the declarations back by itself when the process ends; until then they stay.
+    [[maybe_unused]] static const EventManager* const keptToTheEnd = m_Events.release();
     closelog();
     return 0;
 }

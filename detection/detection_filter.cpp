@@ -37,6 +37,11 @@ location_controller_larod::PixelBox location_controller_larod::toPixels(const fl
     return {box[0] * height, box[1] * width, box[2] * height, box[3] * width};
 }
 
+int location_controller_larod::classAt(int index) const {
+    const float value = m_OutputClasses[index];
+    return value > -1000.0F && value < 1000.0F ? static_cast<int>(value) : -1;
+}
+
 int location_controller_larod::remove_anomalies() {
     const auto frameArea = static_cast<float>(m_StreamHeight * m_StreamWidth);
     for (int i = 0; i < m_MaxResults; ++i) {
@@ -61,8 +66,7 @@ int location_controller_larod::apply_non_maximum_suppression() {
 
 int location_controller_larod::lower_the_threshold_of_any_same_object_overlapping_this_one(int index) {
     for (int j = index + 1; j < m_MaxResults; ++j) {
-        if (!shouldCompareClasses(static_cast<int>(m_OutputClasses[index]), static_cast<int>(m_OutputClasses[j])) ||
-            !(m_OutputScores[j] > m_Threshold)) {
+        if (!shouldCompareClasses(classAt(index), classAt(j)) || !(m_OutputScores[j] > m_Threshold)) {
             continue;
         }
         if (DoTheseOverlap(m_OutputLocations + kCoordinatesPerBox * slot(index),
@@ -93,7 +97,7 @@ bool location_controller_larod::DoTheseOverlap(const float* box1, const float* b
 std::vector<detection> location_controller_larod::get_detections() const {
     std::vector<detection> detections;
     for (int i = 0; i < m_MaxResults; ++i) {
-        const int classId = static_cast<int>(m_OutputClasses[i]);
+        const int classId = classAt(i);
         if (!IsValidClass(classId) || !(m_OutputScores[i] > m_Threshold)) {
             continue;
         }

@@ -47,10 +47,6 @@ AreaCounts countByArea(const std::vector<one_find>& findings) {
 
 DetectionProcessing::DetectionProcessing(const DetectionProcessingParts& parts) : m_parts(parts) {}
 
-void DetectionProcessing::init() {
-    m_FirstSeen.clear();
-}
-
 void DetectionProcessing::get_detections() {
     m_Detections = m_parts.detector.get_detections();
 }

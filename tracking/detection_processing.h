@@ -37,9 +37,6 @@ class DetectionProcessing {
 public:
     explicit DetectionProcessing(const DetectionProcessingParts& parts);
 
-    /** Forgets when objects were first seen; for start-up. */
-    void init();
-
     /** Takes this frame's filtered detections from the detector. */
     void get_detections();
 
