@@ -87,14 +87,17 @@ Logger::~Logger() {
 }
 
 void Logger::close() {
+    const std::string message = "STOPPING " + _appName;
     {
         const MutexLock lock(m_mutex);
-        if (std::exchange(m_closed, true)) {
+        if (m_closed) {
             return;
         }
+        addWaiting(LogLevel::Warning, message);
+        addWaiting(LogLevel::Warning, "");
+        m_closed = true;
     }
-    warning("STOPPING " + _appName);
-    warning("");
+    syslog(LOG_WARNING, "%s", message.c_str());
     flush();
 }
 
@@ -119,11 +122,18 @@ void Logger::addLogEntry(LogLevel level, const std::string& message) {
     bool full = false;
     {
         const MutexLock lock(m_mutex);
-        _logEntries.push_back({getCurrentDateTime(), _appName, writtenLevel(level), message});
+        addWaiting(level, message);
         full = _logEntries.size() > kMaxWaitingEntries;
     }
     if (full) {
         flush();
+    }
+}
+
+void Logger::addWaiting(LogLevel level, const std::string& message) {
+    // Other threads may still be at work while the process ends: the stop stays the last line.
+    if (!m_closed) {
+        _logEntries.push_back({getCurrentDateTime(), _appName, writtenLevel(level), message});
     }
 }
 

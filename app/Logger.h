@@ -62,7 +62,10 @@ public:
     /** Writes the waiting entries to the file, and once a day looks whether the file has grown too long. */
     void flush();
 
-    /** Logs the stop and flushes; for ways out of the process that run no destructors. */
+    /**
+     * Logs the stop and flushes; for ways out of the process that run no destructors. What is logged later goes to the
+     * system log only.
+     */
     void close();
 
     /** Forgets the waiting entries and empties the file. */
@@ -87,6 +90,7 @@ public:
 
 private:
     void addLogEntry(LogLevel level, const std::string& message) EXCLUDES(m_mutex);
+    void addWaiting(LogLevel level, const std::string& message) REQUIRES(m_mutex);
     void append(const std::vector<LogEntry>& entries) const REQUIRES(m_mutex);
     bool isPurgeDue() REQUIRES(m_mutex);
     void incrementNextPurgeDate() REQUIRES(m_mutex);
