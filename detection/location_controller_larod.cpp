@@ -274,7 +274,8 @@ int location_controller_larod::larod_prepare_data_and_do_ai() {
     PlatformError error;
     VdoBuffer* frame = nullptr;
     try {
-        frame = vdo_stream_get_buffer(m_VDOStream.get(), error.slot());
+        // A start that failed halfway leaves no stream, or no job below.
+        frame = m_VDOStream ? vdo_stream_get_buffer(m_VDOStream.get(), error.slot()) : nullptr;
     } catch (const std::exception& exception) {
         applicationLog().error(function + "vdo_stream_get_buffer exception  " + exception.what());
         return -1;
@@ -293,7 +294,7 @@ int location_controller_larod::larod_prepare_data_and_do_ai() {
     m_LarodOutputClassesFile->rewind();
     m_LarodOutputScoresFile->rewind();
     m_LarodOutputNumDetectionsFile->rewind();
-    if (!larodRunJob(m_LarodConn, m_LarodJobRequest.get(), m_LarodError.slot())) {
+    if (!m_LarodJobRequest || !larodRunJob(m_LarodConn, m_LarodJobRequest.get(), m_LarodError.slot())) {
         applicationLog().error(function + "Unable to run inference on model " + m_ModelPath + ": " +
                                m_LarodError.message() + " Error Code " + std::to_string(m_LarodError.code()));
         return 1;
