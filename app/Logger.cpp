@@ -90,14 +90,17 @@ Logger::~Logger() {
 }
 
 void Logger::close() {
+    const std::string message = "STOPPING " + _appName;
     {
         const MutexLock lock(m_mutex);
-        if (std::exchange(m_closed, true)) {
+        if (m_closed) {
             return;
         }
+        addWaiting(LogLevel::Warning, message);
+        addWaiting(LogLevel::Warning, "");
+        m_closed = true;
     }
-    warning("STOPPING " + _appName);
-    warning("");
+    syslog(LOG_WARNING, "%s", message.c_str());
     m_mutex.lock();
     while (m_purging) {
         m_purged.wait(m_mutex);
@@ -127,11 +130,18 @@ void Logger::addLogEntry(LogLevel level, const std::string& message) {
     bool full = false;
     {
         const MutexLock lock(m_mutex);
-        _logEntries.push_back({getCurrentDateTime(), _appName, writtenLevel(level), message});
+        addWaiting(level, message);
         full = _logEntries.size() > kMaxWaitingEntries;
     }
     if (full) {
         flush();
+    }
+}
+
+void Logger::addWaiting(LogLevel level, const std::string& message) {
+    // Other threads may still be at work while the process ends: the stop stays the last line.
+    if (!m_closed) {
+        _logEntries.push_back({getCurrentDateTime(), _appName, writtenLevel(level), message});
     }
 }
 
@@ -140,6 +150,7 @@ void Logger::flush() {
     {
         const MutexLock lock(m_mutex);
         if (m_purging) {
+            m_flushWanted = true;
             return;
         }
         writeWaiting();
@@ -188,7 +199,9 @@ void Logger::purge() {
         if (std::exchange(m_cleared, false)) {
             std::ofstream(_logfilePath, std::ios::trunc).flush();
         }
-        writeWaiting();
+        if (std::exchange(m_flushWanted, false)) {
+            writeWaiting();
+        }
     }
     m_purged.notify_all();
     info("Purging log file. Final log file size=" + std::to_string(finalSize) + " bytes.");

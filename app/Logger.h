@@ -63,7 +63,10 @@ public:
     /** Writes the waiting entries to the file, and once a day looks whether the file has grown too long. */
     void flush();
 
-    /** Logs the stop and writes everything out; for ways out of the process that run no destructors. */
+    /**
+     * Logs the stop and writes everything out; for ways out of the process that run no destructors. What is logged
+     * later goes to the system log only.
+     */
     void close();
 
     /** Forgets the waiting entries and empties the file. */
@@ -88,6 +91,7 @@ public:
 
 private:
     void addLogEntry(LogLevel level, const std::string& message) EXCLUDES(m_mutex);
+    void addWaiting(LogLevel level, const std::string& message) REQUIRES(m_mutex);
     bool isPurgeDue() REQUIRES(m_mutex);
     void writeWaiting() REQUIRES(m_mutex);
     void incrementNextPurgeDate() REQUIRES(m_mutex);
@@ -104,6 +108,7 @@ private:
     std::vector<LogEntry> _logEntries GUARDED_BY(m_mutex); /**< entries not yet written to the file */
     time_t _nextPurgeCheckDate GUARDED_BY(m_mutex);        /**< earliest time of the next purge check */
     bool m_purging GUARDED_BY(m_mutex) = false;            /**< entries wait while the file is being replaced */
+    bool m_flushWanted GUARDED_BY(m_mutex) = false;        /**< flush() was called while the file was being replaced */
     std::condition_variable_any m_purged;                  /**< the file was replaced */
     bool m_cleared GUARDED_BY(m_mutex) = false;            /**< clear() was called while the file was being replaced */
     bool m_closed GUARDED_BY(m_mutex) = false;             /**< the stop was logged */

@@ -140,6 +140,13 @@ bool outOfMemory(const char* what) {
 
 bool convertCropScaleU8yuvToRGB(const uint8_t* nv12, unsigned srcWidth, unsigned srcHeight, uint8_t* rgb,
                                 unsigned dstWidth, unsigned dstHeight) {
+    // libyuv's own answer to an empty picture, before a size is divided by.
+    if (srcWidth == 0 || srcHeight == 0) {
+        return failed("Failed NV12ToARGB(), result=", -1);
+    }
+    if (dstWidth == 0 || dstHeight == 0) {
+        return failed("Failed ARGBScale(), result=", -1);
+    }
     const Crop crop = cropFor(srcWidth, srcHeight, dstWidth, dstHeight);
     const int width = static_cast<int>(dstWidth);
     const int height = static_cast<int>(dstHeight);

@@ -292,7 +292,7 @@ int location_controller_larod::larod_prepare_data_and_do_ai() {
     m_LarodOutputClassesFile->rewind();
     m_LarodOutputScoresFile->rewind();
     m_LarodOutputNumDetectionsFile->rewind();
-    if (!larodRunJob(m_LarodConn, m_LarodJobRequest.get(), m_LarodError.slot())) {
+    if (!m_LarodJobRequest || !larodRunJob(m_LarodConn, m_LarodJobRequest.get(), m_LarodError.slot())) {
         applicationLog().error(function + "Unable to run inference on model " + m_ModelPath + ": " +
                                m_LarodError.message() + " Error Code " + std::to_string(m_LarodError.code()));
         return 1;

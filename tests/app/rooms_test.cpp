@@ -1,0 +1,23 @@
+#include <gtest/gtest.h>
+
+#include "program.h"
+
+namespace {
+
+TEST(Rooms, OfTheApplicationIncludeNothingOfTheDesktop) {
+    int includes = 0;
+    for (const char* room : {"app", "config", "detection", "events", "tracking", "web"}) {
+        for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(CHECKOUT) / room)) {
+            std::ifstream file(entry.path());
+            for (std::string line; std::getline(file, line);) {
+                if (line.rfind("#include", 0) == 0) {
+                    ++includes;
+                    EXPECT_EQ(line.find("desktop"), std::string::npos) << entry.path() << ": " << line;
+                }
+            }
+        }
+    }
+    EXPECT_GT(includes, 50) << "the rooms were not found";
+}
+
+}  // namespace
