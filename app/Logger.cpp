@@ -34,6 +34,9 @@ int64_t fileSize(const std::string& path) {
 
 /** Index of the oldest line to keep: where the lengths, added up from the end, first exceed minSize. */
 size_t firstLineToKeep(const std::vector<std::string>& lines, size_t minSize) {
+    if (lines.empty()) {
+        return 0;
+    }
     size_t total = lines.back().size();
     for (size_t i = lines.size() - 1; i-- > 0;) {
         total += lines[i].size();
@@ -98,7 +101,12 @@ void Logger::close() {
         m_closed = true;
     }
     syslog(LOG_WARNING, "%s", message.c_str());
-    flush();
+    m_mutex.lock();
+    while (m_purging) {
+        m_purged.wait(m_mutex);
+    }
+    writeWaiting();
+    m_mutex.unlock();
 }
 
 void Logger::info(const std::string& message) {
@@ -144,8 +152,7 @@ void Logger::flush() {
         if (m_purging) {
             return;
         }
-        append(_logEntries);
-        _logEntries.clear();
+        writeWaiting();
         purgeNow = isPurgeDue();
     }
     if (purgeNow) {
@@ -153,11 +160,12 @@ void Logger::flush() {
     }
 }
 
-void Logger::append(const std::vector<LogEntry>& entries) const {
+void Logger::writeWaiting() {
     std::ofstream file(_logfilePath, std::ios::app);
-    for (const LogEntry& entry : entries) {
+    for (const LogEntry& entry : _logEntries) {
         file << entry.serialize() << '\n';
     }
+    _logEntries.clear();
 }
 
 bool Logger::isPurgeDue() {
@@ -190,7 +198,9 @@ void Logger::purge() {
         if (std::exchange(m_cleared, false)) {
             std::ofstream(_logfilePath, std::ios::trunc).flush();
         }
+        writeWaiting();
     }
+    m_purged.notify_all();
     info("Purging log file. Final log file size=" + std::to_string(finalSize) + " bytes.");
 }
 

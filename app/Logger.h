@@ -1,5 +1,6 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <ctime>
 #include <string>
@@ -63,8 +64,8 @@ public:
     void flush();
 
     /**
-     * Logs the stop and flushes; for ways out of the process that run no destructors. What is logged later goes to the
-     * system log only.
+     * Logs the stop and writes everything out; for ways out of the process that run no destructors. What is logged
+     * later goes to the system log only.
      */
     void close();
 
@@ -91,8 +92,8 @@ public:
 private:
     void addLogEntry(LogLevel level, const std::string& message) EXCLUDES(m_mutex);
     void addWaiting(LogLevel level, const std::string& message) REQUIRES(m_mutex);
-    void append(const std::vector<LogEntry>& entries) const REQUIRES(m_mutex);
     bool isPurgeDue() REQUIRES(m_mutex);
+    void writeWaiting() REQUIRES(m_mutex);
     void incrementNextPurgeDate() REQUIRES(m_mutex);
     void purge() EXCLUDES(m_mutex);
     std::string contents(std::string (LogEntry::*form)() const);
@@ -107,6 +108,7 @@ private:
     std::vector<LogEntry> _logEntries GUARDED_BY(m_mutex); /**< entries not yet written to the file */
     time_t _nextPurgeCheckDate GUARDED_BY(m_mutex);        /**< earliest time of the next purge check */
     bool m_purging GUARDED_BY(m_mutex) = false;            /**< entries wait while the file is being replaced */
+    std::condition_variable_any m_purged;                  /**< the file was replaced */
     bool m_cleared GUARDED_BY(m_mutex) = false;            /**< clear() was called while the file was being replaced */
     bool m_closed GUARDED_BY(m_mutex) = false;             /**< the stop was logged */
 };

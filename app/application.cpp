@@ -43,7 +43,12 @@ std::optional<TimeOfDay> parseTimeOfDay(const std::string& text) {
 
 }  // namespace
 
-Application::Application() : m_Parameters(m_Config), m_Detector(m_Config), m_Tracker(m_Config), m_Areas(m_Config) {}
+Application::Application()
+    : m_Parameters(m_Config),
+      m_Detector(m_Config),
+      m_Tracker(m_Config),
+      m_Areas(m_Config),
+      m_OccupancyManager(m_Config) {}
 
 Application::~Application() = default;
 
@@ -53,6 +58,7 @@ int Application::main() {
            "*** Ostrel Senvo log messages are also available by clicking on 'View Log' button on 'Advanced' tab of "
            "Senvo ACAP web page ***");
     logMemoryUsage("Starting Ostrel Senvo");
+    m_OccupancyManager.repairArchives();
     m_Status = STATUS_STARTING;
     const TerminationWatch watch([this] { handle_sigterm(); });
     init_parameter_controller();
@@ -74,6 +80,8 @@ int Application::main() {
         this);
     g_main_loop_run(loop);
     logMemoryUsage("Ending Ostrel Senvo");
+    // The platform takes the declarations back by itself when the process ends; until then they stay.
+    [[maybe_unused]] static const EventManager* const keptToTheEnd = m_Events.release();
     closelog();
     return 0;
 }
@@ -160,19 +168,27 @@ void Application::init_event_manager() {
     m_Events->addEvent(alerts::kArea2);
     m_Events->addEvent(alerts::kArea3);
     m_Events->addEvent(alerts::kOccupancy);
+    m_Events->addJSONDataEvent(m_OccupancyManager.getDataMap());
+    m_Events->addXMLDataEvent(m_OccupancyManager.getSparseDataMap());
 }
 
 void Application::init_logic(int maxDisappeared) {
     m_Tracker.init(maxDisappeared);
     m_Areas.init();
-    m_Processing = std::make_unique<DetectionProcessing>(DetectionProcessingParts{
-        m_Config, m_Detector, m_Tracker, m_Areas, m_Occupancy, *m_Events, m_Metrics, m_LeaderMetrics});
+    m_Processing = std::make_unique<DetectionProcessing>(
+        DetectionProcessingParts{m_Config, m_Detector, m_Tracker, m_Areas, m_Occupancy, *m_Events, m_OccupancyManager,
+                                 m_Metrics, m_LeaderMetrics});
     m_NextOccupancyResetCheck = clockNow() + kFirstOccupancyResetCheck;
 }
 
 bool Application::thread_function() {
-    if (do_one_analysis() != 0) {
-        reset_occupancy();
+    try {
+        if (do_one_analysis() != 0) {
+            reset_occupancy();
+        }
+    } catch (const std::exception& exception) {
+        // Nothing above the main loop could go on from here; the reason must be in the log before the process ends.
+        grateful_dead(std::string("thread_function: ") + exception.what());
     }
     return true;
 }
@@ -190,6 +206,7 @@ int Application::do_one_analysis() {
     m_Processing->examine_and_update_findings();
     m_Processing->manage_events();
     m_Processing->update_aoi_and_occupancy_metrics();
+    m_OccupancyManager.add(m_Processing->findings(), m_Config.cameraInfo, *m_Events);
 
     const int64_t duration = millisecondsOf(clockNowMicros()) - millisecondsOf(start);
     m_LastCycleMilliseconds = static_cast<int>(duration);
@@ -247,6 +264,7 @@ void Application::reset_occupancy() {
         logBadResetTime(now);
     } else if (resetTime->minute == now.tm_min && resetTime->hour == now.tm_hour) {
         m_Occupancy.reset_count();
+        m_OccupancyManager.resetOccupancy();
         applicationLog().info("reset_occupancy: Auto occupancy reset.");
     }
     m_NextOccupancyResetCheck += kOccupancyResetCheckInterval;

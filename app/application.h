@@ -16,6 +16,7 @@
 #include "location_controller_larod.h"
 #include "mutex.h"
 #include "occupancy_controller.h"
+#include "occupancy_manager.h"
 #include "parameter_controller.h"
 #include "tracker.h"
 
@@ -92,6 +93,7 @@ public:
     const MetricsParams& metrics() const { return m_Metrics; }
     EventManager& events() { return *m_Events; }
     occupancy_controller& occupancy() { return m_Occupancy; }
+    OccupancyManager& statistics() { return m_OccupancyManager; }
 
 private:
     /** Called for each SIGTERM, on the watch's thread. */
@@ -110,6 +112,7 @@ private:
     area_of_interest m_Areas;
     occupancy_controller m_Occupancy;
     std::unique_ptr<EventManager> m_Events;
+    OccupancyManager m_OccupancyManager;
     MetricsParams m_Metrics;
     LeaderMetricsParams m_LeaderMetrics;
     std::unique_ptr<DetectionProcessing> m_Processing;

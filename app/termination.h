@@ -4,7 +4,6 @@
 #include <string>
 #include <thread>
 
-#include "mutex.h"
 #include "unique_fd.h"
 
 /**

@@ -2,6 +2,9 @@
 
 namespace {
 
+constexpr int32_t kFollowerStopped = 300;
+constexpr int32_t kFollowerWithoutAnswer = 700;
+
 using Table = std::vector<ParameterDeclaration>;
 
 void add(Table& table, ParameterType type, std::initializer_list<const char*> names) {
@@ -67,4 +70,28 @@ Table makeTable() {
 const std::vector<ParameterDeclaration>& parameterTable() {
     static const Table table = makeTable();
     return table;
+}
+
+bool isObjectClassMonitored(const ConfigParams& config, int object) {
+    const std::array<bool, 9> monitored = {config.b_DetectPersons,     config.b_DetectBicycles,  config.b_DetectCars,
+                                           config.b_DetectMotorcycles, config.b_DetectAirplanes, config.b_DetectBuses,
+                                           config.b_DetectTrains,      config.b_DetectTrucks,    config.b_DetectBoats};
+    return object >= 0 && object < static_cast<int>(monitored.size()) && monitored[static_cast<size_t>(object)];
+}
+
+bool isAreaMonitored(const ConfigParams& config, int area) {
+    const std::array<bool, 3> monitored = {config.b_Detection1Active, config.b_Detection2Active,
+                                           config.b_Detection3Active};
+    return area >= 0 && area < static_cast<int>(monitored.size()) && monitored[static_cast<size_t>(area)];
+}
+
+bool isEntranceMonitored(const ConfigParams& config, int entrance) {
+    const std::array<bool, 3> monitored = {config.b_Occupancy1Active, config.b_Occupancy2Active,
+                                           config.b_Occupancy3Active};
+    return entrance >= 0 && entrance < static_cast<int>(monitored.size()) && monitored[static_cast<size_t>(entrance)];
+}
+
+bool isCameraCallable(const LeaderMetricsParams& leader, int follower) {
+    const int32_t status = leader.followerStatus.at(static_cast<size_t>(follower));
+    return status != kFollowerStopped && status != kFollowerWithoutAnswer;
 }

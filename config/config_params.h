@@ -106,6 +106,14 @@ struct LeaderMetricsParams {
     std::array<int32_t, CameraInfo::kFollowers> followerStatus = {}; /**< status codes */
 };
 
+// What the settings switch on; false for a number outside the range (classes 0..8, areas and entrances 0..2).
+bool isObjectClassMonitored(const ConfigParams& config, int object);
+bool isAreaMonitored(const ConfigParams& config, int area);
+bool isEntranceMonitored(const ConfigParams& config, int entrance);
+
+/** Whether a follower, 0..9, was last known to run: it is neither stopped nor without answer. */
+bool isCameraCallable(const LeaderMetricsParams& leader, int follower);
+
 enum class ParameterType {
     Integer,
     Bool,

@@ -151,8 +151,7 @@ void parameter_controller::set_string_parameter(const std::string& name, const s
 }
 
 void parameter_controller::list_params() {
-    PlatformError error;
-    GList* names = m_Parameter ? ax_parameter_list(m_Parameter.get(), error.slot()) : nullptr;
+    GList* names = m_Parameter ? ax_parameter_list(m_Parameter.get(), nullptr) : nullptr;
     for (const GList* entry = names; entry != nullptr; entry = entry->next) {
         applicationLog().info(std::string("list_params: Parameter in list: ") + static_cast<const char*>(entry->data));
     }
@@ -169,7 +168,7 @@ int32_t parameter_controller::find_rotation_parameter(const std::string&) {
         return 0;
     }
     applicationLog().info(std::string("find_rotation_parameter: The value of rotation is ") + text.get());
-    const int32_t rotation = std::atoi(text.get());
+    const auto rotation = static_cast<int32_t>(std::strtol(text.get(), nullptr, 10));
     if (m_config.b_VerboseLog) {
         applicationLog().info("find_rotation_parameter: About to return rotation number: " + std::to_string(rotation));
     }

@@ -37,6 +37,11 @@ location_controller_larod::PixelBox location_controller_larod::toPixels(const fl
     return {box[0] * height, box[1] * width, box[2] * height, box[3] * width};
 }
 
+int location_controller_larod::classAt(int index) const {
+    const float value = m_OutputClasses[index];
+    return value > -1000.0F && value < 1000.0F ? static_cast<int>(value) : -1;
+}
+
 int location_controller_larod::remove_anomalies() {
     const auto frameArea = static_cast<float>(m_StreamHeight * m_StreamWidth);
     for (int i = 0; i < m_MaxResults; ++i) {
@@ -61,8 +66,7 @@ int location_controller_larod::apply_non_maximum_suppression() {
 
 int location_controller_larod::lower_the_threshold_of_any_same_object_overlapping_this_one(int index) {
     for (int j = index + 1; j < m_MaxResults; ++j) {
-        if (!shouldCompareClasses(static_cast<int>(m_OutputClasses[index]), static_cast<int>(m_OutputClasses[j])) ||
-            !(m_OutputScores[j] > m_Threshold)) {
+        if (!shouldCompareClasses(classAt(index), classAt(j)) || !(m_OutputScores[j] > m_Threshold)) {
             continue;
         }
         if (DoTheseOverlap(m_OutputLocations + kCoordinatesPerBox * slot(index),
@@ -93,7 +97,7 @@ bool location_controller_larod::DoTheseOverlap(const float* box1, const float* b
 std::vector<detection> location_controller_larod::get_detections() const {
     std::vector<detection> detections;
     for (int i = 0; i < m_MaxResults; ++i) {
-        const int classId = static_cast<int>(m_OutputClasses[i]);
+        const int classId = classAt(i);
         if (!IsValidClass(classId) || !(m_OutputScores[i] > m_Threshold)) {
             continue;
         }
@@ -115,29 +119,7 @@ std::vector<detection> location_controller_larod::get_detections() const {
 }
 
 bool location_controller_larod::is_object_a_trigger(int classId) const {
-    switch (class_index_to_object(classId)) {
-        case objects::person:
-            return m_config.b_DetectPersons;
-        case objects::bicycle:
-            return m_config.b_DetectBicycles;
-        case objects::car:
-            return m_config.b_DetectCars;
-        case objects::motorcycle:
-            return m_config.b_DetectMotorcycles;
-        case objects::airplane:
-            return m_config.b_DetectAirplanes;
-        case objects::bus:
-            return m_config.b_DetectBuses;
-        case objects::train:
-            return m_config.b_DetectTrains;
-        case objects::truck:
-            return m_config.b_DetectTrucks;
-        case objects::boat:
-            return m_config.b_DetectBoats;
-        case objects::unknown:
-            break;
-    }
-    return false;
+    return isObjectClassMonitored(m_config, classId);
 }
 
 std::string location_controller_larod::ClassIDToLabel(int classId) {

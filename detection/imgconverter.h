@@ -28,5 +28,5 @@ void convertU8yuvToRGBlibYuv(unsigned width, unsigned height, uint8_t* nv12, uin
 /** Pixel by pixel, without clamping: a negative value gives 0, one above 1 wraps around. */
 void convertU8yuvToRGBnaive(unsigned width, unsigned height, uint8_t* nv12, uint8_t* rgb);
 
-/** Pixel by pixel to floats in [mean - scale/2, mean + scale/2], clamped; three floats a pixel. */
+/** Pixel by pixel to floats in [mean - scale/2, mean + scale/2], clamped; scale is 0 or more; three floats a pixel. */
 void convertU8yuvToFloat32RGB(unsigned width, unsigned height, uint8_t* nv12, float* rgb, float scale, float mean);

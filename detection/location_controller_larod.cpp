@@ -44,10 +44,10 @@ location_controller_larod::location_controller_larod(const ConfigParams& config)
 
 location_controller_larod::~location_controller_larod() {
     m_VDOStream.reset();
-    releaseModel();
+    releaseModel("~location_controller_larod: ");
 }
 
-void location_controller_larod::releaseModel() {
+void location_controller_larod::releaseModel(const std::string& function) {
     if (m_LarodConn == nullptr) {
         return;
     }
@@ -60,14 +60,12 @@ void location_controller_larod::releaseModel() {
     }
     if (m_LarodModel != nullptr) {
         if (!larodDeleteModel(m_LarodConn, m_LarodModel, m_LarodError.slot())) {
-            applicationLog().error("~location_controller_larod: Failed to delete larod model: " +
-                                   m_LarodError.message());
+            applicationLog().error(function + "Failed to delete larod model: " + m_LarodError.message());
         }
         larodDestroyModel(&m_LarodModel);
     }
     if (!larodDisconnect(&m_LarodConn, m_LarodError.slot())) {
-        applicationLog().error("~location_controller_larod: Failed to disconnect from larod: " +
-                               m_LarodError.message());
+        applicationLog().error(function + "Failed to disconnect from larod: " + m_LarodError.message());
     }
     m_LarodInputTensors = nullptr;
     m_LarodOutputTensors = nullptr;
@@ -81,7 +79,7 @@ bool location_controller_larod::init_larod(const std::string& appName, const std
     m_IsPortrait = isPortrait;
     m_LarodChipType = "google-edge-tpu-tflite";
     m_IterationTime = iterationTime > 0 ? iterationTime : kDefaultIterationTime;
-    releaseModel();
+    releaseModel("init_larod: ");
     m_LarodModelFd.reset();
 
     const int rotation = m_IsPortrait ? 90 : 0;
@@ -148,8 +146,8 @@ bool location_controller_larod::larod_setup() {
 }
 
 bool location_controller_larod::createTensorFiles() {
-    // The output sizes are element counts used as byte counts. It works, and spares flash-backed pages on the device:
-    // the mapping covers whole memory pages and the service writes through the descriptor.
+    // The output sizes are element counts used as byte counts. It works because the mapping covers whole memory pages
+    // and the service writes through the descriptor.
     const auto make = [](const char* nameTemplate, int size) {
         return std::make_unique<MemoryMappedFile>(cameraPath(nameTemplate), size);
     };
@@ -274,7 +272,7 @@ int location_controller_larod::larod_prepare_data_and_do_ai() {
     PlatformError error;
     VdoBuffer* frame = nullptr;
     try {
-        // A start that failed halfway leaves no stream, or no job below.
+        // Without a stream after a failed start, the cycle fails like any other until the restart rule decides.
         frame = m_VDOStream ? vdo_stream_get_buffer(m_VDOStream.get(), error.slot()) : nullptr;
     } catch (const std::exception& exception) {
         applicationLog().error(function + "vdo_stream_get_buffer exception  " + exception.what());

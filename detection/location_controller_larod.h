@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -127,7 +128,7 @@ private:
     bool createTensorFiles();
     bool createInputTensors();
     bool createOutputTensors();
-    void releaseModel();
+    void releaseModel(const std::string& function);
 
     struct PixelBox {
         float top;
@@ -137,6 +138,8 @@ private:
         float area() const { return (right - left) * (bottom - top); }
     };
     PixelBox toPixels(const float* box) const;
+    /** A candidate's class index; -1 for a value that is none. */
+    int classAt(int index) const;
 
     const ConfigParams& m_config;
 
@@ -155,7 +158,7 @@ private:
 
     unsigned m_StreamWidth = 0; /**< analysis stream size in pixels, after rotation */
     unsigned m_StreamHeight = 0;
-    float m_Threshold = 0.35F;
+    std::atomic<float> m_Threshold = 0.35F;
     std::string m_app_name;
     std::string m_ModelPath;
 

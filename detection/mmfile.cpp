@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -18,7 +19,7 @@ void logFailure(const std::string& what) {
 }  // namespace
 
 MemoryMappedFile::MemoryMappedFile(const std::string& nameTemplate, int size)
-    : m_filename(nameTemplate), m_filesize(size), m_fileDescriptor(mkstemp(m_filename.data())) {
+    : m_filename(nameTemplate), m_filesize(size), m_fileDescriptor(mkostemp(m_filename.data(), O_CLOEXEC)) {
     if (!m_fileDescriptor) {
         logFailure("Failed to create temporary file: " + m_filename);
         throw "Failed to create temporary file";

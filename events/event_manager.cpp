@@ -8,6 +8,8 @@
 namespace {
 
 constexpr const char* kTopicNamespace = "tnsaxis";
+constexpr const char* kTopic0 = "CameraApplicationPlatform";
+constexpr const char* kTopic1 = "OstrelSenvoApplication";
 
 struct FreeSet {
     void operator()(AXEventKeyValueSet* set) const { ax_event_key_value_set_free(set); }
@@ -17,6 +19,35 @@ using KeyValueSet = std::unique_ptr<AXEventKeyValueSet, FreeSet>;
 struct FreeEvent {
     void operator()(AXEvent* event) const { ax_event_free(event); }
 };
+
+struct FreeElement {
+    void operator()(AXEventElementItem* item) const { ax_event_element_item_free(item); }
+};
+using Element = std::unique_ptr<AXEventElementItem, FreeElement>;
+
+/** Adds the topic keys that every event has. */
+bool addTopics(AXEventKeyValueSet* set, const std::string& name, PlatformError& error) {
+    const std::string key = friendlyToKey(name);
+    return ax_event_key_value_set_add_key_values(set, error.slot(),                                             //
+                                                 "topic0", kTopicNamespace, kTopic0, AX_VALUE_TYPE_STRING,      //
+                                                 "topic1", kTopicNamespace, kTopic1, AX_VALUE_TYPE_STRING,      //
+                                                 "topic2", kTopicNamespace, key.c_str(), AX_VALUE_TYPE_STRING,  //
+                                                 nullptr) != FALSE;
+}
+
+/** The map as an element tree: a child per key, in key order. */
+Element elementTree(const std::map<std::string, std::string>& data) {
+    Element root(ax_event_element_item_new("analyticdata", nullptr, nullptr));
+    for (const auto& [key, value] : data) {
+        Element child(ax_event_element_item_new(key.c_str(), nullptr, nullptr));
+        if (root && child && ax_event_element_item_set_body(child.get(), value.c_str(), nullptr) != FALSE &&
+            ax_event_element_item_add_child(root.get(), child.get(), nullptr) != FALSE) {
+            // The parent owns it now.
+            [[maybe_unused]] const AXEventElementItem* const owned = child.release();
+        }
+    }
+    return root;
+}
 
 }  // namespace
 
@@ -60,26 +91,63 @@ void EventManager::addEvent(const std::string& name) {
     const gboolean active = FALSE;
     PlatformError error;
     if (ax_event_key_value_set_add_key_values(set.get(), error.slot(),                                       //
-                                              "topic0", kTopicNamespace, "CameraApplicationPlatform",        //
-                                              AX_VALUE_TYPE_STRING,                                          //
-                                              "topic1", kTopicNamespace, "OstrelSenvoApplication",           //
-                                              AX_VALUE_TYPE_STRING,                                          //
+                                              "topic0", kTopicNamespace, kTopic0, AX_VALUE_TYPE_STRING,      //
+                                              "topic1", kTopicNamespace, kTopic1, AX_VALUE_TYPE_STRING,      //
                                               "topic2", kTopicNamespace, key.c_str(), AX_VALUE_TYPE_STRING,  //
                                               "active", nullptr, &active, AX_VALUE_TYPE_BOOL, nullptr) == FALSE) {
         applicationLog().error("addEvent: Error creating key value set for event " + name + " " + error.message());
         return;
     }
+    ax_event_key_value_set_mark_as_data(set.get(), "active", nullptr, nullptr);
+    declare("addEvent", name, set.get(), false);
+}
+
+void EventManager::addJSONDataEvent(const std::map<std::string, std::string>& data) {
+    static const std::string name = data_events::kJson;
+    applicationLog().info("addJSONDataEvent: EventManager::addJSONDataEvent called");
+    const KeyValueSet set(ax_event_key_value_set_new());
+    PlatformError error;
+    bool added = addTopics(set.get(), name, error);
+    for (auto entry = data.begin(); added && entry != data.end(); ++entry) {
+        added = ax_event_key_value_set_add_key_value(set.get(), entry->first.c_str(), nullptr, nullptr,
+                                                     AX_VALUE_TYPE_STRING, error.slot()) != FALSE;
+        ax_event_key_value_set_mark_as_data(set.get(), entry->first.c_str(), nullptr, nullptr);
+    }
+    if (!added) {
+        applicationLog().error("addJSONDataEvent: Error creating key value set for event " + name + " " +
+                               error.message());
+        return;
+    }
+    declare("addJSONDataEvent", name, set.get(), true);
+}
+
+void EventManager::addXMLDataEvent(const std::map<std::string, std::string>&) {
+    static const std::string name = data_events::kXml;
+    applicationLog().info("addXMLDataEvent: EventManager::addXMLDataEvent called");
+    const KeyValueSet set(ax_event_key_value_set_new());
+    const Element payload(ax_event_element_item_new("analyticdata", nullptr, nullptr));
+    PlatformError error;
+    if (!addTopics(set.get(), name, error) ||
+        ax_event_key_value_set_add_key_value(set.get(), "payload", nullptr, payload.get(), AX_VALUE_TYPE_ELEMENT,
+                                             error.slot()) == FALSE) {
+        applicationLog().error("addXMLDataEvent: Error creating key value set for event " + name + " " +
+                               error.message());
+        return;
+    }
+    ax_event_key_value_set_mark_as_data(set.get(), "payload", nullptr, nullptr);
+    declare("addXMLDataEvent", name, set.get(), true);
+}
+
+void EventManager::declare(const char* function, const std::string& name, AXEventKeyValueSet* set, bool stateless) {
+    ax_event_key_value_set_add_nice_names(set, "topic2", kTopicNamespace, "Ostrel Senvo", name.c_str(), nullptr);
     guint id = 0;
-    const bool declared =
-        ax_event_key_value_set_mark_as_data(set.get(), "active", nullptr, error.slot()) != FALSE &&
-        ax_event_key_value_set_add_nice_names(set.get(), "topic2", kTopicNamespace, "Ostrel Senvo", name.c_str(),
-                                              error.slot()) != FALSE &&
-        ax_event_handler_declare(m_pHandler.get(), set.get(), FALSE, &id, nullptr, nullptr, error.slot()) != FALSE;
-    if (declared) {
-        applicationLog().info("addEvent: Successfully declared event " + name +
+    PlatformError error;
+    if (ax_event_handler_declare(m_pHandler.get(), set, stateless ? TRUE : FALSE, &id, nullptr, nullptr,
+                                 error.slot()) != FALSE) {
+        applicationLog().info(std::string(function) + ": Successfully declared event " + name +
                               ". Declaration ID=" + std::to_string(id));
     } else {
-        applicationLog().error("addEvent: Failed to declare event " + name + " " + error.message());
+        applicationLog().error(std::string(function) + ": Failed to declare event " + name + " " + error.message());
     }
     registerEvent(name, id);
 }
@@ -155,5 +223,52 @@ void EventManager::sendEvent(const std::string& name, bool active) {
         applicationLog().info("sendEvent: Successfully sent event " + tail);
     } else {
         applicationLog().error("sendEvent: Failed to send event " + tail + " " + error.message());
+    }
+}
+
+void EventManager::sendJSONDataEvent(const std::map<std::string, std::string>& data) {
+    const std::string name = data_events::kJson;
+    const uint32_t id = getDeclarationID(name);
+    if (id == 0) {
+        applicationLog().error("sendJSONDataEvent: No declaration for event " + name);
+        return;
+    }
+    const KeyValueSet set(ax_event_key_value_set_new());
+    for (const auto& [key, value] : data) {
+        PlatformError error;
+        if (ax_event_key_value_set_add_key_value(set.get(), key.c_str(), nullptr, value.c_str(), AX_VALUE_TYPE_STRING,
+                                                 error.slot()) == FALSE) {
+            applicationLog().error("sendJSONDataEvent: Failed to add active key value to event " + name + " " +
+                                   error.message());
+            return;
+        }
+    }
+    send("sendJSONDataEvent", name, id, set.get());
+}
+
+void EventManager::sendXMLDataEvent(const std::map<std::string, std::string>& data) {
+    const std::string name = data_events::kXml;
+    const uint32_t id = getDeclarationID(name);
+    if (id == 0) {
+        applicationLog().error("sendXMLDataEvent: No declaration for event " + name);
+        return;
+    }
+    const Element payload = elementTree(data);
+    const KeyValueSet set(ax_event_key_value_set_new());
+    PlatformError error;
+    if (ax_event_key_value_set_add_key_value(set.get(), "payload", nullptr, payload.get(), AX_VALUE_TYPE_ELEMENT,
+                                             error.slot()) == FALSE) {
+        applicationLog().error("sendXMLDataEvent: Failed to add active key value to event " + name + " " +
+                               error.message());
+        return;
+    }
+    send("sendXMLDataEvent", name, id, set.get());
+}
+
+void EventManager::send(const char* function, const std::string& name, uint32_t id, AXEventKeyValueSet* set) {
+    const std::unique_ptr<AXEvent, FreeEvent> event(ax_event_new2(set, nullptr));
+    PlatformError error;
+    if (ax_event_handler_send_event(m_pHandler.get(), id, event.get(), error.slot()) == FALSE) {
+        applicationLog().error(std::string(function) + ": Failed to send event " + name + " " + error.message());
     }
 }

@@ -16,11 +16,18 @@ inline constexpr const char* kArea3 = "Ostrel Senvo Area 3 Alert";
 inline constexpr const char* kOccupancy = "Ostrel Senvo Occupancy Alert";
 }  // namespace alerts
 
+/** The names of the data events. */
+namespace data_events {
+inline constexpr const char* kJson = "Ostrel Senvo JSON Data";
+inline constexpr const char* kXml = "Ostrel Senvo XML Data";
+}  // namespace data_events
+
 /** Removes every character that is not a letter or digit. */
 std::string friendlyToKey(const std::string& name);
 
 /**
- * Declares the application's alerts with the platform's event service and sends their changes of state.
+ * Declares the application's events with the platform's event service and sends them: alerts, which have a state, and
+ * data events, which carry the statistics of a period.
  *
  * Alerts are started and stopped by the analysis or by hand; each keeps its own account of what it sent, so that one
  * does not cancel the other's. The platform sees both on the same event: a manual stop may end an alert that the
@@ -39,6 +46,12 @@ public:
 
     /** Declares a stateful event with the data key "active". */
     void addEvent(const std::string& name);
+
+    /** Declares the data event with one text per key of the map. Despite its name it carries no JSON document. */
+    void addJSONDataEvent(const std::map<std::string, std::string>& data);
+
+    /** Declares the data event that carries the map as an element tree. */
+    void addXMLDataEvent(const std::map<std::string, std::string>& data);
 
     /** Remembers a declaration. */
     void registerEvent(const std::string& name, uint32_t id);
@@ -59,10 +72,19 @@ public:
     /** Sends one state, whatever was sent before. */
     void sendEvent(const std::string& name, bool active);
 
+    /** Sends a period's tallies; the keys are those of the declaration. */
+    void sendJSONDataEvent(const std::map<std::string, std::string>& data);
+
+    /** Sends a period's tallies as an element tree, a child per key. */
+    void sendXMLDataEvent(const std::map<std::string, std::string>& data);
+
 private:
     struct FreeHandler {
         void operator()(AXEventHandler* handler) const { ax_event_handler_free(handler); }
     };
+
+    void declare(const char* function, const std::string& name, AXEventKeyValueSet* set, bool stateless);
+    void send(const char* function, const std::string& name, uint32_t id, AXEventKeyValueSet* set);
 
     std::unique_ptr<AXEventHandler, FreeHandler> m_pHandler;
     std::map<std::string, uint32_t> m_eventDeclarationIDs;

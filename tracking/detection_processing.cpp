@@ -7,8 +7,6 @@
 namespace {
 
 constexpr int kAreas = 3;
-constexpr int32_t kFollowerStopped = 300;
-constexpr int32_t kFollowerWithoutAnswer = 700;
 
 footings briefly(int area) {
     return static_cast<footings>(2 * area - 1);
@@ -48,10 +46,6 @@ AreaCounts countByArea(const std::vector<one_find>& findings) {
 }  // namespace
 
 DetectionProcessing::DetectionProcessing(const DetectionProcessingParts& parts) : m_parts(parts) {}
-
-void DetectionProcessing::init() {
-    m_FirstSeen.clear();
-}
 
 void DetectionProcessing::get_detections() {
     m_Detections = m_parts.detector.get_detections();
@@ -210,10 +204,10 @@ void DetectionProcessing::update_aoi_and_occupancy_metrics() {
 
 int DetectionProcessing::reset_total_occupancy() {
     m_parts.occupancy.reset_count();
+    m_parts.statistics.resetOccupancy();
     return 0;
 }
 
 bool DetectionProcessing::is_camera_callable(int follower) const {
-    const int32_t status = m_parts.leaderMetrics.followerStatus.at(static_cast<size_t>(follower));
-    return status != kFollowerStopped && status != kFollowerWithoutAnswer;
+    return isCameraCallable(m_parts.leaderMetrics, follower);
 }

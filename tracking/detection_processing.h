@@ -10,6 +10,7 @@
 #include "finding.h"
 #include "location_controller_larod.h"
 #include "occupancy_controller.h"
+#include "occupancy_manager.h"
 #include "tracker.h"
 
 /** The components that the processing of findings works with; all outlive it. */
@@ -20,6 +21,7 @@ struct DetectionProcessingParts {
     const area_of_interest& areas;
     occupancy_controller& occupancy;
     EventManager& events;
+    OccupancyManager& statistics;
     MetricsParams& metrics;
     LeaderMetricsParams& leaderMetrics;
 };
@@ -34,9 +36,6 @@ struct DetectionProcessingParts {
 class DetectionProcessing {
 public:
     explicit DetectionProcessing(const DetectionProcessingParts& parts);
-
-    /** Forgets when objects were first seen; for start-up. */
-    void init();
 
     /** Takes this frame's filtered detections from the detector. */
     void get_detections();

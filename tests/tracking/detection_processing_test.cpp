@@ -87,10 +87,11 @@ protected:
     area_of_interest m_areas{m_config};
     occupancy_controller m_occupancy;
     EventManager m_events;
+    OccupancyManager m_statistics{m_config};
     MetricsParams m_metrics;
     LeaderMetricsParams m_leaderMetrics;
     DetectionProcessing m_processing{
-        {m_config, m_detector, m_tracker, m_areas, m_occupancy, m_events, m_metrics, m_leaderMetrics}};
+        {m_config, m_detector, m_tracker, m_areas, m_occupancy, m_events, m_statistics, m_metrics, m_leaderMetrics}};
 };
 
 using Texts = std::vector<std::string>;

@@ -26,7 +26,7 @@ Value oneOf(const NameTable<Value>& table, const std::string& key, const Json& v
         if (value == name) {
             return meaning;
         }
-        known += (known.empty() ? "" : ", ") + name;
+        known.append(known.empty() ? "" : ", ").append(name);
     }
     refuse(key, "one of " + known, value.dump());
 }
@@ -52,6 +52,11 @@ std::string textOf(const std::string& key, const Json& value) {
     return value.get<std::string>();
 }
 
+/** The name of a key within an object, for messages. */
+std::string joinKeys(std::string object, const std::string& key) {
+    return object.empty() ? key : object.append(".").append(key);
+}
+
 /** Readers of one object's keys; what else the object holds is refused. */
 using Readers = NameTable<std::function<void(const std::string& key, const Json& value)>>;
 
@@ -63,14 +68,15 @@ void readObject(const std::string& prefix, const Json& object, const Readers& re
         refuse(prefix, "an object", object.dump());
     }
     for (const auto& [key, value] : object.items()) {
-        const std::string fullKey = prefix.empty() ? key : prefix + "." + key;
-        const auto reader = std::find_if(readers.begin(), readers.end(), [&](const auto& r) { return r.first == key; });
+        const std::string fullKey = joinKeys(prefix, key);
+        const auto reader = std::find_if(readers.begin(), readers.end(),
+                                         [&wanted = key](const auto& candidate) { return candidate.first == wanted; });
         if (reader == readers.end()) {
-            std::string known;
+            std::string message = "unknown key \"" + fullKey + "\"; known:";
             for (const auto& [name, read] : readers) {
-                known += (known.empty() ? "" : ", ") + name;
+                message.append(&readers.front().first == &name ? " " : ", ").append(name);
             }
-            throw std::runtime_error("unknown key \"" + fullKey + "\"; known: " + known);
+            throw std::runtime_error(message);
         }
         reader->second(fullKey, value);
     }
@@ -117,7 +123,7 @@ std::map<int, ObjectClass> readClassMap(const std::string& key, const Json& valu
         if (std::from_chars(index.data(), end, number).ptr != end || number < 0) {
             refuse(key, "class indices of the network as keys", "\"" + index + "\"");
         }
-        classes[number] = readClass(key + "." + index, name);
+        classes[number] = readClass(joinKeys(key, index), name);
     }
     return classes;
 }

@@ -96,8 +96,10 @@ void MotionBackground::fitExposure(const cv::Mat& picture) {
     if (samples.size() < kFewestSamples) {
         return;  // nearly all is covered: the last exposure is the best guess
     }
-    m_crShift = static_cast<double>(medianOf(cr, 0));
-    m_cbShift = static_cast<double>(medianOf(cb, 0));
+    // further than this goes no white balance: the scene has another colour
+    constexpr double kLargestShift = 20;
+    m_crShift = std::clamp(static_cast<double>(medianOf(cr, 0)), -kLargestShift, kLargestShift);
+    m_cbShift = std::clamp(static_cast<double>(medianOf(cb, 0)), -kLargestShift, kLargestShift);
     m_gain = static_cast<double>(medianOf(m_scratch, 1));
     m_offset = 0;
     // An offset is only believed where a range of brightnesses calls for one.
@@ -130,7 +132,7 @@ void MotionBackground::fitExposure(const cv::Mat& picture) {
 }
 
 void MotionBackground::predict(const cv::Mat& picture) {
-    m_expected.create(picture.size(), CV_32F);
+    m_expected.create(picture.size(), CV_32FC3);
     m_change.create(picture.size(), CV_32F);
     m_chroma.create(picture.size(), CV_32F);
     m_ratio.create(picture.size(), CV_32F);
@@ -144,18 +146,18 @@ void MotionBackground::predict(const cv::Mat& picture) {
         const auto* mean = m_mean.ptr<cv::Vec3f>(y);
         const auto* noise = m_noise.ptr<cv::Vec2f>(y);
         const auto* came = picture.ptr<cv::Vec3b>(y);
-        auto* expected = m_expected.ptr<float>(y);
+        auto* expected = m_expected.ptr<cv::Vec3f>(y);
         auto* change = m_change.ptr<float>(y);
         auto* chroma = m_chroma.ptr<float>(y);
         auto* ratio = m_ratio.ptr<float>(y);
         for (int x = 0; x < picture.cols; ++x) {
             const float brightness = std::clamp(gain * mean[x][0] + offset, 0.0F, 255.0F);
-            const float cr = std::abs(static_cast<float>(came[x][1]) - mean[x][1] - crShift);
-            const float cb = std::abs(static_cast<float>(came[x][2]) - mean[x][2] - cbShift);
+            expected[x] = {brightness, mean[x][1] + crShift, mean[x][2] + cbShift};
+            const float cr = std::abs(static_cast<float>(came[x][1]) - expected[x][1]);
+            const float cb = std::abs(static_cast<float>(came[x][2]) - expected[x][2]);
             const float difference = std::abs(static_cast<float>(came[x][0]) - brightness);
             // what a gain makes of the noise, and of the contrast of a picture that has become darker
             const float scale = std::clamp(gain, 0.5F, 1.5F);
-            expected[x] = brightness;
             chroma[x] = std::max(cr, cb) / std::max(chromaContrast, noise[x][1] * kNoiseMultiple);
             change[x] = std::max(difference / std::max(contrast, noise[x][0] * scale * kNoiseMultiple), chroma[x]);
             ratio[x] = (static_cast<float>(came[x][0]) + 8) / (brightness + 8);

@@ -29,8 +29,8 @@ public:
     /** PixelEvidence of the last compared picture (CV_8U). Empty of evidence while everything changes at once. */
     [[nodiscard]] const cv::Mat& evidence() const { return m_evidence; }
 
-    /** The background's brightness under the exposure of the last compared picture (CV_32F). */
-    [[nodiscard]] const cv::Mat& expectedBrightness() const { return m_expected; }
+    /** The background under the exposure of the last compared picture (CV_32FC3). */
+    [[nodiscard]] const cv::Mat& expectedPicture() const { return m_expected; }
 
     /** Learns from the last compared picture wherever kept (CV_8U) is zero. */
     void learn(const cv::Mat& kept);

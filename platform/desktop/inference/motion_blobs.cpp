@@ -179,12 +179,13 @@ Blob joinBlobs(const std::vector<const Blob*>& parts) {
     return all;
 }
 
-double measureFounding(const Blob& blob, const cv::Mat& brightness, const cv::Mat& expectedBrightness) {
+double measureFounding(const Blob& blob, const cv::Mat& picture, const cv::Mat& expectedPicture) {
     std::vector<std::vector<cv::Point>> contours;
     cv::findContours(blob.mask.clone(), contours, cv::RETR_EXTERNAL, cv::CHAIN_APPROX_NONE, blob.box.tl());
-    const cv::Rect picture(0, 0, brightness.cols, brightness.rows);
-    const auto shown = [&](cv::Point p) { return static_cast<double>(brightness.at<unsigned char>(p)); };
-    const auto expected = [&](cv::Point p) { return static_cast<double>(expectedBrightness.at<float>(p)); };
+    const cv::Rect whole(0, 0, picture.cols, picture.rows);
+    const auto shown = [&](cv::Point p) { return cv::Vec3f(picture.at<cv::Vec3b>(p)); };
+    const auto expected = [&](cv::Point p) { return expectedPicture.at<cv::Vec3f>(p); };
+    const auto distance = [](const cv::Vec3f& a, const cv::Vec3f& b) { return cv::norm(a - b, cv::NORM_L1); };
     double inPicture = 0;
     double inBackground = 0;
     double difference = 0;
@@ -202,12 +203,12 @@ double measureFounding(const Blob& blob, const cv::Mat& brightness, const cv::Ma
                                    static_cast<int>(std::lround(along.x / size * kStep)));
             const cv::Point one = contour[i] + across;
             const cv::Point other = contour[i] - across;
-            if (!one.inside(picture) || !other.inside(picture)) {
+            if (!one.inside(whole) || !other.inside(whole)) {
                 continue;
             }
-            inPicture += std::abs(shown(one) - shown(other));
-            inBackground += std::abs(expected(one) - expected(other));
-            difference += std::max(std::abs(shown(one) - expected(one)), std::abs(shown(other) - expected(other)));
+            inPicture += distance(shown(one), shown(other));
+            inBackground += distance(expected(one), expected(other));
+            difference += std::max(distance(shown(one), expected(one)), distance(shown(other), expected(other)));
         }
     }
     return difference > 0 ? (inPicture - inBackground) / difference : 0;

@@ -24,7 +24,7 @@ std::vector<Blob> findBlobs(const cv::Mat& evidence, double smallestArea);
 /** One blob that covers all of the given ones, which must not be none. */
 Blob joinBlobs(const std::vector<const Blob*>& parts);
 
-/** Measures a blob's founding by the picture's brightness (CV_8U) and the background's (CV_32F). */
-double measureFounding(const Blob& blob, const cv::Mat& brightness, const cv::Mat& expectedBrightness);
+/** Measures a blob's founding by the picture (CV_8UC3) and the background expected behind it (CV_32FC3). */
+double measureFounding(const Blob& blob, const cv::Mat& picture, const cv::Mat& expectedPicture);
 
 }  // namespace desktop

@@ -73,6 +73,7 @@ double vehicleShape(const Shape& s) {
 
 /** How well a shape suits a class; classes that shapes do not tell apart get the value of their kind. */
 double shapeSuits(ObjectClass objectClass, const Shape& s) {
+    constexpr double kLargeIsRarer = 0.1;
     const double tallness = std::log(s.tallness);
     switch (objectClass) {
         case ObjectClass::Person:
@@ -83,11 +84,11 @@ double shapeSuits(ObjectClass objectClass, const Shape& s) {
         case ObjectClass::Bus:
         case ObjectClass::Truck:
         case ObjectClass::Train:
-            return vehicleShape(s) + suits(std::abs(tallness), std::log(3.1), 0.1) + atLeast(s.covered, 0.1, 0.015) -
-                   0.3;
+            return vehicleShape(s) + suits(std::abs(tallness), std::log(3.1), 0.12) + atLeast(s.covered, 0.1, 0.015) -
+                   kLargeIsRarer;
         default:
             // from the side a car is longer than it seems from above, where it also shows its width
-            return vehicleShape(s) + atMost(tallness, std::log(2.0), 0.2) + atLeast(tallness, -std::log(2.8), 0.2);
+            return vehicleShape(s) + atMost(tallness, std::log(2.0), 0.2) + atLeast(tallness, -std::log(2.7), 0.1);
     }
 }
 
@@ -151,6 +152,12 @@ ClassVote::ClassVote(std::vector<ObjectClass> allowed) : m_allowed(std::move(all
 
 void ClassVote::add(const Shape& shape) {
     const double weight = shape.whole() ? 1 : kCutWeight;
+    if (shape.whole() && !m_seenWhole) {
+        // now that all of it is seen, what was seen of its parts tells nothing more
+        m_seenWhole = true;
+        m_sums.fill(0);
+        m_weight = 0;
+    }
     // of late counts more: an object that was seen badly at first may be seen well now
     const double memory = m_decided ? 0.98 : 0.8;
     m_weight = m_weight * memory + weight;
@@ -190,10 +197,11 @@ ObjectClass ClassVote::decide() {
     const double clear = 1.5 + std::min(3.0, m_weight * 0.1);  // the longer it was the same, the clearer
     constexpr double kUndecidedClear = 0.3;
     constexpr double kSeen = 1.7;  // in whole pictures of it
-    if (evidenceFor(best) > evidenceFor(m_class) + (m_decided ? clear : kUndecidedClear)) {
+    const bool deciding = !m_decided && m_weight >= kSeen;
+    if (deciding || evidenceFor(best) > evidenceFor(m_class) + (m_decided ? clear : kUndecidedClear)) {
         m_class = best;
     }
-    m_decided = m_decided || m_weight >= kSeen;
+    m_decided = m_decided || deciding;
     return m_class;
 }
 

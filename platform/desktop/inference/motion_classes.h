@@ -64,6 +64,7 @@ private:
     double m_weight = 0;
     double m_changeSum = 0;
     double m_changeWeight = 0;
+    bool m_seenWhole = false;
     bool m_decided = false;
     ObjectClass m_class = ObjectClass::Person;
 };

@@ -42,7 +42,6 @@ void MotionEngine::shrink(const cv::Mat& rgb) {
     }
     cv::cvtColor(m_small, m_picture, cv::COLOR_RGB2YCrCb);
     cv::blur(m_picture, m_picture, {3, 3});
-    cv::extractChannel(m_picture, m_brightness, 0);
 }
 
 std::vector<Detection> MotionEngine::detect(const cv::Mat& rgb) {
@@ -51,7 +50,7 @@ std::vector<Detection> MotionEngine::detect(const cv::Mat& rgb) {
     std::vector<Blob> blobs =
         findBlobs(m_background.evidence(), m_card.smallestArea * static_cast<double>(m_small.total()));
     for (Blob& blob : blobs) {
-        blob.founding = measureFounding(blob, m_brightness, m_background.expectedBrightness());
+        blob.founding = measureFounding(blob, m_picture, m_background.expectedPicture());
     }
     m_tracks->update(std::move(blobs));
     giveBackToBackground();

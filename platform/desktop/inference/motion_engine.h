@@ -32,7 +32,6 @@ private:
     std::unique_ptr<MotionTracks> m_tracks; /**< made for the size of the first picture */
     cv::Mat m_small;                        /**< RGB at the working size */
     cv::Mat m_picture;                      /**< Y, Cr, Cb at the working size */
-    cv::Mat m_brightness;
     cv::Mat m_kept;
 };
 

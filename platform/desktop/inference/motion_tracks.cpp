@@ -246,11 +246,14 @@ void MotionTracks::confirm(MotionTrack& track) const {
     }
     const bool clear = track.vote.decided() || track.seen >= kCyclesToBelieveUnclear ||
                        (track.seen >= kCyclesToBelieveCut && track.vote.lead() >= kLeads);
-    if (!clear || track.founding < kFounded || track.vote.evidenceFor(track.objectClass) < kFitsNothing) {
-        return;
-    }
     const cv::Point2d centre = centreOf(track.box());
     const double way = std::hypot(centre.x - track.birthplace.x, centre.y - track.birthplace.y);
+    // what goes its way for half its size is a thing, however faint its outline
+    const bool founded = track.founding >= kFounded ||
+                         (track.founding > kGhostly && way > std::min(track.box().width, track.box().height) / 2);
+    if (!clear || !founded || track.vote.evidenceFor(track.objectClass) < kFitsNothing) {
+        return;
+    }
     const cv::Rect2d box = track.box();
     const double enough = track.cameIn ? kTravelled : std::max(kTravelled, kOwnSizes * std::min(box.width, box.height));
     const int cycles = track.cameIn ? kCyclesToConfirm : kCyclesToBelieveSudden;

@@ -77,10 +77,10 @@ TEST(DecodeYolov8, ReadsCandidatesAcrossTheTensor) {
 
 TEST(DecodeYolox, PlacesCandidatesInTheirCells) {
     // an input of 64x32 has 8x4 cells of stride 8, 4x2 of 16 and 2x1 of 32: 42 in all
-    std::vector<float> values(42 * 7);
-    // cell 32 + 1*4 + 3 = 39: the second row and fourth column of stride 16
+    std::vector<float> values(294);  // of 7 values each
+    // cell 32 + 1*4 + 3 = 39, value 273: the second row and fourth column of stride 16
     const std::vector<float> candidate = {0.5F, 0.25F, std::log(0.5F), 0, 0.5F, 0.2F, 0.9F};
-    std::copy(candidate.begin(), candidate.end(), values.begin() + 39 * 7);
+    std::copy(candidate.begin(), candidate.end(), values.begin() + 273);
     const cv::Mat output = tensor({1, 42, 7}, values);
     EXPECT_EQ(refusal(Decoder::Yolox, {output}, {64, 32}, 1), "(accepted)");
     // centre x (3 + 0.5) * 16 = 56, y (1 + 0.25) * 16 = 20; width 0.5 * 16 = 8, height 1 * 16 = 16; score 0.5 * 0.9

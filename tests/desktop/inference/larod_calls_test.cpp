@@ -34,7 +34,7 @@ private:
 };
 
 constexpr const char* kMotionCard = R"({"engine":"motion","tensor":{"width":96,"height":64}})";
-constexpr size_t kPictureBytes = 3 * 96 * 64;
+constexpr size_t kPictureBytes = 18432;  // 3 * 96 * 64
 
 class LarodCalls : public testing::Test {
 protected:

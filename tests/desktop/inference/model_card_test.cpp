@@ -28,7 +28,9 @@ std::string networkCard(const std::string& replacedKey, const std::string& value
     for (const auto& [key, usual] : keys) {
         replaced = replaced || key == replacedKey;
         const std::string used = key == replacedKey ? value : usual;
-        card += used.empty() ? "" : ",\"" + key + "\":" + used;
+        if (!used.empty()) {
+            card.append(",\"").append(key).append("\":").append(used);
+        }
     }
     return card + (replaced || replacedKey.empty() ? "" : ",\"" + replacedKey + "\":" + value) + "}";
 }

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "config_params.h"
+#include "countdown_timer.h"
+#include "event_manager.h"
+#include "finding.h"
+#include "record_archive.h"
+#include "transient_state.h"
+
+/** The names of the four archives' files. */
+struct ArchiveFileNames {
+    std::string crowdCount = "CrowdCountTidy.csv";
+    std::string entranceActivity = "EntranceActivityTidy.csv";
+    std::string occupancy = "OccupancyTidy.csv";
+    std::string averageCrowdCount = "AverageCrowdCountTidy.csv";
+};
+
+/**
+ * Turns every cycle's findings into per-period tallies; at the end of each period publishes them as data events and
+ * appends them to the archives. A second set of tallies waits for a leader to fetch it.
+ */
+class OccupancyManager {
+public:
+    /** config: the live record; it says what is monitored. The first period lasts 60 seconds. */
+    explicit OccupancyManager(const ConfigParams& config, const ArchiveFileNames& files = {});
+
+    /** Mends the archives after a process that was killed; for start-up. */
+    void repairArchives();
+
+    /** Adds a cycle's findings and, when the period is over, publishes and archives it. True. */
+    bool add(const std::vector<one_find>& findings, const CameraInfo& cameraInfo, EventManager& events);
+
+    // The same operation on both sets of tallies.
+    void reset();
+    void resetEntranceActivity();
+    void resetCrowdCounts();
+    void resetCumulativeCrowdCounts();
+    void resetOccupancy();
+
+    std::map<std::string, std::string> getDataMap() const { return localState.getDataMap(); }
+    std::map<std::string, std::string> getSparseDataMap() const { return localState.getSparseDataMap(); }
+
+    /** Appends this camera's tallies to the archives and clears them, but for the occupancy. True. */
+    bool flushLocal(const std::string& dateTime, const std::string& cameraName);
+
+    /** The tallies since a leader last fetched them, as text; clears them, but for the occupancy. */
+    std::string followerFlush();
+
+    std::vector<CrowdCountRecord> getArchivedCrowdCountRecords() const;
+    std::vector<CrowdCountRecord> getArchivedAverageCrowdCountRecords() const;
+    std::vector<EntranceActivityRecord> getArchivedEntranceActivityRecords() const;
+    std::vector<OccupancyObjectRecord> getArchivedOccupancyObjectRecords() const;
+
+    // The archives as one table. Throw what std::stoi throws over an archive with words for numbers.
+    std::string getSummaryReportCSV() const;
+    std::string getSummaryReportHTML() const;
+    void writeSummaryReportCSV(const std::string& path) const;
+
+    /** Starts a period of so many seconds. */
+    void setFlushInterval(int seconds);
+    int getFlushInterval() const { return flushInterval; }
+
+private:
+    RecordArchive<CrowdCountRecord> crowdCountRecordArchive;
+    RecordArchive<EntranceActivityRecord> entranceActivityRecordArchive;
+    RecordArchive<OccupancyObjectRecord> occupancyObjectRecordArchive;
+    RecordArchive<CrowdCountRecord> averageCrowdCountRecordArchive;
+    int flushInterval = 60; /**< seconds */
+    CountdownTimer flushTimer{flushInterval};
+    TransientState localState;  /**< flushed by the period timer */
+    TransientState remoteState; /**< fetched by a leader */
+};

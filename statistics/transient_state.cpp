@@ -1,0 +1,238 @@
+#include "transient_state.h"
+
+#include <algorithm>
+#include <cmath>
+#include <sstream>
+
+namespace {
+
+size_t index(auto value) {
+    return static_cast<size_t>(value);
+}
+
+template <typename Record>
+void appendSection(std::string& text, const std::vector<Record>& records) {
+    text += std::to_string(records.size()) + '\n';
+    for (const Record& record : records) {
+        text += record.serialize() + '\n';
+    }
+}
+
+template <typename Record>
+void readSection(std::istream& text, const std::string& dateTime, const std::string& camera,
+                 std::vector<Record>& records) {
+    std::string line;
+    std::getline(text, line);
+    const int count = std::stoi(line);
+    for (int i = 0; i < count; ++i) {
+        // A count may promise any number of lines: it is believed only as far as the text goes.
+        if (!std::getline(text, line)) {
+            return;
+        }
+        Record record;
+        record.deserialize(line);
+        record.dateTime = dateTime;
+        record.cameraName = camera;
+        records.push_back(record);
+    }
+}
+
+}  // namespace
+
+TransientState::TransientState(const ConfigParams& config) : m_config(config) {}
+
+void TransientState::reset() {
+    resetCrowdCounts();
+    resetEntranceActivity();
+    resetCumulativeCrowdCounts();
+}
+
+void TransientState::resetCrowdCounts() {
+    crowdCounts = {};
+}
+
+void TransientState::resetEntranceActivity() {
+    entrances = {};
+    exits = {};
+}
+
+void TransientState::resetCumulativeCrowdCounts() {
+    cumulativeCrowdCounts = {};
+    numberOfFrames = 0;
+}
+
+void TransientState::resetOccupancy() {
+    resetEntranceActivity();
+    occupancy = {};
+}
+
+int32_t TransientState::getCrowdCount(aoi area, objects object) const {
+    return crowdCounts.at(index(area)).at(index(object));
+}
+
+int32_t TransientState::getEntrances(entrance zone, objects object) const {
+    return entrances.at(index(zone)).at(index(object));
+}
+
+int32_t TransientState::getExits(entrance zone, objects object) const {
+    return exits.at(index(zone)).at(index(object));
+}
+
+int32_t TransientState::getAverageCrowdCount(aoi area, objects object) const {
+    return averageOf(index(area), index(object));
+}
+
+int32_t TransientState::averageOf(size_t area, size_t object) const {
+    if (numberOfFrames == 0) {
+        return 0;
+    }
+    const auto sum = static_cast<float>(cumulativeCrowdCounts.at(area).at(object));
+    return static_cast<int32_t>(std::round(sum / static_cast<float>(numberOfFrames)));
+}
+
+int32_t TransientState::getOccupancy(objects object) const {
+    return std::max(0, occupancy.at(index(object)));
+}
+
+bool TransientState::add(const one_find& finding) {
+    const size_t object = index(finding.detect.ClassId);
+    if (finding.footing != footings::not_in_AOI) {
+        const size_t area = (index(finding.footing) - 1) / 2;
+        ++crowdCounts.at(area).at(object);
+        ++cumulativeCrowdCounts.at(area).at(object);
+    }
+    if (finding.entranceAct != entranceActivity::unknown) {
+        const size_t zone = index(finding.entranceAct) / 2;
+        if (index(finding.entranceAct) % 2 == 0) {
+            ++entrances.at(zone).at(object);
+            ++occupancy.at(object);
+        } else {
+            ++exits.at(zone).at(object);
+            if (occupancy.at(object) >= 1) {
+                --occupancy.at(object);
+            }
+        }
+    }
+    return true;
+}
+
+bool TransientState::add(const std::vector<one_find>& findings) {
+    resetCrowdCounts();
+    for (const one_find& finding : findings) {
+        add(finding);
+    }
+    ++numberOfFrames;
+    return true;
+}
+
+template <typename Visit>
+void TransientState::forEachMonitored(bool (*isMonitored)(const ConfigParams&, int), Visit visit) const {
+    for (size_t row = 0; row < kAreas; ++row) {
+        for (size_t object = 0; object < kClasses; ++object) {
+            if (isMonitored(m_config, static_cast<int>(row)) &&
+                isObjectClassMonitored(m_config, static_cast<int>(object))) {
+                visit(row, object);
+            }
+        }
+    }
+}
+
+std::vector<CrowdCountRecord> TransientState::getCrowdCountRecords(const std::string& dateTime,
+                                                                   const std::string& camera) const {
+    std::vector<CrowdCountRecord> records;
+    forEachMonitored(isAreaMonitored, [&](size_t area, size_t object) {
+        records.emplace_back(dateTime, camera, static_cast<aoi>(area), static_cast<objects>(object),
+                             crowdCounts[area][object]);
+    });
+    return records;
+}
+
+std::vector<CrowdCountRecord> TransientState::getAverageCrowdCountRecords(const std::string& dateTime,
+                                                                          const std::string& camera) const {
+    std::vector<CrowdCountRecord> records;
+    forEachMonitored(isAreaMonitored, [&](size_t area, size_t object) {
+        records.emplace_back(dateTime, camera, static_cast<aoi>(area), static_cast<objects>(object),
+                             averageOf(area, object));
+    });
+    return records;
+}
+
+std::vector<EntranceActivityRecord> TransientState::getEntranceActivityRecords(const std::string& dateTime,
+                                                                               const std::string& camera) const {
+    std::vector<EntranceActivityRecord> records;
+    forEachMonitored(isEntranceMonitored, [&](size_t zone, size_t object) {
+        records.emplace_back(dateTime, camera, static_cast<entrance>(zone), static_cast<objects>(object),
+                             entrances[zone][object], exits[zone][object]);
+    });
+    return records;
+}
+
+std::vector<OccupancyObjectRecord> TransientState::getOccupancyObjectRecords(const std::string& dateTime,
+                                                                             const std::string& camera) const {
+    std::vector<OccupancyObjectRecord> records;
+    for (size_t object = 0; object < kClasses; ++object) {
+        if (isObjectClassMonitored(m_config, static_cast<int>(object))) {
+            records.emplace_back(dateTime, camera, static_cast<objects>(object), occupancy[object]);
+        }
+    }
+    return records;
+}
+
+std::string TransientState::getSerializedRecords() const {
+    std::string text;
+    appendSection(text, getCrowdCountRecords("", ""));
+    appendSection(text, getEntranceActivityRecords("", ""));
+    appendSection(text, getOccupancyObjectRecords("", ""));
+    appendSection(text, getAverageCrowdCountRecords("", ""));
+    return text;
+}
+
+void TransientState::deserializeRecords(const std::string& text, const std::string& dateTime, const std::string& camera,
+                                        std::vector<CrowdCountRecord>& crowd,
+                                        std::vector<EntranceActivityRecord>& activity,
+                                        std::vector<OccupancyObjectRecord>& occupants,
+                                        std::vector<CrowdCountRecord>& average) {
+    std::istringstream stream(text);
+    readSection(stream, dateTime, camera, crowd);
+    readSection(stream, dateTime, camera, activity);
+    readSection(stream, dateTime, camera, occupants);
+    readSection(stream, dateTime, camera, average);
+}
+
+/** Visits every tally with its name, its value and whether it is monitored. */
+template <typename Visit>
+void TransientState::visitData(Visit visit) const {
+    for (size_t object = 0; object < kClasses; ++object) {
+        const bool classMonitored = isObjectClassMonitored(m_config, static_cast<int>(object));
+        const std::string name = objectNames[object];
+        for (size_t row = 0; row < kAreas; ++row) {
+            const bool inArea = classMonitored && isAreaMonitored(m_config, static_cast<int>(row));
+            const bool inEntrance = classMonitored && isEntranceMonitored(m_config, static_cast<int>(row));
+            const std::string area = aoiNames[row];
+            const std::string zone = entranceNames[row];
+            visit(area + "_" + name, crowdCounts[row][object], inArea);
+            visit("Average" + area + "_" + name, averageOf(row, object), inArea);
+            visit(zone + "_Entrances_" + name, entrances[row][object], inEntrance);
+            visit(zone + "_Exits_" + name, exits[row][object], inEntrance);
+        }
+        visit("Occupancy_" + name, occupancy[object], classMonitored);
+    }
+}
+
+std::map<std::string, std::string> TransientState::getDataMap() const {
+    std::map<std::string, std::string> data;
+    visitData([&](const std::string& name, int32_t value, bool monitored) {
+        data[name] = monitored ? std::to_string(value) : std::string();
+    });
+    return data;
+}
+
+std::map<std::string, std::string> TransientState::getSparseDataMap() const {
+    std::map<std::string, std::string> data;
+    visitData([&](const std::string& name, int32_t value, bool monitored) {
+        if (monitored) {
+            data[name] = std::to_string(value);
+        }
+    });
+    return data;
+}
