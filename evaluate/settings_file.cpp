@@ -59,17 +59,19 @@ Settings::Polygon polygonOf(const std::string& key, const nlohmann::json& value,
 }
 
 std::vector<std::string> classesOf(const std::string& key, const nlohmann::json& value) {
-    std::string known;
+    std::vector<std::string> known;
+    std::string listed;
     for (int index = 0; index <= static_cast<int>(objects::boat); ++index) {
-        known += (index == 0 ? "" : ", ") + std::string(class_index_to_label(index));
+        known.emplace_back(class_index_to_label(index));
+        listed += (index == 0 ? "" : ", ") + known.back();
     }
     if (!value.is_array()) {
-        fail(key, "a list of " + known, value);
+        fail(key, "a list of " + listed, value);
     }
     std::vector<std::string> classes;
     for (const nlohmann::json& name : value) {
-        if (!name.is_string() || (", " + known + ",").find(", " + name.get<std::string>() + ",") == std::string::npos) {
-            fail(key, "one of " + known, name);
+        if (!name.is_string() || std::find(known.begin(), known.end(), name.get<std::string>()) == known.end()) {
+            fail(key, "one of " + listed, name);
         }
         classes.push_back(name.get<std::string>());
     }

@@ -1,0 +1,202 @@
+#include "parameter_store.h"
+
+#include <atomic>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include "program.h"
+#include "test_folder.h"
+
+namespace {
+
+using desktop::ParameterDefault;
+using desktop::ParameterStore;
+using Names = std::vector<std::string>;
+
+class ParameterFile : public testing::Test {
+protected:
+    TestFolder m_folder;
+    std::string m_path = m_folder.path() / "parameters.db";
+};
+
+/** What a call throws. */
+template <typename Call>
+std::string errorOf(Call call) {
+    try {
+        call();
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return "nothing";
+}
+
+TEST_F(ParameterFile, DefaultsAreSeededOnce) {
+    {
+        ParameterStore store(m_path, {{"A", "1"}, {"B", "2"}});
+        EXPECT_EQ(store.get("A"), "1");
+        store.set("A", "5");
+    }
+    ParameterStore store(m_path, {{"A", "7"}, {"B", "8"}, {"C", "9"}});
+    EXPECT_EQ(store.get("A"), "5") << "was set";
+    EXPECT_EQ(store.get("B"), "2") << "was seeded before";
+    EXPECT_EQ(store.get("C"), "9") << "is new";
+}
+
+TEST_F(ParameterFile, AddingKeepsWhatIsThere) {
+    ParameterStore store(m_path, {{"A", "1"}});
+    EXPECT_FALSE(store.add("A", "0"));
+    EXPECT_TRUE(store.add("B", "0"));
+    EXPECT_FALSE(store.add("B", "7"));
+    EXPECT_EQ(store.get("A"), "1");
+    EXPECT_EQ(store.get("B"), "0");
+    EXPECT_EQ(store.names(), (Names{"A", "B"}));
+}
+
+TEST_F(ParameterFile, AnUnknownNameHasNoValueAndTakesNone) {
+    ParameterStore store(m_path, {});
+    EXPECT_EQ(store.get("A"), std::nullopt);
+    EXPECT_EQ(errorOf([&] { store.set("A", "1"); }), "no parameter A");
+    EXPECT_EQ(store.get("A"), std::nullopt);
+}
+
+TEST_F(ParameterFile, TextsAreKeptAsTheyAre) {
+    const std::string odd = "'; DROP TABLE parameter; --\n\xC3\xA4 \"";
+    ParameterStore store(m_path, {{"A", ""}});
+    EXPECT_EQ(store.get("A"), "");
+    store.set("A", odd);
+    EXPECT_EQ(store.get("A"), odd);
+}
+
+TEST_F(ParameterFile, ASetSurvivesTheKillOfItsProcess) {
+    int done[2] = {-1, -1};
+    ASSERT_EQ(pipe(done), 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        ParameterStore store(m_path, {{"A", "1"}, {"B", "1"}});
+        store.set("A", "2");
+        store.add("C", "3");
+        [[maybe_unused]] const ssize_t written = write(done[1], "x", 1);
+        for (;;) {
+            pause();
+        }
+    }
+    Child child(pid);
+    char byte = 0;
+    ASSERT_EQ(read(done[0], &byte, 1), 1);
+    kill(child.pid(), SIGKILL);
+    ASSERT_EQ(child.wait(10000), 128 + SIGKILL);
+    ParameterStore store(m_path, {});
+    EXPECT_EQ(store.get("A"), "2");
+    EXPECT_EQ(store.get("B"), "1");
+    EXPECT_EQ(store.get("C"), "3");
+    close(done[0]);
+    close(done[1]);
+}
+
+TEST_F(ParameterFile, ReadersSeeEveryValueWholeAndInOrderWhileOneWrites) {
+    constexpr int kValues = 300;
+    ParameterStore store(m_path, {{"A", "0"}});
+    ParameterStore besides(m_path, {});  // as another process has it
+    std::atomic<bool> writing = true;
+    const auto readAll = [&writing](ParameterStore& from) {
+        int last = 0;
+        while (writing) {
+            const int value = std::stoi(from.get("A").value());
+            EXPECT_GE(value, last);
+            last = value;
+        }
+    };
+    std::thread first([&] { readAll(store); });
+    std::thread second([&] { readAll(store); });
+    std::thread third([&] { readAll(besides); });
+    for (int value = 1; value <= kValues; ++value) {
+        store.set("A", std::to_string(value));
+    }
+    writing = false;
+    first.join();
+    second.join();
+    third.join();
+    EXPECT_EQ(besides.get("A"), std::to_string(kValues));
+}
+
+TEST_F(ParameterFile, AFullDiskIsAnErrorOfTheCallAndLosesNothing) {
+    ParameterStore store(m_path, {{"A", "1"}});
+    rlimit before = {};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const auto handlerBefore = signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit = {65536, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const std::string error = errorOf([&] { store.set("A", std::string(200000, 'x')); });
+    setrlimit(RLIMIT_FSIZE, &before);
+    signal(SIGXFSZ, handlerBefore);
+    EXPECT_EQ(error.rfind(m_path + ": ", 0), 0U) << error;
+    EXPECT_EQ(store.get("A"), "1");
+    store.set("A", "2");
+    EXPECT_EQ(store.get("A"), "2") << "with room again, it goes on";
+}
+
+TEST_F(ParameterFile, ThatCannotBeOpenedIsNamed) {
+    std::filesystem::create_directory(m_path);
+    EXPECT_EQ(errorOf([&] { const ParameterStore store(m_path, {}); }), m_path + ": unable to open database file");
+    const std::string missing = m_folder.path() / "missing/parameters.db";
+    EXPECT_EQ(errorOf([&] { const ParameterStore store(missing, {}); }), missing + ": unable to open database file");
+}
+
+TEST_F(ParameterFile, ThatIsNoDatabaseIsNamed) {
+    writeFile(m_path, std::string(5000, 'x'));
+    EXPECT_EQ(errorOf([&] { const ParameterStore store(m_path, {}); }), m_path + ": file is not a database");
+}
+
+// --- Package manifests -----------------------------------------------------------------------------------------------
+
+TEST_F(ParameterFile, AManifestsDefaultsKeepTheirOrder) {
+    const std::string path = m_folder.path() / "manifest.json";
+    writeFile(path,
+              R"({"parameters": [{"name": "Z", "default": "1", "type": "integer"}, {"name": "A", "default": ""}]})");
+    const std::vector<ParameterDefault> defaults = desktop::readManifestDefaults(path);
+    ASSERT_EQ(defaults.size(), 2U);
+    EXPECT_EQ(defaults[0].name, "Z");
+    EXPECT_EQ(defaults[0].value, "1");
+    EXPECT_EQ(defaults[1].name, "A");
+    EXPECT_EQ(defaults[1].value, "");
+}
+
+struct ManifestCase {
+    const char* label;
+    const char* text;
+    const char* error;
+};
+
+class BadManifest : public ParameterFile, public testing::WithParamInterface<ManifestCase> {};
+
+TEST_P(BadManifest, IsNamedWithWhatWasExpected) {
+    const std::string path = m_folder.path() / "manifest.json";
+    writeFile(path, GetParam().text);
+    EXPECT_EQ(errorOf([&] { desktop::readManifestDefaults(path); }), path + GetParam().error) << GetParam().label;
+}
+
+constexpr const char* kNoList = ": expected a JSON object with a list \"parameters\"";
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, BadManifest,
+    testing::Values(ManifestCase{"empty", "", kNoList}, ManifestCase{"no JSON", "parameters", kNoList},
+                    ManifestCase{"a list", "[]", kNoList}, ManifestCase{"no parameters", "{}", kNoList},
+                    ManifestCase{"parameters of another kind", R"({"parameters": {}})", kNoList},
+                    ManifestCase{"no default", R"({"parameters": [{"name":"A"}]})",
+                                 ": expected texts \"name\" and \"default\" in a parameter, got {\"name\":\"A\"}"},
+                    ManifestCase{"no name", R"({"parameters": [{"default":"1"}]})",
+                                 ": expected texts \"name\" and \"default\" in a parameter, got {\"default\":\"1\"}"},
+                    ManifestCase{"a number as default", R"({"parameters": [{"default":1,"name":"A"}]})",
+                                 ": expected texts \"name\" and \"default\" in a parameter, got "
+                                 "{\"default\":1,\"name\":\"A\"}"},
+                    ManifestCase{"no object", R"({"parameters": [7]})",
+                                 ": expected texts \"name\" and \"default\" in a parameter, got 7"}),
+    [](const auto& instance) { return "Case" + std::to_string(instance.index); });
+
+TEST_F(ParameterFile, AMissingManifestIsNamed) {
+    EXPECT_EQ(errorOf([] { desktop::readManifestDefaults("/missing/manifest.json"); }),
+              "cannot read the package manifest /missing/manifest.json");
+}
+
+}  // namespace

@@ -1,0 +1,59 @@
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <unistd.h>
+
+/*
+ * Does what the environment variable BEHAVIOUR says, one word a start: the word's place is the number of lines in the
+ * file "starts" of the working folder, and the last word goes on for ever.
+ *
+ * ok, error: ends with status 0 or 1. killed: ends by SIGKILL. wait: tells the supervisor's process by SIGTERM that it
+ * runs, then waits for SIGTERM, writes the file "asked" and ends with 0. stubborn: the same, but does not end.
+ */
+namespace {
+
+std::string wordOf(const std::string& words, int number) {
+    size_t from = 0;
+    for (; number > 0 && words.find(' ', from) != std::string::npos; --number) {
+        from = words.find(' ', from) + 1;
+    }
+    return words.substr(from, words.find(' ', from) - from);
+}
+
+}  // namespace
+
+int main() {
+    int starts = 0;
+    {
+        std::ifstream file("starts");
+        for (std::string line; std::getline(file, line);) {
+            ++starts;
+        }
+    }
+    std::ofstream("starts", std::ios::app) << getpid() << '\n';
+    const char* const behaviour = std::getenv("BEHAVIOUR");
+    const std::string word = wordOf(behaviour == nullptr ? "" : behaviour, starts);
+    if (word == "ok") {
+        return EXIT_SUCCESS;
+    }
+    if (word == "killed") {
+        raise(SIGKILL);
+    }
+    if (word == "wait" || word == "stubborn") {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGTERM);
+        kill(getppid(), SIGTERM);
+        int signal = 0;
+        // Held back since the start: a SIGTERM that came before this line is received, too.
+        sigwait(&signals, &signal);
+        std::ofstream("asked") << strsignal(signal) << '\n';
+        while (word == "stubborn") {
+            pause();
+        }
+        return EXIT_SUCCESS;
+    }
+    return EXIT_FAILURE;
+}
