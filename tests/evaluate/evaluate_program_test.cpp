@@ -128,19 +128,26 @@ TEST_F(EvaluateProgram, CountsTheSceneAsItsTruthSays) {
     EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
-class RealClip : public EvaluateProgram, public testing::WithParamInterface<const char*> {};
+struct RealClipCase {
+    const char* clip;
+    const char* model;
+};
+
+class RealClip : public EvaluateProgram, public testing::WithParamInterface<RealClipCase> {};
 
 TEST_P(RealClip, IsCountedAsItsTruthSays) {
     const std::filesystem::path shared = sharedFolder();
     if (shared.empty()) {
         GTEST_SKIP() << "no shared clips on this machine";
     }
-    const std::string name = shared / "media" / GetParam();
-    const ProgramResult result = run({name + ".mp4", "--truth", name + ".truth.json"});
+    const std::string name = shared / "media" / GetParam().clip;
+    const ProgramResult result = run({name + ".mp4", "--truth", name + ".truth.json", "--model", GetParam().model,
+                                      "--networks", (shared / "models").string()});
     EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, RealClip, testing::Values("car-detection", "one-by-one-person-detection"),
+INSTANTIATE_TEST_SUITE_P(Table, RealClip, testing::Values(RealClipCase{"car-detection", "motion"},
+                                         RealClipCase{"one-by-one-person-detection", "yolo-fastest-xl"}),
                          [](const auto& instance) { return "Case" + std::to_string(instance.index); });
 
 }  // namespace
