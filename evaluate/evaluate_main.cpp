@@ -103,7 +103,8 @@ int main(int argc, char** argv) {
     app.add_option("--settings", settingsFile, "Use the settings of this JSON file");
     app.add_option("--model", options.model, "Model card: a file, or a name such as motion")->capture_default_str();
     app.add_option("--networks", options.networksFolder, "Folder of the network files that the card names");
-    app.add_option("--out", options.outFolder, "Keep what was found in this folder: tracks.jsonl, events.jsonl");
+    app.add_option("--out", options.outFolder,
+                   "Keep what was found in this folder: tracks.jsonl, events.jsonl, the archives and the report");
     app.add_flag("--json", json, "Print the results as JSON");
     try {
         app.parse(argc, argv);

@@ -125,6 +125,9 @@ void startServices(const EvaluationOptions& options, const desktop::CameraFolder
     config.nowMicros = clockNowMicros;
     desktop::setDesktopConfig(config);
     setenv("OSTREL_SENVO_ROOT", camera.root().c_str(), 1);
+    // The clip's clock knows no time zone: local times in archives are the same on every machine.
+    setenv("TZ", "UTC", 1);
+    tzset();
 }
 
 void runCycles(const EvaluationOptions& options, Application& application, std::ostream* tracks, int64_t& virtualNow,
@@ -158,6 +161,38 @@ void runCycles(const EvaluationOptions& options, Application& application, std::
         }
     }
     results.cycles = application.frameCounter();
+}
+
+void checkWritten(const std::ostream& file, const fs::path& path) {
+    if (!file) {
+        throw EvaluationError("cannot write " + path.string());
+    }
+}
+
+/** Copies a file into a folder; one that does not exist becomes an empty one. */
+void keepFile(const fs::path& source, const fs::path& folder) {
+    std::ofstream kept(folder / source.filename(), std::ios::trunc);
+    if (fs::exists(source) && fs::file_size(source) > 0) {
+        kept << std::ifstream(source).rdbuf();
+    }
+    kept.close();
+    checkWritten(kept, folder / source.filename());
+}
+
+/** Closes the period that the clip's end cut short, so that the archives hold all of it, and writes the reports. */
+void writeReports(OccupancyManager& statistics, const Application& application, const fs::path& out) {
+    if (statistics.hasFrames()) {
+        statistics.flushLocal(OccupancyRecordBase::getCurrentDateTime(),
+                              application.config().cameraInfo.thisCameraName);
+    }
+    const auto write = [&out](const char* name, const std::string& text) {
+        std::ofstream file(out / name, std::ios::trunc);
+        file << text;
+        file.close();
+        checkWritten(file, out / name);
+    };
+    write("report.csv", statistics.getSummaryReportCSV());
+    write("report.html", statistics.getSummaryReportHTML());
 }
 
 fs::path preparedOutFolder(const std::string& folder) {
@@ -204,13 +239,19 @@ Results evaluateIn(const fs::path& folder, const EvaluationOptions& options) {
         }
         runCycles(options, application, out.empty() ? nullptr : &tracks, virtualNow, results);
         tracks.close();
-        if (!out.empty() && !tracks) {
-            throw EvaluationError("cannot write " + (out / "tracks.jsonl").string());
+        if (!out.empty()) {
+            checkWritten(tracks, out / "tracks.jsonl");
+            writeReports(application.statistics(), application, out);
         }
     }
     results.alertChanges = readAlertChanges(camera.path() / "events.jsonl");
     if (!out.empty()) {
-        std::ofstream(out / "events.jsonl", std::ios::trunc) << std::ifstream(camera.path() / "events.jsonl").rdbuf();
+        keepFile(camera.path() / "events.jsonl", out);
+        for (const fs::directory_entry& entry : fs::directory_iterator(camera.log().parent_path())) {
+            if (entry.path().extension() == ".csv") {
+                keepFile(entry.path(), out);
+            }
+        }
     }
     setClock(nullptr);
     if (const std::string error = desktop::sourceError(); !error.empty()) {

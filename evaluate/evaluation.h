@@ -13,7 +13,7 @@ struct EvaluationOptions {
     std::string model = "motion";     /**< a model card's name or path */
     std::string networksFolder;       /**< where the card's network files lie */
     std::optional<Settings> settings; /**< none: a fresh camera's */
-    std::string outFolder;            /**< where tracks.jsonl and events.jsonl are kept; empty: nowhere */
+    std::string outFolder;            /**< where tracks, events, archives and reports are kept; empty: nowhere */
     /** Told the time of each cycle and the clip's length in seconds, 0 when unknown. */
     std::function<void(double, double)> progress;
 };

@@ -44,6 +44,9 @@ public:
     std::map<std::string, std::string> getDataMap() const { return localState.getDataMap(); }
     std::map<std::string, std::string> getSparseDataMap() const { return localState.getSparseDataMap(); }
 
+    /** Whether a frame was added since the last flush. */
+    bool hasFrames() const { return localState.getNumberOfFrames() > 0; }
+
     /** Appends this camera's tallies to the archives and clears them, but for the occupancy. True. */
     bool flushLocal(const std::string& dateTime, const std::string& cameraName);
 
