@@ -1,5 +1,6 @@
 #include "event_manager.h"
 
+#include <algorithm>
 #include <cctype>
 
 #include "Logger.h"
@@ -98,8 +99,7 @@ void EventManager::addEvent(const std::string& name) {
         applicationLog().error("addEvent: Error creating key value set for event " + name + " " + error.message());
         return;
     }
-    ax_event_key_value_set_mark_as_data(set.get(), "active", nullptr, nullptr);
-    declare("addEvent", name, set.get(), false);
+    declare("addEvent", name, set.get(), {"active"}, false);
 }
 
 void EventManager::addJSONDataEvent(const std::map<std::string, std::string>& data) {
@@ -107,18 +107,19 @@ void EventManager::addJSONDataEvent(const std::map<std::string, std::string>& da
     applicationLog().info("addJSONDataEvent: EventManager::addJSONDataEvent called");
     const KeyValueSet set(ax_event_key_value_set_new());
     PlatformError error;
+    std::vector<std::string> keys;
     bool added = addTopics(set.get(), name, error);
     for (auto entry = data.begin(); added && entry != data.end(); ++entry) {
         added = ax_event_key_value_set_add_key_value(set.get(), entry->first.c_str(), nullptr, nullptr,
                                                      AX_VALUE_TYPE_STRING, error.slot()) != FALSE;
-        ax_event_key_value_set_mark_as_data(set.get(), entry->first.c_str(), nullptr, nullptr);
+        keys.push_back(entry->first);
     }
     if (!added) {
         applicationLog().error("addJSONDataEvent: Error creating key value set for event " + name + " " +
                                error.message());
         return;
     }
-    declare("addJSONDataEvent", name, set.get(), true);
+    declare("addJSONDataEvent", name, set.get(), keys, true);
 }
 
 void EventManager::addXMLDataEvent(const std::map<std::string, std::string>&) {
@@ -134,15 +135,20 @@ void EventManager::addXMLDataEvent(const std::map<std::string, std::string>&) {
                                error.message());
         return;
     }
-    ax_event_key_value_set_mark_as_data(set.get(), "payload", nullptr, nullptr);
-    declare("addXMLDataEvent", name, set.get(), true);
+    declare("addXMLDataEvent", name, set.get(), {"payload"}, true);
 }
 
-void EventManager::declare(const char* function, const std::string& name, AXEventKeyValueSet* set, bool stateless) {
-    ax_event_key_value_set_add_nice_names(set, "topic2", kTopicNamespace, "Ostrel Senvo", name.c_str(), nullptr);
+void EventManager::declare(const char* function, const std::string& name, AXEventKeyValueSet* set,
+                           const std::vector<std::string>& dataKeys, bool stateless) {
     guint id = 0;
     PlatformError error;
-    if (ax_event_handler_declare(m_pHandler.get(), set, stateless ? TRUE : FALSE, &id, nullptr, nullptr,
+    const auto mark = [&](const std::string& key) {
+        return ax_event_key_value_set_mark_as_data(set, key.c_str(), nullptr, error.slot()) != FALSE;
+    };
+    if (std::all_of(dataKeys.begin(), dataKeys.end(), mark) &&
+        ax_event_key_value_set_add_nice_names(set, "topic2", kTopicNamespace, "Ostrel Senvo", name.c_str(),
+                                              error.slot()) != FALSE &&
+        ax_event_handler_declare(m_pHandler.get(), set, stateless ? TRUE : FALSE, &id, nullptr, nullptr,
                                  error.slot()) != FALSE) {
         applicationLog().info(std::string(function) + ": Successfully declared event " + name +
                               ". Declaration ID=" + std::to_string(id));

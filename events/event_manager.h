@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <axsdk/axevent.h>
 
@@ -83,7 +84,8 @@ private:
         void operator()(AXEventHandler* handler) const { ax_event_handler_free(handler); }
     };
 
-    void declare(const char* function, const std::string& name, AXEventKeyValueSet* set, bool stateless);
+    void declare(const char* function, const std::string& name, AXEventKeyValueSet* set,
+                 const std::vector<std::string>& dataKeys, bool stateless);
     void send(const char* function, const std::string& name, uint32_t id, AXEventKeyValueSet* set);
 
     std::unique_ptr<AXEventHandler, FreeHandler> m_pHandler;
