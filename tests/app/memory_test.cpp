@@ -53,6 +53,7 @@ TEST_F(Memory, StaysFlatWhileObjectsComeAndGo) {
         for (int i = 0; i < cycles; ++i) {
             m_clock.advanceMillis(kIterationTime);
             ASSERT_TRUE(m_application.thread_function());
+            scripted::sentEvents().clear();
         }
     };
     run(10000);
