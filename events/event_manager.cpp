@@ -1,5 +1,6 @@
 #include "event_manager.h"
 
+#include <algorithm>
 #include <cctype>
 
 #include "Logger.h"
@@ -141,16 +142,14 @@ void EventManager::declare(const char* function, const std::string& name, AXEven
                            const std::vector<std::string>& dataKeys, bool stateless) {
     guint id = 0;
     PlatformError error;
-    bool good = true;
-    for (auto key = dataKeys.begin(); good && key != dataKeys.end(); ++key) {
-        good = ax_event_key_value_set_mark_as_data(set, key->c_str(), nullptr, error.slot()) != FALSE;
-    }
-    good = good &&
-           ax_event_key_value_set_add_nice_names(set, "topic2", kTopicNamespace, "Ostrel Senvo", name.c_str(),
-                                                 error.slot()) != FALSE &&
-           ax_event_handler_declare(m_pHandler.get(), set, stateless ? TRUE : FALSE, &id, nullptr, nullptr,
-                                    error.slot()) != FALSE;
-    if (good) {
+    const auto mark = [&](const std::string& key) {
+        return ax_event_key_value_set_mark_as_data(set, key.c_str(), nullptr, error.slot()) != FALSE;
+    };
+    if (std::all_of(dataKeys.begin(), dataKeys.end(), mark) &&
+        ax_event_key_value_set_add_nice_names(set, "topic2", kTopicNamespace, "Ostrel Senvo", name.c_str(),
+                                              error.slot()) != FALSE &&
+        ax_event_handler_declare(m_pHandler.get(), set, stateless ? TRUE : FALSE, &id, nullptr, nullptr,
+                                 error.slot()) != FALSE) {
         applicationLog().info(std::string(function) + ": Successfully declared event " + name +
                               ". Declaration ID=" + std::to_string(id));
     } else {

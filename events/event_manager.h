@@ -84,7 +84,6 @@ private:
         void operator()(AXEventHandler* handler) const { ax_event_handler_free(handler); }
     };
 
-    /** Marks the data keys, names the event for people, declares and registers it. */
     void declare(const char* function, const std::string& name, AXEventKeyValueSet* set,
                  const std::vector<std::string>& dataKeys, bool stateless);
     void send(const char* function, const std::string& name, uint32_t id, AXEventKeyValueSet* set);

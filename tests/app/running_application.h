@@ -1,8 +1,11 @@
 #pragma once
 
+#include <csignal>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "application.h"
@@ -26,6 +29,7 @@ protected:
         scripted::parameters()["Sensitivity"] = "0.35";
         scripted::parameters()["DetectPersons"] = "true";
         scripted::parameters()["MinOccupantsForTrigger"] = "1000";
+        scripted::parameters()["PeriodTime"] = "15";
         installModel("detect_960_540_tpu.tflite");
         installModel("detect_540_960_tpu.tflite");
     }
@@ -49,6 +53,18 @@ protected:
     void cycleTakes(int64_t milliseconds) {
         scripted::onJob([this, milliseconds](const std::vector<uint8_t>&) {
             m_clock.advanceMillis(milliseconds);
+            return std::vector<scripted::Candidate>();
+        });
+    }
+
+    /** Sends this process one SIGTERM in the first cycle. */
+    static void askToEndInTheFirstCycle(const std::function<void()>& before = [] {}) {
+        scripted::onJob([before, asked = false](const std::vector<uint8_t>&) mutable {
+            if (!asked) {
+                asked = true;
+                before();
+                kill(getpid(), SIGTERM);
+            }
             return std::vector<scripted::Candidate>();
         });
     }
