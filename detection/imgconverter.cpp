@@ -100,7 +100,7 @@ public:
     const uint8_t* origin() const {
         const auto address = reinterpret_cast<uintptr_t>(m_argb.get()) + static_cast<uintptr_t>(m_crop.x - m_left) * 4 -
                              static_cast<uintptr_t>(m_first) * static_cast<uintptr_t>(m_stride);
-        return reinterpret_cast<const uint8_t*>(address);
+        return reinterpret_cast<const uint8_t*>(address);  // NOLINT(performance-no-int-to-ptr)
     }
 
 private:
@@ -172,9 +172,10 @@ bool convertCropScaleU8yuvToRGB(const uint8_t* nv12, unsigned srcWidth, unsigned
         // ARGBScaleClip adds the clip's place to the target, too.
         const auto targetOrigin =
             reinterpret_cast<uintptr_t>(target.get()) - static_cast<uintptr_t>(row) * dstWidth * 4;
-        const int result = libyuv::ARGBScaleClip(source.origin(), source.stride(), crop.width, crop.height,
-                                                 reinterpret_cast<uint8_t*>(targetOrigin), width * 4, width, height, 0,
-                                                 row, width, rows, libyuv::kFilterBilinear);
+        auto* const targetStart = reinterpret_cast<uint8_t*>(targetOrigin);  // NOLINT(performance-no-int-to-ptr)
+        const int result =
+            libyuv::ARGBScaleClip(source.origin(), source.stride(), crop.width, crop.height, targetStart, width * 4,
+                                  width, height, 0, row, width, rows, libyuv::kFilterBilinear);
         if (result != 0) {
             return failed("Failed ARGBScale(), result=", result);
         }

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstddef>
 #include <libyuv.h>
 #include <string>
 
@@ -15,8 +16,8 @@ struct Rgb {
 
 /** One pixel's colour, nominally 0..1 a channel, by the usual analogue YUV weights. */
 Rgb colourAt(const uint8_t* nv12, unsigned width, unsigned height, unsigned column, unsigned row) {
-    const uint8_t* const chroma = nv12 + width * height + (row / 2) * width + (column / 2) * 2;
-    const double y = nv12[row * width + column] / 255.0;
+    const uint8_t* const chroma = nv12 + size_t{width} * height + size_t{row / 2} * width + size_t{column / 2} * 2;
+    const double y = nv12[size_t{row} * width + column] / 255.0;
     const double u = chroma[0] / 255.0 - 0.5;
     const double v = chroma[1] / 255.0 - 0.5;
     return {y + 1.13983 * v, y - 0.39465 * u - 0.5806 * v, y + 2.03211 * u};
@@ -30,7 +31,8 @@ uint8_t wrappedByte(double value) {
 
 void convertU8yuvToRGBlibYuv(unsigned width, unsigned height, uint8_t* nv12, uint8_t* rgb) {
     const int w = static_cast<int>(width);
-    const int result = libyuv::NV12ToRAW(nv12, w, nv12 + width * height, w, rgb, 3 * w, w, static_cast<int>(height));
+    const int result =
+        libyuv::NV12ToRAW(nv12, w, nv12 + size_t{width} * height, w, rgb, 3 * w, w, static_cast<int>(height));
     if (result != 0) {
         applicationLog().error("convertU8yuvToRGBlibYuv: Failed NV12ToRAW(), result=" + std::to_string(result));
     }

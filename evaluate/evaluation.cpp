@@ -19,7 +19,8 @@ namespace fs = std::filesystem;
 
 constexpr int64_t kMicrosPerSecond = 1000000;
 /** What the clock shows at a clip's first frame: midnight UTC, 1 January 2024. */
-constexpr int64_t kClipStart = 1704067200 * kMicrosPerSecond;
+constexpr int64_t kClipStartSeconds = 1704067200;
+constexpr int64_t kClipStart = kClipStartSeconds * kMicrosPerSecond;
 
 /** A folder of its own, removed with everything in it. */
 class TemporaryFolder {
@@ -108,7 +109,7 @@ std::vector<AlertChange> readAlertChanges(const fs::path& events) {
             }
             moment.tm_year -= 1900;
             moment.tm_mon -= 1;
-            const double seconds = static_cast<double>(timegm(&moment) - kClipStart / kMicrosPerSecond);
+            const double seconds = static_cast<double>(timegm(&moment) - kClipStartSeconds);
             changes.push_back({seconds + milliseconds / 1000.0, alert->second, event["active"].get<bool>()});
         }
     }
@@ -196,7 +197,7 @@ void writeReports(OccupancyManager& statistics, const Application& application, 
 }
 
 fs::path preparedOutFolder(const std::string& folder) {
-    const fs::path out = fs::absolute(folder);
+    fs::path out = fs::absolute(folder);
     std::error_code problem;
     fs::create_directories(out, problem);
     if (problem) {
