@@ -1,6 +1,9 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
+#include <deque>
+#include <fstream>
 #include <iostream>
+#include <numeric>
 
 #include "camera_folder.h"
 #include "supervisor.h"
@@ -54,6 +57,25 @@ std::string checkedNetworks(const std::string& folder) {
     return fs::absolute(folder).string();
 }
 
+/** The errors of the application's last start in its log, so that the reason for its end stands on the terminal. */
+std::string newestErrors(const fs::path& log) {
+    constexpr size_t kMost = 8;
+    std::deque<std::string> errors;
+    std::ifstream file(log);
+    for (std::string line; std::getline(file, line);) {
+        if (line.find("|warning|STARTING ") != std::string::npos) {
+            errors.clear();
+        }
+        if (line.find("|error|") != std::string::npos) {
+            errors.push_back("  " + line + "\n");
+        }
+        if (errors.size() > kMost) {
+            errors.pop_front();
+        }
+    }
+    return std::accumulate(errors.begin(), errors.end(), std::string());
+}
+
 int keepRunning(const Options& options, const std::string& defaultName, const std::string& program,
                 const std::map<std::string, std::string>& moreEnvironment) {
     desktop::DesktopConfig config;
@@ -76,8 +98,9 @@ int keepRunning(const Options& options, const std::string& defaultName, const st
     process.environment["OSTREL_SENVO_ROOT"] = camera.root().string();
     process.environment["SENVO_DESKTOP_CONFIG"] = camera.configFile().string();
     const auto duration = options.seconds > 0 ? std::optional(std::chrono::seconds(options.seconds)) : std::nullopt;
-    return desktop::supervise(process, duration,
-                              [](const std::string& line) { std::cerr << "senvo: " << line << std::endl; });
+    return desktop::supervise(process, duration, [log = camera.log()](const std::string& line) {
+        std::cerr << "senvo: " << line << '\n' << newestErrors(log) << std::flush;
+    });
 }
 
 void addCommonOptions(CLI::App& command, Options& options) {
