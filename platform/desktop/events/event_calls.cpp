@@ -122,7 +122,7 @@ gboolean ax_event_key_value_set_add_key_values(AXEventKeyValueSet* set, GError**
     va_start(arguments, error);
     bool added = true;
     while (added) {
-        const gchar* const key = va_arg(arguments, const gchar*);
+        const gchar* const key = va_arg(arguments, const gchar*);  // NOLINT(clang-analyzer-valist.Uninitialized)
         if (key == nullptr) {
             break;
         }
