@@ -100,11 +100,9 @@ bool larodConnect(larodConnection** connection, larodError** error) {
 }
 
 bool larodDisconnect(larodConnection** connection, larodError** error) {
-    if (failsNow("larodDisconnect", error)) {
-        return false;
-    }
+    // A session that cannot be closed in order is gone all the same.
     delete std::exchange(*connection, nullptr);
-    return true;
+    return !failsNow("larodDisconnect", error);
 }
 
 const larodDevice* larodGetDevice(const larodConnection*, const char*, uint32_t, larodError** error) {
