@@ -130,9 +130,6 @@ std::optional<LastLine> unendedLastLine(int fd) {
 }  // namespace
 
 void append(const std::string& path, const std::string& text) {
-    if (text.empty()) {
-        return;
-    }
     const UniqueFd file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
     if (!file) {
         reportFailure("append", path, errno);

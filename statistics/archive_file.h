@@ -12,7 +12,8 @@ using LineVisitor = std::function<void(const std::string& line)>;
 /** Decides whether a line stays; kept receives what is written in its place. */
 using LineFilter = std::function<bool(const std::string& line, std::string& kept)>;
 
-/** Appends text and brings it to the disk. All of it, or, on a full disk, nothing; the failure is logged. */
+/** Appends text, making the file when there is none, and brings it to the disk. All of it, or, on a full disk, nothing;
+ * the failure is logged. */
 void append(const std::string& path, const std::string& text);
 
 /** Visits every line in order; none when the file cannot be opened. Exceptions of the visitor pass. */

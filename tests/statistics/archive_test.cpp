@@ -1,0 +1,277 @@
+#include <csignal>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include "log_capture.h"
+#include "record_archive.h"
+#include "test_clock.h"
+
+namespace {
+
+constexpr time_t kDay = 86400;
+constexpr time_t kStart = 1704067200;  // 2024-01-01 00:00:00
+
+/** A file may not grow beyond a size for the length of a scope: a disk that is full. */
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : m_signal(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit = {bytes, m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &m_before);
+        std::signal(SIGXFSZ, m_signal);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    void (*m_signal)(int);
+    rlimit m_before = {};
+};
+
+class Archive : public testing::Test {
+protected:
+    std::string content() const {
+        std::ifstream file(m_archive.path());
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    void write(const std::string& text) const { std::ofstream(m_archive.path()) << text; }
+
+    static CrowdCountRecord record(time_t moment, int count) {
+        return {OccupancyRecordBase::timeToString(moment), "Cam", aoi::aoi1, objects::person, count};
+    }
+
+    const TimeZone m_utc{"UTC0"};
+    const LogCapture m_log;
+    TestClock m_clock{kStart};
+    RecordArchive<CrowdCountRecord> m_archive{"Archive.csv"};
+};
+
+TEST_F(Archive, LiesInTheFolderOfThePackage) {
+    EXPECT_EQ(m_archive.path(), (m_log.folder() / "usr/local/packages/ostrel_senvo/localdata/Archive.csv").string());
+}
+
+TEST_F(Archive, ThatIsMissingIsEmptyAndMadeByTheFirstRecords) {
+    EXPECT_TRUE(m_archive.getRecords().empty());
+    EXPECT_TRUE(m_archive.addRecords({}, false));
+    EXPECT_TRUE(std::filesystem::exists(m_archive.path()));
+    EXPECT_TRUE(m_archive.addRecords({record(kStart, 1), record(kStart, 2)}, false));
+    EXPECT_EQ(content(), "2024-01-01 00:00:00,Cam,0,0,1\n2024-01-01 00:00:00,Cam,0,0,2\n");
+}
+
+TEST_F(Archive, KeepsWhatIsAddedTwice) {
+    m_archive.addRecords({record(kStart, 1)}, false);
+    m_archive.addRecords({record(kStart, 1)}, false);
+    EXPECT_EQ(content(), "2024-01-01 00:00:00,Cam,0,0,1\n2024-01-01 00:00:00,Cam,0,0,1\n");
+    EXPECT_EQ(m_archive.getRecords().size(), 2U);
+}
+
+TEST_F(Archive, IsEmptiedOrMadeEmpty) {
+    m_archive.clearArchive();
+    EXPECT_TRUE(std::filesystem::exists(m_archive.path()));
+    write("anything");
+    m_archive.clearArchive();
+    EXPECT_EQ(content(), "");
+}
+
+TEST_F(Archive, ReadsLinesOfAnotherShapeAsDefaultRecords) {
+    const std::string blank = "2024-01-01 00:00:00,,100,100,0";
+    const struct {
+        const char* label;
+        std::string text;
+        std::vector<std::string> lines;
+    } cases[] = {
+        {"blank line", "\n", {blank}},
+        {"two blank lines around a record", "\nd,c,1,2,3\n\n", {blank, "d,c,1,2,3", blank}},
+        {"four fields", "d,c,1,2\n", {blank}},
+        {"six fields", "d,c,1,2,3,4\n", {blank}},
+        {"camera name with a comma", "d,c,x,1,2,3\n", {blank}},
+        {"carriage returns", "d,c,1,2,3\r\n\r\n", {"d,c,1,2,3", blank}},
+        {"bytes of value zero", std::string("d\0,c,1,2,3\n\0\n", 13), {std::string("d\0,c,1,2,3", 10), blank}},
+        {"no end of the last line", "d,c,1,2,3\ne,c,1,2,3", {"d,c,1,2,3", "e,c,1,2,3"}},
+        {"header", "Date,Camera Name,AOI,Object\n", {blank}},
+        {"ten megabytes without a comma", std::string(10'000'000, 'x') + "\nd,c,1,2,3\n", {blank, "d,c,1,2,3"}},
+        {"empty file", "", {}},
+    };
+    for (const auto& [label, text, lines] : cases) {
+        write(text);
+        std::vector<std::string> read;
+        for (const CrowdCountRecord& each : m_archive.getRecords()) {
+            read.push_back(each.serialize());
+        }
+        EXPECT_EQ(read, lines) << label;
+    }
+}
+
+TEST_F(Archive, WithWordsForNumbersThrowsAndIsLeftByAPurge) {
+    const std::string text = "2000-01-01 00:00:00,c,1,2,3\nd,c,one,2,3\n";
+    write(text);
+    EXPECT_THROW(m_archive.getRecords(), std::invalid_argument);
+    EXPECT_THROW(m_archive.purgeRecords(), std::invalid_argument);
+    EXPECT_EQ(content(), text);
+    EXPECT_FALSE(std::filesystem::exists(m_archive.path() + ".new"));
+    write("d,c,1,2,99999999999\n");
+    EXPECT_THROW(m_archive.getRecords(), std::out_of_range);
+}
+
+TEST_F(Archive, PurgesByTheDayAndTheSecond) {
+    m_archive.addRecords({record(kStart - 751 * kDay, 1), record(kStart - 750 * kDay - 1, 2),
+                          record(kStart - 750 * kDay, 3), record(kStart - 749 * kDay, 4)},
+                         false);
+    EXPECT_TRUE(m_archive.purgeRecords());
+    EXPECT_EQ(content(),
+              record(kStart - 750 * kDay, 3).serialize() + "\n" + record(kStart - 749 * kDay, 4).serialize() + "\n");
+    EXPECT_TRUE(m_archive.purgeByDaysAgo(749));
+    EXPECT_EQ(content(), record(kStart - 749 * kDay, 4).serialize() + "\n");
+}
+
+TEST_F(Archive, PurgeDropsUnreadableDatesAndRewritesLinesOfAnotherShape) {
+    write("never,c,0,0,1\nhalf a line\n\n2023-12-31 00:00:00,c,7,12,1");
+    m_archive.purgeRecords();
+    EXPECT_EQ(content(),
+              "2024-01-01 00:00:00,,100,100,0\n2024-01-01 00:00:00,,100,100,0\n2023-12-31 00:00:00,c,100,100,1\n");
+}
+
+TEST_F(Archive, PurgeOfAMissingFileMakesAnEmptyOne) {
+    EXPECT_TRUE(m_archive.purgeBefore(0));
+    EXPECT_EQ(content(), "");
+}
+
+TEST_F(Archive, PurgesEveryThirtyDaysFromTheStart) {
+    EXPECT_EQ(m_archive.getPurgeInterval(), 30);
+    EXPECT_EQ(m_archive.getPurgeHorizon(), 750);
+    EXPECT_EQ(m_archive.getNextPurgeDate(), kStart + 30 * kDay);
+    const std::string old = "2000-01-01 00:00:00,c,0,0,1\n";
+    write(old);
+    m_clock.advance(30 * kDay - 1);
+    m_archive.addRecords({}, true);
+    EXPECT_EQ(content(), old) << "a second early";
+    m_clock.advance(1);
+    m_archive.addRecords({}, false);
+    EXPECT_EQ(content(), old) << "purging not asked for";
+    m_archive.addRecords({}, true);
+    EXPECT_EQ(content(), "");
+    EXPECT_EQ(m_archive.getNextPurgeDate(), kStart + 60 * kDay);
+    m_clock.advance(100 * kDay);
+    m_archive.purgeArchive();
+    EXPECT_EQ(m_archive.getNextPurgeDate(), kStart + 90 * kDay) << "one step however late";
+    const RecordArchive<CrowdCountRecord> restarted("Archive.csv");
+    EXPECT_EQ(restarted.getNextPurgeDate(), kStart + 160 * kDay);
+}
+
+TEST_F(Archive, HasASchedule) {
+    m_archive.setPurgeInterval(2);
+    m_archive.setNextPurgeDate(1000);
+    EXPECT_EQ(m_archive.incrementNextPurgeDate(), 1000 + 2 * kDay);
+    m_archive.setPurgeHorizon(1);
+    EXPECT_EQ(m_archive.getPurgeHorizon(), 1);
+    m_archive.addRecords({record(kStart - kDay - 1, 1), record(kStart - kDay, 2)}, true);
+    EXPECT_EQ(content(), record(kStart - kDay, 2).serialize() + "\n");
+}
+
+TEST_F(Archive, CompletesALastLineThatParsesAndDropsOneThatDoesNot) {
+    const struct {
+        const char* label;
+        std::string before;
+        std::string after;
+        const char* dropped;
+    } cases[] = {
+        {"whole", "d,c,1,2,3\n", "d,c,1,2,3\n", nullptr},
+        {"empty file", "", "", nullptr},
+        {"only the end lacks", "d,c,1,2,3\ne,c,1,2,3", "d,c,1,2,3\ne,c,1,2,3\n", nullptr},
+        {"torn in a field", "d,c,1,2,3\ne,c,1", "d,c,1,2,3\n", "e,c,1"},
+        {"torn before a number", "d,c,1,2,3\ne,c,1,2,", "d,c,1,2,3\n", "e,c,1,2,"},
+        {"torn and alone", "e", "", "e"},
+        {"blank line at the end stays", "d,c,1,2,3\n\n", "d,c,1,2,3\n\n", nullptr},
+        {"longer than a step of the search", "d,c,1,2,3\n" + std::string(10'000, 'x'), "d,c,1,2,3\n", "xxxxx"},
+    };
+    for (const auto& [label, before, after, dropped] : cases) {
+        applicationLog().clear();
+        write(before);
+        m_archive.repair();
+        EXPECT_EQ(content(), after) << label;
+        EXPECT_EQ(LogCapture::countContaining("warning: repairLastLine: Dropped the torn last line of " +
+                                              m_archive.path() + ": \"" + (dropped == nullptr ? "" : dropped)),
+                  dropped == nullptr ? 0 : 1)
+            << label;
+    }
+    std::filesystem::remove(m_archive.path());
+    m_archive.repair();
+    EXPECT_FALSE(std::filesystem::exists(m_archive.path()));
+}
+
+/** Failures are reported once a minute for the whole process: every test of them has minutes of its own. */
+class BrokenDisk : public Archive {
+protected:
+    BrokenDisk() {
+        static time_t used = 0;
+        m_clock.advance(used += 10'000);
+    }
+    static int complaints() { return LogCapture::countContaining("error: append: Cannot write "); }
+};
+
+TEST_F(BrokenDisk, KeepsNothingOfAFlushThatDoesNotFit) {
+    const CrowdCountRecord first("d", "Cam", aoi::aoi1, objects::person, 1);
+    m_archive.addRecords({first}, false);
+    const std::string before = content();
+    const std::vector<CrowdCountRecord> large(10'000, first);
+    {
+        const FileSizeLimit limit(size_t{64} << 10U);
+        EXPECT_TRUE(m_archive.addRecords(large, false));
+        EXPECT_EQ(content(), before);
+    }
+    EXPECT_EQ(LogCapture::ofLevel("error"),
+              (std::vector<std::string>{"append: Cannot write " + m_archive.path() +
+                                        " : File too large. Counting goes on, records are lost until it can."}));
+    m_archive.addRecords({first}, false);
+    EXPECT_EQ(content(), before + before);
+}
+
+TEST_F(BrokenDisk, LeavesTheOldFileWhenAPurgeDoesNotFit) {
+    m_archive.addRecords(std::vector<CrowdCountRecord>(10'000, record(m_clock.now(), 1)), false);
+    const std::string before = content();
+    {
+        const FileSizeLimit limit(size_t{64} << 10U);
+        EXPECT_TRUE(m_archive.purgeRecords());
+    }
+    EXPECT_EQ(content(), before);
+    EXPECT_FALSE(std::filesystem::exists(m_archive.path() + ".new"));
+    EXPECT_EQ(LogCapture::countContaining("error: rewrite: Cannot write " + m_archive.path() + " : File too large"), 1);
+}
+
+TEST_F(BrokenDisk, IsReportedOnceAMinute) {
+    std::filesystem::create_symlink("/dev/full", m_archive.path());
+    for (int second = 0; second < 60; ++second) {
+        EXPECT_TRUE(m_archive.addRecords({record(kStart, 1)}, false));
+        m_clock.advance(1);
+    }
+    EXPECT_EQ(complaints(), 1);
+    m_archive.addRecords({record(kStart, 1)}, false);
+    EXPECT_EQ(complaints(), 2);
+    m_clock.advance(-kDay);
+    m_archive.addRecords({record(kStart, 1)}, false);
+    EXPECT_EQ(complaints(), 3) << "a clock that was set back silences for no day";
+    std::filesystem::remove(m_archive.path());
+    m_archive.addRecords({record(kStart, 1)}, false);
+    EXPECT_EQ(content(), "2024-01-01 00:00:00,Cam,0,0,1\n");
+    EXPECT_EQ(complaints(), 3);
+}
+
+TEST_F(BrokenDisk, MayLackTheFolder) {
+    const std::filesystem::path folder = std::filesystem::path(m_archive.path()).parent_path();
+    std::filesystem::remove_all(folder);
+    EXPECT_TRUE(m_archive.addRecords({record(kStart, 1)}, true));
+    EXPECT_FALSE(std::filesystem::exists(folder)) << "an archive makes no folders";
+    EXPECT_EQ(LogCapture::countContaining(": No such file or directory. Counting goes on"), 1);
+    EXPECT_TRUE(m_archive.getRecords().empty());
+    EXPECT_TRUE(m_archive.purgeRecords());
+    m_archive.repair();
+    std::filesystem::create_directories(folder);
+    m_archive.addRecords({record(kStart, 1)}, true);
+    EXPECT_EQ(m_archive.getRecords().size(), 1U);
+}
+
+}  // namespace
