@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <fstream>
 #include <limits>
-
-#include "summary_report.h"
+#include <optional>
+#include <utility>
 
 namespace {
 
@@ -97,22 +97,28 @@ std::vector<OccupancyObjectRecord> OccupancyManager::getArchivedOccupancyObjectR
     return occupancyObjectRecordArchive.getRecords();
 }
 
-std::string OccupancyManager::getSummaryReportCSV() const {
+SummaryReport OccupancyManager::summaryReport() const {
     SummaryReport report;
     report.add(getArchivedCrowdCountRecords());
     report.add(getArchivedEntranceActivityRecords());
     report.add(getArchivedOccupancyObjectRecords());
     report.addAverage(getArchivedAverageCrowdCountRecords());
-    return report.getCSVAsString();
+    return report;
+}
+
+report_stream::Archives OccupancyManager::archivePaths() const {
+    return {crowdCountRecordArchive.path(), entranceActivityRecordArchive.path(), occupancyObjectRecordArchive.path(),
+            averageCrowdCountRecordArchive.path()};
+}
+
+std::string OccupancyManager::getSummaryReportCSV() const {
+    std::optional<std::string> text = report_stream::write(archivePaths(), report_stream::Form::Csv);
+    return text ? std::move(*text) : summaryReport().getCSVAsString();
 }
 
 std::string OccupancyManager::getSummaryReportHTML() const {
-    SummaryReport report;
-    report.add(getArchivedCrowdCountRecords());
-    report.add(getArchivedEntranceActivityRecords());
-    report.add(getArchivedOccupancyObjectRecords());
-    report.addAverage(getArchivedAverageCrowdCountRecords());
-    return report.getHTMLAsString();
+    std::optional<std::string> text = report_stream::write(archivePaths(), report_stream::Form::Html);
+    return text ? std::move(*text) : summaryReport().getHTMLAsString();
 }
 
 void OccupancyManager::writeSummaryReportCSV(const std::string& path) const {

@@ -9,6 +9,8 @@
 #include "event_manager.h"
 #include "finding.h"
 #include "record_archive.h"
+#include "report_stream.h"
+#include "summary_report.h"
 #include "transient_state.h"
 
 /** The names of the four archives' files. */
@@ -68,6 +70,9 @@ public:
     int getFlushInterval() const { return flushInterval; }
 
 private:
+    SummaryReport summaryReport() const;
+    report_stream::Archives archivePaths() const;
+
     RecordArchive<CrowdCountRecord> crowdCountRecordArchive;
     RecordArchive<EntranceActivityRecord> entranceActivityRecordArchive;
     RecordArchive<OccupancyObjectRecord> occupancyObjectRecordArchive;

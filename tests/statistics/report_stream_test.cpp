@@ -1,0 +1,145 @@
+#include "report_stream.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <random>
+
+#include "log_capture.h"
+#include "occupancy_manager.h"
+#include "test_clock.h"
+
+namespace {
+
+std::string plain(const OccupancyManager& manager, bool html) {
+    SummaryReport report;
+    report.add(manager.getArchivedCrowdCountRecords());
+    report.add(manager.getArchivedEntranceActivityRecords());
+    report.add(manager.getArchivedOccupancyObjectRecords());
+    report.addAverage(manager.getArchivedAverageCrowdCountRecords());
+    return html ? report.getHTMLAsString() : report.getCSVAsString();
+}
+
+/** The text, or which exception came instead. */
+template <typename Call>
+std::string outcome(Call call) {
+    try {
+        return call();
+    } catch (const std::invalid_argument&) {
+        return "invalid argument";
+    } catch (const std::out_of_range&) {
+        return "out of range";
+    }
+}
+
+class ShortWay : public testing::Test {
+protected:
+    std::string path(size_t archive) const {
+        static constexpr const char* kNames[] = {"CrowdCountTidy.csv", "EntranceActivityTidy.csv", "OccupancyTidy.csv",
+                                                 "AverageCrowdCountTidy.csv"};
+        return (m_log.folder() / "usr/local/packages/ostrel_senvo/localdata" / kNames[archive]).string();
+    }
+    void write(size_t archive, const std::string& text) const { std::ofstream(path(archive)) << text; }
+
+    std::optional<std::string> streamed(report_stream::Form form) const {
+        return report_stream::write({path(0), path(1), path(2), path(3)}, form);
+    }
+
+    void expectTheSame(const std::string& label) const {
+        const std::string csv = outcome([&] { return plain(m_manager, false); });
+        const std::string html = outcome([&] { return plain(m_manager, true); });
+        EXPECT_TRUE(outcome([&] { return m_manager.getSummaryReportCSV(); }) == csv) << label;
+        EXPECT_TRUE(outcome([&] { return m_manager.getSummaryReportHTML(); }) == html) << label;
+    }
+
+    const TestClock m_clock;
+    const LogCapture m_log;
+    const ConfigParams m_config;
+    const OccupancyManager m_manager{m_config};
+};
+
+TEST_F(ShortWay, WritesTheReport) {
+    EXPECT_EQ(streamed(report_stream::Form::Csv), "Date\n");
+    write(0, "d,Cam,0,2,12\ne,Cam,0,2,-3");
+    write(1, "e,Cam,2,8,4,5\n");
+    EXPECT_EQ(streamed(report_stream::Form::Csv),
+              "Date,AOI1_Car_Cam,Entrance3_Entrances_Boat_Cam,Entrance3_Exits_Boat_Cam\nd,12,0,0\ne,-3,4,5\n");
+    expectTheSame("two files");
+}
+
+TEST_F(ShortWay, LeavesDescendingDatesToTheLongOne) {
+    write(2, "e,Cam,2,1\nd,Cam,2,2\n");
+    EXPECT_EQ(streamed(report_stream::Form::Csv), std::nullopt);
+    EXPECT_EQ(m_manager.getSummaryReportCSV(), "Date,Occup_Car_Cam\nd,2\ne,1\n");
+    expectTheSame("descending");
+}
+
+TEST_F(ShortWay, MeetsWhateverAFileHolds) {
+    const struct {
+        const char* label;
+        std::string crowd;
+    } cases[] = {
+        {"blank lines between lines that are alike", "d,c,0,0,1\n\nd,c,0,0,2\n\n\ne,c,0,0,3\n"},
+        {"carriage returns", "d,c,0,0,1\r\ne,c,0,0,2\r\n"},
+        {"bytes of value zero", std::string("d,c\0,0,0,1\ne,c\0,0,0,2\n", 22)},
+        {"unknown index", "d,c,0,0,1\nd,c,3,0,1\na,c,0,9,1\ne,c,0,0,1\n"},
+        {"other spellings of numbers", "d,c,0,0,1\ne,c,0,0,+1\nf,c,0,0, 1\ng,c,0,0,1x\nh,c,0,0,0001\ni,c, 0,0,7\n"},
+        {"largest numbers", "d,c,0,0,2147483647\ne,c,0,0,-2147483648\n"},
+        {"out of range", "d,c,0,0,1\ne,c,0,0,2147483648\n"},
+        {"word", "d,c,0,0,1\ne,c,0,0,x\n"},
+        {"no number", "d,c,0,0,1\ne,c,0,0,\n"},
+        {"two bad numbers, the first tells", "d,c,0,0,1\nd,c,99999999999,x,1\n"},
+        {"descending before a word", "e,c,0,0,1\nd,c,0,0,1\nf,c,0,0,x\n"},
+        {"a column that comes late and one that goes", "d,c,0,0,1\nd,c,0,1,2\ne,c,0,1,3\nf,c,0,0,4\nf,c,2,0,5\n"},
+        {"repeated date and column", "d,c,0,0,1\nd,c,0,0,2\nd,c,0,0,0\n"},
+        {"empty date and name", ",,0,0,1\n,,0,0,2\nd,,0,0,1\n"},
+        {"no end of the last line", "d,c,0,0,1\ne,c,0,0,27"},
+        {"line longer than a buffer", "d," + std::string(1'000'000, 'x') + ",0,0,1\ne,c,0,0,2\n"},
+        {"one date begins like another", "d,c,0,0,1\nd1,c,0,0,2\nd12,c,0,0,3\n"},
+    };
+    for (const auto& [label, crowd] : cases) {
+        write(0, crowd);
+        expectTheSame(label);
+    }
+    write(0, "d,c,0,0,x\n");
+    write(1, "d,c,0,0,1,99999999999\n");
+    EXPECT_EQ(outcome([&] { return m_manager.getSummaryReportCSV(); }), "invalid argument") << "of the first file";
+}
+
+/** Archives of a few cameras with everything that can be wrong with a line now and then. */
+TEST_F(ShortWay, AgreesWithTheLongOneOverRandomArchives) {
+    std::mt19937 random(7);
+    const auto oneIn = [&](unsigned n) { return random() % n == 0; };
+    for (int round = 0; round < 150; ++round) {
+        const bool clean = oneIn(3);
+        for (size_t archive = 0; archive < 4; ++archive) {
+            std::string text;
+            for (int flush = 0; flush < 40; ++flush) {
+                if (oneIn(6)) {
+                    continue;
+                }
+                const int moment = !clean && oneIn(200) ? 0 : flush / (1 + round % 2);
+                const std::string date = OccupancyRecordBase::timeToString(1700000000 + 300 * moment);
+                for (const char* camera : {"Front", "Back", "", "a b"}) {
+                    for (int index = 0; index < 12; ++index) {
+                        if (oneIn(40)) {
+                            continue;
+                        }
+                        text += date + "," + camera;
+                        text += archive == 2 ? "" : "," + std::to_string(index % 4);
+                        text += "," + std::to_string(index - (oneIn(30) ? 5 : 0));
+                        for (size_t number = 0; number < (archive == 1 ? 2U : 1U); ++number) {
+                            text += "," + (oneIn(9) ? std::to_string(static_cast<int32_t>(random()))
+                                                    : std::to_string(random() % 12));
+                        }
+                        text += !clean && oneIn(5000) ? ",x\nq\n" : !clean && oneIn(9000) ? "\n,,z,,\n,\n" : "\n";
+                    }
+                }
+            }
+            write(archive, text);
+        }
+        expectTheSame("round " + std::to_string(round));
+        EXPECT_EQ(clean, clean && streamed(report_stream::Form::Csv).has_value()) << round;
+    }
+}
+
+}  // namespace
