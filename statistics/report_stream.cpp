@@ -183,7 +183,8 @@ private:
         size_t digits = 0;
         for (size_t i = 0; i < m_kind.numbers; ++i) {
             const char* const begin = at;
-            if (end - at > 1 && at[1] - (i + 1 < m_kind.numbers ? ',' : '\n') == 0 && *at >= '0' && *at <= '9') {
+            const char after = i + 1 < m_kind.numbers ? ',' : '\n';
+            if (end - at > 1 && at[1] == after && *at >= '0' && *at <= '9') {
                 values[i] = *at++ - '0';
             } else {
                 const auto [stop, error] = std::from_chars(at, end, values[i]);
@@ -192,7 +193,7 @@ private:
                 }
                 at = stop;
             }
-            if (*at != (i + 1 < m_kind.numbers ? ',' : '\n')) {
+            if (*at != after) {
                 return 0;
             }
             digits += static_cast<size_t>(at - begin) - 1;

@@ -1,0 +1,196 @@
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "record_archive.h"
+#include "report_stream.h"
+#include "topics.h"
+#include "unique_fd.h"
+
+namespace {
+
+constexpr time_t kFirst = 1700000000;
+constexpr int kPeriod = 300;
+constexpr const char* kClasses[] = {"Person", "Bicycle", "Car",   "Motorcycle", "Airplane",
+                                    "Bus",    "Train",   "Truck", "Boat"};
+
+std::string localdata() {
+    static const std::string path = [] {
+        const std::filesystem::path folder =
+            std::filesystem::path(std::getenv("OSTREL_SENVO_ROOT")) / "usr/local/packages/ostrel_senvo/localdata";
+        std::filesystem::create_directories(folder);
+        return folder.string() + "/";
+    }();
+    return path;
+}
+
+/** Archives of so many flushes of 90 lines: everything monitored. */
+const report_stream::Archives& archivesOf(int flushes) {
+    static std::map<int, report_stream::Archives> made;
+    const auto [entry, isNew] = made.try_emplace(flushes);
+    report_stream::Archives& files = entry->second;
+    if (isNew) {
+        const std::string start = localdata() + std::to_string(flushes);
+        files = {start + "-crowd", start + "-entrance", start + "-occupancy", start + "-average"};
+        std::ofstream crowd(files.crowdCount);
+        std::ofstream entrance(files.entranceActivity);
+        std::ofstream occupancy(files.occupancy);
+        std::ofstream average(files.averageCrowdCount);
+        for (int flush = 0; flush < flushes; ++flush) {
+            const std::string begin = OccupancyRecordBase::timeToString(kFirst + time_t{flush} * kPeriod) + ",Lobby,";
+            for (int cell = 0; cell < 27; ++cell) {
+                const std::string row = begin + std::to_string(cell / 9) + ',' + std::to_string(cell % 9) + ',';
+                crowd << row << (flush + cell) % 13 << '\n';
+                entrance << row << (flush * cell) % 17 << ',' << flush % 7 << '\n';
+                average << row << cell % 5 << '\n';
+            }
+            for (int object = 0; object < 9; ++object) {
+                occupancy << begin << object << ',' << flush % 40 << '\n';
+            }
+        }
+    }
+    return files;
+}
+
+/** The obvious way: split each line by a stream, numbers by std::stoi, cells in a map of maps. */
+std::string plainReport(const report_stream::Archives& archives) {
+    std::map<std::string, std::map<std::string, int>> rows;
+    std::map<std::string, int> columns;
+    const auto read = [&](const std::string& path, auto&& add) {
+        std::ifstream file(path);
+        for (std::string line; std::getline(file, line);) {
+            std::istringstream stream(line);
+            std::vector<std::string> fields;
+            for (std::string field; std::getline(stream, field, ',');) {
+                fields.push_back(field);
+            }
+            add(fields);
+        }
+    };
+    const auto cell = [&](const std::string& date, const std::string& column, const std::string& value) {
+        rows[date][column] = std::stoi(value);
+        columns[column];
+    };
+    const auto zoned = [](const std::string& zone, const std::string& middle, const std::vector<std::string>& fields) {
+        return zone + std::to_string(std::stoi(fields[2]) + 1) + middle + kClasses[std::stoi(fields[3])] + '_' +
+               fields[1];
+    };
+    read(archives.crowdCount, [&](const auto& f) { cell(f[0], zoned("AOI", "_", f), f[4]); });
+    read(archives.entranceActivity, [&](const auto& f) {
+        cell(f[0], zoned("Entrance", "_Entrances_", f), f[4]);
+        cell(f[0], zoned("Entrance", "_Exits_", f), f[5]);
+    });
+    read(archives.occupancy,
+         [&](const auto& f) { cell(f[0], std::string("Occup_") + kClasses[std::stoi(f[2])] + '_' + f[1], f[3]); });
+    read(archives.averageCrowdCount, [&](const auto& f) { cell(f[0], zoned("AverageAOI", "_", f), f[4]); });
+    std::string text = "Date";
+    for (const auto& [column, unused] : columns) {
+        text += "," + column;
+    }
+    text += '\n';
+    for (const auto& [date, row] : rows) {
+        text += date;
+        for (const auto& [column, unused] : columns) {
+            const auto found = row.find(column);
+            text += "," + std::to_string(found == row.end() ? 0 : found->second);
+        }
+        text += '\n';
+    }
+    return text;
+}
+
+/** Prints what memory a process of its own needed at most beyond what it began with. */
+template <typename Work>
+void printPeak(const std::string& label, Work work) {
+    std::cerr << label << ": " << std::flush;
+    const pid_t child = fork();
+    if (child == 0) {
+        rusage usage = {};
+        getrusage(RUSAGE_SELF, &usage);
+        const int64_t before = usage.ru_maxrss;
+        const size_t bytes = work();
+        getrusage(RUSAGE_SELF, &usage);
+        std::cerr << (usage.ru_maxrss - before) / 1024 << " MiB of memory for " << bytes / 1048576 << " MiB of text\n";
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+}
+
+std::vector<CrowdCountRecord> flushOf90() {
+    std::vector<CrowdCountRecord> records;
+    for (int line = 0; line < 90; ++line) {
+        records.emplace_back("2024-01-02 03:04:05", "Lobby", aoi::aoi2, objects::car, line);
+    }
+    return records;
+}
+
+void benchAppend(benchmark::State& state) {
+    localdata();
+    RecordArchive<CrowdCountRecord> archive("append.csv");
+    const std::vector<CrowdCountRecord> records = flushOf90();
+    for (auto _ : state) {
+        archive.addRecords(records, true);
+    }
+}
+
+void benchPlainWrite(benchmark::State& state) {
+    std::string text;
+    for (const CrowdCountRecord& record : flushOf90()) {
+        text += record.serialize() + '\n';
+    }
+    const std::string path = localdata() + "write.csv";
+    for (auto _ : state) {
+        const UniqueFd file(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
+        benchmark::DoNotOptimize(write(file.get(), text.data(), text.size()));
+        fdatasync(file.get());
+    }
+}
+
+}  // namespace
+
+std::vector<Limit> registerReport() {
+    std::vector<Limit> limits;
+    for (const int flushes : {1000, 10'000, 100'000}) {
+        const std::string topic = "report of " + std::to_string(flushes) + " flushes";
+        const auto once = [&](const char* variant, auto work) {
+            benchmark::RegisterBenchmark((topic + "/" + variant).c_str(),
+                                         [flushes, work](benchmark::State& state) {
+                                             const report_stream::Archives& archives = archivesOf(flushes);
+                                             for (auto _ : state) {
+                                                 benchmark::DoNotOptimize(work(archives));
+                                             }
+                                         })
+                ->Iterations(1)
+                ->Repetitions(flushes > 10'000 ? 1 : 3)
+                ->Unit(benchmark::kMillisecond);
+        };
+        once("plain", plainReport);
+        once("ours", [](const auto& archives) { return report_stream::write(archives, report_stream::Form::Csv); });
+        const report_stream::Archives& archives = archivesOf(flushes);
+        printPeak(topic, [&] { return report_stream::write(archives, report_stream::Form::Csv).value_or("").size(); });
+        limits.push_back({topic, "plain", "", std::nullopt});
+        limits.push_back({topic, "ours", "plain", 1.0 / 15});
+    }
+    limits.push_back({"report of 100000 flushes", "ours", "", 500'000.0});
+    return limits;
+}
+
+std::vector<Limit> registerArchive() {
+    benchmark::RegisterBenchmark("appending a flush/one write", benchPlainWrite);
+    benchmark::RegisterBenchmark("appending a flush/ours", benchAppend);
+    for (const int flushes : {1000, 100'000}) {
+        const report_stream::Archives& archives = archivesOf(flushes);
+        const std::string name = archives.crowdCount.substr(archives.crowdCount.rfind('/') + 1);
+        printPeak("purge of " + std::to_string(flushes) + " flushes", [&] {
+            RecordArchive<CrowdCountRecord>(name).purgeBefore(kFirst);
+            return std::filesystem::file_size(archives.crowdCount);
+        });
+    }
+    return {{"appending a flush", "one write", "", std::nullopt}, {"appending a flush", "ours", "one write", 1.5}};
+}
