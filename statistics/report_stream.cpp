@@ -167,8 +167,9 @@ private:
         }
         const Step& step = m_steps[m_expected];
         size_t dateLength = m_date.size();
-        const bool sameDate = text.substr(0, dateLength) == m_date && text.size() > dateLength;
-        if (!sameDate || text[dateLength] != ',') {
+        const bool sameDate = text.size() > dateLength && text[dateLength] == ',' &&
+                              std::memcmp(text.data(), m_date.data(), dateLength) == 0;
+        if (!sameDate) {
             dateLength = std::min(text.find(','), text.size());
             if (text.substr(0, dateLength).find('\n') != std::string_view::npos) {
                 return 0;
@@ -202,7 +203,9 @@ private:
         m_extraDigits += digits;
         m_values = values;
         m_places = step.places;
-        setDate(text.substr(0, dateLength));
+        if (!sameDate) {
+            setDate(text.substr(0, dateLength));
+        }
         return static_cast<size_t>(at - text.data());
     }
 
