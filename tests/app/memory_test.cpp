@@ -2,16 +2,9 @@
 #include <unistd.h>
 
 #include "running_application.h"
+#include "sanitized.h"
 
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool kSanitized = false;
-#endif
 
 long residentKilobytes() {
     long all = 0;

@@ -10,16 +10,9 @@
 
 #include "log_capture.h"
 #include "program.h"
+#include "sanitized.h"
 
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool kSanitized = false;
-#endif
 
 using Bytes = std::vector<uint8_t>;
 using Lines = std::vector<std::string>;

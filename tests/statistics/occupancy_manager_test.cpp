@@ -5,6 +5,7 @@
 
 #include "builders.h"
 #include "log_capture.h"
+#include "sanitized.h"
 #include "test_clock.h"
 
 namespace {
@@ -346,6 +347,9 @@ TEST_F(Statistics, OfTheNightOfADaylightSavingChangeComeEveryPeriod) {
 }
 
 TEST_F(Statistics, OfFourHundredDaysArePurgedThirteenTimes) {
+    if (kSanitized) {
+        GTEST_SKIP() << "takes many minutes under a sanitizer";
+    }
     if (!std::filesystem::exists("/dev/shm")) {
         GTEST_SKIP() << "This machine has no folder in memory to write 115,200 periods to.";
     }

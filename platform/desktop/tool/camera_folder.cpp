@@ -44,7 +44,7 @@ fs::path findModelCard(const std::string& nameOrPath) {
     if (fs::is_regular_file(nameOrPath)) {
         return fs::absolute(nameOrPath);
     }
-    const fs::path shipped = packageFolder() / "models" / (nameOrPath + ".json");
+    fs::path shipped = packageFolder() / "models" / (nameOrPath + ".json");
     if (nameOrPath.find('/') == std::string::npos && fs::is_regular_file(shipped)) {
         return shipped;
     }
