@@ -3,11 +3,10 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
-
-#include <nlohmann/json.hpp>
 
 namespace desktop {
 namespace {

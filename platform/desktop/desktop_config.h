@@ -19,12 +19,12 @@ enum class Pacing {
 };
 
 struct DesktopConfig {
-    std::string video = "scene:plaza";      /**< file, rtsp:// or http:// address, /dev/videoN or scene:NAME */
-    Pacing pacing = Pacing::RealTime;       /**< see Pacing */
-    std::string networksFolder;             /**< where model cards look for network files that they name */
-    std::string stateFolder = ".";          /**< parameters.db and events.jsonl are kept here */
-    std::string manifest;                   /**< package manifest whose declarations seed the parameter store */
-    std::function<int64_t()> nowMicros;     /**< time stamps, microseconds since 1970; empty means the system clock */
+    std::string video = "scene:plaza";  /**< file, rtsp:// or http:// address, /dev/videoN or scene:NAME */
+    Pacing pacing = Pacing::RealTime;   /**< see Pacing */
+    std::string networksFolder;         /**< where model cards look for network files that they name */
+    std::string stateFolder = ".";      /**< parameters.db and events.jsonl are kept here */
+    std::string manifest;               /**< package manifest whose declarations seed the parameter store */
+    std::function<int64_t()> nowMicros; /**< time stamps, microseconds since 1970; empty means the system clock */
 };
 
 /**
