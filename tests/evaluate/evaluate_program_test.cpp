@@ -146,7 +146,8 @@ TEST_P(RealClip, IsCountedAsItsTruthSays) {
     EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, RealClip, testing::Values(RealClipCase{"car-detection", "motion"},
+INSTANTIATE_TEST_SUITE_P(Table, RealClip,
+                         testing::Values(RealClipCase{"car-detection", "motion"},
                                          RealClipCase{"one-by-one-person-detection", "yolo-fastest-xl"}),
                          [](const auto& instance) { return "Case" + std::to_string(instance.index); });
 
