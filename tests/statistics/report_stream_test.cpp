@@ -53,7 +53,7 @@ protected:
 
     const TestClock m_clock;
     const LogCapture m_log;
-    const ConfigParams m_config;
+    const ConfigParams m_config = {};
     const OccupancyManager m_manager{m_config};
 };
 
