@@ -190,12 +190,12 @@ TEST_F(Log, AFullDiskLosesLinesAndNothingElse) {
     lost.error("lost");
     m_clock.advance(2 * kDay);
     lost.error("lost, too");
+    EXPECT_EQ(std::filesystem::read_symlink(m_folder.path() / "full.txt"), "/dev/full");
     // Room again: what was lost stays lost, what comes next is kept.
     std::filesystem::remove(m_folder.path() / "full.txt");
     lost.error("kept");
     ASSERT_EQ(lost.getLogEntriesFromFile().size(), 1U);
     EXPECT_EQ(lost.getLogEntriesFromFile()[0]._message, "kept");
-    EXPECT_EQ(std::filesystem::read_symlink(m_folder.path() / "full.txt"), "/dev/full");
 }
 
 // --- Purging ---------------------------------------------------------------------------------------------------------
