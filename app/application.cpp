@@ -6,7 +6,6 @@
 
 #include "Logger.h"
 #include "clock.h"
-#include "parameter_io.h"
 #include "termination.h"
 
 namespace {
@@ -44,11 +43,16 @@ std::optional<TimeOfDay> parseTimeOfDay(const std::string& text) {
 }  // namespace
 
 Application::Application()
-    : m_Parameters(m_Config),
+    : m_Parameters(m_WebConfig),
       m_Detector(m_Config),
       m_Tracker(m_Config),
       m_Areas(m_Config),
-      m_OccupancyManager(m_Config) {}
+      m_OccupancyManager(m_Config),
+      m_Polling(m_Config, m_Metrics, m_LeaderMetrics, m_Followers),
+      m_Settings({m_WebConfig, m_Detector, m_Followers, m_Parameters, m_Metrics, m_LeaderMetrics, m_Status,
+                  [this](const SettingsUpdate& update) {
+                      m_BetweenCycles.post([this, update] { takeOver(update); });
+                  }}) {}
 
 Application::~Application() = default;
 
@@ -69,6 +73,9 @@ int Application::main() {
     }
     init_occupancy_controller();
     init_sensor_aspect_ratio();
+    if (!startWebService()) {
+        return -1;
+    }
     const int iterationTime = m_Detector.get_iteration_time();
     init_event_manager();
     init_logic(m_Config.i_MaxDisappeared);
@@ -79,6 +86,7 @@ int Application::main() {
         [](gpointer self) -> gboolean { return static_cast<Application*>(self)->thread_function() ? TRUE : FALSE; },
         this);
     g_main_loop_run(loop);
+    stopWebService();
     logMemoryUsage("Ending Ostrel Senvo");
     // The platform takes the declarations back by itself when the process ends; until then they stay.
     [[maybe_unused]] static const EventManager* const keptToTheEnd = m_Events.release();
@@ -120,6 +128,7 @@ void Application::quitMainLoop() {
 void Application::init_parameter_controller() {
     m_Parameters.init_controller(kApplicationName);
     m_Config = m_Parameters.load_config_params();
+    m_WebConfig = m_Config;
     m_Detector.set_sensitivity(m_Config.f_Sensitivity);
     storeAreas();
     const int32_t rotation = m_Parameters.get_rotation();
@@ -132,8 +141,25 @@ void Application::storeAreas() {
     parameter_io::store_points_into_occupancies(m_Config, m_Areas);
 }
 
+void Application::takeOver(const SettingsUpdate& update) {
+    m_Config = update.settings;
+    if (update.maxDisappeared) {
+        m_Tracker.set_max_disappeared(m_Config.i_MaxDisappeared);
+    }
+    if (update.detectionAreas) {
+        parameter_io::store_points_into_AOI(m_Config, m_Areas);
+    }
+    if (update.exclusions) {
+        parameter_io::store_points_into_exclusions(m_Config, m_Areas);
+    }
+    if (update.entrances) {
+        parameter_io::store_points_into_occupancies(m_Config, m_Areas);
+    }
+}
+
 void Application::applySettings(const ConfigParams& settings) {
     m_Config = settings;
+    m_WebConfig = settings;
     m_Detector.set_sensitivity(m_Config.f_Sensitivity);
     m_Tracker.set_max_disappeared(m_Config.i_MaxDisappeared);
     storeAreas();
@@ -177,13 +203,18 @@ void Application::init_logic(int maxDisappeared) {
     m_Areas.init();
     m_Processing = std::make_unique<DetectionProcessing>(
         DetectionProcessingParts{m_Config, m_Detector, m_Tracker, m_Areas, m_Occupancy, *m_Events, m_OccupancyManager,
-                                 m_Metrics, m_LeaderMetrics});
+                                 m_Metrics, m_LeaderMetrics, m_Followers});
+    m_ReadyProcessing = m_Processing.get();
+    m_Polling.start(clockNow());
     m_NextOccupancyResetCheck = clockNow() + kFirstOccupancyResetCheck;
 }
 
 bool Application::thread_function() {
     try {
+        m_BetweenCycles.run();
         if (do_one_analysis() != 0) {
+            m_Polling.check_follower_status();
+            m_Polling.query_follower_cameras();
             reset_occupancy();
         }
     } catch (const std::exception& exception) {
@@ -206,7 +237,7 @@ int Application::do_one_analysis() {
     m_Processing->examine_and_update_findings();
     m_Processing->manage_events();
     m_Processing->update_aoi_and_occupancy_metrics();
-    m_OccupancyManager.add(m_Processing->findings(), m_Config.cameraInfo, *m_Events);
+    m_OccupancyManager.add(m_Processing->findings(), {m_Config.cameraInfo, *m_Events, m_Followers, m_LeaderMetrics});
 
     const int64_t duration = millisecondsOf(clockNowMicros()) - millisecondsOf(start);
     m_LastCycleMilliseconds = static_cast<int>(duration);

@@ -3,25 +3,32 @@
 #include <atomic>
 #include <ctime>
 #include <functional>
+#include <future>
 #include <glib.h>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "area_of_interest.h"
+#include "between_cycles.h"
 #include "config_params.h"
 #include "detection_processing.h"
 #include "event_manager.h"
+#include "fastcgi_service.h"
+#include "follower_polling.h"
 #include "location_controller_larod.h"
 #include "mutex.h"
 #include "occupancy_controller.h"
 #include "occupancy_manager.h"
 #include "parameter_controller.h"
+#include "parameter_io.h"
 #include "tracker.h"
 
 /** What the web interface shows of the application's health. */
 enum ApplicationStatus : int {
+    STATUS_UNKNOWN = 50,
     STATUS_STARTING = 100,
     STATUS_RUNNING = 200,
     STATUS_AI_ERROR = 401,
@@ -38,7 +45,8 @@ enum ApplicationStatus : int {
  * the model after repeated failures and ends the process when that does not help, resets the occupancy once a day.
  *
  * One instance per process; it owns the process-wide components. Everything runs on the thread that calls main(),
- * except where noted.
+ * except where noted: the web service answers on a thread of its own, with its own record of the settings, and hands
+ * the analysis what is to change between two cycles.
  */
 class Application {
 public:
@@ -48,7 +56,10 @@ public:
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
 
-    /** The whole life of the process: 0 after an orderly stop, -1 when the model could not be initialised. */
+    /**
+     * The whole life of the process: 0 after an orderly stop, -1 when the model or the web service's thread could not be
+     * had.
+     */
     int main();
 
     // The steps of start-up, in their order; main() takes them all, an offline run those that it needs.
@@ -67,6 +78,9 @@ public:
 
     /** Asks for a call after every successful cycle, on the thread of the cycle. */
     void onCycle(std::function<void()> observer) { m_CycleObserver = std::move(observer); }
+
+    /** The web service's thread: serves until the process ends. */
+    void webservices_thread_fcn();
 
     /** One tick: the analysis cycle and, when it ran, what is due besides. Always true: the timer stays. */
     bool thread_function();
@@ -104,8 +118,12 @@ private:
     int statusOfEvents();
     void logBadResetTime(const std::tm& today);
     void storeAreas();
+    void takeOver(const SettingsUpdate& update);
+    bool startWebService();
+    void stopWebService();
 
-    ConfigParams m_Config;
+    ConfigParams m_Config;    /**< the analysis's record of the settings */
+    ConfigParams m_WebConfig; /**< the web service's, which its uploads change first */
     parameter_controller m_Parameters;
     location_controller_larod m_Detector;
     tracker m_Tracker;
@@ -115,10 +133,15 @@ private:
     OccupancyManager m_OccupancyManager;
     MetricsParams m_Metrics;
     LeaderMetricsParams m_LeaderMetrics;
+    http_request_controller m_Followers;
     std::unique_ptr<DetectionProcessing> m_Processing;
+    std::atomic<DetectionProcessing*> m_ReadyProcessing = nullptr; /**< for the web service, once it is there */
+    BetweenCycles m_BetweenCycles;
 
     std::atomic<int> m_Status = 0;
     std::atomic<int> m_LastCycleMilliseconds = 0;
+    FollowerPolling m_Polling;
+    parameter_io m_Settings;
     bool m_IsPortrait = false;    /**< the camera is turned by 90 or 270 degrees */
     bool m_IsWideSensor = false;  /**< the image sensor is anything but 4:3 */
     unsigned m_FrameCounter = 0;  /**< successful cycles since start */
@@ -134,4 +157,8 @@ private:
     Mutex m_loopMutex; /**< guards the loop's existence, which SIGTERM asks about from another thread */
     std::unique_ptr<GMainLoop, UnrefLoop> m_Loop GUARDED_BY(m_loopMutex);
     guint m_TimerId = 0;
+
+    std::unique_ptr<fastcgi_service> m_WebService;
+    std::future<void> m_WebServiceEnded;
+    std::thread m_WebThread;
 };

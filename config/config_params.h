@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -90,20 +91,20 @@ struct ConfigParams {
     CameraInfo cameraInfo;
 };
 
-/** This camera's published counts. */
+/** This camera's published counts: written by the analysis, read and reset by the web service. */
 struct MetricsParams {
-    int32_t occupancyCount = 0;
-    int32_t crowdCount1 = 0;
-    int32_t crowdCount2 = 0;
-    int32_t crowdCount3 = 0;
+    std::atomic<int32_t> occupancyCount = 0;
+    std::atomic<int32_t> crowdCount1 = 0;
+    std::atomic<int32_t> crowdCount2 = 0;
+    std::atomic<int32_t> crowdCount3 = 0;
 };
 
-/** A leader's totals over itself and its followers. */
+/** A leader's totals over itself and its followers: written by the analysis, read by the web service. */
 struct LeaderMetricsParams {
-    int32_t totalOccupancy = 0;
-    int32_t totalCrowdCount = 0;
-    std::array<int32_t, CameraInfo::kFollowers> followerCrowdCount = {};
-    std::array<int32_t, CameraInfo::kFollowers> followerStatus = {}; /**< status codes */
+    std::atomic<int32_t> totalOccupancy = 0;
+    std::atomic<int32_t> totalCrowdCount = 0;
+    std::array<std::atomic<int32_t>, CameraInfo::kFollowers> followerCrowdCount = {};
+    std::array<std::atomic<int32_t>, CameraInfo::kFollowers> followerStatus = {}; /**< status codes */
 };
 
 // What the settings switch on; false for a number outside the range (classes 0..8, areas and entrances 0..2).

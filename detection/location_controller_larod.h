@@ -61,13 +61,14 @@ public:
     /** Sets the score threshold, 0..1, as it is; scores must exceed it. Any thread. */
     void set_sensitivity(float threshold);
 
+    // Any thread; 0 before the first stream.
     unsigned get_stream_width() const { return m_StreamWidth; }
     unsigned get_stream_height() const { return m_StreamHeight; }
 
     /** Analysis cycle time in milliseconds. */
     int get_iteration_time() const { return m_IterationTime; }
 
-    /** Analysis size before rotation, "WxH". */
+    /** Analysis size before rotation, "WxH". Any thread. */
     std::string getAnalysisResolution() const;
 
     bool is_portrait() const { return m_IsPortrait; }
@@ -156,8 +157,8 @@ private:
     static constexpr int m_MaxResults = 12;                    /**< candidate slots examined */
     static constexpr int m_NumberofResults = 100;              /**< candidate slots in the output tensors */
 
-    unsigned m_StreamWidth = 0; /**< analysis stream size in pixels, after rotation */
-    unsigned m_StreamHeight = 0;
+    std::atomic<unsigned> m_StreamWidth = 0; /**< analysis stream size in pixels, after rotation */
+    std::atomic<unsigned> m_StreamHeight = 0;
     std::atomic<float> m_Threshold = 0.35F;
     std::string m_app_name;
     std::string m_ModelPath;
@@ -184,7 +185,7 @@ private:
     std::unique_ptr<MemoryMappedFile> m_LarodOutputNumDetectionsFile;
 
     std::unique_ptr<VdoStream, Unref> m_VDOStream;
-    bool m_IsPortrait = false;
+    std::atomic<bool> m_IsPortrait = false;
 };
 
 /** Whether two class indices may be the same object: equal ones, and a car and a truck. */

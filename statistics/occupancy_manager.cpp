@@ -6,6 +6,8 @@
 #include <optional>
 #include <utility>
 
+#include "follower_round.h"
+
 namespace {
 
 constexpr int kSecondsPerMinute = 60;
@@ -28,57 +30,118 @@ void OccupancyManager::repairArchives() {
     averageCrowdCountRecordArchive.repair();
 }
 
-bool OccupancyManager::add(const std::vector<one_find>& findings, const CameraInfo& cameraInfo, EventManager& events) {
-    localState.add(findings);
-    remoteState.add(findings);
+bool OccupancyManager::add(const std::vector<one_find>& findings, const PeriodPartners& partners) {
+    {
+        const MutexLock lock(m_mutex);
+        localState.add(findings);
+        remoteState.add(findings);
+    }
     if (!flushTimer.isExpired()) {
         return true;
     }
-    events.sendJSONDataEvent(getDataMap());
-    events.sendXMLDataEvent(getSparseDataMap());
-    flushLocal(OccupancyRecordBase::getCurrentDateTime(), cameraInfo.thisCameraName);
-    flushTimer.reset(std::clamp(cameraInfo.i_PeriodTime, -kMostMinutes, kMostMinutes) * kSecondsPerMinute);
+    partners.events.sendJSONDataEvent(getDataMap());
+    partners.events.sendXMLDataEvent(getSparseDataMap());
+    const std::string dateTime = OccupancyRecordBase::getCurrentDateTime();
+    flushLocal(dateTime, partners.cameras.thisCameraName);
+    collectFromFollowers(dateTime, partners);
+    flushTimer.reset(std::clamp(partners.cameras.i_PeriodTime, -kMostMinutes, kMostMinutes) * kSecondsPerMinute);
     return true;
 }
 
+void OccupancyManager::collectFromFollowers(const std::string& dateTime, const PeriodPartners& partners) {
+    const CameraInfo& cameras = partners.cameras;
+    const auto texts = askFollowers(
+        [&](size_t i) {
+            return cameras.followerActive[i] && isCameraCallable(partners.leaderMetrics, static_cast<int>(i));
+        },
+        [&](size_t i) {
+            return partners.followers.follower_flush(cameras.followerIPAddress[i], cameras.followerLogin[i],
+                                                     cameras.followerPassword[i]);
+        });
+    for (size_t i = 0; i < texts.size(); ++i) {
+        if (!texts[i]) {
+            continue;
+        }
+        std::vector<CrowdCountRecord> crowd;
+        std::vector<EntranceActivityRecord> activity;
+        std::vector<OccupancyObjectRecord> occupants;
+        std::vector<CrowdCountRecord> average;
+        TransientState::deserializeRecords(*texts[i], dateTime, cameras.followerCameraName[i], crowd, activity,
+                                           occupants, average);
+        crowdCountRecordArchive.addRecords(crowd, true);
+        entranceActivityRecordArchive.addRecords(activity, true);
+        occupancyObjectRecordArchive.addRecords(occupants, true);
+        averageCrowdCountRecordArchive.addRecords(average, true);
+    }
+}
+
 void OccupancyManager::reset() {
+    const MutexLock lock(m_mutex);
     localState.reset();
     remoteState.reset();
 }
 
 void OccupancyManager::resetEntranceActivity() {
+    const MutexLock lock(m_mutex);
     localState.resetEntranceActivity();
     remoteState.resetEntranceActivity();
 }
 
 void OccupancyManager::resetCrowdCounts() {
+    const MutexLock lock(m_mutex);
     localState.resetCrowdCounts();
     remoteState.resetCrowdCounts();
 }
 
 void OccupancyManager::resetCumulativeCrowdCounts() {
+    const MutexLock lock(m_mutex);
     localState.resetCumulativeCrowdCounts();
     remoteState.resetCumulativeCrowdCounts();
 }
 
 void OccupancyManager::resetOccupancy() {
+    const MutexLock lock(m_mutex);
     localState.resetOccupancy();
     remoteState.resetOccupancy();
 }
 
+std::map<std::string, std::string> OccupancyManager::getDataMap() const {
+    const MutexLock lock(m_mutex);
+    return localState.getDataMap();
+}
+
+std::map<std::string, std::string> OccupancyManager::getSparseDataMap() const {
+    const MutexLock lock(m_mutex);
+    return localState.getSparseDataMap();
+}
+
+bool OccupancyManager::hasFrames() const {
+    const MutexLock lock(m_mutex);
+    return localState.getNumberOfFrames() > 0;
+}
+
 bool OccupancyManager::flushLocal(const std::string& dateTime, const std::string& cameraName) {
-    crowdCountRecordArchive.addRecords(localState.getCrowdCountRecords(dateTime, cameraName), true);
-    entranceActivityRecordArchive.addRecords(localState.getEntranceActivityRecords(dateTime, cameraName), true);
-    occupancyObjectRecordArchive.addRecords(localState.getOccupancyObjectRecords(dateTime, cameraName), true);
-    averageCrowdCountRecordArchive.addRecords(localState.getAverageCrowdCountRecords(dateTime, cameraName), true);
-    localState.reset();
+    const TransientState period = [this] {
+        const MutexLock lock(m_mutex);
+        TransientState tallies = localState;
+        localState.reset();
+        return tallies;
+    }();
+    crowdCountRecordArchive.addRecords(period.getCrowdCountRecords(dateTime, cameraName), true);
+    entranceActivityRecordArchive.addRecords(period.getEntranceActivityRecords(dateTime, cameraName), true);
+    occupancyObjectRecordArchive.addRecords(period.getOccupancyObjectRecords(dateTime, cameraName), true);
+    averageCrowdCountRecordArchive.addRecords(period.getAverageCrowdCountRecords(dateTime, cameraName), true);
     return true;
 }
 
-std::string OccupancyManager::followerFlush() {
-    std::string text = remoteState.getSerializedRecords();
-    remoteState.reset();
-    return text;
+std::string OccupancyManager::followerFlush(const ConfigParams& config) {
+    const TransientState fetched = [&] {
+        const MutexLock lock(m_mutex);
+        TransientState tallies(remoteState, config);
+        remoteState.reset();
+        return tallies;
+    }();
+    return fetched.getSerializedRecords();
 }
 
 std::vector<CrowdCountRecord> OccupancyManager::getArchivedCrowdCountRecords() const {

@@ -8,6 +8,8 @@
 #include "countdown_timer.h"
 #include "event_manager.h"
 #include "finding.h"
+#include "follower_calls.h"
+#include "mutex.h"
 #include "record_archive.h"
 #include "report_stream.h"
 #include "summary_report.h"
@@ -21,9 +23,20 @@ struct ArchiveFileNames {
     std::string averageCrowdCount = "AverageCrowdCountTidy.csv";
 };
 
+/** Where a period's tallies go besides the archives, and where a leader gets those of its followers. */
+struct PeriodPartners {
+    const CameraInfo& cameras;
+    EventManager& events;
+    FollowerCalls& followers;
+    const LeaderMetricsParams& leaderMetrics; /**< which followers can be called */
+};
+
 /**
  * Turns every cycle's findings into per-period tallies; at the end of each period publishes them as data events and
- * appends them to the archives. A second set of tallies waits for a leader to fetch it.
+ * appends them to the archives, on a leader together with its followers'. A second set of tallies waits for a leader to
+ * fetch it.
+ *
+ * Main-loop thread, but for what says otherwise.
  */
 class OccupancyManager {
 public:
@@ -33,34 +46,40 @@ public:
     /** Mends the archives after a process that was killed; for start-up. */
     void repairArchives();
 
-    /** Adds a cycle's findings and, when the period is over, publishes and archives it. True. */
-    bool add(const std::vector<one_find>& findings, const CameraInfo& cameraInfo, EventManager& events);
+    /**
+     * Adds a cycle's findings and, when the period is over, publishes and archives it. True. Throws what
+     * deserializeRecords throws when a follower answers nonsense.
+     */
+    bool add(const std::vector<one_find>& findings, const PeriodPartners& partners) EXCLUDES(m_mutex);
 
-    // The same operation on both sets of tallies.
-    void reset();
-    void resetEntranceActivity();
-    void resetCrowdCounts();
-    void resetCumulativeCrowdCounts();
-    void resetOccupancy();
+    // The same operation on both sets of tallies. Any thread.
+    void reset() EXCLUDES(m_mutex);
+    void resetEntranceActivity() EXCLUDES(m_mutex);
+    void resetCrowdCounts() EXCLUDES(m_mutex);
+    void resetCumulativeCrowdCounts() EXCLUDES(m_mutex);
+    void resetOccupancy() EXCLUDES(m_mutex);
 
-    std::map<std::string, std::string> getDataMap() const { return localState.getDataMap(); }
-    std::map<std::string, std::string> getSparseDataMap() const { return localState.getSparseDataMap(); }
+    std::map<std::string, std::string> getDataMap() const EXCLUDES(m_mutex);
+    std::map<std::string, std::string> getSparseDataMap() const EXCLUDES(m_mutex);
 
     /** Whether a frame was added since the last flush. */
-    bool hasFrames() const { return localState.getNumberOfFrames() > 0; }
+    bool hasFrames() const EXCLUDES(m_mutex);
 
     /** Appends this camera's tallies to the archives and clears them, but for the occupancy. True. */
-    bool flushLocal(const std::string& dateTime, const std::string& cameraName);
+    bool flushLocal(const std::string& dateTime, const std::string& cameraName) EXCLUDES(m_mutex);
 
-    /** The tallies since a leader last fetched them, as text; clears them, but for the occupancy. */
-    std::string followerFlush();
+    /**
+     * The tallies since a leader last fetched them, as text; clears them, but for the occupancy. config says what is
+     * monitored: the caller's own record, since this is for any thread.
+     */
+    std::string followerFlush(const ConfigParams& config) EXCLUDES(m_mutex);
 
     std::vector<CrowdCountRecord> getArchivedCrowdCountRecords() const;
     std::vector<CrowdCountRecord> getArchivedAverageCrowdCountRecords() const;
     std::vector<EntranceActivityRecord> getArchivedEntranceActivityRecords() const;
     std::vector<OccupancyObjectRecord> getArchivedOccupancyObjectRecords() const;
 
-    // The archives as one table. Throw what std::stoi throws over an archive with words for numbers.
+    // The archives as one table. Any thread. Throw what std::stoi throws over an archive with words for numbers.
     std::string getSummaryReportCSV() const;
     std::string getSummaryReportHTML() const;
     void writeSummaryReportCSV(const std::string& path) const;
@@ -70,6 +89,7 @@ public:
     int getFlushInterval() const { return flushInterval; }
 
 private:
+    void collectFromFollowers(const std::string& dateTime, const PeriodPartners& partners);
     SummaryReport summaryReport() const;
     report_stream::Archives archivePaths() const;
 
@@ -79,6 +99,7 @@ private:
     RecordArchive<CrowdCountRecord> averageCrowdCountRecordArchive;
     int flushInterval = 60; /**< seconds */
     CountdownTimer flushTimer{flushInterval};
-    TransientState localState;  /**< flushed by the period timer */
-    TransientState remoteState; /**< fetched by a leader */
+    mutable Mutex m_mutex; /**< guards the tallies, which the web service resets and fetches; never held over a disk */
+    TransientState localState GUARDED_BY(m_mutex);  /**< flushed by the period timer */
+    TransientState remoteState GUARDED_BY(m_mutex); /**< fetched by a leader */
 };

@@ -41,6 +41,15 @@ void readSection(std::istream& text, const std::string& dateTime, const std::str
 
 TransientState::TransientState(const ConfigParams& config) : m_config(config) {}
 
+TransientState::TransientState(const TransientState& tallies, const ConfigParams& config)
+    : crowdCounts(tallies.crowdCounts),
+      cumulativeCrowdCounts(tallies.cumulativeCrowdCounts),
+      entrances(tallies.entrances),
+      exits(tallies.exits),
+      occupancy(tallies.occupancy),
+      numberOfFrames(tallies.numberOfFrames),
+      m_config(config) {}
+
 void TransientState::reset() {
     resetCrowdCounts();
     resetEntranceActivity();

@@ -21,6 +21,9 @@ public:
     /** config: the live record; it says what is monitored. */
     explicit TransientState(const ConfigParams& config);
 
+    /** The same tallies, with what is monitored taken from another record. */
+    TransientState(const TransientState& tallies, const ConfigParams& config);
+
     /** Everything but the occupancy. */
     void reset();
     void resetCrowdCounts();

@@ -2,7 +2,9 @@
 
 #include <array>
 
+#include "Logger.h"
 #include "clock.h"
+#include "follower_round.h"
 
 namespace {
 
@@ -175,7 +177,7 @@ void DetectionProcessing::manage_events() {
     if (m_parts.config.i_MinOccupantsForTrigger <= m_parts.leaderMetrics.totalOccupancy) {
         m_parts.events.sendEventStarted(alerts::kOccupancy);
         if (m_parts.config.b_ResetByOccupanyCount) {
-            reset_total_occupancy();
+            reset_total_occupancy(m_parts.config.cameraInfo);
         }
     } else {
         m_parts.events.sendEventStopped(alerts::kOccupancy);
@@ -202,9 +204,22 @@ void DetectionProcessing::update_aoi_and_occupancy_metrics() {
     m_parts.metrics.occupancyCount = m_parts.occupancy.get_count();
 }
 
-int DetectionProcessing::reset_total_occupancy() {
+int DetectionProcessing::reset_total_occupancy(const CameraInfo& cameras) {
+    m_parts.metrics.occupancyCount = 0;
     m_parts.occupancy.reset_count();
     m_parts.statistics.resetOccupancy();
+    const auto answered =
+        askFollowers([&](size_t i) { return cameras.followerActive[i] && is_camera_callable(static_cast<int>(i)); },
+                     [&](size_t i) {
+                         return m_parts.followers.reset_occupancy_of_followerip(
+                             cameras.followerIPAddress[i], cameras.followerLogin[i], cameras.followerPassword[i]);
+                     });
+    for (size_t i = 0; i < answered.size(); ++i) {
+        if (answered[i] == false) {
+            applicationLog().error("reset_total_occupancy: Could not reset occupancy for camera " +
+                                   cameras.followerCameraName[i]);
+        }
+    }
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "config_params.h"
 #include "event_manager.h"
 #include "finding.h"
+#include "follower_calls.h"
 #include "location_controller_larod.h"
 #include "occupancy_controller.h"
 #include "occupancy_manager.h"
@@ -24,6 +25,7 @@ struct DetectionProcessingParts {
     OccupancyManager& statistics;
     MetricsParams& metrics;
     LeaderMetricsParams& leaderMetrics;
+    FollowerCalls& followers;
 };
 
 /**
@@ -31,7 +33,7 @@ struct DetectionProcessingParts {
  * entries and exits, times their stays, starts and stops the alerts, publishes the counts.
  *
  * Each successful frame calls, in this order: get_detections, monitor_AOI_and_entrances, examine_and_update_findings,
- * manage_events, update_aoi_and_occupancy_metrics. Main-loop thread only.
+ * manage_events, update_aoi_and_occupancy_metrics. Main-loop thread only, except where noted.
  */
 class DetectionProcessing {
 public:
@@ -52,10 +54,15 @@ public:
     /** Publishes crowd counts and occupancy. */
     void update_aoi_and_occupancy_metrics();
 
-    /** Sets the occupancy back to nobody; returns 0. */
-    int reset_total_occupancy();
+    /**
+     * Sets the occupancy back to nobody, here and on every active follower that can be called; returns 0. A follower
+     * that does not answer is logged and skipped. Any thread, with its own copy of the camera table.
+     */
+    int reset_total_occupancy(const CameraInfo& cameras);
 
-    /** Whether a follower, 0..9, was last known to run: its status is neither stopped (300) nor without answer (700).
+    /**
+     * Whether a follower, 0..9, was last known to run: its status is neither stopped (300) nor without answer (700).
+     * Any thread.
      */
     bool is_camera_callable(int follower) const;
 

@@ -1,7 +1,7 @@
 #include "occupancy_controller.h"
 
 void occupancy_controller::decrease_count() {
-    if (m_Count > 0) {
-        --m_Count;
+    int count = m_Count;
+    while (count > 0 && !m_Count.compare_exchange_weak(count, count - 1)) {
     }
 }

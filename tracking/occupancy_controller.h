@@ -1,6 +1,8 @@
 #pragma once
 
-/** The live occupancy: what came in less what went out, never below zero. */
+#include <atomic>
+
+/** The live occupancy: what came in less what went out, never below zero. Any thread. */
 class occupancy_controller {
 public:
     void init(int count) { m_Count = count; }
@@ -13,5 +15,5 @@ public:
     int get_count() const { return m_Count; }
 
 private:
-    int m_Count = 0;
+    std::atomic<int> m_Count = 0;
 };

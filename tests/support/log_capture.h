@@ -15,6 +15,7 @@ public:
     LogCapture() : m_inFolder(m_folder.path()) {
         std::filesystem::create_directories(m_folder.path() / "localdata");
         std::filesystem::create_directories(m_folder.path() / "usr/local/packages/ostrel_senvo/localdata");
+        std::filesystem::create_directories(m_folder.path() / "usr/local/packages/ostrel_senvo/html");
         std::filesystem::create_directories(m_folder.path() / "tmp");
         std::filesystem::create_directories(m_folder.path() / "mnt/flash/usr/local/packages/ostrel_senvo");
         setenv("OSTREL_SENVO_ROOT", m_folder.path().c_str(), 1);

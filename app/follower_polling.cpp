@@ -1,0 +1,88 @@
+#include "follower_polling.h"
+
+#include <algorithm>
+
+#include "clock.h"
+#include "follower_round.h"
+
+namespace {
+
+constexpr time_t kFirstStatus = 30;
+constexpr time_t kFirstQuery = 60;
+constexpr time_t kStatusInterval = 60;
+constexpr time_t kQueryInterval = 3;
+
+}  // namespace
+
+FollowerPolling::FollowerPolling(const ConfigParams& config, const MetricsParams& metrics,
+                                 LeaderMetricsParams& leaderMetrics, http_request_controller& followers)
+    : m_config(config), m_metrics(metrics), m_leaderMetrics(leaderMetrics), m_followers(followers) {}
+
+void FollowerPolling::start(time_t now) {
+    m_nextStatus = now + kFirstStatus;
+    m_nextQuery = now + kFirstQuery;
+}
+
+bool FollowerPolling::isAsked(size_t follower) const {
+    return m_config.cameraInfo.followerActive[follower] &&
+           isCameraCallable(m_leaderMetrics, static_cast<int>(follower));
+}
+
+int FollowerPolling::calculate_total_follower_AOI() {
+    const auto crowds = askFollowers([&](size_t i) { return isAsked(i); },
+                                     [&](size_t i) {
+                                         return m_followers.get_crowd_sum_of_3_areas_from_followerip(
+                                             m_config.cameraInfo.followerIPAddress[i]);
+                                     });
+    int sum = 0;
+    for (size_t i = 0; i < crowds.size(); ++i) {
+        // The -1 of a follower without answer counts like any other number.
+        m_leaderMetrics.followerCrowdCount[i] = crowds[i].value_or(0);
+        sum += crowds[i].value_or(0);
+    }
+    return sum;
+}
+
+int FollowerPolling::calculate_total_follower_occupancy() {
+    const auto occupants = askFollowers([&](size_t i) { return isAsked(i); },
+                                        [&](size_t i) {
+                                            return m_followers.get_occupancy_from_followerip(
+                                                m_config.cameraInfo.followerIPAddress[i]);
+                                        });
+    int sum = 0;
+    for (const std::optional<int>& occupancy : occupants) {
+        sum += std::max(0, occupancy.value_or(0));
+    }
+    return sum;
+}
+
+void FollowerPolling::query_follower_cameras() {
+    if (clockNow() < m_nextQuery) {
+        return;
+    }
+    const int occupancy = calculate_total_follower_occupancy();
+    const int crowd = calculate_total_follower_AOI();
+    m_leaderMetrics.totalOccupancy = std::max(0, m_metrics.occupancyCount + occupancy);
+    m_leaderMetrics.totalCrowdCount =
+        std::max(0, m_metrics.crowdCount1 + m_metrics.crowdCount2 + m_metrics.crowdCount3 + crowd);
+    m_nextQuery += kQueryInterval;
+}
+
+void FollowerPolling::check_follower_status() {
+    if (clockNow() < m_nextStatus) {
+        return;
+    }
+    const CameraInfo& cameras = m_config.cameraInfo;
+    const auto statuses = askFollowers([&](size_t i) { return cameras.followerActive[i]; },
+                                       [&](size_t i) {
+                                           return m_followers.get_status_from_followerip(cameras.followerIPAddress[i],
+                                                                                         cameras.followerLogin[i],
+                                                                                         cameras.followerPassword[i]);
+                                       });
+    for (size_t i = 0; i < statuses.size(); ++i) {
+        if (statuses[i]) {
+            m_leaderMetrics.followerStatus[i] = *statuses[i];
+        }
+    }
+    m_nextStatus += kStatusInterval;
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <ctime>
+
+#include "config_params.h"
+#include "http_request_controller.h"
+
+/**
+ * Asks a leader's followers for their counts and their status, each on a schedule of its own, and adds the counts up.
+ *
+ * The followers of one question are asked all at once, so that silent ones hold the analysis for five seconds at most
+ * per question. A follower that answers a question with anything but a number makes std::stoi throw out of here.
+ * Main-loop thread.
+ */
+class FollowerPolling {
+public:
+    /** All outlive it. config: the live record. */
+    FollowerPolling(const ConfigParams& config, const MetricsParams& metrics, LeaderMetricsParams& leaderMetrics,
+                    http_request_controller& followers);
+
+    /** Starts both schedules: the first status in 30 seconds, the first counts in 60. */
+    void start(time_t now);
+
+    /** The totals of occupancy and crowd, when they are due: every 3 seconds. */
+    void query_follower_cameras();
+
+    /** The followers' status codes, when they are due: every 60 seconds. */
+    void check_follower_status();
+
+private:
+    int calculate_total_follower_occupancy();
+    int calculate_total_follower_AOI();
+    bool isAsked(size_t follower) const;
+
+    const ConfigParams& m_config;
+    const MetricsParams& m_metrics;
+    LeaderMetricsParams& m_leaderMetrics;
+    http_request_controller& m_followers;
+    time_t m_nextStatus = 0;
+    time_t m_nextQuery = 0;
+};

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <atomic>
+#include <fcgiapp.h>
+#include <functional>
+#include <string>
+
+#include "config_params.h"
+#include "location_controller_larod.h"
+#include "occupancy_controller.h"
+#include "occupancy_manager.h"
+#include "parameter_io.h"
+
+/** What the service shows and changes; all outlive it. */
+struct FastCgiParts {
+    const ConfigParams& config; /**< the web service's own record */
+    parameter_io& settings;
+    const location_controller_larod& detector;
+    OccupancyManager& statistics;
+    occupancy_controller& occupancy;
+    MetricsParams& metrics;
+    const LeaderMetricsParams& leaderMetrics;
+    const std::atomic<int>& status;
+    const std::atomic<int>& executionTime; /**< milliseconds of the last analysis */
+    bool isPortrait;
+    std::function<int()> resetTotalOccupancy;                        /**< for this thread */
+    std::function<void(const char* name, bool active)> manualAlert; /**< starts or stops an alert by hand */
+};
+
+/**
+ * The application's web interface: answers the requests that the camera's web server forwards to a FastCGI socket, one
+ * after the other. The query's "action" says what is wanted; several are answered one behind the other.
+ *
+ * init and run belong to one thread, the web service's; stop may come from another.
+ */
+class fastcgi_service {
+public:
+    explicit fastcgi_service(FastCgiParts parts);
+    ~fastcgi_service();
+
+    fastcgi_service(const fastcgi_service&) = delete;
+    fastcgi_service& operator=(const fastcgi_service&) = delete;
+
+    /** Opens the socket: 0, or 1, logged, on failure. */
+    int init();
+
+    /** Serves until stop, or until the socket fails; returns 0. */
+    int run();
+
+    /** Lets run return once it has answered what it is at. Any thread. */
+    void stop();
+
+private:
+    void serve();
+    void serveAction(const std::string& method, const std::string& action);
+    std::string parameter(const char* name) const;
+
+    /** Answers a GET action; 0. An exception of what it asks is logged, and nothing answered. */
+    int processGET(const std::string& action);
+    /** Answers a POST action: 0, or -1, logged, when it raised an exception. */
+    int processPOST(const std::string& action, const std::string& body);
+    std::string get_post_body();
+    /** Logs for the page: 0, or -1, logged, when the body holds no tags. */
+    static int add_post_submit_log(const std::string& body);
+
+    void write(const std::string& text);
+    const char* resetOccupancy();
+    void raiseManualAlert(const std::string& action);
+
+    struct Answer {
+        const char* contentType = nullptr; /**< none */
+        std::string body;
+    };
+    Answer answerTo(const std::string& action);
+
+    FastCgiParts m_parts;
+    FCGX_Request m_request = {};
+    std::atomic<int> m_sock = -1;
+    std::atomic<bool> m_stopping = false;
+};

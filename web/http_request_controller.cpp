@@ -1,0 +1,150 @@
+#include "http_request_controller.h"
+
+#include <curl/curl.h>
+#include <memory>
+#include <mutex>
+#include <string_view>
+
+#include "Logger.h"
+
+namespace {
+
+constexpr long kTimeoutSeconds = 5;
+constexpr size_t kMostBytes = 1U << 20U;
+constexpr int kMostAnswers = 4;  // digest authentication takes two, and a third when the server's nonce was stale
+constexpr const char* kCookieFile = "cookie.txt";
+
+/** One transfer: what has come so far, and how often the server has answered. */
+struct Transfer {
+    std::string body;
+    int answers = 0;
+};
+
+size_t limitedWrite(const char* data, size_t size, size_t count, void* userData) {
+    auto& transfer = *static_cast<Transfer*>(userData);
+    if (transfer.body.size() + size * count > kMostBytes) {
+        return 0;
+    }
+    return WriteCallback(data, size, count, &transfer.body);
+}
+
+size_t countAnswers(const char* line, size_t size, size_t count, void* userData) {
+    auto& transfer = *static_cast<Transfer*>(userData);
+    if (std::string_view(line, size * count).rfind("HTTP/", 0) == 0 && ++transfer.answers > kMostAnswers) {
+        return 0;
+    }
+    return size * count;
+}
+
+void initOnce() {
+    static std::once_flag done;
+    std::call_once(done, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+}
+
+}  // namespace
+
+std::string makeRequest(const std::string& ip, const std::string& action) {
+    return "http://" + ip + "/local/ostrel_senvo/webservices.cgi?action=" + action;
+}
+
+size_t WriteCallback(const char* data, size_t size, size_t count, void* userData) {
+    static_cast<std::string*>(userData)->append(data, size * count);
+    return size * count;
+}
+
+std::string send_request_text(const std::string& url, const std::string& login, const std::string& password) {
+    initOnce();
+    const std::string credentials = login + ":" + password;
+    Transfer transfer;
+    bool complete = false;
+    {
+        const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(), curl_easy_cleanup);
+        if (!curl) {
+            return "";
+        }
+        curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
+        curl_easy_setopt(curl.get(), CURLOPT_USERPWD, credentials.c_str());
+        curl_easy_setopt(curl.get(), CURLOPT_COOKIEFILE, kCookieFile);
+        curl_easy_setopt(curl.get(), CURLOPT_COOKIEJAR, kCookieFile);
+        curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, kTimeoutSeconds);
+        curl_easy_setopt(curl.get(), CURLOPT_HTTPAUTH, CURLAUTH_DIGEST);
+        curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, limitedWrite);
+        curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &transfer);
+        curl_easy_setopt(curl.get(), CURLOPT_HEADERFUNCTION, countAnswers);
+        curl_easy_setopt(curl.get(), CURLOPT_HEADERDATA, &transfer);
+        // A page that says why a login failed is no answer, whatever it says.
+        curl_easy_setopt(curl.get(), CURLOPT_FAILONERROR, 1L);
+        curl_easy_setopt(curl.get(), CURLOPT_PROTOCOLS_STR, "http,https");
+        // libcurl would otherwise time the name lookup with SIGALRM, which is not safe beside other threads.
+        curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
+        // A follower is a neighbour on the network: a proxy of the environment must not see its password.
+        curl_easy_setopt(curl.get(), CURLOPT_PROXY, "");
+        complete = curl_easy_perform(curl.get()) == CURLE_OK;
+    }
+    return complete && transfer.body.find("error") == std::string::npos ? transfer.body : "";
+}
+
+void http_request_controller::init(const std::string& appName) {
+    const MutexLock lock(m_mutex);
+    m_AppName = appName;
+}
+
+void http_request_controller::set_followerip(const std::string& ip, const std::string& login,
+                                             const std::string& password) {
+    const MutexLock lock(m_mutex);
+    m_FollowerIPs[ip] = {{"Username", login}, {"Password", password}, {"HTTP_Headers", "Empty"}};
+}
+
+void http_request_controller::remove_followerip(const std::string& ip) {
+    const MutexLock lock(m_mutex);
+    if (m_FollowerIPs.erase(ip) == 0) {
+        applicationLog().error("remove_followerip: " + ip + " not found.");
+    }
+}
+
+int http_request_controller::askCount(const std::string& ip, const char* action) {
+    std::string login;
+    std::string password;
+    {
+        const MutexLock lock(m_mutex);
+        const auto follower = m_FollowerIPs.find(ip);
+        if (follower == m_FollowerIPs.end()) {
+            return kNoCount;
+        }
+        login = follower->at("Username");
+        password = follower->at("Password");
+    }
+    const std::string answer = send_request_text(makeRequest(ip, action), login, password);
+    return answer.empty() ? kNoCount : std::stoi(answer);
+}
+
+int http_request_controller::get_occupancy_from_followerip(const std::string& ip) {
+    return askCount(ip, "get_occupancy_count");
+}
+
+int http_request_controller::get_crowd_sum_of_3_areas_from_followerip(const std::string& ip) {
+    return askCount(ip, "get_total_crowd");
+}
+
+int http_request_controller::get_crowd_per_area_from_followerip(const std::string& ip, int area) {
+    static constexpr const char* kActions[] = {"get_crowd_1", "get_crowd_2", "get_crowd_3"};
+    return area >= 1 && area <= 3 ? askCount(ip, kActions[area - 1]) : kNoCount;
+}
+
+int http_request_controller::get_status_from_followerip(const std::string& ip, const std::string& login,
+                                                        const std::string& password) {
+    const std::string answer = send_request_text(makeRequest(ip, "get_status_code"), login, password);
+    return answer.empty() ? kNoConnection : std::stoi(answer);
+}
+
+bool http_request_controller::reset_occupancy_of_followerip(const std::string& ip, const std::string& login,
+                                                            const std::string& password) {
+    const std::string answer = send_request_text(makeRequest(ip, "reset_occupancy"), login, password);
+    applicationLog().info("reset_occupancy_of_followerip: " + answer + " for " + ip);
+    return !answer.empty();
+}
+
+std::string http_request_controller::follower_flush(const std::string& ip, const std::string& login,
+                                                    const std::string& password) {
+    return send_request_text(makeRequest(ip, "follower_flush"), login, password);
+}

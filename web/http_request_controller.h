@@ -1,0 +1,63 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "follower_calls.h"
+#include "mutex.h"
+
+/** The address of an action on a follower. The follower's address is used as it was written in the settings. */
+std::string makeRequest(const std::string& ip, const std::string& action);
+
+/**
+ * Fetches an address with HTTP digest authentication and returns the body of the answer; empty when there is none,
+ * when the HTTP status is an error, or when the body has the word "error" in it.
+ *
+ * Takes 5 seconds at most. Only http and https, redirects are not followed, an answer above 1 MiB is none, and so is
+ * one that asks to log in again and again. Keeps cookies in "cookie.txt" in the working folder. Any thread.
+ */
+std::string send_request_text(const std::string& url, const std::string& login, const std::string& password);
+
+/** For libcurl: appends size * count bytes to the std::string userData and returns their number. */
+size_t WriteCallback(const char* data, size_t size, size_t count, void* userData);
+
+/**
+ * A leader's HTTP client: asks its followers, which run this same application, for their counts, and tells them to
+ * reset.
+ *
+ * Numbers are read with std::stoi and throw what it throws when the answer is not empty and no number. Any thread.
+ */
+class http_request_controller : public FollowerCalls {
+public:
+    static constexpr int kNoCount = -1;
+    static constexpr int kNoConnection = 700;
+
+    void init(const std::string& appName) EXCLUDES(m_mutex);
+
+    /** Keeps the credentials for an address, instead of those it had. */
+    void set_followerip(const std::string& ip, const std::string& login, const std::string& password)
+        EXCLUDES(m_mutex);
+
+    /** Forgets an address; logs an error for one that is not known. */
+    void remove_followerip(const std::string& ip) EXCLUDES(m_mutex);
+
+    // Counts, with the credentials that were set for the address; -1 without an answer, or for an unknown address.
+    int get_occupancy_from_followerip(const std::string& ip);
+    int get_crowd_sum_of_3_areas_from_followerip(const std::string& ip);
+    /** area is 1..3; -1 for any other. */
+    int get_crowd_per_area_from_followerip(const std::string& ip, int area);
+
+    /** The follower's status code; 700 without an answer. */
+    int get_status_from_followerip(const std::string& ip, const std::string& login, const std::string& password);
+
+    bool reset_occupancy_of_followerip(const std::string& ip, const std::string& login,
+                                       const std::string& password) override;
+    std::string follower_flush(const std::string& ip, const std::string& login, const std::string& password) override;
+
+private:
+    int askCount(const std::string& ip, const char* action) EXCLUDES(m_mutex);
+
+    Mutex m_mutex; /**< guards what is known of the followers; never held while one is asked */
+    std::string m_AppName GUARDED_BY(m_mutex);
+    nlohmann::json m_FollowerIPs GUARDED_BY(m_mutex) = nlohmann::json::object(); /**< credentials by address */
+};
