@@ -49,10 +49,9 @@ Application::Application()
       m_Areas(m_Config),
       m_OccupancyManager(m_Config),
       m_Polling(m_Config, m_Metrics, m_LeaderMetrics, m_Followers),
-      m_Settings({m_WebConfig, m_Detector, m_Followers, m_Parameters, m_Metrics, m_LeaderMetrics, m_Status,
-                  [this](const SettingsUpdate& update) {
-                      m_BetweenCycles.post([this, update] { takeOver(update); });
-                  }}) {}
+      m_Settings(
+          {m_WebConfig, m_Detector, m_Followers, m_Parameters, m_Metrics, m_LeaderMetrics, m_Status,
+           [this](const SettingsUpdate& update) { m_BetweenCycles.post([this, update] { takeOver(update); }); }}) {}
 
 Application::~Application() = default;
 

@@ -57,8 +57,8 @@ public:
     Application& operator=(const Application&) = delete;
 
     /**
-     * The whole life of the process: 0 after an orderly stop, -1 when the model or the web service's thread could not be
-     * had.
+     * The whole life of the process: 0 after an orderly stop, -1 when the model or the web service's thread could not
+     * be had.
      */
     int main();
 

@@ -29,11 +29,11 @@ bool FollowerPolling::isAsked(size_t follower) const {
 }
 
 int FollowerPolling::calculate_total_follower_AOI() {
-    const auto crowds = askFollowers([&](size_t i) { return isAsked(i); },
-                                     [&](size_t i) {
-                                         return m_followers.get_crowd_sum_of_3_areas_from_followerip(
-                                             m_config.cameraInfo.followerIPAddress[i]);
-                                     });
+    const auto crowds = askFollowers(
+        [&](size_t i) { return isAsked(i); },
+        [&](size_t i) {
+            return m_followers.get_crowd_sum_of_3_areas_from_followerip(m_config.cameraInfo.followerIPAddress[i]);
+        });
     int sum = 0;
     for (size_t i = 0; i < crowds.size(); ++i) {
         // The -1 of a follower without answer counts like any other number.
@@ -44,11 +44,9 @@ int FollowerPolling::calculate_total_follower_AOI() {
 }
 
 int FollowerPolling::calculate_total_follower_occupancy() {
-    const auto occupants = askFollowers([&](size_t i) { return isAsked(i); },
-                                        [&](size_t i) {
-                                            return m_followers.get_occupancy_from_followerip(
-                                                m_config.cameraInfo.followerIPAddress[i]);
-                                        });
+    const auto occupants = askFollowers(
+        [&](size_t i) { return isAsked(i); },
+        [&](size_t i) { return m_followers.get_occupancy_from_followerip(m_config.cameraInfo.followerIPAddress[i]); });
     int sum = 0;
     for (const std::optional<int>& occupancy : occupants) {
         sum += std::max(0, occupancy.value_or(0));
@@ -73,12 +71,12 @@ void FollowerPolling::check_follower_status() {
         return;
     }
     const CameraInfo& cameras = m_config.cameraInfo;
-    const auto statuses = askFollowers([&](size_t i) { return cameras.followerActive[i]; },
-                                       [&](size_t i) {
-                                           return m_followers.get_status_from_followerip(cameras.followerIPAddress[i],
-                                                                                         cameras.followerLogin[i],
-                                                                                         cameras.followerPassword[i]);
-                                       });
+    const auto statuses =
+        askFollowers([&](size_t i) { return cameras.followerActive[i]; },
+                     [&](size_t i) {
+                         return m_followers.get_status_from_followerip(
+                             cameras.followerIPAddress[i], cameras.followerLogin[i], cameras.followerPassword[i]);
+                     });
     for (size_t i = 0; i < statuses.size(); ++i) {
         if (statuses[i]) {
             m_leaderMetrics.followerStatus[i] = *statuses[i];

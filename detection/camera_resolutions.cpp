@@ -2,6 +2,7 @@
 
 #include <glib-object.h>
 #include <memory>
+
 #include <vdo-channel.h>
 
 #include "Logger.h"

@@ -23,7 +23,7 @@ struct FastCgiParts {
     const std::atomic<int>& status;
     const std::atomic<int>& executionTime; /**< milliseconds of the last analysis */
     bool isPortrait;
-    std::function<int()> resetTotalOccupancy;                        /**< for this thread */
+    std::function<int()> resetTotalOccupancy;                       /**< for this thread */
     std::function<void(const char* name, bool active)> manualAlert; /**< starts or stops an alert by hand */
 };
 

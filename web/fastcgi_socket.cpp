@@ -16,11 +16,9 @@ int openFastCgiSocket(const std::string& path, int backlog) {
     const std::string folder = place.parent_path().string();
     // Through the folder's descriptor the address stays short wherever the folder lies.
     const UniqueFd directory(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    const std::string address =
-        "/proc/self/fd/" + std::to_string(directory.get()) + "/" + place.filename().string();
+    const std::string address = "/proc/self/fd/" + std::to_string(directory.get()) + "/" + place.filename().string();
     // libfcgi ends the process where it cannot bind, so what can be known beforehand is asked first.
-    if (!directory || faccessat(directory.get(), ".", W_OK | X_OK, 0) != 0 ||
-        std::filesystem::is_directory(place)) {
+    if (!directory || faccessat(directory.get(), ".", W_OK | X_OK, 0) != 0 || std::filesystem::is_directory(place)) {
         applicationLog().error("init: cannot open a socket in " + folder + ": " + std::strerror(errno));
         return -1;
     }

@@ -35,8 +35,7 @@ public:
     void init(const std::string& appName) EXCLUDES(m_mutex);
 
     /** Keeps the credentials for an address, instead of those it had. */
-    void set_followerip(const std::string& ip, const std::string& login, const std::string& password)
-        EXCLUDES(m_mutex);
+    void set_followerip(const std::string& ip, const std::string& login, const std::string& password) EXCLUDES(m_mutex);
 
     /** Forgets an address; logs an error for one that is not known. */
     void remove_followerip(const std::string& ip) EXCLUDES(m_mutex);

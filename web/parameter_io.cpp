@@ -25,8 +25,7 @@ public:
     template <size_t size>
     void points(const std::string& area, const std::array<int32_t, size>& points) {
         for (size_t i = 0; i < size; ++i) {
-            text(area + "_" + std::to_string(i),
-                 settings_text::coordinate(points[i], i % 2 == 0 ? m_width : m_height));
+            text(area + "_" + std::to_string(i), settings_text::coordinate(points[i], i % 2 == 0 ? m_width : m_height));
         }
     }
 

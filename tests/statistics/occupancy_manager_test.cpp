@@ -6,6 +6,7 @@
 #include "builders.h"
 #include "log_capture.h"
 #include "sanitized.h"
+#include "scripted_followers.h"
 #include "test_clock.h"
 
 namespace {
@@ -183,7 +184,9 @@ protected:
         std::ifstream in(file(name));
         return {std::istreambuf_iterator<char>(in), {}};
     }
-    void see(const std::vector<one_find>& findings) { EXPECT_TRUE(m_manager->add(findings, m_camera, m_events)); }
+    void see(const std::vector<one_find>& findings) {
+        EXPECT_TRUE(m_manager->add(findings, {m_camera, m_events, m_followers, m_leaderMetrics}));
+    }
     int64_t rows(const std::string& name) const {
         std::ifstream in(file(name));
         return std::count(std::istreambuf_iterator<char>(in), {}, '\n');
@@ -195,6 +198,8 @@ protected:
     ConfigParams m_config;
     CameraInfo m_camera;
     EventManager m_events;
+    ScriptedFollowers m_followers;
+    LeaderMetricsParams m_leaderMetrics;
     std::optional<OccupancyManager> m_manager;
 };
 
@@ -247,10 +252,48 @@ TEST_F(Statistics, OfOneAreaAndTwoClassesAreTwoRecordsEach) {
 TEST_F(Statistics, WaitForALeaderApartFromTheOwnPeriod) {
     see({kPersonInArea1, kPersonEnters1});
     m_manager->flushLocal("d", "c");
-    EXPECT_EQ(m_manager->followerFlush(), "1\n,,0,0,1\n1\n,,0,0,1,0\n1\n,,0,1\n1\n,,0,0,1\n");
-    EXPECT_EQ(m_manager->followerFlush(), "1\n,,0,0,0\n1\n,,0,0,0,0\n1\n,,0,1\n1\n,,0,0,0\n");
+    EXPECT_EQ(m_manager->followerFlush(m_config), "1\n,,0,0,1\n1\n,,0,0,1,0\n1\n,,0,1\n1\n,,0,0,1\n");
+    EXPECT_EQ(m_manager->followerFlush(m_config), "1\n,,0,0,0\n1\n,,0,0,0,0\n1\n,,0,1\n1\n,,0,0,0\n");
     m_manager->resetOccupancy();
-    EXPECT_EQ(m_manager->followerFlush(), "1\n,,0,0,0\n1\n,,0,0,0,0\n1\n,,0,0\n1\n,,0,0,0\n");
+    EXPECT_EQ(m_manager->followerFlush(m_config), "1\n,,0,0,0\n1\n,,0,0,0,0\n1\n,,0,0\n1\n,,0,0,0\n");
+}
+
+TEST_F(Statistics, OfFollowersAreKeptUnderTheLeadersDateAndTheirOwnNames) {
+    const char* const kText = "1\n,,0,0,3\n1\n,,0,0,2,1\n1\n,,0,7\n1\n,,0,0,4\n";
+    for (const size_t i : {1U, 3U, 4U, 6U}) {
+        m_camera.followerActive[i] = i != 6;
+        m_camera.followerIPAddress[i] = "10.0.0." + std::to_string(i);
+        m_camera.followerCameraName[i] = "Gate " + std::to_string(i);
+        m_camera.followerLogin[i] = "root";
+        m_camera.followerPassword[i] = "pass";
+        m_followers.answers[m_camera.followerIPAddress[i]] = kText;
+    }
+    m_leaderMetrics.followerStatus[3] = 700;
+    m_clock.advance(60);
+    see({});
+    EXPECT_EQ(m_followers.asked(),
+              (std::multiset<std::string>{"flush 10.0.0.1 root pass", "flush 10.0.0.4 root pass"}));
+    EXPECT_EQ(content("CrowdCountTidy.csv"),
+              "2024-01-01 00:01:00,Cam,0,0,0\n2024-01-01 00:01:00,Gate 1,0,0,3\n2024-01-01 00:01:00,Gate 4,0,0,3\n");
+    EXPECT_EQ(content("EntranceActivityTidy.csv"),
+              "2024-01-01 00:01:00,Cam,0,0,0,0\n2024-01-01 00:01:00,Gate 1,0,0,2,1\n"
+              "2024-01-01 00:01:00,Gate 4,0,0,2,1\n");
+    EXPECT_EQ(content("OccupancyTidy.csv"),
+              "2024-01-01 00:01:00,Cam,0,0\n2024-01-01 00:01:00,Gate 1,0,7\n2024-01-01 00:01:00,Gate 4,0,7\n");
+    EXPECT_EQ(content("AverageCrowdCountTidy.csv"),
+              "2024-01-01 00:01:00,Cam,0,0,0\n2024-01-01 00:01:00,Gate 1,0,0,4\n2024-01-01 00:01:00,Gate 4,0,0,4\n");
+}
+
+TEST_F(Statistics, OfAFollowerThatAnswersNonsenseThrow) {
+    m_camera.followerActive[0] = true;
+    m_camera.followerIPAddress[0] = "10.0.0.1";
+    for (const char* nonsense : {"", "<html>no</html>", "1\n,,0,0,many\n0\n0\n0\n"}) {
+        m_manager.emplace(m_config);
+        m_followers.answers["10.0.0.1"] = nonsense;
+        m_clock.advance(60);
+        EXPECT_THROW(m_manager->add({}, {m_camera, m_events, m_followers, m_leaderMetrics}), std::invalid_argument)
+            << nonsense;
+    }
 }
 
 TEST_F(Statistics, AreClearedOnBothSides) {
@@ -269,7 +312,7 @@ TEST_F(Statistics, AreClearedOnBothSides) {
         m_manager.emplace(m_config);
         see({kPersonInArea1, kPersonEnters1});
         ((*m_manager).*clear)();
-        EXPECT_EQ(m_manager->followerFlush(), remote) << label;
+        EXPECT_EQ(m_manager->followerFlush(m_config), remote) << label;
     }
 }
 

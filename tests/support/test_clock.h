@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
@@ -10,7 +11,7 @@
 class TestClock {
 public:
     explicit TestClock(time_t seconds = 1700000000) : m_micros(int64_t{seconds} * 1000000) {
-        setClock([this] { return m_micros; });
+        setClock([this] { return m_micros.load(); });
     }
     ~TestClock() { setClock(nullptr); }
     TestClock(const TestClock&) = delete;
@@ -22,7 +23,7 @@ public:
     time_t now() const { return static_cast<time_t>(m_micros / 1000000); }
 
 private:
-    int64_t m_micros;
+    std::atomic<int64_t> m_micros;
 };
 
 /** Puts the process into a time zone for the length of a test. */

@@ -5,6 +5,7 @@
 
 #include "builders.h"
 #include "log_capture.h"
+#include "scripted_followers.h"
 #include "scripted_platform.h"
 #include "test_clock.h"
 
@@ -90,8 +91,9 @@ protected:
     OccupancyManager m_statistics{m_config};
     MetricsParams m_metrics;
     LeaderMetricsParams m_leaderMetrics;
-    DetectionProcessing m_processing{
-        {m_config, m_detector, m_tracker, m_areas, m_occupancy, m_events, m_statistics, m_metrics, m_leaderMetrics}};
+    ScriptedFollowers m_followers;
+    DetectionProcessing m_processing{{m_config, m_detector, m_tracker, m_areas, m_occupancy, m_events, m_statistics,
+                                      m_metrics, m_leaderMetrics, m_followers}};
 };
 
 using Texts = std::vector<std::string>;
@@ -433,8 +435,36 @@ TEST_F(Findings, TheOccupancyAlertResetsTheOccupancyWhenAskedTo) {
     EXPECT_EQ(m_occupancy.get_count(), 0);
 }
 
+TEST_F(Findings, AResetOfTheTotalReachesEveryActiveFollowerThatCanBeCalled) {
+    CameraInfo& cameras = m_config.cameraInfo;
+    for (size_t i = 0; i < CameraInfo::kFollowers; ++i) {
+        cameras.followerActive[i] = i != 3;
+        cameras.followerIPAddress[i] = "10.0.0." + std::to_string(i);
+        cameras.followerLogin[i] = "login" + std::to_string(i);
+        cameras.followerPassword[i] = "pwd" + std::to_string(i);
+        cameras.followerCameraName[i] = "Gate " + std::to_string(i);
+        m_followers.answers[cameras.followerIPAddress[i]] = "0";
+    }
+    m_leaderMetrics.followerStatus[0] = 300;
+    m_leaderMetrics.followerStatus[9] = 700;
+    m_followers.answers.erase("10.0.0.5");
+    m_occupancy.init(4);
+    m_metrics.occupancyCount = 4;
+    EXPECT_EQ(m_processing.reset_total_occupancy(cameras), 0);
+    EXPECT_EQ(m_occupancy.get_count(), 0);
+    EXPECT_EQ(m_metrics.occupancyCount, 0);
+    EXPECT_EQ(m_followers.asked(),
+              (std::multiset<std::string>{"reset 10.0.0.1 login1 pwd1", "reset 10.0.0.2 login2 pwd2",
+                                          "reset 10.0.0.4 login4 pwd4", "reset 10.0.0.5 login5 pwd5",
+                                          "reset 10.0.0.6 login6 pwd6", "reset 10.0.0.7 login7 pwd7",
+                                          "reset 10.0.0.8 login8 pwd8"}));
+    EXPECT_EQ(LogCapture::ofLevel("error"),
+              Texts{"reset_total_occupancy: Could not reset occupancy for camera Gate 5"});
+}
+
 TEST_F(Findings, AStoppedOrSilentFollowerIsNotCallable) {
-    m_leaderMetrics.followerStatus = {200, 300, 700, 0, 401, 600, 500, 501, 50, 100};
+    const std::array<int32_t, 10> statuses = {200, 300, 700, 0, 401, 600, 500, 501, 50, 100};
+    std::copy(statuses.begin(), statuses.end(), m_leaderMetrics.followerStatus.begin());
     for (int follower = 0; follower < 10; ++follower) {
         EXPECT_EQ(m_processing.is_camera_callable(follower), follower != 1 && follower != 2) << follower;
     }

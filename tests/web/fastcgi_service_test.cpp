@@ -1,0 +1,311 @@
+#include "fastcgi_service.h"
+
+#include <filesystem>
+#include <sys/stat.h>
+#include <thread>
+
+#include "fastcgi_client.h"
+#include "sanitized.h"
+#include "web_fixture.h"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+/** The service on its own thread, asked through its socket. */
+class Service : public WebFixture {
+protected:
+    Service() {
+        m_parts.emplace(FastCgiParts{m_config, m_settings, m_detector, m_statistics, m_occupancy, m_metrics,
+                                     m_leaderMetrics, m_status, m_executionTime, true,
+                                     [this] {
+                                         ++m_totalResets;
+                                         return 0;
+                                     },
+                                     [this](const char* name, bool active) {
+                                         m_alerts.push_back(std::string(name) + (active ? " on" : " off"));
+                                     }});
+        m_service.emplace(*m_parts);
+        EXPECT_EQ(m_service->init(), 0);
+        m_thread = std::thread([this] { EXPECT_EQ(m_service->run(), 0); });
+    }
+    ~Service() override {
+        m_service->stop();
+        m_thread.join();
+    }
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    std::string socketPath() const {
+        return (m_log.folder() / "usr/local/packages/ostrel_senvo/html/ostrel_senvo_fcgi.socket").string();
+    }
+    FastCgiClient client() const { return FastCgiClient(socketPath()); }
+    std::string get(const std::string& action) const { return client().get("action=" + action); }
+    static std::string plain(const std::string& body) {
+        return "Status: 200 OK\r\nContent-Type: text/plain\r\n\r\n" + body;
+    }
+
+    occupancy_controller m_occupancy;
+    OccupancyManager m_statistics{m_config};
+    std::atomic<int> m_executionTime = 37;
+    std::atomic<int> m_totalResets = 0;
+    Texts m_alerts;
+    std::optional<FastCgiParts> m_parts;
+    std::optional<fastcgi_service> m_service;
+    std::thread m_thread;
+};
+
+TEST_F(Service, AnswersEveryGetAction) {
+    m_leaderMetrics.totalCrowdCount = 21;
+    m_leaderMetrics.totalOccupancy = 22;
+    m_metrics.crowdCount1 = 1;
+    m_metrics.crowdCount2 = 2;
+    m_metrics.crowdCount3 = -3;
+    m_metrics.occupancyCount = 2147483647;
+    const struct {
+        const char* action;
+        std::string answer;
+    } cases[] = {
+        {"get_status_string", plain("Running")},
+        {"get_is_portrait", plain("1")},
+        {"get_status_code", plain("200")},
+        {"get_execution_time", plain("37")},
+        {"get_all_parameters", "Status: 200 OK\r\nContent-Type: text/xml\r\n\r\n" + m_settings.get_parameters()},
+        {"get_total_crowd", plain("21")},
+        {"get_crowd_1", plain("21")},
+        {"get_crowd_2", plain("2")},
+        {"get_crowd_3", plain("-3")},
+        {"get_occupancy_count", plain("2147483647")},
+        {"get_total_occupancy", plain("22")},
+        {"get_data_panel_info", "Status: 200 OK\r\nContent-Type: text/xml\r\n\r\n" + m_settings.get_data_panel_info()},
+        {"get_analysis_resolution", plain("960x540")},
+        {"no_such_action", "Status: 200 OK\r\n\r\n"},
+        {"", "Status: 200 OK\r\n\r\n"},
+    };
+    for (const auto& [action, answer] : cases) {
+        EXPECT_EQ(get(action), answer) << action;
+    }
+}
+
+TEST_F(Service, ResetsTheOccupancy) {
+    m_metrics.occupancyCount = 5;
+    m_occupancy.init(5);
+    EXPECT_EQ(get("reset_occupancy"), plain("0"));
+    EXPECT_EQ(m_metrics.occupancyCount, 0);
+    EXPECT_EQ(m_occupancy.get_count(), 0);
+    EXPECT_EQ(LogCapture::count("info: processGET: This camera occupancy reset."), 1);
+}
+
+TEST_F(Service, AnswersAResetOfTheTotalWithOneRawCharacter) {
+    EXPECT_EQ(get("reset_total_occupancy"), plain(std::string(1, '\0')));
+    EXPECT_EQ(m_totalResets, 1);
+    EXPECT_EQ(LogCapture::count("info: processGET: Total occupancy reset."), 1);
+}
+
+TEST_F(Service, ServesTheReports) {
+    m_config.b_Detection1Active = true;
+    m_statistics.flushLocal("2024-01-01 00:01:00", "Cam");
+    const std::string csv = m_statistics.getSummaryReportCSV();
+    EXPECT_NE(csv.find("2024-01-01 00:01:00"), std::string::npos);
+    EXPECT_EQ(get("get_occupancy_csv"), "Status: 200 OK\r\nContent-Type: text/csv\r\n\r\n" + csv);
+    EXPECT_EQ(get("get_report_csv_str"), plain(csv));
+    EXPECT_EQ(get("get_occupancy_html"),
+              "Status: 200 OK\r\nContent-Type: text/html\r\n\r\n" + m_statistics.getSummaryReportHTML());
+}
+
+TEST_F(Service, HandsItsTalliesToALeaderOnce) {
+    m_config = {};
+    m_config.b_Detection1Active = m_config.b_DetectPersons = true;
+    EXPECT_EQ(get("follower_flush"), plain("1\n,,0,0,0\n0\n1\n,,0,0\n1\n,,0,0,0\n"));
+}
+
+TEST_F(Service, ServesTheLog) {
+    applicationLog().info("a \"quoted\" line");
+    EXPECT_TRUE(get("get_logfile_as_serialized_text").ends_with("|ostrel_senvo|info|a \"quoted\" line\n"));
+    EXPECT_TRUE(get("get_logfile_as_plain_text").ends_with(" ostrel_senvo info a \"quoted\" line\n"));
+    const std::string csv = get("get_logfile_as_csv_text");
+    EXPECT_TRUE(csv.ends_with(",ostrel_senvo,info,\"a \"quoted\" line\"\n"));
+    EXPECT_EQ(csv.rfind("Status: 200 OK\r\nContent-Type: text/plain\r\n\r\n", 0), 0U);
+    EXPECT_EQ(get("clear_logfile"), plain("Log file cleared."));
+    EXPECT_EQ(get("get_logfile_as_plain_text"), plain(""));
+}
+
+TEST_F(Service, RaisesAlertsByHand) {
+    for (const char* alert : {"breached", "area1", "area2", "area3", "occupancy"}) {
+        EXPECT_EQ(get(std::string("manual_") + alert + "_alert_on"), "Status: 200 OK\r\n\r\n");
+        EXPECT_EQ(get(std::string("manual_") + alert + "_alert_off"), "Status: 200 OK\r\n\r\n");
+    }
+    EXPECT_EQ(get("manual_area4_alert_on"), "Status: 200 OK\r\n\r\n");
+    EXPECT_EQ(m_alerts,
+              (Texts{"Ostrel Senvo Breached on", "Ostrel Senvo Breached off", "Ostrel Senvo Area 1 Alert on",
+                     "Ostrel Senvo Area 1 Alert off", "Ostrel Senvo Area 2 Alert on", "Ostrel Senvo Area 2 Alert off",
+                     "Ostrel Senvo Area 3 Alert on", "Ostrel Senvo Area 3 Alert off", "Ostrel Senvo Occupancy Alert on",
+                     "Ostrel Senvo Occupancy Alert off"}));
+}
+
+TEST_F(Service, LogsRequestsWhenAskedTo) {
+    get("get_status_code");
+    EXPECT_EQ(LogCapture::countContaining("processGET: : "), 0);
+    m_config.b_VerboseLog = true;
+    get("get_status_code");
+    EXPECT_EQ(LogCapture::count("info: processGET: : get_status_code"), 1);
+}
+
+TEST_F(Service, AnswersSeveralActionsOneBehindTheOther) {
+    EXPECT_EQ(client().get("action=get_status_code&x=1&action=get_execution_time"), plain("200") + plain("37"));
+    EXPECT_EQ(client().get("x=get_status_code&Action=get_status_code&action2=get_status_code"), "");
+    EXPECT_EQ(client().get("action=get%5Fstatus%5fcode"), plain("200"));
+    EXPECT_EQ(client().get("action"), "Status: 200 OK\r\n\r\n") << "an action without a value";
+    std::string query = "a=1";
+    for (int i = 0; i < 10000; ++i) {
+        query += "&a=" + std::to_string(i);
+    }
+    EXPECT_EQ(client().get(query + "&action=get_status_code"), plain("200"));
+}
+
+TEST_F(Service, SaysWhenAnAddressOrAMethodIsNone) {
+    const auto ask = [this](const std::string& method, const std::string& uri) {
+        return client().request({{"REQUEST_METHOD", method}, {"REQUEST_URI", uri}}, "");
+    };
+    EXPECT_EQ(ask("GET", "/x?action=[get_status_code]"), "Failed to parse URI");
+    EXPECT_EQ(ask("GET", "/x y?action=get_status_code"), "Failed to parse URI");
+    EXPECT_EQ(ask("GET", "/x"), "Failed to parse query");
+    EXPECT_EQ(ask("PUT", "/x?action=get_status_code"), "Only GET and POST supported. Method PUT not supported");
+    EXPECT_EQ(ask("", "/x?action=get_status_code"), "Only GET and POST supported. Method  not supported");
+    EXPECT_EQ(client().request({}, ""), "Failed to parse query");
+    EXPECT_EQ(get("get_status_code"), plain("200"));
+}
+
+TEST_F(Service, TakesSettings) {
+    std::string document = m_settings.get_parameters();
+    document = "<root>" + document.substr(5, document.size() - 11) + "</root>";
+    const std::string sensitivity = "<Sensitivity>0.000000<";
+    document.replace(document.find(sensitivity), sensitivity.size(), "<Sensitivity>0.625000<");
+    EXPECT_EQ(client().post("action=set_post_parameters", document), "Status: 200 OK\r\n\r\n");
+    EXPECT_FLOAT_EQ(m_config.f_Sensitivity, 0.625F);
+    EXPECT_EQ(client().post("action=set_post_parameters", "no tags"), "Status: 400 Bad Request\r\n\r\n");
+    EXPECT_EQ(client().post("action=set_post_parameters", "<root><a>1</a></root>"), "") << "no number: no answer";
+    EXPECT_EQ(LogCapture::count("error: processPOST: Exception from processPOST trying to set post parameters."), 1);
+    m_config.i_MainLoopTime = 0;
+    EXPECT_EQ(client().post("action=set_post_parameters", document), "") << "a period of 0 is an error as any other";
+    EXPECT_EQ(client().post("action=other", "<root></root>"), "\r\n");
+    EXPECT_EQ(get("get_status_code"), plain("200"));
+}
+
+TEST_F(Service, LogsForThePage) {
+    const auto submit = [this](const std::string& severity, const std::string& entry) {
+        return client().post(
+            "action=post_submit_log",
+            "<root><log_severity>" + severity + "</log_severity><log_entry>" + entry + "</log_entry></root>");
+    };
+    for (const char* severity : {"info", "warning", "error"}) {
+        EXPECT_EQ(submit(severity, std::string("from the page: ") + severity), "Status: 200 OK\r\n\r\n");
+        EXPECT_EQ(LogCapture::count(std::string(severity) + ": from the page: " + severity), 1);
+    }
+    EXPECT_EQ(submit("debug", "not kept"), "Status: 200 OK\r\n\r\n");
+    EXPECT_EQ(LogCapture::countContaining("not kept"), 0);
+    EXPECT_EQ(client().post("action=post_submit_log", "<>"), "Status: 400 Bad Request\r\n\r\n");
+    EXPECT_EQ(LogCapture::count("error: add_post_submit_log: Failed to parse XML payload"), 1);
+}
+
+TEST_F(Service, ReadsABodyOfTheLengthThatItSays) {
+    const std::string body = "<root><log_severity>info</log_severity><log_entry>0123456789";
+    EXPECT_EQ(client().post("action=post_submit_log", body, std::to_string(body.size() - 5)), "Status: 200 OK\r\n\r\n");
+    EXPECT_EQ(LogCapture::count("info: 01234"), 1);
+    EXPECT_EQ(client().post("action=post_submit_log", body, std::to_string(body.size() + 2)), "Status: 200 OK\r\n\r\n");
+    EXPECT_EQ(LogCapture::count("info: 0123456789\xFF\xFF"), 1) << "the end of the stream reads as -1";
+    for (const char* length : {"-1", "", "x", "0", "2147483647", "99999999999999999999"}) {
+        EXPECT_EQ(client().post("action=post_submit_log", body, length), "Status: 400 Bad Request\r\n\r\n") << length;
+    }
+    EXPECT_EQ(client().post("action=post_submit_log", std::string("<root>\0<log_severity>info</log_severity>", 40)),
+              "Status: 200 OK\r\n\r\n");
+}
+
+TEST_F(Service, OutlivesAReportOverADamagedArchive) {
+    const std::filesystem::path archive =
+        m_log.folder() / "usr/local/packages/ostrel_senvo/localdata/CrowdCountTidy.csv";
+    std::ofstream(archive) << "2024-01-01 00:01:00,Cam,0,0,many\n";
+    EXPECT_EQ(get("get_occupancy_csv"), "");
+    const Texts errors = LogCapture::ofLevel("error");
+    ASSERT_EQ(errors.size(), 1U);
+    EXPECT_EQ(errors[0].rfind("processGET: Exception from get_occupancy_csv: ", 0), 0U) << errors[0];
+    EXPECT_EQ(get("get_status_code"), plain("200"));
+}
+
+TEST_F(Service, OutlivesClientsThatGoAway) {
+    client().abandon("");
+    client().abandon(FastCgiClient::beginning());
+    client().abandon(FastCgiClient::beginning().substr(0, 5));
+    client().abandon(std::string(1000, '\xEE'));
+    client().abandon(std::string(1000, '\0'));
+    EXPECT_EQ(get("get_status_code"), plain("200"));
+}
+
+TEST_F(Service, AnswersManyClientsOneAfterTheOther) {
+    std::vector<std::thread> clients;
+    std::atomic<int> right = 0;
+    constexpr int kClients = 8;
+    constexpr int kRequests = 50;
+    clients.reserve(kClients);
+    for (int i = 0; i < kClients; ++i) {
+        clients.emplace_back([&] {
+            for (int request = 0; request < kRequests; ++request) {
+                right += get("get_execution_time") == plain("37") ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread& thread : clients) {
+        thread.join();
+    }
+    EXPECT_EQ(right, kClients * kRequests);
+}
+
+TEST_F(Service, LetsEverybodyConnect) {
+    struct stat entry = {};
+    ASSERT_EQ(stat(socketPath().c_str(), &entry), 0);
+    EXPECT_TRUE(S_ISSOCK(entry.st_mode));
+    EXPECT_EQ(entry.st_mode & 07777U, 0777U);
+}
+
+class ServiceStart : public WebFixture {
+protected:
+    FastCgiParts parts() {
+        return {m_config,        m_settings, m_detector,      m_statistics, m_occupancy,      m_metrics,
+                m_leaderMetrics, m_status,   m_executionTime, false,        [] { return 0; }, [](const char*, bool) {}};
+    }
+    std::filesystem::path html() const { return m_log.folder() / "usr/local/packages/ostrel_senvo/html"; }
+
+    occupancy_controller m_occupancy;
+    OccupancyManager m_statistics{m_config};
+    std::atomic<int> m_executionTime = 0;
+};
+
+TEST_F(ServiceStart, FailsWithoutAFolderForTheSocket) {
+    std::filesystem::remove_all(html());
+    EXPECT_EQ(fastcgi_service(parts()).init(), 1);
+    EXPECT_EQ(LogCapture::countContaining("error: init: cannot open a socket in " + html().string()), 1);
+}
+
+TEST_F(ServiceStart, TakesOverTheSocketOfAProcessBefore) {
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(fastcgi_service(parts()).init(), 0);
+    }
+    EXPECT_TRUE(std::filesystem::is_socket(html() / "ostrel_senvo_fcgi.socket"));
+}
+
+TEST_F(ServiceStart, TakesAFolderWhoseNameIsLongerThanASocketAddress) {
+    const std::filesystem::path root = m_log.folder() / std::string(100, 'a') / "with:colons:9000";
+    std::filesystem::create_directories(root / "usr/local/packages/ostrel_senvo/html");
+    setenv("OSTREL_SENVO_ROOT", root.c_str(), 1);
+    EXPECT_EQ(fastcgi_service(parts()).init(), 0);
+    EXPECT_TRUE(std::filesystem::is_socket(root / "usr/local/packages/ostrel_senvo/html/ostrel_senvo_fcgi.socket"));
+}
+
+TEST_F(ServiceStart, EndsWhenItIsStoppedBeforeItRuns) {
+    fastcgi_service service(parts());
+    ASSERT_EQ(service.init(), 0);
+    service.stop();
+    EXPECT_EQ(service.run(), 0);
+}
+
+}  // namespace
