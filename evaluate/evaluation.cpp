@@ -69,7 +69,7 @@ void count(const std::vector<one_find>& findings, Results& results) {
 
 void writeTracks(std::ostream& out, const Application& application, double seconds) {
     nlohmann::ordered_json line = {{"cycle", application.frameCounter()}, {"seconds", seconds}};
-    line["occupancy"] = application.metrics().occupancyCount;
+    line["occupancy"] = application.metrics().occupancyCount.load();
     line["objects"] = nlohmann::ordered_json::array();
     for (const one_find& finding : application.processing().findings()) {
         const detection& box = finding.detect;
@@ -149,10 +149,10 @@ void runCycles(const EvaluationOptions& options, Application& application, std::
         }
         const double seconds = static_cast<double>(virtualNow) / kMicrosPerSecond;
         count(application.processing().findings(), results);
-        results.occupancyAtEnd = application.metrics().occupancyCount;
-        results.crowdMaximum[0] = std::max(results.crowdMaximum[0], application.metrics().crowdCount1);
-        results.crowdMaximum[1] = std::max(results.crowdMaximum[1], application.metrics().crowdCount2);
-        results.crowdMaximum[2] = std::max(results.crowdMaximum[2], application.metrics().crowdCount3);
+        results.occupancyAtEnd = application.metrics().occupancyCount.load();
+        results.crowdMaximum[0] = std::max(results.crowdMaximum[0], application.metrics().crowdCount1.load());
+        results.crowdMaximum[1] = std::max(results.crowdMaximum[1], application.metrics().crowdCount2.load());
+        results.crowdMaximum[2] = std::max(results.crowdMaximum[2], application.metrics().crowdCount3.load());
         results.clipSeconds = seconds;
         if (tracks != nullptr) {
             writeTracks(*tracks, application, seconds);

@@ -66,6 +66,8 @@ DesktopConfig parseDesktopConfig(const std::string& json) {
             config.stateFolder = textOf(key, value);
         } else if (key == "manifest") {
             config.manifest = textOf(key, value);
+        } else if (key == "heartbeat") {
+            config.heartbeat = textOf(key, value);
         } else if (key == "pacing") {
             const std::string pacing = textOf(key, value);
             if (pacing != "realtime" && pacing != "virtual") {
@@ -74,7 +76,7 @@ DesktopConfig parseDesktopConfig(const std::string& json) {
             config.pacing = pacing == "virtual" ? Pacing::Virtual : Pacing::RealTime;
         } else {
             throw std::runtime_error("unknown key \"" + key +
-                                     "\"; known: video, pacing, networksFolder, stateFolder, manifest");
+                                     "\"; known: video, pacing, networksFolder, stateFolder, manifest, heartbeat");
         }
     }
     return config;
@@ -85,7 +87,8 @@ std::string formatDesktopConfig(const DesktopConfig& config) {
                                              {"pacing", config.pacing == Pacing::Virtual ? "virtual" : "realtime"},
                                              {"networksFolder", config.networksFolder},
                                              {"stateFolder", config.stateFolder},
-                                             {"manifest", config.manifest}};
+                                             {"manifest", config.manifest},
+                                             {"heartbeat", config.heartbeat}};
     return document.dump(2) + "\n";
 }
 

@@ -24,6 +24,7 @@ struct DesktopConfig {
     std::string networksFolder;         /**< where model cards look for network files that they name */
     std::string stateFolder = ".";      /**< parameters.db and events.jsonl are kept here */
     std::string manifest;               /**< package manifest whose declarations seed the parameter store */
+    std::string heartbeat;              /**< file that changes with every frame fetched or refused; empty: none */
     std::function<int64_t()> nowMicros; /**< time stamps, microseconds since 1970; empty means the system clock */
 };
 

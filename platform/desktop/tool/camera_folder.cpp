@@ -54,6 +54,7 @@ fs::path findModelCard(const std::string& nameOrPath) {
 CameraFolder::CameraFolder(const fs::path& folder) : m_path(fs::absolute(folder)) {
     try {
         fs::create_directories(application() / "localdata");
+        fs::create_directories(html());
         fs::create_directories(root() / "mnt/flash" / kPackagePath);
         fs::create_directories(root() / "tmp");
     } catch (const fs::filesystem_error& error) {

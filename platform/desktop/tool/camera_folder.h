@@ -34,6 +34,9 @@ public:
     /** The application's working folder. */
     std::filesystem::path application() const;
 
+    /** Where the page and the application's socket lie. */
+    std::filesystem::path html() const { return application() / "html"; }
+
     /** The application's log file. */
     std::filesystem::path log() const { return application() / "localdata" / "SenvoLog.txt"; }
 

@@ -1,13 +1,19 @@
 #include "supervisor.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace desktop {
 namespace {
@@ -15,10 +21,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kCannotExecute = 127;
+constexpr int kFirstInheritedDescriptor = 3;
 constexpr size_t kFastRestarts = 5;
 constexpr std::chrono::seconds kRestartWindow(60);
 constexpr std::chrono::seconds kBackOff(10);
 constexpr std::chrono::seconds kGrace(10);
+constexpr std::chrono::seconds kHeartbeatLimit(30);
+constexpr std::chrono::seconds kHeartbeatCheck(1);
 
 sigset_t signalsOfInterest() {
     sigset_t signals;
@@ -30,73 +39,107 @@ sigset_t signalsOfInterest() {
 }
 
 /** Waits for one of the signals, until the time given; 0 when that is over. */
-int waitForSignal(const std::optional<Clock::time_point>& until) {
+int waitForSignal(Clock::time_point until) {
     const sigset_t signals = signalsOfInterest();
     for (;;) {
-        int signal = 0;
-        if (until) {
-            const auto left = std::max(Clock::duration::zero(), *until - Clock::now());
-            const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-            const timespec timeout = {seconds.count(), std::chrono::nanoseconds(left - seconds).count()};
-            signal = sigtimedwait(&signals, nullptr, &timeout);
-            if (signal < 0 && errno == EAGAIN) {
-                return 0;
-            }
-        } else {
-            signal = sigwaitinfo(&signals, nullptr);
-        }
+        const auto left = std::max(Clock::duration::zero(), until - Clock::now());
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+        const timespec timeout = {seconds.count(), std::chrono::nanoseconds(left - seconds).count()};
+        const int signal = sigtimedwait(&signals, nullptr, &timeout);
         if (signal > 0) {
             return signal;
         }
+        if (errno == EAGAIN) {
+            return 0;
+        }
     }
 }
 
-[[noreturn]] void execute(const SupervisedProcess& process) {
-    // A group of its own: Ctrl-C on the terminal is the supervisor's business.
-    setpgid(0, 0);
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
-    sigset_t heldBack;
-    sigemptyset(&heldBack);
-    sigaddset(&heldBack, SIGTERM);
-    sigprocmask(SIG_SETMASK, &heldBack, nullptr);
-    for (const auto& [name, value] : process.environment) {
-        setenv(name.c_str(), value.c_str(), 1);
+/** Everything that a start needs, laid out before the fork: between fork and exec nothing may be allocated. */
+class StartPlan {
+public:
+    explicit StartPlan(const SupervisedProcess& process)
+        : m_executable(process.executable),
+          m_folder(process.workingFolder),
+          m_socket(process.listeningSocket),
+          m_holdBack(process.takesSigtermUp) {
+        m_texts.push_back(process.executable.string());
+        m_texts.insert(m_texts.end(), process.arguments.begin(), process.arguments.end());
+        const size_t arguments = m_texts.size();
+        std::map<std::string, std::string> variables;
+        for (char** entry = environ; *entry != nullptr; ++entry) {
+            const std::string variable = *entry;
+            variables[variable.substr(0, variable.find('='))] = variable.substr(variable.find('=') + 1);
+        }
+        for (const auto& [name, value] : process.environment) {
+            variables[name] = value;
+        }
+        if (m_socket >= 0) {
+            variables["LISTEN_FDS"] = "1";
+        }
+        for (const auto& [name, value] : variables) {
+            m_texts.push_back(name + "=" + value);
+        }
+        for (size_t i = 0; i < m_texts.size(); ++i) {
+            (i < arguments ? m_arguments : m_environment).push_back(m_texts[i].data());
+        }
+        m_arguments.push_back(nullptr);
+        if (m_socket >= 0) {
+            m_environment.push_back(m_listenPid.data());
+        }
+        m_environment.push_back(nullptr);
     }
-    if (chdir(process.workingFolder.c_str()) == 0) {
-        const char* const arguments[] = {process.executable.c_str(), nullptr};
-        execv(process.executable.c_str(), const_cast<char* const*>(arguments));
-    }
-    _exit(kCannotExecute);
-}
 
-pid_t start(const SupervisedProcess& process) {
-    const pid_t child = fork();
-    if (child == 0) {
-        execute(process);
+    [[noreturn]] void execute() {
+        // A group of its own: Ctrl-C on the terminal is the supervisor's business.
+        setpgid(0, 0);
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        sigset_t heldBack;
+        sigemptyset(&heldBack);
+        if (m_holdBack) {
+            sigaddset(&heldBack, SIGTERM);
+        }
+        sigprocmask(SIG_SETMASK, &heldBack, nullptr);
+        if (m_socket >= 0) {
+            handSocketOn();
+        }
+        if (chdir(m_folder.c_str()) == 0) {
+            execve(m_executable.c_str(), m_arguments.data(), m_environment.data());
+        }
+        _exit(kCannotExecute);
     }
-    return child;
-}
+
+private:
+    void handSocketOn() {
+        dup2(m_socket, kFirstInheritedDescriptor);
+        fcntl(kFirstInheritedDescriptor, F_SETFD, 0);  // it may have been that descriptor all along
+        // The receiver believes LISTEN_FDS only beside its own process id, which is known no earlier.
+        pid_t pid = getpid();
+        size_t at = m_listenPid.size() - 2;
+        do {
+            m_listenPid[at--] = static_cast<char>('0' + pid % 10);
+            pid /= 10;
+        } while (pid > 0);
+        const char name[] = "LISTEN_PID=";
+        std::memmove(m_listenPid.data() + sizeof(name) - 1, m_listenPid.data() + at + 1, m_listenPid.size() - at - 1);
+        std::memcpy(m_listenPid.data(), name, sizeof(name) - 1);
+    }
+
+    std::string m_executable;
+    std::string m_folder;
+    int m_socket;
+    bool m_holdBack;
+    std::vector<std::string> m_texts;
+    std::vector<char*> m_arguments;
+    std::vector<char*> m_environment;
+    std::array<char, 32> m_listenPid = {};
+};
 
 std::string describe(int status) {
     if (WIFSIGNALED(status)) {
         return std::string("killed by signal ") + strsignal(WTERMSIG(status));
     }
     return "ended with status " + std::to_string(WEXITSTATUS(status));
-}
-
-/** Asks the process to end, and makes it end when it does not. */
-void stop(pid_t child, const std::function<void(const std::string&)>& say) {
-    kill(child, SIGTERM);
-    const auto deadline = Clock::now() + kGrace;
-    int status = 0;
-    while (waitpid(child, &status, WNOHANG) == 0) {
-        if (waitForSignal(deadline) == 0) {
-            say("the application does not end; killing it");
-            kill(child, SIGKILL);
-            waitpid(child, &status, 0);
-            return;
-        }
-    }
 }
 
 /** Decides how long to wait before the next start. */
@@ -115,45 +158,177 @@ private:
     std::deque<Clock::time_point> m_restarts;
 };
 
-}  // namespace
+/** One process through its starts and ends. */
+class Child {
+public:
+    Child(const SupervisedProcess& process, const std::function<void(const std::string&)>& say)
+        : m_process(process), m_say(say) {}
 
-int supervise(const SupervisedProcess& process, std::optional<std::chrono::seconds> duration,
-              const std::function<void(const std::string&)>& say) {
-    const sigset_t signals = signalsOfInterest();
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
-    const auto deadline = duration ? std::optional(Clock::now() + *duration) : std::nullopt;
-    RestartPolicy policy;
-    for (;;) {
-        const pid_t child = start(process);
+    bool isRunning() const { return m_pid > 0; }
+    pid_t pid() const { return m_pid; }
+    const SupervisedProcess& process() const { return m_process; }
+
+    /** Starts it when its time has come; false when the system has no room for it. */
+    bool startWhenDue() {
+        if (isRunning() || Clock::now() < m_resume) {
+            return true;
+        }
+        StartPlan plan(m_process);
+        const pid_t child = fork();
+        if (child == 0) {
+            plan.execute();
+        }
         if (child < 0) {
-            say(std::string("cannot start the application: ") + strerror(errno));
-            return EXIT_FAILURE;
+            m_say("cannot start " + m_process.name + ": " + std::strerror(errno));
+            return false;
         }
+        m_pid = child;
+        m_beatSeen = Clock::now();
+        if (m_process.started) {
+            m_process.started();
+        }
+        return true;
+    }
+
+    /** The wait status when it has ended. */
+    std::optional<int> reap() {
         int status = 0;
-        while (waitpid(child, &status, WNOHANG) == 0) {
-            if (waitForSignal(deadline) != SIGCHLD) {
-                stop(child, say);
-                return EXIT_SUCCESS;
-            }
+        if (!isRunning() || waitpid(m_pid, &status, WNOHANG) != m_pid) {
+            return std::nullopt;
         }
-        if (WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS) {
-            return EXIT_SUCCESS;
+        m_pid = -1;
+        return status;
+    }
+
+    void startAgainAfter(int status) {
+        const std::chrono::seconds pause = m_policy.next();
+        m_resume = Clock::now() + pause;
+        m_say(m_process.name + " " +
+              (std::exchange(m_hung, false) ? "did nothing for 30 s and was killed" : describe(status)) +
+              "; starting it again" + (pause.count() > 0 ? " in " + std::to_string(pause.count()) + " s" : ""));
+    }
+
+    /** Kills it when its heartbeat has stood still for too long. */
+    void checkHeartbeat() {
+        if (!isRunning() || m_process.heartbeat.empty() || m_hung) {
+            return;
         }
-        if (WIFEXITED(status) && WEXITSTATUS(status) == kCannotExecute) {
-            say("cannot execute " + process.executable.string() + " in " + process.workingFolder.string());
-            return EXIT_FAILURE;
-        }
-        const std::chrono::seconds pause = policy.next();
-        say("the application " + describe(status) + "; starting it again" +
-            (pause.count() > 0 ? " in " + std::to_string(pause.count()) + " s" : ""));
-        const auto resume = Clock::now() + pause;
-        while (Clock::now() < resume) {
-            const int signal = waitForSignal(deadline ? std::min(*deadline, resume) : resume);
-            if (signal == SIGTERM || signal == SIGINT || (deadline && Clock::now() >= *deadline)) {
-                return EXIT_SUCCESS;
-            }
+        std::ifstream file(m_process.heartbeat, std::ios::binary);
+        std::string beat((std::istreambuf_iterator<char>(file)), {});
+        if (beat != m_beat) {
+            m_beat = std::move(beat);
+            m_beatSeen = Clock::now();
+        } else if (Clock::now() - m_beatSeen > kHeartbeatLimit) {
+            m_hung = true;
+            kill(m_pid, SIGKILL);
         }
     }
+
+    /** When it wants attention without a signal. */
+    Clock::time_point nextLook() const {
+        if (!isRunning()) {
+            return m_resume;
+        }
+        return m_process.heartbeat.empty() ? Clock::time_point::max() : Clock::now() + kHeartbeatCheck;
+    }
+
+private:
+    const SupervisedProcess& m_process;
+    const std::function<void(const std::string&)>& m_say;
+    RestartPolicy m_policy;
+    pid_t m_pid = -1;
+    Clock::time_point m_resume = Clock::time_point::min();
+    std::string m_beat;
+    Clock::time_point m_beatSeen;
+    bool m_hung = false;
+};
+
+/** Asks all to end, and makes those end that do not. */
+void stopAll(std::vector<Child>& children, const std::function<void(const std::string&)>& say) {
+    const auto running = [&] {
+        return std::any_of(children.begin(), children.end(), [](const Child& child) { return child.isRunning(); });
+    };
+    for (const Child& child : children) {
+        if (child.isRunning()) {
+            kill(child.pid(), SIGTERM);
+        }
+    }
+    const auto deadline = Clock::now() + kGrace;
+    while (running()) {
+        for (Child& child : children) {
+            child.reap();
+        }
+        if (running() && waitForSignal(deadline) == 0) {
+            break;
+        }
+    }
+    for (Child& child : children) {
+        if (child.isRunning()) {
+            say(child.process().name + " does not end; killing it");
+            kill(child.pid(), SIGKILL);
+            waitpid(child.pid(), nullptr, 0);
+        }
+    }
+}
+
+/** Looks after those that have ended; the supervisor's own end when it has come. */
+std::optional<int> reapAll(std::vector<Child>& children, const std::function<void(const std::string&)>& say) {
+    for (Child& child : children) {
+        const std::optional<int> status = child.reap();
+        if (!status) {
+            continue;
+        }
+        const int code = WIFEXITED(*status) ? WEXITSTATUS(*status) : -1;
+        if (code == EXIT_SUCCESS && child.process().mayEnd) {
+            return EXIT_SUCCESS;
+        }
+        if (code == kCannotExecute) {
+            say("cannot execute " + child.process().executable.string() + " in " +
+                child.process().workingFolder.string());
+            return EXIT_FAILURE;
+        }
+        child.startAgainAfter(*status);
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+void holdBackSupervisorSignals() {
+    const sigset_t signals = signalsOfInterest();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+int supervise(const std::vector<SupervisedProcess>& processes, std::optional<std::chrono::seconds> duration,
+              const std::function<void(const std::string&)>& say) {
+    holdBackSupervisorSignals();
+    const auto deadline = duration ? Clock::now() + *duration : Clock::time_point::max();
+    std::vector<Child> children;
+    children.reserve(processes.size());
+    for (const SupervisedProcess& process : processes) {
+        children.emplace_back(process, say);
+    }
+    std::optional<int> end;
+    while (!end) {
+        auto wake = std::min(deadline, Clock::now() + std::chrono::hours(1));
+        for (Child& child : children) {
+            if (!child.startWhenDue()) {
+                end = EXIT_FAILURE;
+            }
+            wake = std::min(wake, child.nextLook());
+        }
+        const int signal = waitForSignal(wake);
+        if (signal == SIGTERM || signal == SIGINT || Clock::now() >= deadline) {
+            end = EXIT_SUCCESS;
+        } else if (!end) {
+            end = reapAll(children, say);
+        }
+        for (Child& child : children) {
+            child.checkHeartbeat();
+        }
+    }
+    stopAll(children, say);
+    return *end;
 }
 
 }  // namespace desktop

@@ -6,27 +6,44 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace desktop {
 
 /** A process to keep running, as a camera's platform keeps its applications running. */
 struct SupervisedProcess {
+    std::string name = "the application"; /**< for messages */
     std::filesystem::path executable;
+    std::vector<std::string> arguments; /**< behind its own name */
     std::filesystem::path workingFolder;
     std::map<std::string, std::string> environment; /**< on top of the supervisor's own */
+    int listeningSocket = -1; /**< handed on as descriptor 3, in the way of systemd's socket activation */
+    std::filesystem::path
+        heartbeat;                 /**< a file whose content changes as long as the process is at work; may be empty */
+    bool takesSigtermUp = true;    /**< starts with SIGTERM held back, and lets it through once it can handle it */
+    bool mayEnd = true;            /**< an end without an error is no fault, and ends the supervision */
+    std::function<void()> started; /**< called after each start; may be empty */
 };
 
 /**
- * Runs a process until SIGTERM or SIGINT comes, or the time is over, and starts it again whenever it ends with an
- * error: at once, or, after five ends within a minute, only ten seconds later.
+ * Holds SIGTERM, SIGINT and SIGCHLD back for supervise(). A program with more threads calls it before it starts them;
+ * supervise() does so itself otherwise.
+ */
+void holdBackSupervisorSignals();
+
+/**
+ * Runs processes until SIGTERM or SIGINT comes, or the time is over, and starts each again whenever it ends with an
+ * error, or is killed because its heartbeat has stood still for 30 seconds: at once, or, after five starts within a
+ * minute, only ten seconds later.
  *
- * The process starts with SIGTERM held back, so that none is lost before it can handle it; asked to end, it has ten
- * seconds. It does not outlive the supervisor. Call from the main thread, once.
+ * A process may start with SIGTERM held back, so that none is lost before it can handle it; asked to end, it has ten
+ * seconds. They do not outlive the supervisor. Call from the main thread, once.
  *
  * say: told what happens, one line each.
- * Returns 0 when the process ended as asked or by itself without an error, 1 when it cannot be started at all.
+ * Returns 0 when the processes ended as asked, or one ended by itself without an error, 1 when one cannot be started at
+ * all.
  */
-int supervise(const SupervisedProcess& process, std::optional<std::chrono::seconds> duration,
+int supervise(const std::vector<SupervisedProcess>& processes, std::optional<std::chrono::seconds> duration,
               const std::function<void(const std::string&)>& say);
 
 }  // namespace desktop

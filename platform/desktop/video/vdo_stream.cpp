@@ -1,6 +1,7 @@
 #include <memory>
 #include <utility>
 
+#include "heartbeat.h"
 #include "shared_source.h"
 #include "stream.h"
 #include "vdo-stream.h"
@@ -61,6 +62,7 @@ void vdo_stream_stop(VdoStream* self) {
 VdoBuffer* vdo_stream_get_buffer(VdoStream* self, GError** error) {
     VdoBuffer* buffer = nullptr;
     succeeds(error, [&] { buffer = streamOf(self).fetch(); });
+    desktop::beat();
     return buffer;
 }
 

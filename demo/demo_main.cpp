@@ -1,0 +1,56 @@
+#include <iostream>
+
+#include "background.h"
+#include "demo_building.h"
+#include "truth_file.h"
+
+namespace {
+
+constexpr int kUnusable = 2;
+constexpr std::chrono::milliseconds kLook(250);
+
+int runDemo(desktop::CameraOptions options, int followers, int seconds) {
+    if (options.state.empty()) {
+        options.state = desktop::defaultStateFolder("demo");
+    }
+    DemoBuilding building(options, followers,
+                          readTruthFile((desktop::packageFolder() / "scenes/plaza.truth.json").string()).settings);
+    std::cout << "state: " << std::filesystem::absolute(options.state).string() << std::endl;
+    desktop::holdBackSupervisorSignals();
+    const std::vector<desktop::SupervisedProcess> processes = building.processes();
+    const desktop::Background beside(kLook, [&building] { return building.step(); });
+    const auto duration = seconds > 0 ? std::optional(std::chrono::seconds(seconds)) : std::nullopt;
+    return desktop::supervise(processes, duration, [&building](const std::string& line) {
+        std::cerr << "senvo: " << line << '\n' << building.newestErrors() << std::flush;
+    });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app(
+        "Runs a camera on a drawn scene, prints its counts as they change and serves its web interface, until stopped. "
+        "With followers it is a building: a leader that adds up the counts of cameras beside it.",
+        "senvo demo");
+    desktop::CameraOptions options;
+    int seconds = 0;
+    int followers = 0;
+    addCameraOptions(app, options, seconds);
+    app.add_option("--followers", followers, "How many followers the camera leads; their ports follow its own")
+        ->check(CLI::Range(0, DemoBuilding::kMostFollowers))
+        ->capture_default_str();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        return app.exit(success);
+    } catch (const CLI::ParseError& error) {
+        app.exit(error, std::cerr, std::cerr);
+        return kUnusable;
+    }
+    try {
+        return runDemo(options, followers, seconds);
+    } catch (const std::exception& error) {
+        std::cerr << "senvo: " << error.what() << '\n';
+        return kUnusable;
+    }
+}

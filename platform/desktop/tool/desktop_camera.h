@@ -1,0 +1,67 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "accounts.h"
+#include "camera_folder.h"
+#include "front.h"
+#include "supervisor.h"
+
+/** A whole camera on this machine: its folder, the application on a video source, its web server. */
+namespace desktop {
+
+struct CameraOptions {
+    std::string video = "scene:plaza";
+    std::string model = "motion";
+    std::string networks;        /**< folder; may be empty */
+    std::filesystem::path state; /**< the camera's folder */
+    std::string listen = "127.0.0.1";
+    int port = 8080; /**< 0: any that is free */
+};
+
+/** Where a camera's folder is when nothing else was said. */
+std::filesystem::path defaultStateFolder(const std::string& name);
+
+/** Adds the options that all who run cameras have; state and seconds go beside CameraOptions. */
+void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds);
+
+class DesktopCamera {
+public:
+    /**
+     * Prepares everything but starts nothing. name stands before its messages. Throws std::runtime_error, saying what
+     * was expected and what came, for a video, model, folder, address or port that cannot be had.
+     */
+    DesktopCamera(const CameraOptions& options, const std::string& name);
+
+    /** The application and its web server, for the supervisor. */
+    std::vector<SupervisedProcess> processes() const;
+
+    const CameraFolder& folder() const { return m_folder; }
+    std::string url() const { return "http://" + address() + "/"; }
+    std::string address() const { return m_socket.reachableAs(); }
+    Accounts accounts() const { return Accounts(accountsFile(m_folder.path())); }
+
+    /** The password that was made because the camera had none. */
+    const std::optional<std::string>& newPassword() const { return m_newPassword; }
+
+    /** Whether the application takes requests. */
+    bool serves() const;
+
+    /** The errors of the application's last start in its log, a line each. */
+    std::string newestErrors() const;
+
+private:
+    std::string m_name;
+    CameraFolder m_folder;
+    ListeningSocket m_socket;
+    std::optional<std::string> m_newPassword;
+};
+
+/** "url: ", "user: " and, when it was just made, "password: ", a line each. */
+std::string accessLines(const DesktopCamera& camera);
+
+}  // namespace desktop

@@ -1,0 +1,97 @@
+#include "accounts.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <glib.h>
+#include <memory>
+#include <stdexcept>
+#include <sys/random.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "front.h"
+
+namespace desktop {
+namespace {
+
+constexpr size_t kPasswordLength = 16;
+constexpr size_t kMostBytes = 128;
+
+/** HA1 of RFC 7616, with SHA-256. */
+std::string digestOf(const std::string& user, const std::string& password) {
+    const std::string text = user + ":" + kRealm + ":" + password;
+    const std::unique_ptr<gchar, decltype(&g_free)> digest(
+        g_compute_checksum_for_string(G_CHECKSUM_SHA256, text.data(), static_cast<gssize>(text.size())), g_free);
+    return digest.get();
+}
+
+std::string lineStart(const std::string& user) {
+    return user + ":" + kRealm + ":";
+}
+
+std::vector<std::string> readLines(const std::filesystem::path& file) {
+    std::vector<std::string> lines;
+    std::ifstream in(file);
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+}  // namespace
+
+std::string randomPassword() {
+    // No 0, O, 1, l or I: people type it.
+    static constexpr char kLetters[] = "abcdefghijkmnopqrstuvwxyzABCDEFGHJKLMNPQRSTUVWXYZ23456789";
+    constexpr size_t kCount = sizeof(kLetters) - 1;
+    std::string password;
+    while (password.size() < kPasswordLength) {
+        unsigned char byte = 0;
+        if (getrandom(&byte, 1, 0) == 1 && byte < 256 / kCount * kCount) {
+            password += kLetters[byte % kCount];
+        }
+    }
+    return password;
+}
+
+Accounts::Accounts(std::filesystem::path file) : m_file(std::move(file)) {}
+
+bool Accounts::has(const std::string& user) const {
+    const std::vector<std::string> lines = readLines(m_file);
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const std::string& line) { return line.rfind(lineStart(user), 0) == 0; });
+}
+
+void Accounts::set(const std::string& user, const std::string& password) const {
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; };
+    if (password.empty() || password.size() > kMostBytes || std::any_of(password.begin(), password.end(), isControl)) {
+        throw std::runtime_error("a password has 1 to " + std::to_string(kMostBytes) +
+                                 " bytes and no control characters; got one of " + std::to_string(password.size()) +
+                                 " bytes");
+    }
+    std::string text;
+    for (const std::string& line : readLines(m_file)) {
+        if (line.rfind(lineStart(user), 0) != 0) {
+            text += line + "\n";
+        }
+    }
+    text += lineStart(user) + digestOf(user, password) + "\n";
+    const std::string beside = m_file.string() + ".new";
+    unlink(beside.c_str());
+    const int file = open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    const bool written =
+        file >= 0 && write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size()) && fsync(file) == 0;
+    const int error = errno;
+    if (file >= 0) {
+        close(file);
+    }
+    if (!written || rename(beside.c_str(), m_file.c_str()) != 0) {
+        throw std::runtime_error("cannot write " + m_file.string() + ": " + std::strerror(written ? errno : error));
+    }
+}
+
+}  // namespace desktop

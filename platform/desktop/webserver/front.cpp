@@ -1,0 +1,175 @@
+#include "front.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace desktop {
+namespace {
+
+constexpr int kBacklog = 256;
+
+// The socket's path is relative to the camera's folder, the server's working folder: a socket's address has to be
+// short.
+constexpr const char* kConfiguration = R"(# Written at every start; changes are lost.
+server.modules = ("mod_setenv", "mod_magnet", "mod_auth", "mod_authn_file", "mod_redirect", "mod_alias", "mod_access", "mod_fastcgi")
+server.systemd-socket-activation = "enable"
+server.bind = "@BIND@"
+server.port = @PORT@
+server.document-root = "@STATE@/@HTML@"
+server.errorlog = "@STATE@/front.log"
+server.tag = ""
+server.max-request-size = 1024
+server.max-request-field-size = 8192
+server.max-connections = 400
+server.http-parseopts = ("header-strict" => "enable", "host-strict" => "enable", "url-normalize" => "enable", "url-ctrls-reject" => "enable", "url-path-2f-decode" => "enable", "url-path-dotseg-remove" => "enable")
+index-file.names = ("index.html")
+mimetype.assign = (".html" => "text/html; charset=utf-8", ".js" => "text/javascript; charset=utf-8", ".css" => "text/css; charset=utf-8", ".svg" => "image/svg+xml", ".png" => "image/png", ".ico" => "image/x-icon", ".json" => "application/json")
+setenv.set-response-header = (
+  "X-Content-Type-Options" => "nosniff",
+  "Referrer-Policy" => "no-referrer",
+  "X-Frame-Options" => "DENY",
+  "Content-Security-Policy" => "default-src 'self'; img-src 'self' data: blob:; style-src 'self' 'unsafe-inline'; frame-ancestors 'none'; base-uri 'none'; form-action 'self'"
+)
+magnet.attract-raw-url-to = ("@STATE@/front.lua")
+auth.backend = "htdigest"
+auth.backend.htdigest.userfile = "@STATE@/accounts"
+auth.require = ("" => ("method" => "digest", "realm" => "@REALM@", "require" => "valid-user", "algorithm" => "SHA-256"))
+url.redirect = ("^/$" => "/local/ostrel_senvo/index.html")
+url.access-deny = (".socket")
+alias.url = ("/local/ostrel_senvo/" => "@STATE@/@HTML@/")
+$HTTP["url"] !~ "^/(local/ostrel_senvo/.*)?$" { url.access-deny = ("") }
+fastcgi.server = ("/local/ostrel_senvo/webservices.cgi" => ((
+  "socket" => "@HTML@/ostrel_senvo_fcgi.socket", "check-local" => "disable", "disable-time" => 0)))
+)";
+
+/*
+ * A browser that is logged in sends its login along with whatever a foreign page asks for. The application is asked
+ * only by its own page, by programs (which send no such headers) and by leaders.
+ */
+constexpr const char* kForeignPages = R"(-- Written at every start; changes are lost.
+local header = lighty.r.req_header
+local attr = lighty.r.req_attr
+local reading = attr["request.method"] == "GET" or attr["request.method"] == "HEAD"
+if reading and not string.find(attr["uri.path"], "webservices.cgi", 1, true) then
+  return 0
+end
+local site = header["Sec-Fetch-Site"]
+if site and site ~= "same-origin" and site ~= "none" then
+  return 403
+end
+local origin = header["Origin"]
+if origin and origin ~= attr["uri.scheme"] .. "://" .. (header["Host"] or "") then
+  return 403
+end
+return 0
+)";
+
+std::string replaced(std::string text, const std::string& what, const std::string& with) {
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size())) {
+        text.replace(at, what.size(), with);
+    }
+    return text;
+}
+
+void writeFile(const std::filesystem::path& path, const std::string& text) {
+    std::ofstream file(path, std::ios::trunc);
+    file << text;
+    file.close();
+    if (!file) {
+        throw std::runtime_error("cannot write " + path.string());
+    }
+}
+
+/** The folder's name, if it can stand in the configuration. */
+std::string quotable(const std::filesystem::path& folder) {
+    const std::string name = folder.string();
+    const bool special = std::any_of(name.begin(), name.end(), [](char c) {
+        return c == '"' || c == '\\' || c == '$' || static_cast<unsigned char>(c) < ' ';
+    });
+    if (special) {
+        throw std::runtime_error(
+            "the web server takes no folder with quotes, backslashes, dollar signs or control "
+            "characters in its name, got " +
+            name);
+    }
+    return name;
+}
+
+std::string bracketed(const std::string& address) {
+    return address.find(':') == std::string::npos ? address : "[" + address + "]";
+}
+
+}  // namespace
+
+ListeningSocket::ListeningSocket(const std::string& address, int port) : m_address(address), m_port(port) {
+    const std::string place = "port " + std::to_string(port) + " of " + address;
+    addrinfo hints = {};
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = AI_NUMERICHOST | AI_PASSIVE;
+    addrinfo* found = nullptr;
+    if (getaddrinfo(address.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) {
+        throw std::runtime_error("--listen: expected an IP address such as 127.0.0.1 or 0.0.0.0, got " + address);
+    }
+    const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owned(found, freeaddrinfo);
+    m_descriptor = socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int on = 1;
+    setsockopt(m_descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+    if (bind(m_descriptor, found->ai_addr, found->ai_addrlen) != 0 || listen(m_descriptor, kBacklog) != 0) {
+        const std::string reason = std::strerror(errno);
+        close(m_descriptor);
+        throw std::runtime_error("cannot listen on " + place + ": " + reason + "; --port chooses another");
+    }
+    sockaddr_storage name = {};
+    socklen_t size = sizeof(name);
+    getsockname(m_descriptor, reinterpret_cast<sockaddr*>(&name), &size);
+    m_port = ntohs(name.ss_family == AF_INET6 ? reinterpret_cast<const sockaddr_in6*>(&name)->sin6_port
+                                              : reinterpret_cast<const sockaddr_in*>(&name)->sin_port);
+}
+
+ListeningSocket::~ListeningSocket() {
+    close(m_descriptor);
+}
+
+std::string ListeningSocket::bindAddress() const {
+    return bracketed(m_address);
+}
+
+std::string ListeningSocket::reachableAs() const {
+    const bool any = m_address == "0.0.0.0" || m_address == "::";
+    return (any ? "127.0.0.1" : bracketed(m_address)) + ":" + std::to_string(m_port);
+}
+
+std::filesystem::path accountsFile(const std::filesystem::path& stateFolder) {
+    return stateFolder / "accounts";
+}
+
+SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const std::filesystem::path& socketAndPage,
+                               const ListeningSocket& socket) {
+    std::string configuration = replaced(kConfiguration, "@PORT@", std::to_string(socket.port()));
+    configuration = replaced(configuration, "@BIND@", socket.bindAddress());
+    configuration = replaced(configuration, "@REALM@", kRealm);
+    configuration = replaced(configuration, "@HTML@", socketAndPage.lexically_relative(stateFolder).string());
+    configuration = replaced(configuration, "@STATE@", quotable(stateFolder));
+    writeFile(stateFolder / "front.conf", configuration);
+    writeFile(stateFolder / "front.lua", kForeignPages);
+    SupervisedProcess front;
+    front.name = "the web server";
+    front.executable = "/usr/sbin/lighttpd";
+    front.arguments = {"-D", "-f", "front.conf"};
+    front.workingFolder = stateFolder;
+    front.listeningSocket = socket.descriptor();
+    front.takesSigtermUp = false;
+    front.mayEnd = false;
+    return front;
+}
+
+}  // namespace desktop

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "supervisor.h"
+
+/**
+ * A camera's web server: lighttpd with digest authentication before the page and the application's FastCGI socket, and
+ * before nothing else. Requests are buffered whole before the application sees them, so that slow clients do not hold
+ * it.
+ */
+namespace desktop {
+
+inline constexpr const char* kRealm = "Ostrel Senvo";
+
+/** A listening TCP socket, kept open over restarts of the web server, so that nobody is turned away. */
+class ListeningSocket {
+public:
+    /**
+     * Listens on an IPv4 or IPv6 address; port 0 takes any that is free. Throws std::runtime_error that names address
+     * and port and what is wrong: no address, or a port that is taken.
+     */
+    ListeningSocket(const std::string& address, int port);
+    ~ListeningSocket();
+    ListeningSocket(const ListeningSocket&) = delete;
+    ListeningSocket& operator=(const ListeningSocket&) = delete;
+
+    int descriptor() const { return m_descriptor; }
+    int port() const { return m_port; }
+
+    /** The address as a configuration file takes it: IPv6 in brackets. */
+    std::string bindAddress() const;
+
+    /** "ADDRESS:PORT" as a browser on this machine reaches it. */
+    std::string reachableAs() const;
+
+private:
+    std::string m_address;
+    int m_descriptor = -1;
+    int m_port = 0;
+};
+
+/** The file of accounts that the web server of a camera's folder reads. */
+std::filesystem::path accountsFile(const std::filesystem::path& stateFolder);
+
+/**
+ * Writes the web server's configuration into a camera's folder, and returns how to run it. socketAndPage: the folder of
+ * the application's socket and of the page, below stateFolder. Throws std::runtime_error when it cannot be written.
+ */
+SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const std::filesystem::path& socketAndPage,
+                               const ListeningSocket& socket);
+
+}  // namespace desktop
