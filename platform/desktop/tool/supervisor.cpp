@@ -26,7 +26,6 @@ constexpr size_t kFastRestarts = 5;
 constexpr std::chrono::seconds kRestartWindow(60);
 constexpr std::chrono::seconds kBackOff(10);
 constexpr std::chrono::seconds kGrace(10);
-constexpr std::chrono::seconds kHeartbeatLimit(30);
 constexpr std::chrono::seconds kHeartbeatCheck(1);
 
 sigset_t signalsOfInterest() {
@@ -204,7 +203,9 @@ public:
         const std::chrono::seconds pause = m_policy.next();
         m_resume = Clock::now() + pause;
         m_say(m_process.name + " " +
-              (std::exchange(m_hung, false) ? "did nothing for 30 s and was killed" : describe(status)) +
+              (std::exchange(m_hung, false)
+                   ? "did nothing for " + std::to_string(m_process.heartbeatLimit.count()) + " s and was killed"
+                   : describe(status)) +
               "; starting it again" + (pause.count() > 0 ? " in " + std::to_string(pause.count()) + " s" : ""));
     }
 
@@ -218,7 +219,7 @@ public:
         if (beat != m_beat) {
             m_beat = std::move(beat);
             m_beatSeen = Clock::now();
-        } else if (Clock::now() - m_beatSeen > kHeartbeatLimit) {
+        } else if (Clock::now() - m_beatSeen > m_process.heartbeatLimit) {
             m_hung = true;
             kill(m_pid, SIGKILL);
         }

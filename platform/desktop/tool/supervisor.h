@@ -17,9 +17,9 @@ struct SupervisedProcess {
     std::vector<std::string> arguments; /**< behind its own name */
     std::filesystem::path workingFolder;
     std::map<std::string, std::string> environment; /**< on top of the supervisor's own */
-    int listeningSocket = -1; /**< handed on as descriptor 3, in the way of systemd's socket activation */
-    std::filesystem::path
-        heartbeat;                 /**< a file whose content changes as long as the process is at work; may be empty */
+    int listeningSocket = -1;        /**< handed on as descriptor 3, in the way of systemd's socket activation */
+    std::filesystem::path heartbeat; /**< a file that changes while the process is at work; may be empty */
+    std::chrono::seconds heartbeatLimit = std::chrono::seconds(30); /**< it hangs when that stood still for longer */
     bool takesSigtermUp = true;    /**< starts with SIGTERM held back, and lets it through once it can handle it */
     bool mayEnd = true;            /**< an end without an error is no fault, and ends the supervision */
     std::function<void()> started; /**< called after each start; may be empty */
@@ -33,8 +33,8 @@ void holdBackSupervisorSignals();
 
 /**
  * Runs processes until SIGTERM or SIGINT comes, or the time is over, and starts each again whenever it ends with an
- * error, or is killed because its heartbeat has stood still for 30 seconds: at once, or, after five starts within a
- * minute, only ten seconds later.
+ * error or is killed because its heartbeat has stood still: at once, or, after five starts within a minute, only ten
+ * seconds later.
  *
  * A process may start with SIGTERM held back, so that none is lost before it can handle it; asked to end, it has ten
  * seconds. They do not outlive the supervisor. Call from the main thread, once.

@@ -41,7 +41,8 @@ INSTANTIATE_TEST_SUITE_P(
                     ConfigCase{"unknown pacing", R"({"pacing": "fast"})",
                                "\"pacing\": expected realtime or virtual, got \"fast\""},
                     ConfigCase{"unknown key", R"({"colour": "red"})",
-                               "unknown key \"colour\"; known: video, pacing, networksFolder, stateFolder, manifest"}),
+                               "unknown key \"colour\"; known: video, pacing, networksFolder, stateFolder, manifest, "
+                               "heartbeat"}),
     [](const auto& instance) { return "Case" + std::to_string(instance.index); });
 
 }  // namespace

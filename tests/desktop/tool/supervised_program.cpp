@@ -1,13 +1,20 @@
+#include <arpa/inet.h>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <netinet/in.h>
 #include <string>
+#include <sys/socket.h>
 #include <unistd.h>
 
 /*
  * Does what the environment variable BEHAVIOUR says, one word a start: the word's place is the number of lines in the
  * file "starts" of the working folder, and the last word goes on for ever.
+ *
+ * hang: goes on for ever. beat: changes the file "heartbeat" for three seconds, then ends with status 0. stay: waits
+ * for SIGTERM, writes the file "asked" and ends with 0. listen: writes the port of the socket that it was handed into
+ * the file "listening" and ends with status 1.
  *
  * ok, error: ends with status 0 or 1. killed: ends by SIGKILL. wait: tells the supervisor's process by SIGTERM that it
  * runs, then waits for SIGTERM, writes the file "asked" and ends with 0. stubborn: the same, but does not end.
@@ -38,14 +45,37 @@ int main() {
     if (word == "ok") {
         return EXIT_SUCCESS;
     }
+    while (word == "hang") {
+        pause();
+    }
+    for (int i = 0; word == "beat"; ++i) {
+        if (i == 30) {
+            return EXIT_SUCCESS;
+        }
+        std::ofstream("heartbeat", std::ios::trunc) << i;
+        usleep(100000);
+    }
+    if (word == "listen") {
+        sockaddr_in address = {};
+        socklen_t size = sizeof(address);
+        const char* const pid = std::getenv("LISTEN_PID");
+        const char* const count = std::getenv("LISTEN_FDS");
+        if (pid != nullptr && std::to_string(getpid()) == pid && count != nullptr && std::string(count) == "1" &&
+            getsockname(3, reinterpret_cast<sockaddr*>(&address), &size) == 0) {
+            std::ofstream("listening") << ntohs(address.sin_port) << '\n';
+        }
+        return EXIT_FAILURE;
+    }
     if (word == "killed") {
         raise(SIGKILL);
     }
-    if (word == "wait" || word == "stubborn") {
+    if (word == "wait" || word == "stubborn" || word == "stay") {
         sigset_t signals;
         sigemptyset(&signals);
         sigaddset(&signals, SIGTERM);
-        kill(getppid(), SIGTERM);
+        if (word != "stay") {
+            kill(getppid(), SIGTERM);
+        }
         int signal = 0;
         // Held back since the start: a SIGTERM that came before this line is received, too.
         sigwait(&signals, &signal);

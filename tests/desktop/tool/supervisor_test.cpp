@@ -2,7 +2,9 @@
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <set>
 
+#include "front.h"
 #include "program.h"
 #include "test_folder.h"
 
@@ -21,7 +23,10 @@ protected:
         process.executable = m_executable;
         process.workingFolder = m_folder.path();
         process.environment = {{"BEHAVIOUR", behaviour}};
-        return desktop::supervise(process, duration, [&](const std::string& line) {
+        process.heartbeat = m_heartbeat;
+        process.heartbeatLimit = std::chrono::seconds(1);
+        process.started = [this] { ++m_started; };
+        return desktop::supervise({process}, duration, [&](const std::string& line) {
             m_said.push_back(line);
             if (line == stopAt) {
                 kill(getpid(), SIGTERM);
@@ -36,6 +41,8 @@ protected:
 
     TestFolder m_folder;
     std::filesystem::path m_executable = SUPERVISED_PROGRAM;
+    std::filesystem::path m_heartbeat;
+    int m_started = 0;
     Lines m_said;
 };
 
@@ -92,8 +99,53 @@ TEST_F(Supervisor, TellsWhatItCannotEnter) {
     desktop::SupervisedProcess process;
     process.executable = m_executable;
     process.workingFolder = m_folder.path() / "missing";
-    EXPECT_EQ(desktop::supervise(process, std::nullopt, [&](const std::string& line) { m_said.push_back(line); }), 1);
+    EXPECT_EQ(desktop::supervise({process}, std::nullopt, [&](const std::string& line) { m_said.push_back(line); }), 1);
     EXPECT_EQ(m_said, (Lines{"cannot execute " + m_executable.string() + " in " + process.workingFolder.string()}));
+}
+
+TEST_F(Supervisor, RestartsAProcessWhoseHeartStandsStill) {
+    m_heartbeat = m_folder.path() / "heartbeat";
+    const std::string kHung = "the application did nothing for 1 s and was killed; starting it again";
+    EXPECT_EQ(run("hang ok", ""), 0);
+    EXPECT_EQ(m_said, Lines{kHung});
+    EXPECT_EQ(m_started, 2);
+}
+
+TEST_F(Supervisor, LeavesAProcessAloneWhoseHeartBeats) {
+    m_heartbeat = m_folder.path() / "heartbeat";
+    EXPECT_EQ(run("beat"), 0) << "it beats for three seconds and ends by itself";
+    EXPECT_EQ(m_said, Lines{});
+}
+
+TEST_F(Supervisor, KeepsSeveralProcessesRunning) {
+    TestFolder other;
+    desktop::SupervisedProcess first;
+    first.executable = m_executable;
+    first.workingFolder = m_folder.path();
+    first.environment = {{"BEHAVIOUR", "error killed wait"}};
+    desktop::SupervisedProcess second = first;
+    second.name = "the other";
+    second.workingFolder = other.path();
+    second.environment = {{"BEHAVIOUR", "ok stay"}};
+    second.mayEnd = false;
+    EXPECT_EQ(
+        desktop::supervise({first, second}, std::nullopt, [&](const std::string& line) { m_said.push_back(line); }), 0);
+    EXPECT_EQ(std::multiset<std::string>(m_said.begin(), m_said.end()),
+              (std::multiset<std::string>{kRestart, "the application killed by signal Killed; starting it again",
+                                          "the other ended with status 0; starting it again"}));
+    EXPECT_EQ(readFile(m_folder.path() / "asked"), "Terminated\n");
+    EXPECT_EQ(readFile(other.path() / "asked"), "Terminated\n");
+}
+
+TEST_F(Supervisor, HandsAListeningSocketOn) {
+    const desktop::ListeningSocket socket("127.0.0.1", 0);
+    desktop::SupervisedProcess process;
+    process.executable = m_executable;
+    process.workingFolder = m_folder.path();
+    process.environment = {{"BEHAVIOUR", "listen error listen ok"}};
+    process.listeningSocket = socket.descriptor();
+    EXPECT_EQ(desktop::supervise({process}, std::nullopt, [&](const std::string& line) { m_said.push_back(line); }), 0);
+    EXPECT_EQ(readFile(m_folder.path() / "listening"), std::to_string(socket.port()) + "\n");
 }
 
 // --- The command line ------------------------------------------------------------------------------------------------
@@ -108,8 +160,9 @@ class CameraUsage : public testing::TestWithParam<UsageCase> {};
 
 TEST_P(CameraUsage, ThatIsBadEndsWithTwo) {
     const TestFolder folder;
-    Lines command = {CAMERA_PROGRAM};
-    command.insert(command.end(), GetParam().arguments.begin(), GetParam().arguments.end());
+    const bool demo = !GetParam().arguments.empty() && GetParam().arguments[0] == "demo";
+    Lines command = {demo ? DEMO_PROGRAM : CAMERA_PROGRAM};
+    command.insert(command.end(), GetParam().arguments.begin() + (demo ? 1 : 0), GetParam().arguments.end());
     const ProgramResult result = runProgram(command, folder.path(), {"XDG_STATE_HOME=" + folder.path().string()});
     EXPECT_EQ(result.status, 2) << GetParam().label;
     EXPECT_NE(result.err.find(GetParam().said), std::string::npos) << GetParam().label << ": " << result.err;
@@ -128,7 +181,16 @@ INSTANTIATE_TEST_SUITE_P(
                               "--networks: expected a folder, got missing"},
                     UsageCase{"no time", {"demo", "--seconds", "0"}, "--seconds"},
                     UsageCase{"no number", {"demo", "--seconds", "soon"}, "--seconds"},
-                    UsageCase{"unknown option", {"demo", "--colour"}, "--colour"}),
+                    UsageCase{"unknown option", {"demo", "--colour"}, "--colour"},
+                    UsageCase{"too many followers", {"demo", "--followers", "11"}, "--followers"},
+                    UsageCase{"no port", {"demo", "--port", "70000"}, "--port"},
+                    UsageCase{"no address",
+                              {"demo", "--listen", "localhost"},
+                              "--listen: expected an IP address such as 127.0.0.1 or 0.0.0.0, got localhost"},
+                    UsageCase{"an address of another machine",
+                              {"demo", "--listen", "192.0.2.1", "--port", "8123"},
+                              "cannot listen on port 8123 of 192.0.2.1: Cannot assign requested address"},
+                    UsageCase{"no camera for a password", {"password"}, "no camera in "}),
     [](const auto& instance) { return "Case" + std::to_string(instance.index); });
 
 }  // namespace
