@@ -1,4 +1,5 @@
 #include <iostream>
+#include <sys/stat.h>
 
 #include "background.h"
 #include "demo_building.h"
@@ -28,6 +29,8 @@ int runDemo(desktop::CameraOptions options, int followers, int seconds) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Settings hold the passwords of followers, and the log may hold them, too.
+    umask(S_IRWXG | S_IRWXO);
     CLI::App app(
         "Runs a camera on a drawn scene, prints its counts as they change and serves its web interface, until stopped. "
         "With followers it is a building: a leader that adds up the counts of cameras beside it.",

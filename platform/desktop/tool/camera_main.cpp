@@ -1,4 +1,5 @@
 #include <iostream>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -83,6 +84,8 @@ int setPassword(const std::filesystem::path& state, bool random) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Settings hold the passwords of followers, and the log may hold them, too.
+    umask(S_IRWXG | S_IRWXO);
     CLI::App app("Runs a camera on this machine.", "senvo");
     app.require_subcommand(1);
     desktop::CameraOptions options;

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "curl.h"
+
+/** Asks again and again until what is expected is so; false when it does not become so in the time that is far enough.
+ */
+inline bool eventually(const std::function<bool()>& expected,
+                       std::chrono::seconds farEnough = std::chrono::seconds(150)) {
+    const auto end = std::chrono::steady_clock::now() + farEnough;
+    while (std::chrono::steady_clock::now() < end) {
+        if (expected()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    return expected();
+}
+
+/** The value behind "key: " in a program's output. */
+inline std::string valueOf(const std::string& output, const std::string& key) {
+    std::smatch found;
+    return std::regex_search(output, found, std::regex("(?:^|\n)" + key + ": ([^\n]*)\n")) ? found[1].str() : "";
+}
+
+/** senvo run with a camera on the drawn scene, as a process. */
+class RunningCamera {
+public:
+    explicit RunningCamera(std::filesystem::path folder, const std::string& port = "0") : m_folder(std::move(folder)) {
+        std::filesystem::create_directories(m_folder);
+        start(port);
+        password = valueOf(output(), "password");
+    }
+
+    void start(const std::string& port) {
+        std::filesystem::remove(m_folder / "out");
+        m_process = std::make_unique<Child>(startProgram(
+            {CAMERA_PROGRAM, "run", "--video", "scene:plaza", "--port", port, "--state", m_folder / "state"},
+            m_folder));
+        EXPECT_TRUE(eventually([this] { return output().find("\nuser: ") != std::string::npos; }))
+            << output() << errors();
+    }
+
+    /** Asks it to end; its exit status. */
+    int stop() {
+        kill(m_process->pid(), SIGTERM);
+        return m_process->wait(30000);
+    }
+
+    std::string output() const { return readFile(m_folder / "out"); }
+    std::string errors() const { return readFile(m_folder / "err"); }
+    std::filesystem::path state() const { return m_folder / "state"; }
+    std::string address() const {
+        const std::string url = valueOf(output(), "url");
+        return url.size() > 8 ? url.substr(7, url.size() - 8) : "";
+    }
+    CameraAccess access() const { return {address(), password}; }
+
+    std::string password;
+
+private:
+    std::filesystem::path m_folder;
+    std::unique_ptr<Child> m_process;
+};
