@@ -41,7 +41,7 @@ Tags settingsOf(const CameraAccess& camera, const std::string& name, bool watchi
 
 bool upload(const CameraAccess& camera, const Tags& tags) {
     const HttpAnswer answer = camera.post("set_post_parameters", bodyOf(tags));
-    return answer.status == 200 && answer.body.empty() && answer.contentType.empty();
+    return answer.status == 200 && answer.body.empty();
 }
 
 /** A leader and two followers on the drawn scene, asked over HTTP as people and programs do. */
@@ -56,6 +56,8 @@ protected:
 };
 
 void expectEveryGetAction(const CameraAccess& camera) {
+    // The application names no type for these; the web server then says this one.
+    static constexpr const char* kNone = "text/html";
     const struct {
         const char* action;
         const char* contentType;
@@ -83,17 +85,17 @@ void expectEveryGetAction(const CameraAccess& camera) {
         {"get_logfile_as_plain_text", "text/plain", "[^]*ostrel_senvo warning STARTING ostrel_senvo\n[^]*"},
         {"get_logfile_as_csv_text", "text/plain", "[^]*,ostrel_senvo,warning,\"STARTING ostrel_senvo\"\n[^]*"},
         {"clear_logfile", "text/plain", "Log file cleared\\."},
-        {"manual_breached_alert_on", "", ""},
-        {"manual_breached_alert_off", "", ""},
-        {"manual_area1_alert_on", "", ""},
-        {"manual_area1_alert_off", "", ""},
-        {"manual_area2_alert_on", "", ""},
-        {"manual_area2_alert_off", "", ""},
-        {"manual_area3_alert_on", "", ""},
-        {"manual_area3_alert_off", "", ""},
-        {"manual_occupancy_alert_on", "", ""},
-        {"manual_occupancy_alert_off", "", ""},
-        {"no_such_action", "", ""},
+        {"manual_breached_alert_on", kNone, ""},
+        {"manual_breached_alert_off", kNone, ""},
+        {"manual_area1_alert_on", kNone, ""},
+        {"manual_area1_alert_off", kNone, ""},
+        {"manual_area2_alert_on", kNone, ""},
+        {"manual_area2_alert_off", kNone, ""},
+        {"manual_area3_alert_on", kNone, ""},
+        {"manual_area3_alert_off", kNone, ""},
+        {"manual_occupancy_alert_on", kNone, ""},
+        {"manual_occupancy_alert_off", kNone, ""},
+        {"no_such_action", kNone, ""},
     };
     for (const auto& [action, contentType, body] : cases) {
         const HttpAnswer answer = camera.ask(action);
@@ -114,7 +116,7 @@ void expectEveryPostAction(const CameraAccess& camera) {
     EXPECT_EQ(camera.post("set_post_parameters", "nothing").status, 400);
     EXPECT_EQ(camera.post("set_post_parameters", "<root><Sensitivity>x</Sensitivity></root>").status, 500);
     EXPECT_EQ(camera.post("no_such_action", "x").status, 200);
-    EXPECT_EQ(camera.ask("get_status_code", {"-X", "DELETE"}).body, "");
+    EXPECT_EQ(camera.ask("get_status_code", {"-X", "DELETE"}).status, 500) << "its answer is no HTTP";
 }
 
 /** Whether the leader's totals are what it and its followers say; they change while they are asked. */
