@@ -6,6 +6,7 @@
 #include <numeric>
 
 #include "camera_folder.h"
+#include "mqtt_options.h"
 #include "supervisor.h"
 
 namespace {
@@ -19,6 +20,7 @@ struct Options {
     std::string model = "motion";
     std::string networks;
     std::string state;
+    desktop::MqttConfig mqtt;
     int seconds = 0; /**< 0: until stopped */
 };
 
@@ -81,6 +83,7 @@ int keepRunning(const Options& options, const std::string& defaultName, const st
     desktop::DesktopConfig config;
     config.video = checkedVideo(options.video);
     config.networksFolder = checkedNetworks(options.networks);
+    config.mqtt = options.mqtt;
     const fs::path card = desktop::findModelCard(options.model);
     const desktop::CameraFolder camera(options.state.empty() ? defaultStateFolder(defaultName)
                                                              : fs::path(options.state));
@@ -106,6 +109,7 @@ int keepRunning(const Options& options, const std::string& defaultName, const st
 void addCommonOptions(CLI::App& command, Options& options) {
     command.add_option("--model", options.model, "Model card: a file, or a name such as motion")->capture_default_str();
     command.add_option("--networks", options.networks, "Folder of the network files that the card names");
+    addMqttOptions(command, options.mqtt);
     command.add_option("--seconds", options.seconds, "End after so many seconds")->check(CLI::Range(1, 1000000000));
     command.add_option("--state", options.state,
                        "Folder for settings, events and the log; by default one below ~/.local/state/ostrel-senvo");
