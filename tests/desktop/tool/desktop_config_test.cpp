@@ -12,6 +12,7 @@ TEST(DesktopConfig, OfAnEmptyFileIsTheDefault) {
     EXPECT_EQ(config.stateFolder, ".");
     EXPECT_EQ(config.networksFolder, "");
     EXPECT_EQ(config.manifest, "");
+    EXPECT_EQ(config.mqtt.address, "") << "no broker";
 }
 
 struct ConfigCase {
@@ -41,8 +42,8 @@ INSTANTIATE_TEST_SUITE_P(
                     ConfigCase{"unknown pacing", R"({"pacing": "fast"})",
                                "\"pacing\": expected realtime or virtual, got \"fast\""},
                     ConfigCase{"unknown key", R"({"colour": "red"})",
-                               "unknown key \"colour\"; known: video, pacing, networksFolder, stateFolder, manifest, "
-                               "heartbeat"}),
+                               "unknown key \"colour\"; known: pacing, video, networksFolder, stateFolder, "
+                               "manifest, heartbeat, mqtt, mqttUser, mqttPasswordFile, mqttCaFile, mqttCertFile, mqttKeyFile"}),
     [](const auto& instance) { return "Case" + std::to_string(instance.index); });
 
 }  // namespace
