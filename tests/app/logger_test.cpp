@@ -138,6 +138,34 @@ TEST_F(Log, AMessageWithABarIsReadBackAsItsEnd) {
     EXPECT_EQ(m_log->getPlainLogContents(), "2023-11-14 22:13:20 app warning second\n");
 }
 
+TEST_F(Log, CompletesALastLineThatIsWholeAndDropsOneThatIsNot) {
+    const std::string first = "d|app|info|first\n";
+    const std::string start = "2023-11-14 22:13:20|app|warning|STARTING app\n";
+    const std::string dropped = "2023-11-14 22:13:20|app|warning|Logger: Dropped the torn last line of the log: \"";
+    const struct {
+        const char* label;
+        std::string before;
+        std::string after;
+    } cases[] = {
+        {"whole", first, first + start},
+        {"only the end lacks", first + "d|app|info|sec", first + "d|app|info|sec\n" + start},
+        {"empty message", first + "d|app|info|", first + "d|app|info|\n" + start},
+        {"torn before the message", first + "d|app|inf", first + start + dropped + "d|app|inf\"\n"},
+        {"torn and alone", "2", start + dropped + "2\"\n"},
+        {"long and torn", std::string(10'000, 'x'), start + dropped + std::string(200, 'x') + "\"\n"},
+        {"empty", "", start},
+    };
+    for (const auto& [label, before, after] : cases) {
+        writeFile(m_path, before);
+        writeFile(m_path + ".new", "of a purge that was killed");
+        {
+            const Logger log("app", m_path);
+            EXPECT_EQ(readFile(m_path), after) << label;
+        }
+        EXPECT_FALSE(std::filesystem::exists(m_path + ".new")) << label;
+    }
+}
+
 // --- Waiting entries -------------------------------------------------------------------------------------------------
 
 TEST_F(Log, TheHundredAndFirstWaitingEntryWritesThemAll) {
