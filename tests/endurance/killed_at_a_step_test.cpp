@@ -141,7 +141,7 @@ TEST_F(KilledAtAStep, ClearingLeavesTheOldFileOrAnEmptyOne) {
 
 TEST_F(KilledAtAStep, AStartThatMendsCanBeKilledToo) {
     const std::string first = record(kStart, 1).serialize();
-    const struct {
+    const struct Torn {
         const char* label;
         std::string before;
         std::string after;
@@ -149,22 +149,22 @@ TEST_F(KilledAtAStep, AStartThatMendsCanBeKilledToo) {
         {"completed", first + "\n" + first, first + "\n" + first + "\n"},
         {"dropped", first + "\n2024-01-01 00:0", first + "\n"},
     };
-    for (const auto& [label, before, after] : cases) {
-        SCOPED_TRACE(label);
+    for (const Torn& each : cases) {
+        SCOPED_TRACE(each.label);
         const Names steps = atEveryStep(
             [&] {
-                writeFile(m_archive.path(), before);
+                writeFile(m_archive.path(), each.before);
                 writeFile(m_archive.path() + ".new", "of a killed purge");
             },
             [&] { m_archive.repair(); },
             [&](size_t, size_t) {
                 m_archive.repair();
-                EXPECT_EQ(text(), after);
+                EXPECT_EQ(text(), each.after);
                 EXPECT_FALSE(isLeft(m_archive.path()));
             });
         ASSERT_GE(steps.size(), 2U);
         EXPECT_EQ(steps[0], "remove Archive.csv.new");
-        EXPECT_EQ(steps[1], before.ends_with(first) ? "write Archive.csv" : "cut Archive.csv");
+        EXPECT_EQ(steps[1], each.before.ends_with(first) ? "write Archive.csv" : "cut Archive.csv");
     }
 }
 

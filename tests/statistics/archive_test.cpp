@@ -193,8 +193,8 @@ TEST_F(Archive, CompletesALastLineThatParsesAndDropsOneThatDoesNot) {
         write(before);
         m_archive.repair();
         EXPECT_EQ(content(), after) << label;
-        EXPECT_EQ(LogCapture::countContaining("warning: repair: Dropped the torn last line of " +
-                                              m_archive.path() + ": \"" + (dropped == nullptr ? "" : dropped)),
+        EXPECT_EQ(LogCapture::countContaining("warning: repair: Dropped the torn last line of " + m_archive.path() +
+                                              ": \"" + (dropped == nullptr ? "" : dropped)),
                   dropped == nullptr ? 0 : 1)
             << label;
     }

@@ -138,7 +138,10 @@ TEST_F(ShortWay, AgreesWithTheLongOneOverRandomArchives) {
             write(archive, text);
         }
         expectTheSame("round " + std::to_string(round));
-        EXPECT_EQ(clean, clean && streamed(report_stream::Form::Csv).has_value()) << round;
+        if (clean) {
+            EXPECT_TRUE(streamed(report_stream::Form::Csv).has_value())
+                << "ascending dates take the short way, " << round;
+        }
     }
 }
 
