@@ -300,6 +300,38 @@ TEST_F(Log, EveryFlushAfterALongTimeMakesUpOneDayOfChecks) {
     EXPECT_GE(m_log->getLogFileSize(), static_cast<int64_t>(kPurgeSize)) << "day three is not over";
 }
 
+TEST_F(Log, ChecksWhenAClockThatWasSetGetsThere) {
+    const struct {
+        const char* label;
+        time_t start;
+        time_t jump;
+        bool atOnce;
+    } cases[] = {
+        {"an hour on", kStart, 3600, false},
+        {"a day on", kStart, kDay + 1, true},
+        {"an hour back", kStart, -3600, false},
+        {"a day back", kStart, -kDay, false},
+        {"over the end of 32 bits", 2147483647, kDay + 1, true},
+        {"beyond 2038", 4102444800, kDay, false},
+    };
+    for (const auto& [label, start, jump, atOnce] : cases) {
+        m_clock.set(start);
+        Logger log("app", m_path);
+        m_clock.advance(jump);
+        fill(kPurgeSize);
+        log.flush();
+        EXPECT_EQ(log.getLogFileSize() < static_cast<int64_t>(kPurgeSize), atOnce) << label;
+        m_clock.set(start + kDay + 1);
+        log.flush();
+        EXPECT_LT(log.getLogFileSize(), static_cast<int64_t>(kPurgeSize)) << label << ": a day after the start";
+    }
+}
+
+TEST_F(Log, WritesDatesBeyond2038) {
+    EXPECT_EQ(Logger::timeToString(2147483648), "2038-01-19 03:14:08");
+    EXPECT_EQ(Logger::timeToString(4102444800), "2100-01-01 00:00:00");
+}
+
 TEST_F(Log, APurgeThatCannotWriteLeavesTheLogWhole) {
     fill(kPurgeSize);
     std::filesystem::create_directory(m_path + ".new");
