@@ -6,6 +6,7 @@
 #include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include "atomic_file.h"
 
@@ -24,26 +25,35 @@ struct LastLine {
     std::string text;
 };
 
+bool readAt(int fd, off_t from, std::string& text) {
+    return pread(fd, text.data(), text.size(), from) == static_cast<ssize_t>(text.size());
+}
+
+/** Where the line begins that ends with the file. */
+std::optional<off_t> startOfLastLine(int fd, off_t size) {
+    for (off_t end = size; end > 0;) {
+        const off_t from = std::max<off_t>(0, end - kTailStep);
+        std::string piece(static_cast<size_t>(end - from), '\0');
+        if (!readAt(fd, from, piece)) {
+            return std::nullopt;
+        }
+        if (const size_t newline = piece.rfind('\n'); newline != std::string::npos) {
+            return from + static_cast<off_t>(newline) + 1;
+        }
+        end = from;
+    }
+    return 0;
+}
+
 /** Nothing when the file is empty or its last line has its end. */
 std::optional<LastLine> unendedLastLine(int fd) {
     const off_t size = sizeOf(fd);
-    std::string tail;
-    for (off_t start = size; start > 0;) {
-        const off_t from = std::max<off_t>(0, start - kTailStep);
-        std::string piece(static_cast<size_t>(start - from), '\0');
-        if (pread(fd, piece.data(), piece.size(), from) != static_cast<ssize_t>(piece.size())) {
-            return std::nullopt;
-        }
-        tail = piece + tail;
-        start = from;
-        if (tail.back() == '\n') {
-            return std::nullopt;
-        }
-        if (const size_t newline = tail.rfind('\n'); newline != std::string::npos) {
-            return LastLine{start + static_cast<off_t>(newline) + 1, tail.substr(newline + 1)};
-        }
+    const std::optional<off_t> start = startOfLastLine(fd, size);
+    if (!start || *start == size) {
+        return std::nullopt;
     }
-    return size == 0 ? std::nullopt : std::optional(LastLine{0, tail});
+    LastLine last{*start, std::string(static_cast<size_t>(size - *start), '\0')};
+    return readAt(fd, *start, last.text) ? std::optional(std::move(last)) : std::nullopt;
 }
 
 }  // namespace

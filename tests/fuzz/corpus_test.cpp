@@ -2,6 +2,7 @@
 
 #include "entries.h"
 #include "program.h"
+#include "sanitized.h"
 
 namespace {
 
@@ -26,6 +27,9 @@ TEST_P(Corpus, HoldsNothingThatBreaksAnEntry) {
 }
 
 TEST_P(Corpus, IsFollowedByLinesOfTenMegabytes) {
+    if (kSanitized) {
+        GTEST_SKIP() << "takes minutes under a sanitizer";
+    }
     const std::string ten(10'000'000, 'x');
     expectNoViolation(GetParam(), ten, "no end");
     expectNoViolation(GetParam(), ten + "\n", "with an end");
