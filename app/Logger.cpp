@@ -1,5 +1,6 @@
 #include "Logger.h"
 
+#include <algorithm>
 #include <array>
 #include <fstream>
 #include <syslog.h>
@@ -7,6 +8,7 @@
 
 #include "atomic_file.h"
 #include "clock.h"
+#include "line_file.h"
 
 namespace {
 
@@ -30,6 +32,11 @@ std::vector<std::string> readLines(const std::string& path) {
 int64_t fileSize(const std::string& path) {
     std::ifstream file(path, std::ios::ate | std::ios::binary);
     return file ? static_cast<int64_t>(file.tellg()) : -1;
+}
+
+/** Whether a stored line has all its fields. */
+bool isWhole(const std::string& line) {
+    return std::count(line.begin(), line.end(), '|') >= 3;
 }
 
 /** Index of the oldest line to keep: where the lengths, added up from the end, first exceed minSize. */
@@ -82,7 +89,11 @@ Logger::Logger(std::string appName, std::string logfilePath)
         const MutexLock lock(m_mutex);
         incrementNextPurgeDate();
     }
+    const Mending mending = mendLines(_logfilePath, isWhole);
     warning("STARTING " + _appName);
+    if (!mending.dropped.empty()) {
+        warning("Logger: Dropped the torn last line of the log: \"" + mending.dropped.substr(0, 200) + "\"");
+    }
 }
 
 Logger::~Logger() {
@@ -162,10 +173,11 @@ void Logger::flush() {
 }
 
 void Logger::writeWaiting() {
-    std::ofstream file(_logfilePath, std::ios::app);
+    std::string lines;
     for (const LogEntry& entry : _logEntries) {
-        file << entry.serialize() << '\n';
+        lines += entry.serialize() + '\n';
     }
+    appendText(_logfilePath, lines);
     _logEntries.clear();
 }
 

@@ -47,7 +47,11 @@ struct LogEntry {
  */
 class Logger {
 public:
-    /** Logs the start of the application. The file's folder must exist for anything to be kept. */
+    /**
+     * Mends the file after a process that was killed: a last line without its end is completed when it has all its
+     * fields, and dropped, with a line that says so, when it has not. Logs the start of the application. The file's
+     * folder must exist for anything to be kept.
+     */
     Logger(std::string appName, std::string logfilePath);
 
     /** Logs the stop, unless close() did. */

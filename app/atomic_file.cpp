@@ -5,21 +5,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "unique_fd.h"
-
 namespace {
 
-bool writeAll(int fd, const std::string& content) {
-    size_t written = 0;
-    while (written < content.size()) {
-        const ssize_t count = write(fd, content.data() + written, content.size() - written);
-        if (count < 0 && errno != EINTR) {
-            return false;
-        }
-        written += count > 0 ? static_cast<size_t>(count) : 0;
-    }
-    return true;
-}
+constexpr size_t kBufferSize = size_t{1} << 18U;
 
 std::string folderOf(const std::string& path) {
     const size_t slash = path.rfind('/');
@@ -28,27 +16,78 @@ std::string folderOf(const std::string& path) {
 
 }  // namespace
 
-bool replaceFile(const std::string& path, const std::string& content) {
-    const std::string beside = path + ".new";
-    {
-        const UniqueFd file(open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-        if (!file || !writeAll(file.get(), content) || fsync(file.get()) != 0) {
-            const int reason = errno;
-            unlink(beside.c_str());
-            errno = reason;
+bool writeAll(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(fd, text.data(), text.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
             return false;
         }
+        text.remove_prefix(static_cast<size_t>(written));
     }
-    if (rename(beside.c_str(), path.c_str()) != 0) {
-        const int reason = errno;
-        unlink(beside.c_str());
-        errno = reason;
+    return true;
+}
+
+Replacement::Replacement(const std::string& path)
+    : m_path(path), m_file(open(beside(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)) {
+    check(static_cast<bool>(m_file));
+}
+
+Replacement::~Replacement() {
+    if (!m_replaced) {
+        unlink(beside(m_path).c_str());
+    }
+}
+
+void Replacement::add(std::string_view text) {
+    m_buffer += text;
+    if (m_buffer.size() >= kBufferSize) {
+        writeBuffer();
+    }
+}
+
+void Replacement::writeBuffer() {
+    if (m_error == 0) {
+        check(writeAll(m_file.get(), m_buffer));
+    }
+    m_buffer.clear();
+}
+
+void Replacement::check(bool good) {
+    if (!good && m_error == 0) {
+        m_error = errno;
+    }
+}
+
+bool Replacement::replace() {
+    writeBuffer();
+    if (m_error == 0) {
+        check(fsync(m_file.get()) == 0 && rename(beside(m_path).c_str(), m_path.c_str()) == 0);
+    }
+    if (m_error != 0) {
+        errno = m_error;
         return false;
     }
+    m_replaced = true;
     // The new content stands from here on; a folder that cannot be synced only delays its safety.
-    const UniqueFd folder(open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const UniqueFd folder(open(folderOf(m_path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder) {
         fsync(folder.get());
     }
     return true;
+}
+
+bool replaceFile(const std::string& path, std::string_view content) {
+    bool replaced = false;
+    int reason = 0;
+    {
+        Replacement replacement(path);
+        replacement.add(content);
+        replaced = replacement.replace();
+        reason = errno;
+    }
+    errno = reason;
+    return replaced;
 }

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <stdexcept>
 
 #include "topics.h"
 
@@ -14,19 +15,31 @@ constexpr const char* kHelp =
     "three without one; report and archive, with large files, only by name. Ends with 1 when a figure misses its "
     "limit.\n";
 
-/** A camera's folder to run in: a model file and room for tensor files. */
-void prepareWorkingFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "senvo-bench-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-        return;
+/** A camera's folder to run in, a model file and room for tensor files; gone at the end with all that was measured. */
+class CameraFolder {
+public:
+    CameraFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "senvo-bench-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) {
+            throw std::runtime_error("cannot make " + name);
+        }
+        m_root = name;
+        const auto model = m_root / "mnt/flash/usr/local/packages/ostrel_senvo";
+        std::filesystem::create_directories(model);
+        std::filesystem::create_directories(m_root / "tmp");
+        std::ofstream(model / "detect_960_540_tpu.tflite") << "model";
+        setenv("OSTREL_SENVO_ROOT", m_root.c_str(), 1);
     }
-    const std::filesystem::path root = name;
-    const auto model = root / "mnt/flash/usr/local/packages/ostrel_senvo";
-    std::filesystem::create_directories(model);
-    std::filesystem::create_directories(root / "tmp");
-    std::ofstream(model / "detect_960_540_tpu.tflite") << "model";
-    setenv("OSTREL_SENVO_ROOT", root.c_str(), 1);
-}
+    ~CameraFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_root, ignored);
+    }
+    CameraFolder(const CameraFolder&) = delete;
+    CameraFolder& operator=(const CameraFolder&) = delete;
+
+private:
+    std::filesystem::path m_root;
+};
 
 }  // namespace
 
@@ -65,7 +78,7 @@ int main(int argc, char** argv) {
             }
         }
     }
-    prepareWorkingFolder();
+    const CameraFolder folder;
     std::vector<Limit> limits;
     for (const auto& [name, registerTopic] : topics) {
         if (std::find(chosen.begin(), chosen.end(), name) != chosen.end()) {

@@ -1,7 +1,7 @@
 #include <fcntl.h>
-#include <filesystem>
 #include <unistd.h>
 
+#include "camera_paths.h"
 #include "config_params.h"
 #include "parameter_store.h"
 #include "topics.h"
@@ -10,11 +10,7 @@
 namespace {
 
 std::string folder() {
-    static const std::string path = [] {
-        std::string name = (std::filesystem::temp_directory_path() / "senvo-bench-XXXXXX").string();
-        return std::string(mkdtemp(name.data()) == nullptr ? "." : name);
-    }();
-    return path;
+    return cameraPath("/tmp");
 }
 
 /** Every parameter of the application set once, as saving the settings does. */

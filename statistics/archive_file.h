@@ -25,7 +25,7 @@ void forEachLine(const std::string& path, const LineVisitor& visit);
  */
 void rewrite(const std::string& path, const LineFilter& filter);
 
-/** Ends a last line that lacks its end when it parses, and cuts it off, logged, when it does not. */
-void repairLastLine(const std::string& path, const std::function<bool(const std::string& line)>& parses);
+/** mendLines: a last line that lacks its end is completed when it parses, and dropped, logged, when it does not. */
+void repair(const std::string& path, const std::function<bool(const std::string& line)>& parses);
 
 }  // namespace archive_file

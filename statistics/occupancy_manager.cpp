@@ -144,6 +144,14 @@ std::string OccupancyManager::followerFlush(const ConfigParams& config) {
     return fetched.getSerializedRecords();
 }
 
+void OccupancyManager::deserializeRecords(const std::string& text, const std::string& dateTime,
+                                          const std::string& camera, std::vector<CrowdCountRecord>& crowd,
+                                          std::vector<EntranceActivityRecord>& activity,
+                                          std::vector<OccupancyObjectRecord>& occupants,
+                                          std::vector<CrowdCountRecord>& average) {
+    TransientState::deserializeRecords(text, dateTime, camera, crowd, activity, occupants, average);
+}
+
 std::vector<CrowdCountRecord> OccupancyManager::getArchivedCrowdCountRecords() const {
     return crowdCountRecordArchive.getRecords();
 }

@@ -74,6 +74,12 @@ public:
      */
     std::string followerFlush(const ConfigParams& config) EXCLUDES(m_mutex);
 
+    /** TransientState::deserializeRecords, for the text that a follower's followerFlush returned. */
+    static void deserializeRecords(const std::string& text, const std::string& dateTime, const std::string& camera,
+                                   std::vector<CrowdCountRecord>& crowd, std::vector<EntranceActivityRecord>& activity,
+                                   std::vector<OccupancyObjectRecord>& occupants,
+                                   std::vector<CrowdCountRecord>& average);
+
     std::vector<CrowdCountRecord> getArchivedCrowdCountRecords() const;
     std::vector<CrowdCountRecord> getArchivedAverageCrowdCountRecords() const;
     std::vector<EntranceActivityRecord> getArchivedEntranceActivityRecords() const;

@@ -106,7 +106,7 @@ public:
 
     /** Mends what a killed process left: a last line without its end is completed when it parses, and else dropped. */
     void repair() {
-        archive_file::repairLastLine(path(), [](const std::string& line) {
+        archive_file::repair(path(), [](const std::string& line) {
             try {
                 return T().deserialize(line);
             } catch (const std::logic_error&) {

@@ -2,268 +2,84 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <fcntl.h>
-#include <limits>
-#include <map>
-#include <set>
+#include <stdexcept>
 #include <string_view>
-#include <unistd.h>
+#include <sys/stat.h>
 #include <vector>
 
+#include "archive_cells.h"
 #include "summary_report.h"
 #include "unique_fd.h"
 
 /*
  * Archives are written flush by flush, so their dates ascend and the report's rows can be merged from the four files
- * without keeping them: one pass finds the columns, a second one writes the rows. Memory is the text and four buffers.
+ * without keeping them; where a clock was set back, a file falls into runs that ascend. A survey finds columns and
+ * runs, a second pass writes the rows. Memory is the text and a buffer for each run.
  *
- * And every flush brings the same lines but for the date and the count. So the reader remembers what stood between them
- * (",Lobby,0,2,") with the column it means, and expects the lines of a flush in the order of the flush before: a
- * comparison of bytes and a short number are all that most lines cost. Any other line takes the long way through the
- * record and SummaryReport, which alone know the rules: what parses, what is left out, how columns are named.
+ * Most archives hold the same columns from their first day and no clock was ever set back: then the beginning of the
+ * files tells as much as all of them, and one pass is enough. Where that was wrong, the whole survey follows.
  */
 
 namespace report_stream {
 namespace {
 
-/** Names of a report's columns to their places. */
-using Columns = std::map<std::string, size_t>;
+constexpr size_t kBeginning = 100;  // dates of a file that a short survey looks at
+constexpr size_t kMostRuns = 64;    // of all files; each has a buffer
 
-/** A kind of archive: how many numbers end its lines, and the columns of a line, none when it is left out. */
-struct Kind {
-    size_t numbers;
-    std::set<std::string> (*columnsOf)(const std::string& line);
+using Files = std::array<UniqueFd, 4>;
+
+struct Survey {
+    Columns columns;
+    std::array<std::vector<Run>, 4> runs;
+    size_t rows = 0;
+    size_t dateLength = 0;
+    size_t extraDigits = 0; /**< characters of the numbers beyond one each */
 };
 
-template <typename Record, bool kAverage = false>
-std::set<std::string> columnsOf(const std::string& line) {
-    Record record;
-    record.deserialize(line);
-    SummaryReport report;
-    if constexpr (kAverage) {
-        report.addAverage({record});
-    } else {
-        report.add(std::vector<Record>{record});
-    }
-    return report.getColumnNames();
+/** What a count over a part comes to over the whole, with an eighth to spare. */
+size_t scaled(size_t count, off_t part, off_t whole) {
+    const double share = static_cast<double>(whole) / static_cast<double>(part);
+    return static_cast<size_t>(static_cast<double>(count) * share * 1.125) + 1;
 }
 
-constexpr std::array<Kind, 4> kKinds = {{{1, columnsOf<CrowdCountRecord>},
-                                         {2, columnsOf<EntranceActivityRecord>},
-                                         {1, columnsOf<OccupancyObjectRecord>},
-                                         {1, columnsOf<CrowdCountRecord, true>}}};
-
-/** Hands out a file's text in whole lines; a line longer than the buffer makes it grow. */
-class LineReader {
-public:
-    explicit LineReader(int fd, off_t most) : m_fd(fd), m_most(most), m_buffer(kBufferSize) {}
-
-    /** What is left of the whole lines at hand, more of them when nothing is; empty at the end. */
-    std::string_view lines() {
-        if (m_begin == m_whole) {
-            fill();
+/** Looks at all lines; or at the first dates of every file, and reckons that the rest is like them. */
+Survey look(const Files& files, bool all) {
+    Survey survey;
+    for (size_t i = 0; i < files.size(); ++i) {
+        struct stat status = {};
+        if (!files[i] || fstat(files[i].get(), &status) != 0) {
+            continue;
         }
-        return {m_buffer.data() + m_begin, m_whole - m_begin};
+        ArchiveCells cells(kArchiveKinds[i], files[i].get(), {}, survey.columns, true);
+        std::vector<Run>& runs = survey.runs[i];
+        runs.emplace_back();
+        size_t dates = 0;
+        bool more = false;
+        while ((more = cells.next()) && (all || dates < kBeginning)) {
+            dates += cells.hasNewDate() ? 1 : 0;
+            survey.dateLength = std::max(survey.dateLength, cells.date().size());
+            if (cells.descends()) {
+                runs.back().end = cells.lineBegin();
+                runs.push_back({cells.lineBegin()});
+            }
+        }
+        size_t digits = cells.extraDigits();
+        runs.back().end = cells.lineEnd();
+        if (more) {
+            dates = scaled(dates, cells.lineEnd(), status.st_size);
+            digits = scaled(digits, cells.lineEnd(), status.st_size);
+            runs.back().end = status.st_size;
+        }
+        survey.rows = std::max(survey.rows, dates);
+        survey.extraDigits += digits;
     }
-    void skip(size_t bytes) { m_begin += bytes; }
-    off_t bytesRead() const { return m_read; }
-
-private:
-    static constexpr size_t kBufferSize = size_t{1} << 17U;
-
-    void fill() {
-        std::memmove(m_buffer.data(), m_buffer.data() + m_begin, m_end - m_begin);
-        m_end -= m_begin;
-        m_begin = m_whole = 0;
-        while (m_whole == 0 && !m_atEnd) {
-            if (m_end + 1 >= m_buffer.size()) {
-                m_buffer.resize(m_buffer.size() * 2);
-            }
-            const auto room = std::min(static_cast<off_t>(m_buffer.size() - m_end - 1), m_most - m_read);
-            const ssize_t got = pread(m_fd, m_buffer.data() + m_end, static_cast<size_t>(room), m_read);
-            if (got <= 0) {
-                m_atEnd = true;
-                if (m_end > 0) {
-                    m_buffer[m_end++] = '\n';  // the last line may lack its end
-                }
-                m_whole = m_end;
-                return;
-            }
-            const size_t before = m_end;
-            m_end += static_cast<size_t>(got);
-            m_read += got;
-            const size_t newline = std::string_view(m_buffer.data() + before, m_end - before).rfind('\n');
-            m_whole = newline == std::string_view::npos ? 0 : before + newline + 1;
-        }
+    size_t place = 0;
+    for (auto& [name, number] : survey.columns) {
+        number = place++;
     }
-
-    const int m_fd;
-    const off_t m_most;  // the second pass reads no more than the first, whatever was appended meanwhile
-    off_t m_read = 0;
-    std::vector<char> m_buffer;
-    size_t m_begin = 0;
-    size_t m_whole = 0; /**< end of the whole lines */
-    size_t m_end = 0;
-    bool m_atEnd = false;
-};
-
-/** Walks over the cells of one archive. */
-class Cells {
-public:
-    /** columns: new names are put in when they may be; else lines that bring some are left out. */
-    Cells(const Kind& kind, int fd, off_t most, Columns& columns, bool mayAdd)
-        : m_kind(kind), m_reader(fd, most), m_columns(columns), m_mayAdd(mayAdd) {}
-
-    /** Goes to the next line that counts; false at the end and where dates descend. */
-    bool next() {
-        m_newDate = false;
-        for (std::string_view text = m_reader.lines(); !text.empty(); text = m_reader.lines()) {
-            if (m_expected == m_steps.size()) {
-                m_expected = 0;
-            }
-            const size_t taken = takeExpected(text);
-            if (taken > 0) {
-                ++m_expected;
-                m_reader.skip(taken);
-                return m_valid = !m_descends;
-            }
-            const size_t length = text.find('\n');
-            const std::string line(text.substr(0, length));
-            m_reader.skip(length + 1);
-            if (takeAny(line)) {
-                return m_valid = !m_descends;
-            }
-        }
-        return m_valid = false;
-    }
-
-    bool valid() const { return m_valid; }
-    bool descends() const { return m_descends; }
-    bool hasNewDate() const { return m_newDate; }
-    const std::string& date() const { return m_date; }
-    off_t bytesRead() const { return m_reader.bytesRead(); }
-    /** Characters of the numbers beyond one each. */
-    size_t extraDigits() const { return m_extraDigits; }
-
-    /** Puts the values of this line and all others of its date where they belong. */
-    void take(std::vector<int32_t>& row) {
-        do {
-            for (size_t i = 0; i < m_kind.numbers; ++i) {
-                row[m_places[i]] = m_values[i];
-            }
-        } while (next() && !m_newDate);
-    }
-
-private:
-    struct Step {
-        std::string between; /**< the bytes from the date to the numbers */
-        std::array<size_t, 2> places = {};
-    };
-
-    size_t takeExpected(std::string_view text) {
-        if (m_steps.empty()) {
-            return 0;
-        }
-        const Step& step = m_steps[m_expected];
-        size_t dateLength = m_date.size();
-        const bool sameDate = text.size() > dateLength && text[dateLength] == ',' &&
-                              std::memcmp(text.data(), m_date.data(), dateLength) == 0;
-        if (!sameDate) {
-            dateLength = std::min(text.find(','), text.size());
-            if (text.substr(0, dateLength).find('\n') != std::string_view::npos) {
-                return 0;
-            }
-        }
-        if (text.substr(dateLength, step.between.size()) != step.between) {
-            return 0;
-        }
-        const char* at = text.data() + dateLength + step.between.size();
-        const char* const end = text.data() + text.size();
-        std::array<int32_t, 2> values = {};
-        size_t digits = 0;
-        for (size_t i = 0; i < m_kind.numbers; ++i) {
-            const char* const begin = at;
-            const char after = i + 1 < m_kind.numbers ? ',' : '\n';
-            if (end - at > 1 && at[1] == after && *at >= '0' && *at <= '9') {
-                values[i] = *at++ - '0';
-            } else {
-                const auto [stop, error] = std::from_chars(at, end, values[i]);
-                if (error != std::errc() || stop == end) {
-                    return 0;
-                }
-                at = stop;
-            }
-            if (*at != after) {
-                return 0;
-            }
-            digits += static_cast<size_t>(at - begin) - 1;
-            ++at;
-        }
-        m_extraDigits += digits;
-        m_values = values;
-        m_places = step.places;
-        if (!sameDate) {
-            setDate(text.substr(0, dateLength));
-        }
-        return static_cast<size_t>(at - text.data());
-    }
-
-    bool takeAny(const std::string& line) {
-        const std::set<std::string> names = m_kind.columnsOf(line);
-        if (names.size() != m_kind.numbers) {
-            return false;
-        }
-        size_t numbers = line.size();
-        for (size_t i = m_kind.numbers; i-- > 0;) {
-            numbers = line.rfind(',', numbers - 1);
-            m_values[i] = std::stoi(line.substr(numbers + 1));
-        }
-        const size_t dateLength = line.find(',');
-        Step step{line.substr(dateLength, numbers + 1 - dateLength), {}};
-        size_t place = 0;
-        for (const std::string& name : names) {
-            const auto column = m_mayAdd ? m_columns.try_emplace(name, 0).first : m_columns.find(name);
-            if (column == m_columns.end()) {
-                return false;
-            }
-            step.places[place++] = column->second;
-        }
-        m_places = step.places;
-        m_extraDigits += line.size() - numbers;
-        const auto [known, isNew] = m_known.try_emplace(step.between, m_steps.size());
-        m_expected = known->second + 1;
-        if (isNew) {
-            m_steps.push_back(std::move(step));
-        }
-        setDate(std::string_view(line).substr(0, dateLength));
-        return true;
-    }
-
-    void setDate(std::string_view date) {
-        if (!m_started || date != m_date) {
-            m_descends = m_started && date < m_date;
-            m_date = date;
-            m_newDate = m_started = true;
-        }
-    }
-
-    const Kind& m_kind;
-    LineReader m_reader;
-    Columns& m_columns;
-    const bool m_mayAdd;
-    std::vector<Step> m_steps;
-    std::map<std::string, size_t> m_known; /**< places of the steps */
-    size_t m_expected = 0;                 /**< the step that comes next if this flush is like the one before */
-    std::string m_date;
-    std::array<int32_t, 2> m_values = {};
-    std::array<size_t, 2> m_places = {};
-    size_t m_extraDigits = 0;
-    bool m_started = false;
-    bool m_newDate = false;
-    bool m_descends = false;
-    bool m_valid = false;
-};
+    return survey;
+}
 
 struct Frame {
     std::string_view rowBegin, cellBegin, cellEnd, rowEnd, end;
@@ -298,50 +114,39 @@ void appendRow(std::string& text, const std::string& date, const std::vector<int
     text += frame.rowEnd;
 }
 
-}  // namespace
-
-std::optional<std::string> write(const Archives& archives, Form form) {
-    const std::array<const std::string*, 4> paths = {&archives.crowdCount, &archives.entranceActivity,
-                                                     &archives.occupancy, &archives.averageCrowdCount};
-    std::array<UniqueFd, 4> files;
-    std::array<off_t, 4> sizes = {};
-    Columns columns;
-    size_t rows = 0;
-    size_t dateLength = 0;
-    size_t extraDigits = 0;
-    for (size_t i = 0; i < kKinds.size(); ++i) {
-        files[i] = UniqueFd(open(paths[i]->c_str(), O_RDONLY | O_CLOEXEC));
-        Cells cells(kKinds[i], files[i].get(), std::numeric_limits<off_t>::max(), columns, true);
-        size_t dates = 0;
-        while (cells.next()) {
-            dates += cells.hasNewDate() ? 1 : 0;
-            dateLength = std::max(dateLength, cells.date().size());
-        }
-        if (cells.descends()) {
-            return std::nullopt;
-        }
-        sizes[i] = cells.bytesRead();
-        rows = std::max(rows, dates);
-        extraDigits += cells.extraDigits();
+/**
+ * Merges the runs into rows. Nothing when there is a column or a clock that was set back of which the survey does not
+ * know, when there are too many runs, or when the text turns out longer than reckoned and may not grow.
+ */
+std::optional<std::string> rowsOf(const Files& files, Survey& survey, Form form, bool mayGrow) {
+    size_t runs = 0;
+    for (const std::vector<Run>& ofFile : survey.runs) {
+        runs += ofFile.size();
     }
-    size_t place = 0;
-    for (auto& [name, number] : columns) {
-        number = place++;
+    if (runs > kMostRuns) {
+        return std::nullopt;
     }
     const Frame& frame = form == Form::Csv ? kCsv : kHtml;
-    std::string text = head(columns, form);
+    std::string text = head(survey.columns, form);
     // One piece from the start: a text that grows by doubling would need room for two of it.
     const size_t cellSize = frame.cellBegin.size() + 1 + frame.cellEnd.size();
-    text.reserve(text.size() + rows * (32 + dateLength + columns.size() * cellSize) + extraDigits + frame.end.size());
-    std::vector<Cells> sources;
-    sources.reserve(kKinds.size());
-    for (size_t i = 0; i < kKinds.size(); ++i) {
-        sources.emplace_back(kKinds[i], files[i].get(), sizes[i], columns, false).next();
+    const size_t shortRow = 32 + survey.dateLength + survey.columns.size() * cellSize;
+    const size_t longRow = shortRow + survey.columns.size() * 10;
+    text.reserve(text.size() + survey.rows * shortRow + survey.extraDigits + longRow + frame.end.size());
+    std::vector<ArchiveCells> sources;
+    sources.reserve(runs);
+    for (size_t i = 0; i < files.size(); ++i) {
+        for (const Run& run : survey.runs[i]) {
+            sources.emplace_back(kArchiveKinds[i], files[i].get(), run, survey.columns, false).next();
+        }
     }
-    std::vector<int32_t> row(columns.size());
+    std::vector<int32_t> row(survey.columns.size());
     for (;;) {
-        const Cells* first = nullptr;
-        for (const Cells& source : sources) {
+        const ArchiveCells* first = nullptr;
+        for (const ArchiveCells& source : sources) {
+            if (source.endedUnknown() || (source.valid() && source.descends())) {
+                return std::nullopt;
+            }
             if (source.valid() && (first == nullptr || source.date() < first->date())) {
                 first = &source;
             }
@@ -350,8 +155,11 @@ std::optional<std::string> write(const Archives& archives, Form form) {
             break;
         }
         const std::string date = first->date();
+        if (!mayGrow && text.capacity() - text.size() < longRow + date.size()) {
+            return std::nullopt;
+        }
         std::fill(row.begin(), row.end(), 0);
-        for (Cells& source : sources) {
+        for (ArchiveCells& source : sources) {
             if (source.valid() && source.date() == date) {
                 source.take(row);
             }
@@ -360,6 +168,32 @@ std::optional<std::string> write(const Archives& archives, Form form) {
     }
     text += frame.end;
     return text;
+}
+
+/** The text by a look at the beginnings; nothing when those did not tell enough. */
+std::optional<std::string> fromBeginnings(const Files& files, Form form) {
+    try {
+        Survey survey = look(files, false);
+        return rowsOf(files, survey, form, false);
+    } catch (const std::logic_error&) {
+        return std::nullopt;  // a word for a number: of several the survey of everything meets the right one first
+    }
+}
+
+}  // namespace
+
+std::optional<std::string> write(const Archives& archives, Form form) {
+    const std::array<const std::string*, 4> paths = {&archives.crowdCount, &archives.entranceActivity,
+                                                     &archives.occupancy, &archives.averageCrowdCount};
+    Files files;
+    for (size_t i = 0; i < files.size(); ++i) {
+        files[i] = UniqueFd(open(paths[i]->c_str(), O_RDONLY | O_CLOEXEC));
+    }
+    if (std::optional<std::string> text = fromBeginnings(files, form)) {
+        return text;
+    }
+    Survey survey = look(files, true);
+    return rowsOf(files, survey, form, true);
 }
 
 }  // namespace report_stream

@@ -21,9 +21,9 @@ struct Archives {
 };
 
 /**
- * What SummaryReport writes over the archives' records, byte for byte. Nothing when the dates of a file do not ascend,
- * as after a clock was set back: then only SummaryReport can sort them. Throws what std::stoi throws when a number is
- * none. Any thread.
+ * What SummaryReport writes over the archives' records, byte for byte. Nothing when clocks were set back more often
+ * than this way follows, dozens of times: then only SummaryReport can sort the dates. Throws what std::stoi throws when
+ * a number is none. Any thread.
  */
 std::optional<std::string> write(const Archives& archives, Form form);
 

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <sstream>
+#include <stdexcept>
 
 namespace {
 
@@ -18,6 +20,10 @@ void appendSection(std::string& text, const std::vector<Record>& records) {
     }
 }
 
+// A section of a real camera has 27 records at most. A text that was cut off lacks no more; a count that promises more
+// is a wrong one, and must not be allowed to fill the memory.
+constexpr int kMostMissingLines = 1000;
+
 template <typename Record>
 void readSection(std::istream& text, const std::string& dateTime, const std::string& camera,
                  std::vector<Record>& records) {
@@ -25,9 +31,12 @@ void readSection(std::istream& text, const std::string& dateTime, const std::str
     std::getline(text, line);
     const int count = std::stoi(line);
     for (int i = 0; i < count; ++i) {
-        // A count may promise any number of lines: it is believed only as far as the text goes.
         if (!std::getline(text, line)) {
-            return;
+            if (count - i > kMostMissingLines) {
+                throw std::out_of_range("deserializeRecords: expected " + std::to_string(count) +
+                                        " records, the text ends after " + std::to_string(i));
+            }
+            line.clear();
         }
         Record record;
         record.deserialize(line);
@@ -103,20 +112,24 @@ int32_t TransientState::getOccupancy(objects object) const {
     return std::max(0, occupancy.at(index(object)));
 }
 
+void countUp(int32_t& tally) {
+    tally += tally < std::numeric_limits<int32_t>::max() ? 1 : 0;
+}
+
 bool TransientState::add(const one_find& finding) {
     const size_t object = index(finding.detect.ClassId);
     if (finding.footing != footings::not_in_AOI) {
         const size_t area = (index(finding.footing) - 1) / 2;
-        ++crowdCounts.at(area).at(object);
-        ++cumulativeCrowdCounts.at(area).at(object);
+        countUp(crowdCounts.at(area).at(object));
+        countUp(cumulativeCrowdCounts.at(area).at(object));
     }
     if (finding.entranceAct != entranceActivity::unknown) {
         const size_t zone = index(finding.entranceAct) / 2;
         if (index(finding.entranceAct) % 2 == 0) {
-            ++entrances.at(zone).at(object);
-            ++occupancy.at(object);
+            countUp(entrances.at(zone).at(object));
+            countUp(occupancy.at(object));
         } else {
-            ++exits.at(zone).at(object);
+            countUp(exits.at(zone).at(object));
             if (occupancy.at(object) >= 1) {
                 --occupancy.at(object);
             }
@@ -130,7 +143,7 @@ bool TransientState::add(const std::vector<one_find>& findings) {
     for (const one_find& finding : findings) {
         add(finding);
     }
-    ++numberOfFrames;
+    countUp(numberOfFrames);
     return true;
 }
 

@@ -10,6 +10,9 @@
 #include "finding.h"
 #include "occupancy_records.h"
 
+/** Adds one to a tally, which stays at the largest number: what no leader fetches grows for years. */
+void countUp(int32_t& tally);
+
 /**
  * The tallies of one period, by area or entrance (0..2) and object class (0..8).
  *
@@ -64,8 +67,9 @@ public:
     std::string getSerializedRecords() const;
 
     /**
-     * Reads what getSerializedRecords wrote, dating and naming the records. Throws what std::stoi throws when a count
-     * or a number is none.
+     * Reads what getSerializedRecords wrote, dating and naming the records. A line of another shape, or one that lacks
+     * because the text ends early, gives a default record. Throws what std::stoi throws when a count or a number is
+     * none, and std::out_of_range when more than 1000 lines of a section lack.
      */
     static void deserializeRecords(const std::string& text, const std::string& dateTime, const std::string& camera,
                                    std::vector<CrowdCountRecord>& crowd, std::vector<EntranceActivityRecord>& activity,

@@ -138,6 +138,34 @@ TEST_F(Log, AMessageWithABarIsReadBackAsItsEnd) {
     EXPECT_EQ(m_log->getPlainLogContents(), "2023-11-14 22:13:20 app warning second\n");
 }
 
+TEST_F(Log, CompletesALastLineThatIsWholeAndDropsOneThatIsNot) {
+    const std::string first = "d|app|info|first\n";
+    const std::string start = "2023-11-14 22:13:20|app|warning|STARTING app\n";
+    const std::string dropped = "2023-11-14 22:13:20|app|warning|Logger: Dropped the torn last line of the log: \"";
+    const struct {
+        const char* label;
+        std::string before;
+        std::string after;
+    } cases[] = {
+        {"whole", first, first + start},
+        {"only the end lacks", first + "d|app|info|sec", first + "d|app|info|sec\n" + start},
+        {"empty message", first + "d|app|info|", first + "d|app|info|\n" + start},
+        {"torn before the message", first + "d|app|inf", first + start + dropped + "d|app|inf\"\n"},
+        {"torn and alone", "2", start + dropped + "2\"\n"},
+        {"long and torn", std::string(10'000, 'x'), start + dropped + std::string(200, 'x') + "\"\n"},
+        {"empty", "", start},
+    };
+    for (const auto& [label, before, after] : cases) {
+        writeFile(m_path, before);
+        writeFile(m_path + ".new", "of a purge that was killed");
+        {
+            const Logger log("app", m_path);
+            EXPECT_EQ(readFile(m_path), after) << label;
+        }
+        EXPECT_FALSE(std::filesystem::exists(m_path + ".new")) << label;
+    }
+}
+
 // --- Waiting entries -------------------------------------------------------------------------------------------------
 
 TEST_F(Log, TheHundredAndFirstWaitingEntryWritesThemAll) {
@@ -270,6 +298,38 @@ TEST_F(Log, EveryFlushAfterALongTimeMakesUpOneDayOfChecks) {
     fill(kPurgeSize);
     m_log->flush();
     EXPECT_GE(m_log->getLogFileSize(), static_cast<int64_t>(kPurgeSize)) << "day three is not over";
+}
+
+TEST_F(Log, ChecksWhenAClockThatWasSetGetsThere) {
+    const struct {
+        const char* label;
+        time_t start;
+        time_t jump;
+        bool atOnce;
+    } cases[] = {
+        {"an hour on", kStart, 3600, false},
+        {"a day on", kStart, kDay + 1, true},
+        {"an hour back", kStart, -3600, false},
+        {"a day back", kStart, -kDay, false},
+        {"over the end of 32 bits", 2147483647, kDay + 1, true},
+        {"beyond 2038", 4102444800, kDay, false},
+    };
+    for (const auto& [label, start, jump, atOnce] : cases) {
+        m_clock.set(start);
+        Logger log("app", m_path);
+        m_clock.advance(jump);
+        fill(kPurgeSize);
+        log.flush();
+        EXPECT_EQ(log.getLogFileSize() < static_cast<int64_t>(kPurgeSize), atOnce) << label;
+        m_clock.set(start + kDay + 1);
+        log.flush();
+        EXPECT_LT(log.getLogFileSize(), static_cast<int64_t>(kPurgeSize)) << label << ": a day after the start";
+    }
+}
+
+TEST_F(Log, WritesDatesBeyond2038) {
+    EXPECT_EQ(Logger::timeToString(2147483648), "2038-01-19 03:14:08");
+    EXPECT_EQ(Logger::timeToString(4102444800), "2100-01-01 00:00:00");
 }
 
 TEST_F(Log, APurgeThatCannotWriteLeavesTheLogWhole) {

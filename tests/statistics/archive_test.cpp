@@ -162,6 +162,56 @@ TEST_F(Archive, PurgesEveryThirtyDaysFromTheStart) {
     EXPECT_EQ(restarted.getNextPurgeDate(), kStart + 160 * kDay);
 }
 
+TEST_F(Archive, KeepsItsHorizonInEveryTimeZoneAndYear) {
+    const struct {
+        const char* label;
+        const char* zone;
+        time_t now;
+    } cases[] = {
+        {"beyond 2038", "UTC0", 4102444800},
+        {"the last second of 32 bits", "UTC0", 2147483647},
+        {"the second after it", "UTC0", 2147483648},
+        {"an hour was skipped", "CET-1CEST,M3.5.0,M10.5.0/3", 1711846800 + 60},
+        {"an hour came twice", "CET-1CEST,M3.5.0,M10.5.0/3", 1729990800 + 60},
+        {"west", "EST5EDT,M3.2.0,M11.1.0", 1710054000 + 60},
+        {"south", "NZST-12NZDT,M9.5.0,M4.1.0/3", 1712412000 + 60},
+        {"half an hour", "IST-5:30", kStart},
+        {"quarter of an hour", "NPT-5:45", kStart},
+    };
+    for (const auto& [label, zone, now] : cases) {
+        const TimeZone inZone(zone);
+        m_clock.set(now);
+        m_archive.clearArchive();
+        m_archive.addRecords({record(now - 751 * kDay, 1), record(now - 749 * kDay, 2), record(now, 3)}, false);
+        m_archive.purgeRecords();
+        EXPECT_EQ(content(), record(now - 749 * kDay, 2).serialize() + "\n" + record(now, 3).serialize() + "\n")
+            << label;
+    }
+}
+
+TEST_F(Archive, PurgesWhenAClockThatWasSetGetsThere) {
+    const struct {
+        const char* label;
+        time_t jump;
+    } cases[] = {{"an hour on", 3600}, {"a day on", kDay}, {"an hour back", -3600}, {"a day back", -kDay}};
+    for (const auto& [label, jump] : cases) {
+        m_clock.set(kStart);
+        RecordArchive<CrowdCountRecord> archive("Archive.csv");
+        write("2000-01-01 00:00:00,c,0,0,1\n");
+        m_clock.advance(29 * kDay);
+        m_clock.advance(jump);
+        archive.purgeArchive();
+        const bool isDue = jump >= kDay;
+        EXPECT_EQ(content().empty(), isDue) << label;
+        m_clock.set(kStart + 30 * kDay - 1);
+        archive.purgeArchive();
+        EXPECT_EQ(content().empty(), isDue) << label << ", a second early";
+        m_clock.advance(1);
+        archive.purgeArchive();
+        EXPECT_EQ(content(), "") << label;
+    }
+}
+
 TEST_F(Archive, HasASchedule) {
     m_archive.setPurgeInterval(2);
     m_archive.setNextPurgeDate(1000);
@@ -193,8 +243,8 @@ TEST_F(Archive, CompletesALastLineThatParsesAndDropsOneThatDoesNot) {
         write(before);
         m_archive.repair();
         EXPECT_EQ(content(), after) << label;
-        EXPECT_EQ(LogCapture::countContaining("warning: repairLastLine: Dropped the torn last line of " +
-                                              m_archive.path() + ": \"" + (dropped == nullptr ? "" : dropped)),
+        EXPECT_EQ(LogCapture::countContaining("warning: repair: Dropped the torn last line of " + m_archive.path() +
+                                              ": \"" + (dropped == nullptr ? "" : dropped)),
                   dropped == nullptr ? 0 : 1)
             << label;
     }

@@ -76,6 +76,14 @@ TEST(Tallies, AverageOverTheFrames) {
     EXPECT_EQ(state.getAverageCrowdCount(aoi::aoi1, objects::person), 0) << "3 of 7";
 }
 
+TEST(Tallies, StayAtTheLargestNumber) {
+    int32_t tally = 2147483646;
+    countUp(tally);
+    EXPECT_EQ(tally, 2147483647);
+    countUp(tally);
+    EXPECT_EQ(tally, 2147483647);
+}
+
 TEST(Tallies, ForgetWhatTheyAreToldTo) {
     const ConfigParams config = everyClass();
     const struct {
@@ -124,13 +132,65 @@ TEST(Exchange, GoesThereAndBack) {
     EXPECT_EQ(activity[0].serialize(), "date,Back,1,2,3,0");
     EXPECT_EQ(occupants[0].serialize(), "date,Back,2,3");
     EXPECT_EQ(average[0].serialize(), "date,Back,0,2,3");
-    TransientState::deserializeRecords("1\nno record\n0\n0\n0\n", "date", "Back", crowd, activity, occupants, average);
-    EXPECT_EQ(crowd.back().serialize(), "date,Back,100,100,0") << "a line of another shape";
-    for (const char* broken : {"", "many\n", "1\n,,x,0,0\n", "0\n0\n0\n", "2147483647\n,,0,0,0\n"}) {
-        EXPECT_THROW(TransientState::deserializeRecords(broken, "", "", crowd, activity, occupants, average),
-                     std::invalid_argument)
-            << broken;
+}
+
+/** The four vectors that an exchange text is read into. */
+struct Received {
+    std::vector<CrowdCountRecord> crowd;
+    std::vector<EntranceActivityRecord> activity;
+    std::vector<OccupancyObjectRecord> occupants;
+    std::vector<CrowdCountRecord> average;
+
+    void read(const std::string& text) {
+        OccupancyManager::deserializeRecords(text, "date", "Back", crowd, activity, occupants, average);
     }
+};
+
+TEST(Exchange, GivesADefaultRecordForEveryLineThatIsNone) {
+    const struct {
+        const char* label;
+        std::string text;
+        std::vector<size_t> sizes;
+        const char* lastAverage;
+    } cases[] = {
+        {"another shape", "1\nno record\n0\n0\n1\n,,2,2,3,4\n", {1, 0, 0, 1}, "date,Back,100,100,0"},
+        {"blank lines", "2\n\n\n0\n0\n1\n\n", {2, 0, 0, 1}, "date,Back,100,100,0"},
+        {"cut off before a line", "0\n0\n0\n2\n,,1,2,3\n", {0, 0, 0, 2}, "date,Back,100,100,0"},
+        {"cut off within a line", "0\n0\n0\n2\n,,1,2,3\n,,1,", {0, 0, 0, 2}, "date,Back,100,100,0"},
+        {"cut off after the last count", "0\n0\n0\n1000", {0, 0, 0, 1000}, "date,Back,100,100,0"},
+        {"only the last end lacks", "0\n0\n0\n1\n,,1,2,3", {0, 0, 0, 1}, "date,Back,1,2,3"},
+        {"text after the end", "0\n0\n0\n1\n,,1,2,3\nmore\n", {0, 0, 0, 1}, "date,Back,1,2,3"},
+        {"a name and a date of its own", "0\n0\n0\n1\nd,c,1,2,3\n", {0, 0, 0, 1}, "date,Back,1,2,3"},
+        {"negative count", "-1\n0\n0\n1\n,,1,2,3\n", {0, 0, 0, 1}, "date,Back,1,2,3"},
+    };
+    for (const auto& [label, text, sizes, lastAverage] : cases) {
+        Received received;
+        received.read(text);
+        EXPECT_EQ((std::vector<size_t>{received.crowd.size(), received.activity.size(), received.occupants.size(),
+                                       received.average.size()}),
+                  sizes)
+            << label;
+        EXPECT_EQ(received.average.back().serialize(), lastAverage) << label;
+    }
+}
+
+TEST(Exchange, ThatIsNoneThrows) {
+    Received received;
+    for (const char* text : {"", "many\n", "1\n,,x,0,0\n", "0\n0\n0\n", "0\n0\n0\n\n", "3\n,,0,0,0\n"}) {
+        EXPECT_THROW(received.read(text), std::invalid_argument) << text;
+    }
+    for (const char* text : {"0\n0\n0\n99999999999\n", "0\n0\n0\n1\n,,0,0,99999999999\n"}) {
+        EXPECT_THROW(received.read(text), std::out_of_range) << text;
+    }
+    for (const char* text : {"0\n0\n0\n2000000001\n,,0,0,0\n", "2000000001\n,,0,0,0\n"}) {
+        try {
+            received.read(text);
+            ADD_FAILURE() << text;
+        } catch (const std::out_of_range& error) {
+            EXPECT_STREQ(error.what(), "deserializeRecords: expected 2000000001 records, the text ends after 1");
+        }
+    }
+    EXPECT_THROW(received.read("0\n0\n0\n1001\n"), std::out_of_range) << "one more than may lack";
 }
 
 TEST(DataMap, HoldsEveryTallyAndTheSparseOneTheMonitored) {

@@ -183,6 +183,10 @@ TEST(RecordDate, OfASummersDayReadsBackAnHourOff) {
         {"no date", "UTC0", "yesterday", 0},
         {"empty", "UTC0", "", 0},
         {"month 13", "UTC0", "2024-13-01 00:00:00", 0},
+        {"half a time", "UTC0", "2024-07-01 12:30", 0},
+        // The stream's parser is content when the text ends between two fields: a day stands for its midnight.
+        {"no time", "UTC0", "2024-07-01", 1719792000},
+        {"more than a time", "UTC0", "2024-07-01 12:00:00 noon", 1719835200},
     };
     for (const auto& [label, zone, text, moment] : cases) {
         const TimeZone inZone(zone);

@@ -1,0 +1,225 @@
+#include "entries.h"
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "log_capture.h"
+#include "occupancy_manager.h"
+#include "program.h"
+#include "test_clock.h"
+
+namespace fuzz {
+namespace {
+
+constexpr time_t kNow = 1704067200;  // 2024-01-01 00:00:00
+
+/** A camera's folder and a clock, for as long as the process lives. */
+struct Camera {
+    const TimeZone zone{"UTC0"};
+    const LogCapture folder;
+};
+
+const std::filesystem::path& cameraFolder() {
+    static const Camera camera;
+    return camera.folder.folder();
+}
+
+void require(bool condition, const char* what) {
+    if (!condition) {
+        throw Violation(what);
+    }
+}
+
+/** What a call returns, or which of the exceptions of a number that is none came instead. */
+template <typename Call>
+std::string outcome(Call call) {
+    try {
+        return call();
+    } catch (const std::invalid_argument&) {
+        return "invalid argument";
+    } catch (const std::out_of_range&) {
+        return "out of range";
+    }
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+template <typename Record>
+void parseAs(const std::string& line, int64_t fields) {
+    Record parsed;
+    const std::string before = parsed.serialize();
+    const std::string result = outcome([&] { return parsed.deserialize(line) ? "read" : "another shape"; });
+    const bool fits = std::count(line.begin(), line.end(), ',') + 1 == fields;
+    require((result == "another shape") == !fits, "the number of fields decides");
+    require(fits || parsed.serialize() == before, "a line of another shape leaves the record");
+    if (result == "read") {
+        const std::string text = parsed.serialize();
+        require(text.substr(0, text.find(',')) == line.substr(0, line.find(',')), "the date is taken as it is");
+        Record again;
+        require(again.deserialize(text) && again.serialize() == text, "what was written reads back");
+    }
+}
+
+}  // namespace
+
+void record(const std::string& text) {
+    cameraFolder();
+    parseAs<CrowdCountRecord>(text, 5);
+    parseAs<EntranceActivityRecord>(text, 6);
+    parseAs<OccupancyObjectRecord>(text, 4);
+    parseAs<OccupancyRecord>(text, 7);
+    OccupancyRecordBase::stringToTime(text);
+}
+
+void exchange(const std::string& text) {
+    cameraFolder();
+    std::vector<CrowdCountRecord> crowd;
+    std::vector<EntranceActivityRecord> activity;
+    std::vector<OccupancyObjectRecord> occupants;
+    std::vector<CrowdCountRecord> average;
+    const std::string result = outcome([&] {
+        OccupancyManager::deserializeRecords(text, "date", "Back", crowd, activity, occupants, average);
+        return "read";
+    });
+    const size_t records = crowd.size() + activity.size() + occupants.size() + average.size();
+    require(records <= linesOf(text).size() + 1000, "no more records than lines and those that may lack");
+    std::string again = std::to_string(crowd.size()) + "\n";
+    const auto add = [&again](const auto& section) {
+        for (const auto& each : section) {
+            require(each.serialize().starts_with("date,Back,"), "date and name are the leader's");
+            again += each.serialize() + "\n";
+        }
+    };
+    add(crowd);
+    again += std::to_string(activity.size()) + "\n";
+    add(activity);
+    again += std::to_string(occupants.size()) + "\n";
+    add(occupants);
+    again += std::to_string(average.size()) + "\n";
+    add(average);
+    if (result == "read") {
+        std::vector<CrowdCountRecord> sameCrowd;
+        std::vector<EntranceActivityRecord> sameActivity;
+        std::vector<OccupancyObjectRecord> sameOccupants;
+        std::vector<CrowdCountRecord> sameAverage;
+        OccupancyManager::deserializeRecords(again, "date", "Back", sameCrowd, sameActivity, sameOccupants,
+                                             sameAverage);
+        const auto same = [](const auto& left, const auto& right) {
+            return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                              [](const auto& a, const auto& b) { return a.serialize() == b.serialize(); });
+        };
+        require(same(crowd, sameCrowd) && same(activity, sameActivity) && same(occupants, sameOccupants) &&
+                    same(average, sameAverage),
+                "what was read can be handed on");
+    }
+}
+
+void log(const std::string& text) {
+    const TestClock clock(kNow);
+    const std::string path = cameraFolder() / "fuzz.txt";
+    writeFile(path, text);
+    Logger log("app", path);
+    const std::vector<std::string> before = linesOf(text.substr(0, text.rfind('\n') + 1));
+    const std::vector<std::string> after = log.getLogLines();
+    require(after.size() > before.size() && std::equal(before.begin(), before.end(), after.begin()),
+            "lines that have their end stay");
+    const std::vector<LogEntry> entries = log.getLogEntriesFromFile();
+    require(entries.size() == after.size(), "every line is an entry");
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const LogEntry& entry = entries[i];
+        const std::string& line = after[i];
+        const auto bars = std::count(line.begin(), line.end(), '|');
+        require(line.ends_with(entry._message), "the message is the end of the line");
+        require(bars != 3 || entry.serialize() == line, "a line with three bars is written as it was");
+        require(bars != 0 || entry._message == line, "a line without a bar is all message");
+    }
+    const auto count = [](const std::string& contents) { return std::count(contents.begin(), contents.end(), '\n'); };
+    require(count(log.getPlainLogContents()) == static_cast<int64_t>(entries.size()) &&
+                count(log.getCSVLogContents()) == static_cast<int64_t>(entries.size()),
+            "one line an entry, in every form");
+    log.close();
+    std::filesystem::remove(path);
+}
+
+namespace {
+
+std::string plainReport(const OccupancyManager& manager, report_stream::Form form) {
+    SummaryReport report;
+    report.add(manager.getArchivedCrowdCountRecords());
+    report.add(manager.getArchivedEntranceActivityRecords());
+    report.add(manager.getArchivedOccupancyObjectRecords());
+    report.addAverage(manager.getArchivedAverageCrowdCountRecords());
+    return form == report_stream::Form::Csv ? report.getCSVAsString() : report.getHTMLAsString();
+}
+
+template <typename Record>
+void mendAndPurge(const std::string& name) {
+    RecordArchive<Record> archive(name);
+    const std::string before = readFile(archive.path());
+    const std::string whole = before.substr(0, before.rfind('\n') + 1);
+    archive.repair();
+    const std::string mended = readFile(archive.path());
+    require(mended == whole || mended == before + "\n", "mending ends the last line or drops it");
+    const auto lines = static_cast<size_t>(std::count(mended.begin(), mended.end(), '\n'));
+    const std::string result = outcome([&] {
+        require(archive.getRecords().size() == lines, "every line is a record");
+        return "read";
+    });
+    const time_t cutOff = kNow - 86400;
+    const std::string purge = outcome([&] {
+        archive.purgeBefore(cutOff);
+        return "read";
+    });
+    require(purge == result, "a purge meets what reading meets");
+    const std::string purged = readFile(archive.path());
+    if (result != "read") {
+        require(purged == mended, "a purge that fails leaves the file");
+        return;
+    }
+    for (const Record& each : archive.getRecords()) {
+        require(OccupancyRecordBase::stringToTime(each.dateTime) >= cutOff, "what is too old is gone");
+    }
+    archive.purgeBefore(cutOff);
+    require(readFile(archive.path()) == purged, "a second purge changes nothing");
+}
+
+}  // namespace
+
+void archives(const std::string& text) {
+    const TestClock clock(kNow);
+    const std::filesystem::path folder = cameraFolder() / "usr/local/packages/ostrel_senvo/localdata";
+    const ConfigParams config;
+    const OccupancyManager manager(config);
+    const ArchiveFileNames names;
+    const std::array<std::string, 4> paths = {folder / names.crowdCount, folder / names.entranceActivity,
+                                              folder / names.occupancy, folder / names.averageCrowdCount};
+    std::istringstream stream(text);
+    for (const std::string& path : paths) {
+        std::string part;
+        std::getline(stream, part, '\x1d');
+        writeFile(path, part);
+    }
+    const report_stream::Archives files = {paths[0], paths[1], paths[2], paths[3]};
+    for (const report_stream::Form form : {report_stream::Form::Csv, report_stream::Form::Html}) {
+        const std::string plain = outcome([&] { return plainReport(manager, form); });
+        const std::string streamed = outcome([&] {
+            const std::optional<std::string> report = report_stream::write(files, form);
+            return report ? *report : plain;
+        });
+        require(streamed == plain, "both ways lead to the same report");
+    }
+    mendAndPurge<CrowdCountRecord>(names.crowdCount);
+    mendAndPurge<EntranceActivityRecord>(names.entranceActivity);
+    mendAndPurge<OccupancyObjectRecord>(names.occupancy);
+}
+
+}  // namespace fuzz
