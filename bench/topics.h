@@ -12,3 +12,7 @@ std::vector<Limit> registerStore();
 // Asked for by name only: their archives take minutes to write and read.
 std::vector<Limit> registerReport();
 std::vector<Limit> registerArchive();
+
+// Start web servers or the whole application and load them.
+std::vector<Limit> registerWeb();
+std::vector<Limit> registerDelay();

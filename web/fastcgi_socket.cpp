@@ -5,6 +5,7 @@
 #include <fcgiapp.h>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,6 +26,8 @@ int openFastCgiSocket(const std::string& path, int backlog) {
     const int socket = FCGX_OpenSocket(address.c_str(), backlog);
     if (socket >= 0) {
         fcntl(socket, F_SETFD, FD_CLOEXEC);
+        // A web server that finds the queue full turns its client away; dozens may ask at once.
+        listen(socket, SOMAXCONN);
         chmod(address.c_str(), 0777);
     }
     return socket;
