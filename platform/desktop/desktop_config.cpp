@@ -1,5 +1,6 @@
 #include "desktop_config.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -7,6 +8,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 namespace desktop {
 namespace {
@@ -34,6 +36,26 @@ DesktopConfig& instance() {
     return config;
 }
 
+struct TextKey {
+    const char* key;
+    std::string& value;
+};
+
+/** The keys of the file whose value is a text. */
+std::vector<TextKey> textKeys(DesktopConfig& config) {
+    return {{"video", config.video},
+            {"networksFolder", config.networksFolder},
+            {"stateFolder", config.stateFolder},
+            {"manifest", config.manifest},
+            {"heartbeat", config.heartbeat},
+            {"mqtt", config.mqtt.address},
+            {"mqttUser", config.mqtt.user},
+            {"mqttPasswordFile", config.mqtt.passwordFile},
+            {"mqttCaFile", config.mqtt.caFile},
+            {"mqttCertFile", config.mqtt.certFile},
+            {"mqttKeyFile", config.mqtt.keyFile}};
+}
+
 std::string textOf(const std::string& key, const nlohmann::json& value) {
     if (!value.is_string()) {
         throw std::runtime_error("\"" + key + "\": expected a text, got " + value.dump());
@@ -57,17 +79,11 @@ DesktopConfig parseDesktopConfig(const std::string& json) {
         throw std::runtime_error("expected a JSON object");
     }
     DesktopConfig config;
+    const std::vector<TextKey> texts = textKeys(config);
     for (const auto& [key, value] : document.items()) {
-        if (key == "video") {
-            config.video = textOf(key, value);
-        } else if (key == "networksFolder") {
-            config.networksFolder = textOf(key, value);
-        } else if (key == "stateFolder") {
-            config.stateFolder = textOf(key, value);
-        } else if (key == "manifest") {
-            config.manifest = textOf(key, value);
-        } else if (key == "heartbeat") {
-            config.heartbeat = textOf(key, value);
+        const auto isKey = [&name = key](const TextKey& text) { return name == text.key; };
+        if (const auto text = std::find_if(texts.begin(), texts.end(), isKey); text != texts.end()) {
+            text->value = textOf(key, value);
         } else if (key == "pacing") {
             const std::string pacing = textOf(key, value);
             if (pacing != "realtime" && pacing != "virtual") {
@@ -75,20 +91,21 @@ DesktopConfig parseDesktopConfig(const std::string& json) {
             }
             config.pacing = pacing == "virtual" ? Pacing::Virtual : Pacing::RealTime;
         } else {
-            throw std::runtime_error("unknown key \"" + key +
-                                     "\"; known: video, pacing, networksFolder, stateFolder, manifest, heartbeat");
+            std::string known = "pacing";
+            for (const TextKey& other : texts) {
+                known += std::string(", ") + other.key;
+            }
+            throw std::runtime_error("unknown key \"" + key + "\"; known: " + known);
         }
     }
     return config;
 }
 
-std::string formatDesktopConfig(const DesktopConfig& config) {
-    const nlohmann::ordered_json document = {{"video", config.video},
-                                             {"pacing", config.pacing == Pacing::Virtual ? "virtual" : "realtime"},
-                                             {"networksFolder", config.networksFolder},
-                                             {"stateFolder", config.stateFolder},
-                                             {"manifest", config.manifest},
-                                             {"heartbeat", config.heartbeat}};
+std::string formatDesktopConfig(DesktopConfig config) {
+    nlohmann::ordered_json document = {{"pacing", config.pacing == Pacing::Virtual ? "virtual" : "realtime"}};
+    for (const TextKey& text : textKeys(config)) {
+        document[text.key] = text.value;
+    }
     return document.dump(2) + "\n";
 }
 

@@ -4,6 +4,8 @@
 #include <functional>
 #include <string>
 
+#include "mqtt_config.h"
+
 /**
  * What the desktop platform's services need to know: which source to show, where networks and state lie.
  *
@@ -25,6 +27,7 @@ struct DesktopConfig {
     std::string stateFolder = ".";      /**< parameters.db and events.jsonl are kept here */
     std::string manifest;               /**< package manifest whose declarations seed the parameter store */
     std::string heartbeat;              /**< file that changes with every frame fetched or refused; empty: none */
+    MqttConfig mqtt;                    /**< the broker that gets the events */
     std::function<int64_t()> nowMicros; /**< time stamps, microseconds since 1970; empty means the system clock */
 };
 
@@ -41,7 +44,7 @@ void setDesktopConfig(DesktopConfig config);
 DesktopConfig parseDesktopConfig(const std::string& json);
 
 /** Writes the parts of a configuration that a file can carry as JSON text. */
-std::string formatDesktopConfig(const DesktopConfig& config);
+std::string formatDesktopConfig(DesktopConfig config);
 
 /** Microseconds since 1970 by the configured time source. */
 int64_t nowMicros();

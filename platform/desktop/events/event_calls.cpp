@@ -9,12 +9,13 @@
 
 #include <axsdk/axevent.h>
 
+#include "broker_link.h"
 #include "desktop_config.h"
 #include "event_values.h"
 
 /*
  * The event service's C interface: declarations are checked and kept, events are checked and appended to events.jsonl
- * in the state folder, one JSON object a line.
+ * in the state folder, one JSON object a line. The same objects go to the MQTT broker, if there is one.
  */
 
 struct _AXEventKeyValueSet {
@@ -62,6 +63,33 @@ std::string appendLine(const std::string& path, const std::string& line) {
     return written == static_cast<ssize_t>(line.size()) ? std::string() : path + ": " + strerror(reason);
 }
 
+/** An event as it stands in events.jsonl. */
+std::string eventText(int64_t micros, const std::string& topic, const desktop::KeyValues& keys) {
+    nlohmann::ordered_json event = {{"time", isoTime(micros)}, {"topic", topic}};
+    for (const auto& [name, key] : keys) {
+        event[name] = key.value;
+    }
+    return event.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+/**
+ * Publishes the state that a declaration begins with, if it names one, so that the broker does not go on showing that
+ * of an earlier run.
+ */
+void sendDeclaredState(desktop::MqttLink& broker, const desktop::KeyValues& declaration) {
+    desktop::KeyValues state;
+    for (const auto& [name, key] : declaration) {
+        if (key.isData && !key.hasValue) {
+            return;
+        }
+        if (key.isData) {
+            state[name] = key;
+        }
+    }
+    broker.send(desktop::mqttTopic(declaration),
+                eventText(desktop::nowMicros(), desktop::topicPath(declaration), state), true);
+}
+
 bool addKey(AXEventKeyValueSet* set, const gchar* key, const gchar* nameSpace, gconstpointer value,
             AXEventValueType type, GError** error) {
     if (key == nullptr || *key == '\0') {
@@ -90,6 +118,7 @@ struct _AXEventHandler {
     std::mutex mutex; /**< guards declarations and nextId */
     std::map<guint, Declaration> declarations;
     guint nextId = 1;
+    const std::shared_ptr<desktop::MqttLink> broker = desktop::linkToBroker(); /**< none without a broker */
 };
 
 GQuark ax_event_error_quark() {
@@ -167,6 +196,9 @@ gboolean ax_event_handler_declare(AXEventHandler* handler, AXEventKeyValueSet* s
         *declaration = handler->nextId++;
         handler->declarations[*declaration] = {set->keys, stateless != FALSE};
     }
+    if (handler->broker && stateless == FALSE) {
+        sendDeclaredState(*handler->broker, set->keys);
+    }
     if (callback != nullptr) {
         callback(*declaration, userData);
     }
@@ -193,7 +225,9 @@ void ax_event_free(AXEvent* event) {
 }
 
 gboolean ax_event_handler_send_event(AXEventHandler* handler, guint declaration, AXEvent* event, GError** error) {
-    nlohmann::ordered_json line = {{"time", isoTime(event->micros)}};
+    std::string topic;
+    std::string mqttTopic;
+    bool isState = false;
     {
         const std::lock_guard lock(handler->mutex);
         const auto found = handler->declarations.find(declaration);
@@ -203,13 +237,15 @@ gboolean ax_event_handler_send_event(AXEventHandler* handler, guint declaration,
         if (const std::string wrong = desktop::checkEvent(found->second.keys, event->keys); !wrong.empty()) {
             return refuse(error, AX_EVENT_ERROR_INCOMPATIBLE_VALUE, wrong);
         }
-        line["topic"] = desktop::topicPath(found->second.keys);
+        topic = desktop::topicPath(found->second.keys);
+        mqttTopic = desktop::mqttTopic(found->second.keys);
+        isState = !found->second.stateless;
     }
-    for (const auto& [name, key] : event->keys) {
-        line[name] = key.value;
+    const std::string text = eventText(event->micros, topic, event->keys);
+    if (handler->broker) {
+        handler->broker->send(mqttTopic, text, isState);
     }
-    const std::string text = line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
-    if (const std::string wrong = appendLine(desktop::desktopConfig().stateFolder + "/events.jsonl", text);
+    if (const std::string wrong = appendLine(desktop::desktopConfig().stateFolder + "/events.jsonl", text + "\n");
         !wrong.empty()) {
         return refuse(error, AX_EVENT_ERROR_SEND, wrong);
     }

@@ -1,5 +1,8 @@
 #include "event_values.h"
 
+#include <algorithm>
+#include <string_view>
+
 namespace desktop {
 namespace {
 
@@ -18,6 +21,17 @@ nlohmann::ordered_json elementTree(const Element& element) {
 
 bool isTopic(const std::string& name) {
     return name.rfind(kTopicPrefix, 0) == 0;
+}
+
+/** The values of the topic keys, in order. */
+std::vector<std::string> topicLevels(const KeyValues& declaration) {
+    std::vector<std::string> levels;
+    for (const auto& [name, key] : declaration) {
+        if (isTopic(name)) {
+            levels.push_back(key.value.get<std::string>());
+        }
+    }
+    return levels;
 }
 
 }  // namespace
@@ -99,10 +113,19 @@ std::string checkEvent(const KeyValues& declaration, const KeyValues& event) {
 
 std::string topicPath(const KeyValues& declaration) {
     std::string path;
-    for (const auto& [name, key] : declaration) {
-        if (isTopic(name)) {
-            path += (path.empty() ? "" : "/") + key.value.get<std::string>();
-        }
+    for (const std::string& level : topicLevels(declaration)) {
+        path += (path.empty() ? "" : "/") + level;
+    }
+    return path;
+}
+
+std::string mqttTopic(const KeyValues& declaration) {
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.";
+    std::string path;
+    for (std::string level : topicLevels(declaration)) {
+        std::replace_if(
+            level.begin(), level.end(), [&](char character) { return kPlain.find(character) == kPlain.npos; }, '_');
+        path += (path.empty() ? "" : "/") + (level.empty() ? "_" : level);
     }
     return path;
 }

@@ -47,4 +47,10 @@ std::string checkEvent(const KeyValues& declaration, const KeyValues& event);
 /** The declaration's topics, joined by slashes. */
 std::string topicPath(const KeyValues& declaration);
 
+/**
+ * The same as a topic for MQTT: in each level, every character but letters, digits, '-', '_' and '.' becomes '_', and
+ * an empty level is one '_'.
+ */
+std::string mqttTopic(const KeyValues& declaration);
+
 }  // namespace desktop

@@ -11,6 +11,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "mqtt_options.h"
+
 namespace desktop {
 namespace {
 
@@ -79,6 +81,7 @@ void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds) {
         .add_option("--listen", options.listen,
                     "IP address on which the web interface can be reached; 0.0.0.0 opens it to the network")
         ->capture_default_str();
+    addMqttOptions(command, options.mqtt);
     command.add_option("--seconds", seconds, "End after so many seconds")->check(CLI::Range(1, 1000000000));
     command.add_option("--state", options.state,
                        "Folder for settings, events and the log; by default one below ~/.local/state/ostrel-senvo");
@@ -94,6 +97,7 @@ DesktopCamera::DesktopCamera(const CameraOptions& options, const std::string& na
     config.stateFolder = m_folder.path().string();
     config.manifest = (packageFolder() / "manifest.json").string();
     config.heartbeat = heartbeatFile(m_folder).string();
+    config.mqtt = options.mqtt;
     m_folder.writeConfig(config);
     m_folder.installModel(findModelCard(options.model), kPictureWidth, kPictureHeight);
     installPage(m_folder.html());

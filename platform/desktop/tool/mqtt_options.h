@@ -1,0 +1,12 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "mqtt_config.h"
+
+namespace desktop {
+
+/** Adds --mqtt and the options that go with it to a command; what they take is checked, and paths become absolute. */
+void addMqttOptions(CLI::App& command, MqttConfig& config);
+
+}  // namespace desktop
