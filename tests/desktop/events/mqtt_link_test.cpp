@@ -3,16 +3,12 @@
 #include <gtest/gtest.h>
 #include <map>
 
-#include "broker.h"
-#include "test_folder.h"
+#include "back_off.h"
+#include "link_fixture.h"
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 constexpr int kMany = 10000;
-const std::string kOnline = R"({"online":true})";
-const std::string kOffline = R"({"online":false})";
 
 /** The first place where the lines differ, for a message that can be read. */
 std::string difference(const Lines& got, const Lines& expected) {
@@ -28,65 +24,7 @@ std::string difference(const Lines& got, const Lines& expected) {
     return text;
 }
 
-/** The numbers from first up to before end, as payloads. */
-Lines numbers(int first, int end) {
-    Lines lines;
-    for (int number = first; number < end; ++number) {
-        lines.push_back(std::to_string(number));
-    }
-    return lines;
-}
-
-class MqttLink : public testing::Test {
-protected:
-    void SetUp() override {
-        if (!Broker::isInstalled()) {
-            GTEST_SKIP() << "mosquitto is not installed";
-        }
-        m_broker.emplace(m_folder.path());
-    }
-
-    void link(const std::function<void(desktop::MqttLinkSettings&)>& change = [](auto&) {}) {
-        desktop::MqttLinkSettings settings;
-        settings.broker.address = "127.0.0.1:" + std::to_string(m_broker->port()) + "/camera";
-        settings.clientId = "camera";
-        settings.firstRetry = std::chrono::milliseconds(1);
-        settings.longestRetry = std::chrono::milliseconds(20);
-        settings.farewell = kPatience;
-        settings.say = [this](const std::string& line) {
-            const std::lock_guard lock(m_mutex);
-            m_said.push_back(line);
-        };
-        change(settings);
-        m_link.reset();
-        m_link = std::make_unique<desktop::MqttLink>(settings);
-    }
-
-    void send(int first, int end) {
-        for (const std::string& number : numbers(first, end)) {
-            m_link->send("number", number, false);
-        }
-    }
-
-    Lines said() const {
-        const std::lock_guard lock(m_mutex);
-        return m_said;
-    }
-
-    bool isSaid(const std::string& part) const {
-        const Lines lines = said();
-        return std::any_of(lines.begin(), lines.end(),
-                           [&](const std::string& line) { return line.find(part) != std::string::npos; });
-    }
-
-    std::string address() const { return "127.0.0.1:" + std::to_string(m_broker->port()) + "/camera"; }
-
-    TestFolder m_folder;
-    std::optional<Broker> m_broker;
-    mutable std::mutex m_mutex;  // guards m_said
-    Lines m_said;
-    std::unique_ptr<desktop::MqttLink> m_link;
-};
+class MqttLink : public LinkTest {};
 
 TEST_F(MqttLink, DeliversInOrderBetweenOnlineAndOffline) {
     m_broker->start();
@@ -256,6 +194,16 @@ TEST_F(MqttLink, TellsEachReasonOnce) {
                             "mqtt: " + address() + ": Connection refused; trying again"};
     ASSERT_TRUE(waitUntil([&] { return said().size() == expected.size(); }));
     EXPECT_EQ(said(), expected);
+}
+
+TEST(BackOff, DoublesThePausesUpToTheLongest) {
+    using std::chrono::seconds;
+    desktop::BackOff backOff(seconds(1), seconds(5));
+    for (const int expected : {1, 2, 4, 5, 5}) {
+        EXPECT_EQ(backOff.next(), seconds(expected));
+    }
+    backOff.reset();
+    EXPECT_EQ(backOff.next(), seconds(1));
 }
 
 TEST_F(MqttLink, RefusesAnAddressThatIsNone) {

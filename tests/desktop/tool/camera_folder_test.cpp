@@ -70,6 +70,7 @@ TEST(CameraFolder, WritesAConfigurationThatReadsBack) {
     config.networksFolder = "/networks";
     config.stateFolder = "/state";
     config.manifest = "/manifest.json";
+    config.mqtt = {"[::1]:1883/gate", "camera", "/password", "/ca.pem", "/cert.pem", "/key.pem"};
     camera.writeConfig(config);
     const desktop::DesktopConfig read = desktop::parseDesktopConfig(readFile(camera.configFile()));
     EXPECT_EQ(read.video, config.video);
@@ -77,6 +78,12 @@ TEST(CameraFolder, WritesAConfigurationThatReadsBack) {
     EXPECT_EQ(read.networksFolder, config.networksFolder);
     EXPECT_EQ(read.stateFolder, config.stateFolder);
     EXPECT_EQ(read.manifest, config.manifest);
+    EXPECT_EQ(read.mqtt.address, config.mqtt.address);
+    EXPECT_EQ(read.mqtt.user, config.mqtt.user);
+    EXPECT_EQ(read.mqtt.passwordFile, config.mqtt.passwordFile);
+    EXPECT_EQ(read.mqtt.caFile, config.mqtt.caFile);
+    EXPECT_EQ(read.mqtt.certFile, config.mqtt.certFile);
+    EXPECT_EQ(read.mqtt.keyFile, config.mqtt.keyFile);
 }
 
 TEST(ModelCards, AreFoundByPathOrName) {
