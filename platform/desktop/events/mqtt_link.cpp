@@ -49,7 +49,9 @@ MqttLink::MqttLink(MqttLinkSettings settings)
 
 MqttLink::~MqttLink() {
     end();
-    m_thread.join();
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
     close(m_wakeFd);
 }
 
@@ -65,7 +67,12 @@ void MqttLink::end() {
     }
     wake();
     m_changed.notify_all();
-    m_changed.wait_until(lock, *m_deadline + kThreadGrace, [this] { return m_isFinished; });
+    if (m_changed.wait_until(lock, *m_deadline + kThreadGrace, [this] { return m_isFinished; }) &&
+        m_thread.joinable()) {
+        std::thread finished = std::move(m_thread);
+        lock.unlock();
+        finished.join();
+    }
 }
 
 void MqttLink::run() {

@@ -110,7 +110,7 @@ private:
     std::string m_toldLoss;  // the last loss that was told; empty while connected
     uint64_t m_toldDropped = 0;
 
-    mutable std::mutex m_mutex;  // guards m_deadline and m_isFinished
+    mutable std::mutex m_mutex;  // guards m_deadline, m_isFinished and the end of m_thread
     std::condition_variable m_changed;
     std::optional<TimePoint> m_deadline;  // of the farewell; none until the end is asked for
     bool m_isFinished = false;

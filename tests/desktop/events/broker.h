@@ -36,14 +36,17 @@ inline bool waitUntil(const std::function<bool()>& condition,
     return true;
 }
 
-/** A socket on a loopback port that the system chooses. */
+/** A socket on a loopback port. */
 class LoopbackSocket {
 public:
-    LoopbackSocket() : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    /** port: 0 lets the system choose one. Throws when it is taken. */
+    explicit LoopbackSocket(int port = 0) : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         m_address.sin_family = AF_INET;
         m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        m_address.sin_port = htons(static_cast<uint16_t>(port));
         socklen_t length = sizeof m_address;
         if (bind(m_fd, generic(), length) != 0 || getsockname(m_fd, generic(), &length) != 0) {
+            close(m_fd);
             throw std::runtime_error("no loopback port");
         }
     }
@@ -75,11 +78,7 @@ class Broker {
 public:
     /** more: further lines of the configuration. */
     explicit Broker(const std::filesystem::path& folder, const std::string& more = "allow_anonymous true\n")
-        : m_folder(folder) {
-        {
-            const LoopbackSocket chosen;
-            m_port = chosen.port();
-        }
+        : m_folder(folder), m_port(freePort()) {
         configure("persistence true\n" + more);
     }
 
@@ -109,8 +108,20 @@ public:
     }
 
 private:
+    /** A free port below those that outgoing connections get, so that none takes it while the broker is stopped. */
+    static int freePort() {
+        for (int port = 20000 + getpid() % 10000;; ++port) {
+            try {
+                const LoopbackSocket taken(port);
+                return port;
+            } catch (const std::runtime_error&) {
+                continue;
+            }
+        }
+    }
+
     std::filesystem::path m_folder;
-    int m_port = 0;
+    int m_port;
     std::optional<Child> m_process;
 };
 

@@ -186,7 +186,7 @@ TEST_F(MqttLink, TellsEachReasonOnce) {
     link();
     ASSERT_TRUE(waitUntil([&] { return isSaid("Connection refused"); }));
     m_broker->start();
-    ASSERT_TRUE(waitUntil([&] { return isSaid("connected to"); }));
+    ASSERT_TRUE(Subscriber(*m_broker).collectUntil("camera/status", kOnline));
     m_broker->stop();
     const Lines expected = {"mqtt: " + address() + ": Connection refused; trying again",
                             "mqtt: connected to " + address(),

@@ -69,10 +69,12 @@ TEST_F(MqttPassword, ThatIsWrongIsToldWithoutIt) {
     logOn("camera", path("password"));
     ASSERT_TRUE(waitUntil([&] { return !said().empty(); }));
     EXPECT_EQ(said(), Lines{"mqtt: " + address() + ": Connection Refused: not authorised.; trying again"});
-    m_link->send("number", "1", false);
     // What was wrong is put right while it runs.
     writeFile(path("password"), std::string(kPassword) + "\n");
+    m_link->send("number", "1", false);
     m_link->end();
+    EXPECT_EQ(said().back(), "mqtt: connected to " + address());
+    EXPECT_FALSE(isSaid("word"));
 }
 
 TEST_F(MqttPassword, ThatCannotBeReadIsToldByItsFile) {
