@@ -36,19 +36,19 @@ inline bool waitUntil(const std::function<bool()>& condition,
     return true;
 }
 
-/** A socket on a loopback port. */
+/** A socket on a loopback port that the system chooses, and that nobody else is given. */
 class LoopbackSocket {
 public:
-    /** port: 0 lets the system choose one. Throws when it is taken. */
-    explicit LoopbackSocket(int port = 0) : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    LoopbackSocket() : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         m_address.sin_family = AF_INET;
         m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        m_address.sin_port = htons(static_cast<uint16_t>(port));
         socklen_t length = sizeof m_address;
         if (bind(m_fd, generic(), length) != 0 || getsockname(m_fd, generic(), &length) != 0) {
-            close(m_fd);
             throw std::runtime_error("no loopback port");
         }
+        // From now on whoever names this very port may have it too, as the broker does at each of its starts.
+        const int on = 1;
+        setsockopt(m_fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     }
     ~LoopbackSocket() { close(m_fd); }
     LoopbackSocket(const LoopbackSocket&) = delete;
@@ -78,24 +78,24 @@ class Broker {
 public:
     /** more: further lines of the configuration. */
     explicit Broker(const std::filesystem::path& folder, const std::string& more = "allow_anonymous true\n")
-        : m_folder(folder), m_port(freePort()) {
+        : m_folder(folder) {
         configure("persistence true\n" + more);
     }
 
     static bool isInstalled() { return std::filesystem::exists(MOSQUITTO_PROGRAM); }
 
-    int port() const { return m_port; }
+    int port() const { return m_reserved.port(); }
 
     void configure(const std::string& more) const {
         writeFile(m_folder / "mosquitto.conf",
-                  "listener " + std::to_string(m_port) + " 127.0.0.1\nuser root\n" +
+                  "listener " + std::to_string(port()) + " 127.0.0.1\nuser root\n" +
                       "max_queued_messages 0\nqueue_qos0_messages true\npersistence_location " + m_folder.string() +
                       "/\n" + more);
     }
 
     void start() {
         m_process.emplace(startProgram({MOSQUITTO_PROGRAM, "-c", m_folder / "mosquitto.conf"}, m_folder));
-        if (!waitUntil([this] { return LoopbackSocket::isAnswering(m_port); })) {
+        if (!waitUntil([this] { return LoopbackSocket::isAnswering(port()); })) {
             throw std::runtime_error("mosquitto does not start: " + readFile(m_folder / "err"));
         }
     }
@@ -108,20 +108,8 @@ public:
     }
 
 private:
-    /** A free port below those that outgoing connections get, so that none takes it while the broker is stopped. */
-    static int freePort() {
-        for (int port = 20000 + getpid() % 10000;; ++port) {
-            try {
-                const LoopbackSocket taken(port);
-                return port;
-            } catch (const std::runtime_error&) {
-                continue;
-            }
-        }
-    }
-
     std::filesystem::path m_folder;
-    int m_port;
+    LoopbackSocket m_reserved;  // keeps the port while the broker is stopped
     std::optional<Child> m_process;
 };
 
