@@ -40,7 +40,9 @@ DemoBuilding::DemoBuilding(const desktop::CameraOptions& leader, int followers, 
     first.accounts().set(kLeader, m_password);
     for (int i = 1; i <= followers; ++i) {
         desktop::CameraOptions options = leader;
-        options.state = leader.state / ("follower-" + std::to_string(i));
+        const std::string folder = "follower-" + std::to_string(i);
+        options.state = leader.state / folder;
+        options.mqtt.address = desktop::mqttAddressBelow(leader.mqtt.address, folder);
         options.port = leader.port == 0 ? 0 : leader.port + i;
         if (!leader.mqtt.address.empty()) {
             const desktop::MqttAddress broker = desktop::parseMqttAddress(leader.mqtt.address);

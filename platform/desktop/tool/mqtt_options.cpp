@@ -5,13 +5,14 @@
 #include <string>
 #include <unistd.h>
 
+namespace desktop {
 namespace {
 
 namespace fs = std::filesystem;
 
 std::string checkAddress(const std::string& text) {
     try {
-        desktop::parseMqttAddress(text);
+        parseMqttAddress(text);
         return {};
     } catch (const std::runtime_error& error) {
         return error.what();
@@ -30,7 +31,7 @@ std::string checkFile(std::string& path) {
 
 }  // namespace
 
-void addMqttOptions(CLI::App& command, desktop::MqttConfig& config) {
+void addMqttOptions(CLI::App& command, MqttConfig& config) {
     CLI::Option* const broker =
         command
             .add_option("--mqtt", config.address,
@@ -53,3 +54,5 @@ void addMqttOptions(CLI::App& command, desktop::MqttConfig& config) {
         addFile("--mqtt-key", config.keyFile, "The key of --mqtt-cert (PEM), without a passphrase")->needs(certificate);
     certificate->needs(key);
 }
+
+}  // namespace desktop

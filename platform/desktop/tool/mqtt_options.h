@@ -4,5 +4,9 @@
 
 #include "mqtt_config.h"
 
+namespace desktop {
+
 /** Adds --mqtt and the options that go with it to a command; what they take is checked, and paths become absolute. */
-void addMqttOptions(CLI::App& command, desktop::MqttConfig& config);
+void addMqttOptions(CLI::App& command, MqttConfig& config);
+
+}  // namespace desktop
