@@ -98,7 +98,6 @@ DesktopCamera::DesktopCamera(const CameraOptions& options, const std::string& na
     config.manifest = (packageFolder() / "manifest.json").string();
     config.mqtt = options.mqtt;
     config.heartbeat = heartbeatFile(m_folder).string();
-    config.mqtt = options.mqtt;
     m_folder.writeConfig(config);
     m_folder.installModel(findModelCard(options.model), kPictureWidth, kPictureHeight);
     installPage(m_folder.html());

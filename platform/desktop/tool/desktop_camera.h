@@ -21,7 +21,7 @@ struct CameraOptions {
     std::filesystem::path state; /**< the camera's folder */
     std::string listen = "127.0.0.1";
     int port = 8080; /**< 0: any that is free */
-    MqttConfig mqtt;
+    MqttConfig mqtt; /**< the broker that gets the events; none by default */
 };
 
 /** Where a camera's folder is when nothing else was said. */
