@@ -123,11 +123,12 @@ TEST_F(FollowerClient, HasNoAnswerFromAHostileFollower) {
         {"a redirect without a body", always(answer("302 Found", "Location: http://127.0.0.1:1/\r\n", ""))},
         {"a redirect to a file", always(answer("302 Found", "Location: file:///etc/passwd\r\n", ""))},
     };
-    for (const auto& [label, handler] : cases) {
+    for (const auto& hostile : cases) {
+        const std::string label = hostile.label;
         CannedServer server([&](int connection, const std::string& request) {
-            handler(connection, request);
+            hostile.handler(connection, request);
             // Nothing more comes: what was promised and not sent stays unsent.
-            return std::string(label) == "wrong password";
+            return label == "wrong password";
         });
         m_client.set_followerip(server.address(), "root", "secret");
         EXPECT_EQ(m_client.get_occupancy_from_followerip(server.address()), -1) << label;
