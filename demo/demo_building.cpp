@@ -42,11 +42,7 @@ DemoBuilding::DemoBuilding(const desktop::CameraOptions& leader, int followers, 
         desktop::CameraOptions options = leader;
         options.state = leader.state / ("follower-" + std::to_string(i));
         options.port = leader.port == 0 ? 0 : leader.port + i;
-        if (!leader.mqtt.address.empty()) {
-            const desktop::MqttAddress broker = desktop::parseMqttAddress(leader.mqtt.address);
-            const bool hasPrefix = leader.mqtt.address.ends_with("/" + broker.prefix);
-            options.mqtt.address += (hasPrefix ? "" : "/" + broker.prefix) + "/follower-" + std::to_string(i);
-        }
+        options.mqtt.address = desktop::mqttAddressBelow(leader.mqtt.address, "follower-" + std::to_string(i));
         m_cameras.push_back(std::make_unique<Member>(options, "Follower " + std::to_string(i)));
         // One login for the whole building.
         std::filesystem::copy_file(desktop::accountsFile(first.folder().path()),

@@ -76,4 +76,12 @@ MqttAddress parseMqttAddress(const std::string& text) {
             slash == std::string::npos ? kDefaultPrefix : checkedPrefix(text.substr(slash + 1))};
 }
 
+std::string mqttAddressBelow(const std::string& address, const std::string& level) {
+    if (address.empty()) {
+        return {};
+    }
+    const bool hasPrefix = address.find('/') != std::string::npos;
+    return address + "/" + (hasPrefix ? "" : std::string(kDefaultPrefix) + "/") + level;
+}
+
 }  // namespace desktop

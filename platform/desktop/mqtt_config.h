@@ -27,4 +27,7 @@ struct MqttAddress {
  */
 MqttAddress parseMqttAddress(const std::string& text);
 
+/** The same broker, with one more level behind the prefix; nothing for no broker. */
+std::string mqttAddressBelow(const std::string& address, const std::string& level);
+
 }  // namespace desktop

@@ -98,6 +98,12 @@ INSTANTIATE_TEST_SUITE_P(
                                    "between its levels, got \"$SYS\""}),
     [](const auto& instance) { return "Case" + std::to_string(instance.index); });
 
+TEST(MqttAddressBelow, HasOneMoreLevel) {
+    EXPECT_EQ(desktop::mqttAddressBelow("", "follower-1"), "");
+    EXPECT_EQ(desktop::mqttAddressBelow("[::1]:1883", "follower-1"), "[::1]:1883/ostrel_senvo/follower-1");
+    EXPECT_EQ(desktop::mqttAddressBelow("broker:1883/site/gate", "follower-1"), "broker:1883/site/gate/follower-1");
+}
+
 // --- The command line ------------------------------------------------------------------------------------------------
 
 class MqttOptions : public testing::Test {
@@ -106,7 +112,8 @@ protected:
     ProgramResult run(const Lines& options) const {
         const std::string program = m_folder.path() / "senvo-camera";
         std::filesystem::copy_file(CAMERA_PROGRAM, program, std::filesystem::copy_options::overwrite_existing);
-        Lines command = {program, "run", "--video", "scene:plaza", "--state", m_folder.path() / "camera"};
+        Lines command = {program,  "run", "--video", "scene:plaza",
+                         "--port", "0",   "--state", m_folder.path() / "camera"};
         command.insert(command.end(), options.begin(), options.end());
         return runProgram(command, m_folder.path());
     }
