@@ -92,8 +92,9 @@ Scene makePlaza() {
 }  // namespace
 
 const Scene& plaza() {
-    static const Scene scene = makePlaza();
-    return scene;
+    // Never destroyed: at the end of the process a source's thread may still be drawing it.
+    static const Scene* const scene = new Scene(makePlaza());
+    return *scene;
 }
 
 }  // namespace desktop
