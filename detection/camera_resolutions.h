@@ -1,6 +1,5 @@
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <set>
 #include <string>
@@ -9,7 +8,11 @@
 struct Resolution {
     uint32_t width = 0;
     uint32_t height = 0;
-    auto operator<=>(const Resolution&) const = default;
+    bool operator==(const Resolution&) const = default;
+    /** By width, then by height. */
+    bool operator<(const Resolution& other) const {
+        return width != other.width ? width < other.width : height < other.height;
+    }
 };
 
 /** Every size that any of the camera's video channels offers; empty, logged, when the channels cannot be listed. */
