@@ -39,6 +39,13 @@ bool isWhole(const std::string& line) {
     return std::count(line.begin(), line.end(), '|') >= 3;
 }
 
+/** The message on one line: clients and followers have a say in some, and must not make up entries of their own. */
+std::string oneLine(std::string message) {
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; };
+    std::replace_if(message.begin(), message.end(), isControl, ' ');
+    return message;
+}
+
 /** Index of the oldest line to keep: where the lengths, added up from the end, first exceed minSize. */
 size_t firstLineToKeep(const std::vector<std::string>& lines, size_t minSize) {
     if (lines.empty()) {
@@ -152,7 +159,7 @@ void Logger::addLogEntry(LogLevel level, const std::string& message) {
 void Logger::addWaiting(LogLevel level, const std::string& message) {
     // Other threads may still be at work while the process ends: the stop stays the last line.
     if (!m_closed) {
-        _logEntries.push_back({getCurrentDateTime(), _appName, writtenLevel(level), message});
+        _logEntries.push_back({getCurrentDateTime(), _appName, writtenLevel(level), oneLine(message)});
     }
 }
 

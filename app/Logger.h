@@ -43,7 +43,8 @@ struct LogEntry {
  * goes to the system log.
  *
  * Warnings and errors reach the file at once; up to 100 informational lines may wait in memory. File errors lose lines
- * silently: logging never throws and never fails its caller. All operations may be called from any thread.
+ * silently: logging never throws and never fails its caller. A message is one line in the file: control characters
+ * become blanks. All operations may be called from any thread.
  */
 class Logger {
 public:

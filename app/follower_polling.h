@@ -9,7 +9,7 @@
  * Asks a leader's followers for their counts and their status, each on a schedule of its own, and adds the counts up.
  *
  * The followers of one question are asked all at once, so that silent ones hold the analysis for five seconds at most
- * per question. A follower that answers a question with anything but a number makes std::stoi throw out of here.
+ * per question. A follower that answers a question with anything but a number throws out of here.
  * Main-loop thread.
  */
 class FollowerPolling {

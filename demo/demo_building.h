@@ -28,9 +28,6 @@ public:
      */
     bool step();
 
-    /** The leader's errors of its last start. */
-    std::string newestErrors() const { return m_cameras.front()->camera.newestErrors(); }
-
 private:
     struct Member {
         Member(const desktop::CameraOptions& options, const std::string& label);

@@ -21,9 +21,8 @@ int runDemo(desktop::CameraOptions options, int followers, int seconds) {
     const std::vector<desktop::SupervisedProcess> processes = building.processes();
     const desktop::Background beside(kLook, [&building] { return building.step(); });
     const auto duration = seconds > 0 ? std::optional(std::chrono::seconds(seconds)) : std::nullopt;
-    return desktop::supervise(processes, duration, [&building](const std::string& line) {
-        std::cerr << "senvo: " << line << '\n' << building.newestErrors() << std::flush;
-    });
+    return desktop::supervise(processes, duration,
+                              [](const std::string& line) { std::cerr << "senvo: " << line << std::endl; });
 }
 
 }  // namespace

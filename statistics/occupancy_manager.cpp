@@ -4,6 +4,7 @@
 #include <fstream>
 #include <limits>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 #include "follower_round.h"
@@ -66,8 +67,14 @@ void OccupancyManager::collectFromFollowers(const std::string& dateTime, const P
         std::vector<EntranceActivityRecord> activity;
         std::vector<OccupancyObjectRecord> occupants;
         std::vector<CrowdCountRecord> average;
-        TransientState::deserializeRecords(*texts[i], dateTime, cameras.followerCameraName[i], crowd, activity,
-                                           occupants, average);
+        try {
+            TransientState::deserializeRecords(*texts[i], dateTime, cameras.followerCameraName[i], crowd, activity,
+                                               occupants, average);
+        } catch (const std::logic_error& error) {
+            throw std::invalid_argument("expected records from follower " + std::to_string(i + 1) + ", " +
+                                        cameras.followerCameraName[i] + ", got " + std::to_string(texts[i]->size()) +
+                                        " bytes that are none (" + error.what() + ")");
+        }
         crowdCountRecordArchive.addRecords(crowd, true);
         entranceActivityRecordArchive.addRecords(activity, true);
         occupancyObjectRecordArchive.addRecords(occupants, true);

@@ -101,6 +101,9 @@ int fastcgi_service::run() {
             applicationLog().error(std::string("run: ") + exception.what());
         }
     }
+    if (!m_stopping) {
+        applicationLog().error("run: Failed to accept requests; none are answered from here on");
+    }
     FCGX_Free(&m_request, 1);
     return 0;
 }

@@ -44,7 +44,7 @@ public:
     /** Opens the socket: 0, or 1, logged, on failure. */
     int init();
 
-    /** Serves until stop, or until the socket fails; returns 0. */
+    /** Serves until stop, or until the socket fails, which is logged; returns 0. */
     int run();
 
     /** Lets run return once it has answered what it is at. Any thread. */

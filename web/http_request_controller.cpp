@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string_view>
 
 #include "Logger.h"
@@ -34,6 +35,26 @@ size_t countAnswers(const char* line, size_t size, size_t count, void* userData)
         return 0;
     }
     return size * count;
+}
+
+/** An address as messages may show it: without a login that was written before it. */
+std::string displayed(const std::string& ip) {
+    return ip.substr(ip.rfind('@') + 1);
+}
+
+int numberIn(const std::string& answer, const std::string& ip, const char* action) {
+    // The answer's text stays out of the message: whoever answers may repeat the login in it.
+    const auto message = [&](const char* what) {
+        return "expected a number from " + displayed(ip) + " for " + action + ", got " + std::to_string(answer.size()) +
+               " bytes that are " + what;
+    };
+    try {
+        return std::stoi(answer);
+    } catch (const std::invalid_argument&) {
+        throw std::invalid_argument(message("none"));
+    } catch (const std::out_of_range&) {
+        throw std::out_of_range(message("none of 32 bits"));
+    }
 }
 
 void initOnce() {
@@ -98,7 +119,7 @@ void http_request_controller::set_followerip(const std::string& ip, const std::s
 void http_request_controller::remove_followerip(const std::string& ip) {
     const MutexLock lock(m_mutex);
     if (m_FollowerIPs.erase(ip) == 0) {
-        applicationLog().error("remove_followerip: " + ip + " not found.");
+        applicationLog().error("remove_followerip: " + displayed(ip) + " not found.");
     }
 }
 
@@ -115,7 +136,7 @@ int http_request_controller::askCount(const std::string& ip, const char* action)
         password = follower->at("Password");
     }
     const std::string answer = send_request_text(makeRequest(ip, action), login, password);
-    return answer.empty() ? kNoCount : std::stoi(answer);
+    return answer.empty() ? kNoCount : numberIn(answer, ip, action);
 }
 
 int http_request_controller::get_occupancy_from_followerip(const std::string& ip) {
@@ -133,14 +154,15 @@ int http_request_controller::get_crowd_per_area_from_followerip(const std::strin
 
 int http_request_controller::get_status_from_followerip(const std::string& ip, const std::string& login,
                                                         const std::string& password) {
-    const std::string answer = send_request_text(makeRequest(ip, "get_status_code"), login, password);
-    return answer.empty() ? kNoConnection : std::stoi(answer);
+    static constexpr const char* kAction = "get_status_code";
+    const std::string answer = send_request_text(makeRequest(ip, kAction), login, password);
+    return answer.empty() ? kNoConnection : numberIn(answer, ip, kAction);
 }
 
 bool http_request_controller::reset_occupancy_of_followerip(const std::string& ip, const std::string& login,
                                                             const std::string& password) {
     const std::string answer = send_request_text(makeRequest(ip, "reset_occupancy"), login, password);
-    applicationLog().info("reset_occupancy_of_followerip: " + answer + " for " + ip);
+    applicationLog().info("reset_occupancy_of_followerip: " + answer + " for " + displayed(ip));
     return !answer.empty();
 }
 

@@ -25,7 +25,8 @@ size_t WriteCallback(const char* data, size_t size, size_t count, void* userData
  * A leader's HTTP client: asks its followers, which run this same application, for their counts, and tells them to
  * reset.
  *
- * Numbers are read with std::stoi and throw what it throws when the answer is not empty and no number. Any thread.
+ * Numbers are read with std::stoi; an answer that is not empty and no number throws std::invalid_argument or
+ * std::out_of_range, saying who was asked for what. Any thread.
  */
 class http_request_controller : public FollowerCalls {
 public:

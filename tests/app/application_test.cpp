@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 
+#include "canned_server.h"
 #include "clock.h"
 #include "running_application.h"
 
@@ -451,6 +452,71 @@ TEST_F(Analysis, TheMemoryLineTellsKilobytes) {
     const std::string free = lines[0].substr(before.size(), lines[0].size() - before.size() - after.size());
     EXPECT_FALSE(free.empty());
     EXPECT_EQ(free.find_first_not_of("0123456789"), std::string::npos) << lines[0];
+}
+
+// --- Followers that answer nonsense ----------------------------------------------------------------------------------
+
+struct NonsenseCase {
+    const char* label;
+    const char* status;     /**< the follower's answer to a question for its status */
+    const char* statistics; /**< its answer to one for its statistics */
+    const char* reason;     /**< why the process ends, behind the follower's address or name */
+};
+
+class NonsenseDeathTest : public RunningApplication, public testing::WithParamInterface<NonsenseCase> {};
+
+TEST_P(NonsenseDeathTest, OfAFollowerEndsTheProcessWithAReason) {
+    CannedServer follower([](int connection, const std::string& request) {
+        const bool status = request.find("action=get_status_code ") != std::string::npos;
+        return CannedServer::saying(status ? GetParam().status : GetParam().statistics)(connection, request);
+    });
+    scripted::parameters()["isFollower1Active"] = "true";
+    scripted::parameters()["Follower1IP"] = follower.address();
+    scripted::parameters()["Follower1login"] = "somebody";
+    scripted::parameters()["Follower1PWD"] = "secret";
+    scripted::parameters()["Follower1CameraName"] = "Gate";
+    start();
+    m_clock.advance(60);
+    EXPECT_EXIT(m_application.thread_function(), testing::ExitedWithCode(1), "") << GetParam().label;
+    const Lines errors = LogCapture::ofLevel("error");
+    ASSERT_EQ(errors.size(), 1U) << GetParam().label;
+    std::string reason = GetParam().reason;
+    if (const size_t at = reason.find('@'); at != std::string::npos) {
+        reason.replace(at, 1, follower.address());
+    }
+    EXPECT_EQ(errors[0], "grateful_dead: thread_function: " + reason) << GetParam().label;
+    EXPECT_EQ(LogCapture::countContaining("secret") + LogCapture::countContaining("somebody"), 0) << GetParam().label;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, NonsenseDeathTest,
+    testing::Values(NonsenseCase{"another application's page", "<html>somebody</html>", "0\n0\n0\n0\n",
+                                 "expected a number from @ for get_status_code, got 21 bytes that are none"},
+                    NonsenseCase{"a status out of range", "99999999999", "0\n0\n0\n0\n",
+                                 "expected a number from @ for get_status_code, got 11 bytes that are none of 32 bits"},
+                    NonsenseCase{"statistics of another application", "200", "<html>somebody</html>",
+                                 "expected records from follower 1, Gate, got 21 bytes that are none (stoi)"},
+                    NonsenseCase{"empty statistics", "200", "",
+                                 "expected records from follower 1, Gate, got 0 bytes that are none (stoi)"},
+                    NonsenseCase{"statistics with an error in them", "200", "error",
+                                 "expected records from follower 1, Gate, got 0 bytes that are none (stoi)"},
+                    NonsenseCase{"a number of records out of range", "200", "99999999999\n",
+                                 "expected records from follower 1, Gate, got 12 bytes that are none (stoi)"},
+                    NonsenseCase{"more records than there are", "200", "2147483647\n",
+                                 "expected records from follower 1, Gate, got 11 bytes that are none "
+                                 "(deserializeRecords: expected 2147483647 records, the text ends after 0)"}),
+    [](const auto& instance) { return "Case" + std::to_string(instance.index); });
+
+TEST_F(Analysis, GoesOnBesideAFollowerThatDoesNotAnswerAtAll) {
+    scripted::parameters()["isFollower1Active"] = "true";
+    scripted::parameters()["Follower1IP"] = "127.0.0.1:1";
+    start();
+    m_clock.advance(30);
+    EXPECT_TRUE(m_application.thread_function()) << "its status says now that it is not to be asked";
+    m_clock.advance(30);
+    EXPECT_TRUE(m_application.thread_function());
+    EXPECT_EQ(m_application.status(), 200);
+    EXPECT_EQ(LogCapture::ofLevel("error"), Lines{});
 }
 
 }  // namespace

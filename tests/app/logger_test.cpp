@@ -93,6 +93,14 @@ TEST_F(Log, TheThreeFormsOfAnEntry) {
     EXPECT_EQ(m_log->getCSVLogContents(), "2023-11-14 22:13:20,app,error,\"a, \"b\"\"\n");
 }
 
+TEST_F(Log, AnEntryIsOneLineWhateverItsMessageHolds) {
+    m_log->clear();
+    m_log->error(std::string("a\r\n2023-11-14 22:13:20|app|error|made up\tb") + '\0' + "c\x1B[2Jd\x7F\xC3\xA9");
+    const Lines lines = m_log->getLogLines();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines[0], "2023-11-14 22:13:20|app|error|a  2023-11-14 22:13:20|app|error|made up b c [2Jd \xC3\xA9");
+}
+
 TEST_F(Log, TheFormsWriteWaitingEntriesFirst) {
     m_log->clear();
     m_log->info("waiting");

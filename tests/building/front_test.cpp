@@ -92,6 +92,20 @@ TEST_F(Front, RefusesWhatForeignPagesSend) {
     for (const auto& [label, header, status] : cases) {
         EXPECT_EQ(curl(url(action), loginAnd({"-H", header})).status, status) << label;
     }
+    for (const char* spelling : {"/local/ostrel_senvo/webservices%2Ecgi", "/local/ostrel_senvo/%77ebservices.cgi",
+                                 "/local/ostrel_senvo/x/../webservices.cgi", "/local//ostrel_senvo/webservices.cgi",
+                                 "/local/ostrel_senvo/webservices.cgi/", "/local/ostrel_senvo/webservices.cgi/x"}) {
+        const std::string spelled = url(std::string(spelling) + "?action=reset_occupancy");
+        const HttpAnswer answer = curl(spelled, loginAnd({"--path-as-is", "-H", "Origin: http://evil.example"}));
+        EXPECT_TRUE(answer.status == 403 || answer.status == 404) << spelling << ' ' << answer.status;
+    }
+    for (const char* method : {"HEAD", "POST", "PUT", "DELETE", "OPTIONS"}) {
+        EXPECT_EQ(curl(url(action), loginAnd({"--head", "-X", method, "-H", "Content-Length: 0", "-H",
+                                              "Sec-Fetch-Site: cross-site"}))
+                      .status,
+                  403)
+            << method;
+    }
     EXPECT_EQ(curl(url("/"), loginAnd({"-H", "Sec-Fetch-Site: cross-site"})).status, 301) << "a link to the page";
 }
 
@@ -125,12 +139,41 @@ TEST_F(Front, AnswersOthersBesideSlowClients) {
 }
 
 TEST_F(Front, KeepsNothingForOthersToRead) {
-    for (const char* file : {"accounts", "parameters.db", "front.conf"}) {
-        struct stat entry = {};
-        ASSERT_EQ(stat((s_camera->state() / file).c_str(), &entry), 0) << file;
-        EXPECT_EQ(entry.st_mode & 0077U, 0U) << file;
+    // For a moment it leads a camera that does not answer: what is kept of that is nobody else's, either.
+    const std::string document = camera().get("get_all_parameters");
+    const auto lead = [&](const std::string& active) {
+        return camera().post("set_post_parameters", "<root>" + document.substr(5, document.size() - 11) +
+                                                        "<FO1_IP>127.0.0.1:1</FO1_IP><FO1_Active>" + active +
+                                                        "</FO1_Active></root>");
+    };
+    ASSERT_EQ(lead("1").status, 200);
+    EXPECT_TRUE(eventually([] {
+        camera().ask("reset_total_occupancy");
+        return std::filesystem::exists(s_camera->application() / "cookie.txt");
+    }));
+    ASSERT_EQ(lead("0").status, 200);
+    const std::filesystem::path page = s_camera->application() / "html";  // everybody's, and the socket
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(s_camera->state())) {
+        struct stat status = {};
+        if (entry.path().parent_path() != page && lstat(entry.path().c_str(), &status) == 0) {
+            EXPECT_EQ(status.st_mode & 0077U, 0U) << entry.path();
+        }
     }
     EXPECT_EQ(readFile(s_camera->state() / "accounts").find(s_camera->password), std::string::npos);
+}
+
+TEST_F(Front, ListensOnIpv6InAFolderWithBlanks) {
+    const TestFolder folder;
+    RunningCamera other(folder.path() / "the camera's folder, 100 % #1", "::1");
+    EXPECT_EQ(other.address().rfind("[::1]:", 0), 0U) << other.address();
+    EXPECT_EQ(other.access().get("get_analysis_resolution"), "1280x720");
+    EXPECT_EQ(curl("http://" + other.address() + "/").status, 401);
+    const HttpAnswer page = curl("http://" + other.address() + "/local/ostrel_senvo/index.html",
+                                 {"--digest", "-u", "operator:" + other.password});
+    EXPECT_EQ(page.status, 200);
+    EXPECT_EQ(page.contentType, "text/html; charset=utf-8");
+    EXPECT_EQ(other.stop(), 0);
+    EXPECT_EQ(other.errors(), "");
 }
 
 TEST_F(Front, TakesANewPasswordAtOnce) {

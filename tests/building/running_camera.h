@@ -32,16 +32,17 @@ inline std::string valueOf(const std::string& output, const std::string& key) {
 /** senvo run with a camera on the drawn scene, as a process. */
 class RunningCamera {
 public:
-    explicit RunningCamera(std::filesystem::path folder, const std::string& port = "0") : m_folder(std::move(folder)) {
+    explicit RunningCamera(std::filesystem::path folder, std::string listen = "127.0.0.1")
+        : m_folder(std::move(folder)), m_listen(std::move(listen)) {
         std::filesystem::create_directories(m_folder);
-        start(port);
+        start("0");
         password = valueOf(output(), "password");
     }
 
     void start(const std::string& port) {
         std::filesystem::remove(m_folder / "out");
         m_process = std::make_unique<Child>(startProgram(
-            {CAMERA_PROGRAM, "run", "--video", "scene:plaza", "--port", port, "--state", m_folder / "state"},
+            {CAMERA_PROGRAM, "run", "--video", "scene:plaza", "--listen", m_listen, "--port", port, "--state", state()},
             m_folder));
         EXPECT_TRUE(eventually([this] { return output().find("\nuser: ") != std::string::npos; }))
             << output() << errors();
@@ -56,6 +57,7 @@ public:
     std::string output() const { return readFile(m_folder / "out"); }
     std::string errors() const { return readFile(m_folder / "err"); }
     std::filesystem::path state() const { return m_folder / "state"; }
+    std::filesystem::path application() const { return state() / "root/usr/local/packages/ostrel_senvo"; }
     std::string address() const {
         const std::string url = valueOf(output(), "url");
         return url.size() > 8 ? url.substr(7, url.size() - 8) : "";
@@ -66,5 +68,6 @@ public:
 
 private:
     std::filesystem::path m_folder;
+    std::string m_listen;
     std::unique_ptr<Child> m_process;
 };

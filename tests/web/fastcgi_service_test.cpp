@@ -4,8 +4,9 @@
 #include <sys/stat.h>
 #include <thread>
 
+#include "event_manager.h"
 #include "fastcgi_client.h"
-#include "sanitized.h"
+#include "scripted_followers.h"
 #include "web_fixture.h"
 
 namespace {
@@ -45,8 +46,18 @@ protected:
         return "Status: 200 OK\r\nContent-Type: text/plain\r\n\r\n" + body;
     }
 
+    /** A person who has just come in. */
+    static one_find entering() {
+        one_find person;
+        person.detect = around(10, 10);
+        person.entranceAct = entranceActivity::enterEntrance1;
+        return person;
+    }
+
     occupancy_controller m_occupancy;
     OccupancyManager m_statistics{m_config};
+    EventManager m_events;
+    ScriptedFollowers m_noFollowers;
     std::atomic<int> m_executionTime = 37;
     std::atomic<int> m_totalResets = 0;
     Texts m_alerts;
@@ -90,7 +101,10 @@ TEST_F(Service, AnswersEveryGetAction) {
 TEST_F(Service, ResetsTheOccupancy) {
     m_metrics.occupancyCount = 5;
     m_occupancy.init(5);
+    m_statistics.add({entering()}, {m_config.cameraInfo, m_events, m_noFollowers, m_leaderMetrics});
+    ASSERT_EQ(m_statistics.getDataMap()["Occupancy_Person"], "1");
     EXPECT_EQ(get("reset_occupancy"), plain("0"));
+    EXPECT_EQ(m_statistics.getDataMap()["Occupancy_Person"], "0");
     EXPECT_EQ(m_metrics.occupancyCount, 0);
     EXPECT_EQ(m_occupancy.get_count(), 0);
     EXPECT_EQ(LogCapture::count("info: processGET: This camera occupancy reset."), 1);
@@ -116,7 +130,11 @@ TEST_F(Service, ServesTheReports) {
 TEST_F(Service, HandsItsTalliesToALeaderOnce) {
     m_config = {};
     m_config.b_Detection1Active = m_config.b_DetectPersons = true;
-    EXPECT_EQ(get("follower_flush"), plain("1\n,,0,0,0\n0\n1\n,,0,0\n1\n,,0,0,0\n"));
+    one_find standing = entering();
+    standing.footing = footings::in_AOI1_briefly;
+    m_statistics.add({standing}, {m_config.cameraInfo, m_events, m_noFollowers, m_leaderMetrics});
+    EXPECT_EQ(get("follower_flush"), plain("1\n,,0,0,1\n0\n1\n,,0,1\n1\n,,0,0,1\n"));
+    EXPECT_EQ(get("follower_flush"), plain("1\n,,0,0,0\n0\n1\n,,0,1\n1\n,,0,0,0\n")) << "but who is inside stays";
 }
 
 TEST_F(Service, ServesTheLog) {
@@ -208,6 +226,19 @@ TEST_F(Service, LogsForThePage) {
     EXPECT_EQ(LogCapture::count("error: add_post_submit_log: Failed to parse XML payload"), 1);
 }
 
+TEST_F(Service, LetsNobodyMakeUpLinesOfTheLog) {
+    m_config.b_VerboseLog = true;
+    get("x%0D%0A2024-01-01%2000:00:00%7Costrel_senvo%7Cerror%7Cmade%20up");
+    client().post("action=post_submit_log",
+                  "<root><log_severity>info</log_severity><log_entry>a\n2024-01-01 00:00:00|b|"
+                  "error|made up</log_entry></root>");
+    applicationLog().flush();
+    const Texts lines = applicationLog().getLogLines();
+    ASSERT_GE(lines.size(), 2U);
+    EXPECT_TRUE(lines.end()[-2].ends_with("|info|processGET: : x  2024-01-01 00:00:00|ostrel_senvo|error|made up"));
+    EXPECT_TRUE(lines.end()[-1].ends_with("|info|a 2024-01-01 00:00:00|b|error|made up"));
+}
+
 TEST_F(Service, ReadsABodyOfTheLengthThatItSays) {
     const std::string body = "<root><log_severity>info</log_severity><log_entry>0123456789";
     EXPECT_EQ(client().post("action=post_submit_log", body, std::to_string(body.size() - 5)), "Status: 200 OK\r\n\r\n");
@@ -239,6 +270,22 @@ TEST_F(Service, OutlivesClientsThatGoAway) {
     client().abandon(std::string(1000, '\xEE'));
     client().abandon(std::string(1000, '\0'));
     EXPECT_EQ(get("get_status_code"), plain("200"));
+}
+
+TEST_F(Service, SaysWhenItsSocketFails) {
+    for (int fd = 3; fd < 1024; ++fd) {
+        sockaddr_storage name = {};
+        socklen_t size = sizeof(name);
+        int listening = 0;
+        socklen_t flagSize = sizeof(listening);
+        if (getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &flagSize) == 0 && listening != 0 &&
+            getsockname(fd, reinterpret_cast<sockaddr*>(&name), &size) == 0 && name.ss_family == AF_UNIX) {
+            shutdown(fd, SHUT_RDWR);
+        }
+    }
+    m_thread.join();
+    EXPECT_EQ(LogCapture::ofLevel("error"), Texts{"run: Failed to accept requests; none are answered from here on"});
+    m_thread = std::thread([] {});
 }
 
 TEST_F(Service, AnswersManyClientsOneAfterTheOther) {

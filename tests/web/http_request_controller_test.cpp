@@ -178,16 +178,39 @@ TEST_F(FollowerClient, ThrowsOverAnAnswerThatIsNoNumber) {
     for (const auto& [label, body, outOfRange] : cases) {
         CannedServer server(CannedServer::saying(body));
         m_client.set_followerip(server.address(), "root", "pass");
-        if (outOfRange) {
-            EXPECT_THROW(m_client.get_occupancy_from_followerip(server.address()), std::out_of_range) << label;
-        } else {
-            EXPECT_THROW(m_client.get_occupancy_from_followerip(server.address()), std::invalid_argument) << label;
+        const std::string said = "expected a number from " + server.address() + " for get_occupancy_count, got " +
+                                 std::to_string(body.size()) + " bytes that are none" +
+                                 (outOfRange ? " of 32 bits" : "");
+        try {
+            m_client.get_occupancy_from_followerip(server.address());
+            ADD_FAILURE() << label;
+        } catch (const std::out_of_range& error) {
+            EXPECT_TRUE(outOfRange) << label;
+            EXPECT_EQ(error.what(), said);
+        } catch (const std::invalid_argument& error) {
+            EXPECT_FALSE(outOfRange) << label;
+            EXPECT_EQ(error.what(), said);
         }
     }
     CannedServer redirect(always(answer("302 Found", "Location: http://127.0.0.1:1/\r\n", "moved")));
     EXPECT_THROW(m_client.get_status_from_followerip(redirect.address(), "", ""), std::invalid_argument)
         << "not followed";
     EXPECT_EQ(redirect.requests().size(), 1U);
+}
+
+TEST_F(FollowerClient, KeepsALoginThatIsPartOfAnAddressToItself) {
+    CannedServer server(CannedServer::saying("none"));
+    const std::string ip = "root:secret@" + server.address();
+    m_client.reset_occupancy_of_followerip(ip, "", "");
+    m_client.remove_followerip(ip);
+    EXPECT_EQ(LogCapture::count("info: reset_occupancy_of_followerip: none for " + server.address()), 1);
+    EXPECT_EQ(LogCapture::ofLevel("error"), Texts{"remove_followerip: " + server.address() + " not found."});
+    try {
+        m_client.get_status_from_followerip(ip, "", "");
+        ADD_FAILURE() << "no number";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_EQ(std::string(error.what()).find("secret"), std::string::npos) << error.what();
+    }
 }
 
 }  // namespace

@@ -31,9 +31,8 @@ int run(desktop::CameraOptions options, int seconds) {
         return false;
     });
     const auto duration = seconds > 0 ? std::optional(std::chrono::seconds(seconds)) : std::nullopt;
-    return desktop::supervise(camera.processes(), duration, [&camera](const std::string& line) {
-        std::cerr << "senvo: " << line << '\n' << camera.newestErrors() << std::flush;
-    });
+    return desktop::supervise(camera.processes(), duration,
+                              [](const std::string& line) { std::cerr << "senvo: " << line << std::endl; });
 }
 
 /** Reads a line; on a terminal what is typed does not show. */

@@ -115,6 +115,7 @@ std::vector<SupervisedProcess> DesktopCamera::processes() const {
     application.environment["OSTREL_SENVO_ROOT"] = m_folder.root().string();
     application.environment["SENVO_DESKTOP_CONFIG"] = m_folder.configFile().string();
     application.heartbeat = heartbeatFile(m_folder);
+    application.lastWords = [this] { return newestErrors(); };
     SupervisedProcess front = prepareFront(m_folder.path(), m_folder.html(), m_socket);
     front.name += m_name;
     return {application, front};
@@ -144,7 +145,7 @@ std::string DesktopCamera::newestErrors() const {
             errors.clear();
         }
         if (line.find("|error|") != std::string::npos) {
-            errors.push_back("  " + line + "\n");
+            errors.push_back("\n  " + line);
         }
         if (errors.size() > kMost) {
             errors.pop_front();

@@ -38,7 +38,7 @@ public:
      */
     DesktopCamera(const CameraOptions& options, const std::string& name);
 
-    /** The application and its web server, for the supervisor. */
+    /** The application and its web server, for the supervisor; the camera outlives them. */
     std::vector<SupervisedProcess> processes() const;
 
     const CameraFolder& folder() const { return m_folder; }
@@ -52,10 +52,10 @@ public:
     /** Whether the application takes requests. */
     bool serves() const;
 
-    /** The errors of the application's last start in its log, a line each. */
+private:
+    /** The errors of the application's last start in its log, each behind a line break. */
     std::string newestErrors() const;
 
-private:
     std::string m_name;
     CameraFolder m_folder;
     ListeningSocket m_socket;

@@ -206,7 +206,8 @@ public:
               (std::exchange(m_hung, false)
                    ? "did nothing for " + std::to_string(m_process.heartbeatLimit.count()) + " s and was killed"
                    : describe(status)) +
-              "; starting it again" + (pause.count() > 0 ? " in " + std::to_string(pause.count()) + " s" : ""));
+              "; starting it again" + (pause.count() > 0 ? " in " + std::to_string(pause.count()) + " s" : "") +
+              (m_process.lastWords ? m_process.lastWords() : ""));
     }
 
     /** Kills it when its heartbeat has stood still for too long. */

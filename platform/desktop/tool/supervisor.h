@@ -23,6 +23,7 @@ struct SupervisedProcess {
     bool takesSigtermUp = true;    /**< starts with SIGTERM held back, and lets it through once it can handle it */
     bool mayEnd = true;            /**< an end without an error is no fault, and ends the supervision */
     std::function<void()> started; /**< called after each start; may be empty */
+    std::function<std::string()> lastWords; /**< asked for when it ended with an error: what it had to say about it */
 };
 
 /**
@@ -39,7 +40,7 @@ void holdBackSupervisorSignals();
  * A process may start with SIGTERM held back, so that none is lost before it can handle it; asked to end, it has ten
  * seconds. They do not outlive the supervisor. Call from the main thread, once.
  *
- * say: told what happens, one line each.
+ * say: told what happens, one line each, with a process's last words behind it.
  * Returns 0 when the processes ended as asked, or one ended by itself without an error, 1 when one cannot be started at
  * all.
  */

@@ -16,6 +16,7 @@ namespace desktop {
 namespace {
 
 constexpr int kBacklog = 256;
+constexpr int kHighestPort = 65535;
 
 // The socket's path is relative to the camera's folder, the server's working folder: a socket's address has to be
 // short.
@@ -111,6 +112,10 @@ std::string bracketed(const std::string& address) {
 }  // namespace
 
 ListeningSocket::ListeningSocket(const std::string& address, int port) : m_address(address), m_port(port) {
+    if (port < 0 || port > kHighestPort) {
+        throw std::runtime_error("expected a port from 0 to " + std::to_string(kHighestPort) + ", got " +
+                                 std::to_string(port) + "; --port chooses another");
+    }
     const std::string place = "port " + std::to_string(port) + " of " + address;
     addrinfo hints = {};
     hints.ai_socktype = SOCK_STREAM;

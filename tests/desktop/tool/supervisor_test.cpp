@@ -26,6 +26,7 @@ protected:
         process.heartbeat = m_heartbeat;
         process.heartbeatLimit = std::chrono::seconds(1);
         process.started = [this] { ++m_started; };
+        process.lastWords = m_lastWords;
         return desktop::supervise({process}, duration, [&](const std::string& line) {
             m_said.push_back(line);
             if (line == stopAt) {
@@ -43,6 +44,7 @@ protected:
     std::filesystem::path m_executable = SUPERVISED_PROGRAM;
     std::filesystem::path m_heartbeat;
     int m_started = 0;
+    std::function<std::string()> m_lastWords;
     Lines m_said;
 };
 
@@ -56,6 +58,12 @@ TEST_F(Supervisor, StartsAgainAfterAnError) {
     EXPECT_EQ(run("error killed ok"), 0);
     EXPECT_EQ(starts(), 3);
     EXPECT_EQ(m_said, (Lines{kRestart, "the application killed by signal Killed; starting it again"}));
+}
+
+TEST_F(Supervisor, RepeatsWhatAProcessHadToSayAboutItsEnd) {
+    m_lastWords = [n = 0]() mutable { return "\n  reason " + std::to_string(++n); };
+    EXPECT_EQ(run("error error ok"), 0);
+    EXPECT_EQ(m_said, (Lines{kRestart + "\n  reason 1", kRestart + "\n  reason 2"}));
 }
 
 TEST_F(Supervisor, WaitsAfterFiveEndsInARow) {
@@ -184,6 +192,9 @@ INSTANTIATE_TEST_SUITE_P(
                     UsageCase{"unknown option", {"demo", "--colour"}, "--colour"},
                     UsageCase{"too many followers", {"demo", "--followers", "11"}, "--followers"},
                     UsageCase{"no port", {"demo", "--port", "70000"}, "--port"},
+                    UsageCase{"ports that end before the followers do",
+                              {"demo", "--port", "65535", "--followers", "1"},
+                              "expected a port from 0 to 65535, got 65536"},
                     UsageCase{"no address",
                               {"demo", "--listen", "localhost"},
                               "--listen: expected an IP address such as 127.0.0.1 or 0.0.0.0, got localhost"},
