@@ -3,6 +3,8 @@
 #include <chrono>
 #include <utility>
 
+static_assert(sizeof(time_t) == sizeof(int64_t), "times go beyond 2038, on every processor");
+
 namespace {
 
 // A function, so that the logger can ask during static initialisation.

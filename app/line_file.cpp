@@ -77,7 +77,10 @@ UniqueFd appendText(const std::string& path, const std::string& text) {
 Mending mendLines(const std::string& path, const std::function<bool(const std::string& line)>& isWhole) {
     unlink(Replacement::beside(path).c_str());
     const UniqueFd file(open(path.c_str(), O_RDWR | O_CLOEXEC));
-    const std::optional<LastLine> last = file ? unendedLastLine(file.get()) : std::nullopt;
+    if (!file) {
+        return {"", errno == ENOENT ? 0 : errno};
+    }
+    const std::optional<LastLine> last = unendedLastLine(file.get());
     if (!last) {
         return {};
     }

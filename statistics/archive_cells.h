@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdint>
-#include <limits>
 #include <map>
 #include <set>
 #include <string>
@@ -33,7 +32,7 @@ extern const std::array<ArchiveKind, 4> kArchiveKinds;
 /** A part of an archive's file that begins and ends with a line. */
 struct Run {
     off_t begin = 0;
-    off_t end = std::numeric_limits<off_t>::max();
+    off_t end = 0;
 };
 
 /** Walks over the lines of a part of an archive that count for a report. Throws what std::stoi throws. */

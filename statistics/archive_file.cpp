@@ -2,13 +2,16 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "Logger.h"
 #include "atomic_file.h"
 #include "clock.h"
 #include "line_file.h"
+#include "line_reader.h"
 #include "mutex.h"
 
 namespace archive_file {
@@ -33,39 +36,64 @@ void reportFailure(const char* function, const std::string& path, int reason) {
                            ". Counting goes on, records are lost until it can.");
 }
 
-}  // namespace
-
-void append(const std::string& path, const std::string& text) {
-    const UniqueFd file = appendText(path, text);
-    if (!file) {
-        reportFailure("append", path, errno);
-        return;
-    }
-    fdatasync(file.get());
+/** Held while lines are written, though not while they are brought to the disk: a reader never sees half of them. */
+Mutex& halfWritten() {
+    static Mutex mutex;  // guards the ends of the archives' files
+    return mutex;
 }
 
-void forEachLine(const std::string& path, const LineVisitor& visit) {
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) {
-        visit(line);
+}  // namespace
+
+bool append(const std::string& path, const std::string& text) {
+    UniqueFd file;
+    {
+        const MutexLock lock(halfWritten());
+        file = appendText(path, text);
     }
+    const bool kept = file && fdatasync(file.get()) == 0;
+    if (!kept) {
+        reportFailure("append", path, errno);
+    }
+    return kept;
+}
+
+off_t wholeSize(int fd) {
+    const MutexLock lock(halfWritten());
+    struct stat status = {};
+    return fstat(fd, &status) == 0 ? status.st_size : 0;
+}
+
+bool forEachLine(const std::string& path, const LineVisitor& visit) {
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file) {
+        return errno == ENOENT;
+    }
+    LineReader reader(file.get(), 0, wholeSize(file.get()));
+    for (std::string_view text = reader.lines(); !text.empty(); text = reader.lines()) {
+        const size_t size = text.find('\n');
+        visit(std::string(text.substr(0, size)));
+        reader.skip(size + 1);
+    }
+    errno = reader.error();
+    return reader.error() == 0;
 }
 
 void rewrite(const std::string& path, const LineFilter& filter) {
     Replacement replacement(path);
     std::string kept;
-    forEachLine(path, [&](const std::string& line) {
+    const bool complete = forEachLine(path, [&](const std::string& line) {
         if (filter(line, kept)) {
             replacement.add(kept);
             replacement.add("\n");
         }
     });
-    if (!replacement.replace()) {
+    // What could not be read must not be taken for what does not stay.
+    if (!complete || !replacement.replace()) {
         reportFailure("rewrite", path, errno);
     }
 }
 
-void repair(const std::string& path, const std::function<bool(const std::string& line)>& parses) {
+bool repair(const std::string& path, const std::function<bool(const std::string& line)>& parses) {
     const Mending mending = mendLines(path, parses);
     if (!mending.dropped.empty()) {
         applicationLog().warning("repair: Dropped the torn last line of " + path + ": \"" +
@@ -74,6 +102,7 @@ void repair(const std::string& path, const std::function<bool(const std::string&
     if (mending.error != 0) {
         reportFailure("repair", path, mending.error);
     }
+    return mending.error == 0;
 }
 
 }  // namespace archive_file

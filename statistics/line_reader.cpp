@@ -1,6 +1,7 @@
 #include "line_reader.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@ void LineReader::fill() {
         const ssize_t got = pread(m_fd, m_buffer.data() + m_end, static_cast<size_t>(room), m_read);
         if (got <= 0) {
             m_atEnd = true;
+            m_error = got < 0 ? errno : 0;
             if (m_end > 0) {
                 m_buffer[m_end++] = '\n';  // the last line may lack its end
                 ++m_read;

@@ -19,6 +19,9 @@ public:
     }
     void skip(size_t bytes) { m_begin += bytes; }
 
+    /** errno of the read that failed, at which the lines end; 0 when none did. */
+    int error() const { return m_error; }
+
     /** The offset of the first byte that was not skipped. */
     off_t position() const { return m_read - static_cast<off_t>(m_end - m_begin); }
 
@@ -33,4 +36,5 @@ private:
     size_t m_whole = 0; /**< end of the whole lines */
     size_t m_end = 0;
     bool m_atEnd = false;
+    int m_error = 0;
 };

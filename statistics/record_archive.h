@@ -11,8 +11,9 @@
  * One kind of statistic record in one CSV file on the camera's flash: a record a line, the newest at the end.
  *
  * Appends are whole or not at all, except that a killed process may leave one torn last line, which repair() mends at
- * the next start. File errors lose the records at hand and are logged, at most once a minute for all archives; they
- * never fail the caller. Main-loop thread, except for getRecords.
+ * the next start; where the disk does not let it, every append tries again before it adds anything. File errors lose
+ * the records at hand and are logged, at most once a minute for all archives; they never fail the caller. Main-loop
+ * thread, except for getRecords.
  */
 class RecordArchiveBase {
 public:
@@ -65,7 +66,9 @@ public:
         for (const T& record : records) {
             lines += record.serialize() + '\n';
         }
-        archive_file::append(path(), lines);
+        if (m_isWhole || repair()) {
+            m_isWhole = archive_file::append(path(), lines);
+        }
         if (purge) {
             purgeArchive();
         }
@@ -104,15 +107,19 @@ public:
         return true;
     }
 
-    /** Mends what a killed process left: a last line without its end is completed when it parses, and else dropped. */
-    void repair() {
-        archive_file::repair(path(), [](const std::string& line) {
+    /**
+     * Mends what a killed process left: a last line without its end is completed when it parses, and else dropped.
+     * False when the disk does not allow it.
+     */
+    bool repair() {
+        m_isWhole = archive_file::repair(path(), [](const std::string& line) {
             try {
                 return T().deserialize(line);
             } catch (const std::logic_error&) {
                 return false;
             }
         });
+        return m_isWhole;
     }
 
 private:
@@ -137,4 +144,6 @@ private:
         std::string m_text;
         time_t m_time = 0;
     };
+
+    bool m_isWhole = true; /**< false while the last line may lack its end */
 };

@@ -5,10 +5,10 @@
 #include <fcntl.h>
 #include <stdexcept>
 #include <string_view>
-#include <sys/stat.h>
 #include <vector>
 
 #include "archive_cells.h"
+#include "archive_file.h"
 #include "summary_report.h"
 #include "unique_fd.h"
 
@@ -27,7 +27,11 @@ namespace {
 constexpr size_t kBeginning = 100;  // dates of a file that a short survey looks at
 constexpr size_t kMostRuns = 64;    // of all files; each has a buffer
 
-using Files = std::array<UniqueFd, 4>;
+struct File {
+    UniqueFd fd;
+    off_t size = 0; /**< what is appended later is left to the next report */
+};
+using Files = std::array<File, 4>;
 
 struct Survey {
     Columns columns;
@@ -47,11 +51,10 @@ size_t scaled(size_t count, off_t part, off_t whole) {
 Survey look(const Files& files, bool all) {
     Survey survey;
     for (size_t i = 0; i < files.size(); ++i) {
-        struct stat status = {};
-        if (!files[i] || fstat(files[i].get(), &status) != 0) {
+        if (!files[i].fd) {
             continue;
         }
-        ArchiveCells cells(kArchiveKinds[i], files[i].get(), {}, survey.columns, true);
+        ArchiveCells cells(kArchiveKinds[i], files[i].fd.get(), {0, files[i].size}, survey.columns, true);
         std::vector<Run>& runs = survey.runs[i];
         runs.emplace_back();
         size_t dates = 0;
@@ -65,11 +68,10 @@ Survey look(const Files& files, bool all) {
             }
         }
         size_t digits = cells.extraDigits();
-        runs.back().end = cells.lineEnd();
+        runs.back().end = files[i].size;
         if (more) {
-            dates = scaled(dates, cells.lineEnd(), status.st_size);
-            digits = scaled(digits, cells.lineEnd(), status.st_size);
-            runs.back().end = status.st_size;
+            dates = scaled(dates, cells.lineEnd(), files[i].size);
+            digits = scaled(digits, cells.lineEnd(), files[i].size);
         }
         survey.rows = std::max(survey.rows, dates);
         survey.extraDigits += digits;
@@ -137,7 +139,7 @@ std::optional<std::string> rowsOf(const Files& files, Survey& survey, Form form,
     sources.reserve(runs);
     for (size_t i = 0; i < files.size(); ++i) {
         for (const Run& run : survey.runs[i]) {
-            sources.emplace_back(kArchiveKinds[i], files[i].get(), run, survey.columns, false).next();
+            sources.emplace_back(kArchiveKinds[i], files[i].fd.get(), run, survey.columns, false).next();
         }
     }
     std::vector<int32_t> row(survey.columns.size());
@@ -187,7 +189,8 @@ std::optional<std::string> write(const Archives& archives, Form form) {
                                                      &archives.occupancy, &archives.averageCrowdCount};
     Files files;
     for (size_t i = 0; i < files.size(); ++i) {
-        files[i] = UniqueFd(open(paths[i]->c_str(), O_RDONLY | O_CLOEXEC));
+        files[i].fd = UniqueFd(open(paths[i]->c_str(), O_RDONLY | O_CLOEXEC));
+        files[i].size = archive_file::wholeSize(files[i].fd.get());
     }
     if (std::optional<std::string> text = fromBeginnings(files, form)) {
         return text;

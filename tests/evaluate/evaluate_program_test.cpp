@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "program.h"
 #include "test_folder.h"
@@ -121,6 +123,68 @@ TEST_F(EvaluateProgram, TwoRunsOverTheSceneGiveTheSameBytes) {
         EXPECT_GT(text.size(), 500U) << name;
         EXPECT_EQ(text, readFile(m_folder.path() / "second" / name)) << name;
     }
+}
+
+/** The cells of a line of a table. */
+Lines cellsOf(const std::string& line) {
+    Lines cells;
+    std::istringstream text(line);
+    for (std::string cell; std::getline(text, cell, ',');) {
+        cells.push_back(cell);
+    }
+    return cells;
+}
+
+TEST_F(EvaluateProgram, KeepsWhatItCountsInArchivesAndReports) {
+    const ProgramResult result = run({"scene:plaza", "--out", "kept", "--json"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    const nlohmann::json counted = nlohmann::json::parse(result.out);
+    const auto linesOf = [&](const char* name) {
+        Lines lines;
+        std::istringstream text(readFile(m_folder.path() / "kept" / name));
+        for (std::string line; std::getline(text, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    };
+    static constexpr const char* kClasses[] = {"Person", "Bicycle", "Car",   "Motorcycle", "Airplane",
+                                               "Bus",    "Train",   "Truck", "Boat"};
+    // The scene lasts as long as the first period: one row.
+    const Lines report = linesOf("report.csv");
+    ASSERT_EQ(report.size(), 2U);
+    const Lines columns = cellsOf(report[0]);
+    const Lines values = cellsOf(report[1]);
+    ASSERT_EQ(columns.size(), values.size());
+    std::map<std::string, std::string> row;
+    for (size_t i = 0; i < columns.size(); ++i) {
+        row[columns[i]] = values[i];
+    }
+    size_t steps = 0;
+    for (const std::string& line : linesOf("EntranceActivityTidy.csv")) {
+        const Lines cells = cellsOf(line);
+        ASSERT_EQ(cells.size(), 6U) << line;
+        const std::string entrance = std::to_string(std::stoi(cells[2]) + 1);
+        const std::string name = kClasses[std::stoi(cells[3])];
+        const nlohmann::json expected =
+            counted.at("entrance" + entrance).value(name, nlohmann::json{{"enter", 0}, {"exit", 0}});
+        EXPECT_EQ(cells[4], expected.at("enter").dump()) << line;
+        EXPECT_EQ(cells[5], expected.at("exit").dump()) << line;
+        EXPECT_EQ(row["Entrance" + entrance + "_Entrances_" + name + "_" + cells[1]], cells[4]) << line;
+        EXPECT_EQ(row["Entrance" + entrance + "_Exits_" + name + "_" + cells[1]], cells[5]) << line;
+        EXPECT_EQ(row["Date"], cells[0]);
+        EXPECT_EQ(cells[0].substr(14), "01:00") << "the clip's own clock";
+        steps += cells[4] != "0" || cells[5] != "0" ? 1 : 0;
+    }
+    EXPECT_GE(steps, 1U);
+    for (const char* name : {"CrowdCountTidy.csv", "OccupancyTidy.csv", "AverageCrowdCountTidy.csv"}) {
+        const Lines lines = linesOf(name);
+        ASSERT_FALSE(lines.empty()) << name;
+        for (const std::string& line : lines) {
+            EXPECT_EQ(cellsOf(line).front(), row["Date"]) << name;
+        }
+    }
+    EXPECT_NE(readFile(m_folder.path() / "kept" / "report.html").find("<tr><th>" + row["Date"] + "</th>"),
+              std::string::npos);
 }
 
 TEST_F(EvaluateProgram, CountsTheSceneAsItsTruthSays) {

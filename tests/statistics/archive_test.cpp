@@ -1,7 +1,11 @@
+#include <atomic>
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
 
 #include "log_capture.h"
 #include "record_archive.h"
@@ -253,6 +257,48 @@ TEST_F(Archive, CompletesALastLineThatParsesAndDropsOneThatDoesNot) {
     EXPECT_FALSE(std::filesystem::exists(m_archive.path()));
 }
 
+TEST_F(Archive, IsNeverReadInTheMiddleOfAnAppend) {
+    constexpr size_t kFlush = 40'000;
+    const CrowdCountRecord each("d", "Cam", aoi::aoi1, objects::person, 1'234'567);
+    std::atomic<bool> done = false;
+    std::thread writer([&] {
+        for (int flush = 0; flush < 20; ++flush) {
+            m_archive.addRecords(std::vector<CrowdCountRecord>(kFlush, each), false);
+        }
+        done = true;
+    });
+    while (!done) {
+        size_t whole = 0;
+        size_t lines = 0;
+        archive_file::forEachLine(m_archive.path(), [&](const std::string& line) {
+            ++lines;
+            whole += line == "d,Cam,0,0,1234567" ? 1 : 0;
+        });
+        EXPECT_EQ(whole, lines) << "a torn line";
+        EXPECT_EQ(lines % kFlush, 0U) << "half a flush";
+    }
+    writer.join();
+    EXPECT_EQ(m_archive.getRecords().size(), 20 * kFlush);
+}
+
+/** A process may open only so many files more for the length of a scope. */
+class FewFilesMore {
+public:
+    explicit FewFilesMore(int more) {
+        const int next = open("/dev/null", O_RDONLY);
+        close(next);
+        getrlimit(RLIMIT_NOFILE, &m_before);
+        const rlimit limit = {static_cast<rlim_t>(next + more), m_before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    ~FewFilesMore() { setrlimit(RLIMIT_NOFILE, &m_before); }
+    FewFilesMore(const FewFilesMore&) = delete;
+    FewFilesMore& operator=(const FewFilesMore&) = delete;
+
+private:
+    rlimit m_before = {};
+};
+
 /** Failures are reported once a minute for the whole process: every test of them has minutes of its own. */
 class BrokenDisk : public Archive {
 protected:
@@ -290,6 +336,53 @@ TEST_F(BrokenDisk, LeavesTheOldFileWhenAPurgeDoesNotFit) {
     EXPECT_EQ(content(), before);
     EXPECT_FALSE(std::filesystem::exists(m_archive.path() + ".new"));
     EXPECT_EQ(LogCapture::countContaining("error: rewrite: Cannot write " + m_archive.path() + " : File too large"), 1);
+}
+
+TEST_F(BrokenDisk, LeavesTheOldFileWhenAPurgeCannotOpenIt) {
+    m_archive.addRecords({record(m_clock.now(), 1)}, false);
+    const std::string before = content();
+    for (int more = 0; more < 3; ++more) {
+        const FewFilesMore limit(more);
+        EXPECT_TRUE(m_archive.purgeRecords());
+    }
+    EXPECT_EQ(content(), before);
+    EXPECT_FALSE(std::filesystem::exists(m_archive.path() + ".new"));
+}
+
+TEST_F(BrokenDisk, LeavesTheOldFileWhenAPurgeCannotReadIt) {
+    // A folder opens, but what is in it cannot be read.
+    const std::filesystem::path folder = m_log.folder() / "folder";
+    std::filesystem::create_directories(folder / "inner");
+    std::filesystem::create_symlink(folder, m_archive.path());
+    EXPECT_TRUE(m_archive.purgeRecords());
+    EXPECT_TRUE(std::filesystem::is_symlink(m_archive.path()));
+    EXPECT_EQ(LogCapture::countContaining("error: rewrite: Cannot write " + m_archive.path() + " : Is a directory"), 1);
+}
+
+TEST_F(BrokenDisk, IsReportedWhenAFlushDoesNotReachIt) {
+    std::filesystem::create_symlink("/dev/null", m_archive.path());  // takes everything, but cannot be synced
+    m_archive.addRecords({record(kStart, 1)}, false);
+    EXPECT_EQ(complaints(), 1);
+}
+
+TEST_F(BrokenDisk, IsMendedBeforeAnythingIsAddedToATornLine) {
+    const struct {
+        const char* torn;
+        const char* mended;
+    } cases[] = {{"d,c,1,2,3\ne,c,1,2,4", "d,c,1,2,3\ne,c,1,2,4\n"}, {"d,c,1,2,3\ne,c", "d,c,1,2,3\n"}};
+    const CrowdCountRecord next("f", "Cam", aoi::aoi1, objects::person, 5);
+    for (const auto& [torn, mended] : cases) {
+        write(torn);
+        {
+            // No file opens: neither the start nor a flush can mend it.
+            const FewFilesMore limit(0);
+            EXPECT_FALSE(m_archive.repair());
+            EXPECT_TRUE(m_archive.addRecords({next}, false));
+        }
+        EXPECT_EQ(content(), torn);
+        m_archive.addRecords({next}, false);
+        EXPECT_EQ(content(), mended + next.serialize() + "\n");
+    }
 }
 
 TEST_F(BrokenDisk, IsReportedOnceAMinute) {

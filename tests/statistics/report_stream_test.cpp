@@ -1,8 +1,10 @@
 #include "report_stream.h"
 
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <random>
+#include <thread>
 
 #include "log_capture.h"
 #include "occupancy_manager.h"
@@ -88,6 +90,21 @@ TEST_F(ShortWay, LeavesDatesInDisorderToTheLongOne) {
 }
 
 /** The beginning of the files does not tell what comes: each of these is met after more dates than a look takes in. */
+TEST_F(ShortWay, NeverMeetsHalfAFlush) {
+    std::vector<CrowdCountRecord> flush(100'000, {"d", "Cam", aoi::aoi1, objects::person, 1'234'567});
+    flush.back().count = 7;
+    RecordArchive<CrowdCountRecord> archive("CrowdCountTidy.csv");
+    for (int round = 0; round < 20; ++round) {
+        std::filesystem::remove(path(0));
+        std::thread writer([&] { archive.addRecords(flush, false); });
+        std::error_code missing;
+        while (std::filesystem::file_size(path(0), missing) == 0 || missing) {
+        }
+        EXPECT_EQ(outcome([&] { return m_manager.getSummaryReportCSV(); }), "Date,AOI1_Person_Cam\nd,7\n");
+        writer.join();
+    }
+}
+
 TEST_F(ShortWay, MeetsWhatOnlyComesLater) {
     std::string hundreds;
     for (int date = 1000; date < 1400; ++date) {
