@@ -12,10 +12,16 @@ size_t append(const char* data, size_t size, size_t count, void* text) {
     return size * count;
 }
 
+/** For libcurl, which asks it every now and then: not 0 to give up. */
+int isGivenUp(void* givenUp, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    return *static_cast<const std::atomic<bool>*>(givenUp) ? 1 : 0;
+}
+
 }  // namespace
 
-CameraClient::CameraClient(std::string address, std::string user, std::string password)
-    : m_address(std::move(address)), m_credentials(std::move(user) + ":" + std::move(password)) {}
+CameraClient::CameraClient(std::string address, std::string user, std::string password,
+                           const std::atomic<bool>& givenUp)
+    : m_address(std::move(address)), m_credentials(std::move(user) + ":" + std::move(password)), m_givenUp(givenUp) {}
 
 bool CameraClient::transfer(const std::string& action, const std::string* body, std::string& answer) const {
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(), curl_easy_cleanup);
@@ -29,6 +35,9 @@ bool CameraClient::transfer(const std::string& action, const std::string* body, 
     curl_easy_setopt(curl.get(), CURLOPT_PROXY, "");
     curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, append);
     curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &answer);
+    curl_easy_setopt(curl.get(), CURLOPT_NOPROGRESS, 0L);
+    curl_easy_setopt(curl.get(), CURLOPT_XFERINFOFUNCTION, isGivenUp);
+    curl_easy_setopt(curl.get(), CURLOPT_XFERINFODATA, &m_givenUp);
     if (body != nullptr) {
         curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body->size()));
         curl_easy_setopt(curl.get(), CURLOPT_POSTFIELDS, body->c_str());

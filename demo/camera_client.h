@@ -1,11 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 
 /** Talks to a camera's web interface as any program does: over HTTP, with digest authentication. One thread. */
 class CameraClient {
 public:
-    CameraClient(std::string address, std::string user, std::string password);
+    /** givenUp: once set, by any thread, there are no answers any more; outlives the client. */
+    CameraClient(std::string address, std::string user, std::string password, const std::atomic<bool>& givenUp);
 
     /** The answer to an action; empty when there is none. */
     std::string get(const std::string& action) const;
@@ -18,4 +20,5 @@ private:
 
     std::string m_address;
     std::string m_credentials;
+    const std::atomic<bool>& m_givenUp;
 };

@@ -51,7 +51,7 @@ DemoBuilding::DemoBuilding(const desktop::CameraOptions& leader, int followers, 
                                    std::filesystem::copy_options::overwrite_existing);
     }
     for (const auto& member : m_cameras) {
-        member->client = std::make_unique<CameraClient>(member->camera.address(), kLeader, m_password);
+        member->client = std::make_unique<CameraClient>(member->camera.address(), kLeader, m_password, m_ending);
     }
 }
 

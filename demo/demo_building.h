@@ -28,6 +28,9 @@ public:
      */
     bool step();
 
+    /** Lets a step that is at it return soon: a camera that has ended still seems to listen. Any thread. */
+    void end() { m_ending = true; }
+
 private:
     struct Member {
         Member(const desktop::CameraOptions& options, const std::string& label);
@@ -45,6 +48,7 @@ private:
 
     Settings m_settings;
     std::string m_password; /**< of the user "leader", whom all cameras know, for as long as the demo runs */
+    std::atomic<bool> m_ending = false;
     std::vector<std::unique_ptr<Member>> m_cameras;
     bool m_announced = false;
     std::string m_printed;

@@ -21,8 +21,10 @@ int runDemo(desktop::CameraOptions options, int followers, int seconds) {
     const std::vector<desktop::SupervisedProcess> processes = building.processes();
     const desktop::Background beside(kLook, [&building] { return building.step(); });
     const auto duration = seconds > 0 ? std::optional(std::chrono::seconds(seconds)) : std::nullopt;
-    return desktop::supervise(processes, duration,
-                              [](const std::string& line) { std::cerr << "senvo: " << line << std::endl; });
+    const int status = desktop::supervise(processes, duration,
+                                          [](const std::string& line) { std::cerr << "senvo: " << line << std::endl; });
+    building.end();
+    return status;
 }
 
 }  // namespace

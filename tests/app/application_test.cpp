@@ -1,10 +1,12 @@
 #include "application.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
+#include <thread>
 
 #include "canned_server.h"
 #include "clock.h"
@@ -62,6 +64,23 @@ TEST_F(Analysis, TheStatusIsStartingBeforeTheFirstCycle) {
     EXPECT_EQ(m_application.main(), 0);
     EXPECT_EQ(whileStarting, 100);
     EXPECT_EQ(m_application.status(), 200);
+}
+
+TEST_F(Analysis, GoesOnWithoutItsWebService) {
+    std::filesystem::remove_all(m_log.folder() / "usr/local/packages/ostrel_senvo/html");
+    bool unknown = false;
+    askToEndInTheFirstCycle([&] {
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (!unknown && std::chrono::steady_clock::now() < giveUp) {
+            unknown = m_application.status() == 50;
+            std::this_thread::yield();
+        }
+    });
+    EXPECT_EQ(m_application.main(), 0);
+    EXPECT_TRUE(unknown);
+    EXPECT_EQ(m_application.status(), 200) << "the cycle's own";
+    EXPECT_EQ(LogCapture::countContaining("info: webservices_thread_fcn: "), 1);
+    EXPECT_EQ(LogCapture::count("error: webservices_thread_fcn: Failed to init fastcgi service"), 1);
 }
 
 TEST_F(Analysis, MainFailsWhenTheModelCannotBeInitialised) {

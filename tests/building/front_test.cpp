@@ -138,6 +138,21 @@ TEST_F(Front, AnswersOthersBesideSlowClients) {
     }
 }
 
+TEST_F(Front, LeavesNothingOfAnUploadThatWasBrokenOff) {
+    const TestFolder folder;
+    const auto waiting = [] { return !std::filesystem::is_empty(s_camera->state() / "front.tmp"); };
+    writeFile(folder.path() / "body", std::string(1000000, 'x'));
+    {
+        const Child upload(startProgram(
+            {"/usr/bin/curl", "-s", "--noproxy", "*", "--limit-rate", "50k", "--digest", "-u",
+             "operator:" + s_camera->password, "--data-binary", "@body", camera().url("set_post_parameters")},
+            folder.path()));
+        EXPECT_TRUE(eventually(waiting)) << "in the camera's own folder";
+        EXPECT_EQ(camera().ask("get_status_code", {"--max-time", "3"}).body, "200") << "others do not wait for it";
+    }
+    EXPECT_TRUE(eventually([&] { return !waiting(); }));
+}
+
 TEST_F(Front, KeepsNothingForOthersToRead) {
     // For a moment it leads a camera that does not answer: what is kept of that is nobody else's, either.
     const std::string document = camera().get("get_all_parameters");

@@ -27,6 +27,7 @@ server.bind = "@BIND@"
 server.port = @PORT@
 server.document-root = "@STATE@/@HTML@"
 server.errorlog = "@STATE@/front.log"
+server.upload-dirs = ("@STATE@/front.tmp")
 server.tag = ""
 server.max-request-size = 1024
 server.max-request-field-size = 8192
@@ -164,6 +165,9 @@ SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const s
     configuration = replaced(configuration, "@REALM@", kRealm);
     configuration = replaced(configuration, "@HTML@", socketAndPage.lexically_relative(stateFolder).string());
     configuration = replaced(configuration, "@STATE@", quotable(stateFolder));
+    // Large bodies wait here, and stay behind when the server is killed.
+    std::filesystem::remove_all(stateFolder / "front.tmp");
+    std::filesystem::create_directory(stateFolder / "front.tmp");
     writeFile(stateFolder / "front.conf", configuration);
     writeFile(stateFolder / "front.lua", kForeignPages);
     SupervisedProcess front;
