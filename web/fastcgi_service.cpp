@@ -217,7 +217,7 @@ fastcgi_service::Answer fastcgi_service::answerTo(const std::string& action) {
         {"reset_total_occupancy", kPlain,
          [](Self s) {
              // The result as one character, not as its digits; clients ignore it.
-             const std::string result(1, static_cast<char>(s.m_parts.resetTotalOccupancy()));
+             std::string result(1, static_cast<char>(s.m_parts.resetTotalOccupancy()));
              applicationLog().info("processGET: Total occupancy reset.");
              return result;
          }},

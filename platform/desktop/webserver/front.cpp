@@ -93,7 +93,7 @@ void writeFile(const std::filesystem::path& path, const std::string& text) {
 
 /** The folder's name, if it can stand in the configuration. */
 std::string quotable(const std::filesystem::path& folder) {
-    const std::string name = folder.string();
+    std::string name = folder.string();
     const bool special = std::any_of(name.begin(), name.end(), [](char c) {
         return c == '"' || c == '\\' || c == '$' || static_cast<unsigned char>(c) < ' ';
     });
