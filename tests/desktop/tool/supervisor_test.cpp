@@ -130,14 +130,19 @@ TEST_F(Supervisor, KeepsSeveralProcessesRunning) {
     desktop::SupervisedProcess first;
     first.executable = m_executable;
     first.workingFolder = m_folder.path();
-    first.environment = {{"BEHAVIOUR", "error killed wait"}};
+    first.environment = {{"BEHAVIOUR", "error killed stay"}};
     desktop::SupervisedProcess second = first;
     second.name = "the other";
     second.workingFolder = other.path();
     second.environment = {{"BEHAVIOUR", "ok stay"}};
     second.mayEnd = false;
-    EXPECT_EQ(
-        desktop::supervise({first, second}, std::nullopt, [&](const std::string& line) { m_said.push_back(line); }), 0);
+    const auto say = [&](const std::string& line) {
+        m_said.push_back(line);
+        if (m_said.size() == 3) {
+            kill(getpid(), SIGTERM);
+        }
+    };
+    EXPECT_EQ(desktop::supervise({first, second}, std::nullopt, say), 0);
     EXPECT_EQ(std::multiset<std::string>(m_said.begin(), m_said.end()),
               (std::multiset<std::string>{kRestart, "the application killed by signal Killed; starting it again",
                                           "the other ended with status 0; starting it again"}));
