@@ -4,6 +4,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <regex>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <thread>
@@ -479,40 +480,44 @@ struct NonsenseCase {
     const char* label;
     const char* status;     /**< the follower's answer to a question for its status */
     const char* statistics; /**< its answer to one for its statistics */
-    const char* reason;     /**< why the process ends, behind the follower's address or name */
+    const char* reason;     /**< why the process ends */
 };
 
 class NonsenseDeathTest : public RunningApplication, public testing::WithParamInterface<NonsenseCase> {};
 
 TEST_P(NonsenseDeathTest, OfAFollowerEndsTheProcessWithAReason) {
-    CannedServer follower([](int connection, const std::string& request) {
-        const bool status = request.find("action=get_status_code ") != std::string::npos;
-        return CannedServer::saying(status ? GetParam().status : GetParam().statistics)(connection, request);
-    });
-    scripted::parameters()["isFollower1Active"] = "true";
-    scripted::parameters()["Follower1IP"] = follower.address();
-    scripted::parameters()["Follower1login"] = "somebody";
-    scripted::parameters()["Follower1PWD"] = "secret";
-    scripted::parameters()["Follower1CameraName"] = "Gate";
-    start();
-    m_clock.advance(60);
-    EXPECT_EXIT(m_application.thread_function(), testing::ExitedWithCode(1), "") << GetParam().label;
+    const auto tickOfALeader = [this] {
+        // In the process that ends: one with threads is not to be forked.
+        const CannedServer follower([](int connection, const std::string& request) {
+            const bool status = request.find("action=get_status_code ") != std::string::npos;
+            return CannedServer::saying(status ? GetParam().status : GetParam().statistics)(connection, request);
+        });
+        scripted::parameters()["isFollower1Active"] = "true";
+        scripted::parameters()["Follower1IP"] = follower.address();
+        scripted::parameters()["Follower1login"] = "somebody";
+        scripted::parameters()["Follower1PWD"] = "secret";
+        scripted::parameters()["Follower1CameraName"] = "Gate";
+        start();
+        m_clock.advance(60);
+        m_application.thread_function();
+    };
+    EXPECT_EXIT(tickOfALeader(), testing::ExitedWithCode(1), "") << GetParam().label;
     const Lines errors = LogCapture::ofLevel("error");
     ASSERT_EQ(errors.size(), 1U) << GetParam().label;
-    std::string reason = GetParam().reason;
-    if (const size_t at = reason.find('@'); at != std::string::npos) {
-        reason.replace(at, 1, follower.address());
-    }
-    EXPECT_EQ(errors[0], "grateful_dead: thread_function: " + reason) << GetParam().label;
+    const std::regex address("127\\.0\\.0\\.1:[0-9]+");
+    EXPECT_EQ(std::regex_replace(errors[0], address, "ADDRESS"),
+              std::string("grateful_dead: thread_function: ") + GetParam().reason)
+        << GetParam().label;
     EXPECT_EQ(LogCapture::countContaining("secret") + LogCapture::countContaining("somebody"), 0) << GetParam().label;
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Table, NonsenseDeathTest,
     testing::Values(NonsenseCase{"another application's page", "<html>somebody</html>", "0\n0\n0\n0\n",
-                                 "expected a number from @ for get_status_code, got 21 bytes that are none"},
-                    NonsenseCase{"a status out of range", "99999999999", "0\n0\n0\n0\n",
-                                 "expected a number from @ for get_status_code, got 11 bytes that are none of 32 bits"},
+                                 "expected a number from ADDRESS for get_status_code, got 21 bytes that are none"},
+                    NonsenseCase{
+                        "a status out of range", "99999999999", "0\n0\n0\n0\n",
+                        "expected a number from ADDRESS for get_status_code, got 11 bytes that are none of 32 bits"},
                     NonsenseCase{"statistics of another application", "200", "<html>somebody</html>",
                                  "expected records from follower 1, Gate, got 21 bytes that are none (stoi)"},
                     NonsenseCase{"empty statistics", "200", "",
