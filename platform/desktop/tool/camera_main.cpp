@@ -5,6 +5,7 @@
 
 #include "background.h"
 #include "desktop_camera.h"
+#include "source_name.h"
 
 namespace {
 
@@ -19,7 +20,8 @@ int run(desktop::CameraOptions options, int seconds) {
         options.state = desktop::defaultStateFolder(kDefaultName);
     }
     const DesktopCamera camera(options, "");
-    std::cout << "video: " << options.video << "\nmodel: " << desktop::findModelCard(options.model).string()
+    std::cout << "video: " << desktop::displayName(options.video)
+              << "\nmodel: " << desktop::findModelCard(options.model).string()
               << "\nstate: " << camera.folder().path().string() << "\nlog: " << camera.folder().log().string()
               << std::endl;
     desktop::holdBackSupervisorSignals();
