@@ -28,6 +28,7 @@ struct StreamValue {
     ~StreamValue();
     std::map<std::string, uint32_t> settings;
     std::set<VdoBuffer*> out;
+    std::vector<VdoBuffer*> queued; /**< to be filled, oldest first; those of the consumer's own making */
     bool attached = false;
     bool started = false;
 
@@ -35,6 +36,7 @@ struct StreamValue {
         const auto found = settings.find(name);
         return found == settings.end() ? 0 : found->second;
     }
+    bool isExplicit() const { return setting("buffer.strategy") == VDO_BUFFER_STRATEGY_EXPLICIT; }
     scripted::Size size() const {
         const bool turned = setting("rotation") == 90 || setting("rotation") == 270;
         return turned ? scripted::Size{setting("height"), setting("width")}
@@ -193,14 +195,23 @@ VdoBuffer* vdo_stream_get_buffer(VdoStream* self, GError** error) {
         return nullptr;
     }
     const auto [width, height] = stream.size();
-    auto buffer = std::make_unique<BufferValue>();
-    const size_t luma = size_t{width} * height;
-    buffer->pixels.assign(luma, 16);
-    buffer->pixels.resize(luma + luma / 2, 128);
-    if (script().draw) {
-        script().draw(buffer->pixels.data(), width, height);
+    VdoBuffer* handle = nullptr;
+    if (!stream.isExplicit()) {
+        handle = makeHandle<VdoBuffer>("ScriptedVdoBuffer", std::make_unique<BufferValue>());
+    } else if (!stream.queued.empty()) {
+        handle = stream.queued.front();
+        stream.queued.erase(stream.queued.begin());
+    } else {
+        refuse(VDO_ERROR, VDO_ERROR_FAILED, "no buffer is queued to be filled", error);
+        return nullptr;
     }
-    auto* const handle = makeHandle<VdoBuffer>("ScriptedVdoBuffer", std::move(buffer));
+    std::vector<uint8_t>& pixels = valueOf<BufferValue>(handle).pixels;
+    const size_t luma = size_t{width} * height;
+    pixels.assign(luma, 16);
+    pixels.resize(luma + luma / 2, 128);
+    if (script().draw) {
+        script().draw(pixels.data(), width, height);
+    }
     stream.out.insert(handle);
     ++script().framesOut;
     return handle;
@@ -210,13 +221,17 @@ gboolean vdo_stream_buffer_unref(VdoStream* self, VdoBuffer** buffer, GError** e
     if (failsNow("vdo_stream_buffer_unref", VDO_ERROR, error)) {
         return FALSE;
     }
-    if (valueOf<StreamValue>(self).out.erase(*buffer) == 0) {
+    StreamValue& stream = valueOf<StreamValue>(self);
+    const bool wasOut = stream.out.erase(*buffer) != 0;
+    if (stream.isExplicit()) {
+        std::erase(stream.queued, *buffer);
+    } else if (!wasOut) {
         refuse(VDO_ERROR, VDO_ERROR_INVALID_ARGUMENT, "not a frame of this stream", error);
         return FALSE;
     }
     g_object_unref(*buffer);
     *buffer = nullptr;
-    --script().framesOut;
+    script().framesOut -= wasOut ? 1 : 0;
     return TRUE;
 }
 
@@ -234,8 +249,13 @@ gboolean vdo_stream_buffer_enqueue(VdoStream* self, VdoBuffer* buffer, GError** 
     if (failsNow("vdo_stream_buffer_enqueue", VDO_ERROR, error)) {
         return FALSE;
     }
-    if (valueOf<StreamValue>(self).out.erase(buffer) != 0) {
+    StreamValue& stream = valueOf<StreamValue>(self);
+    if (stream.out.erase(buffer) != 0) {
         --script().framesOut;
+    }
+    if (stream.isExplicit()) {
+        stream.attached = true;  // whoever brings buffers means to read frames
+        stream.queued.push_back(buffer);
     }
     return TRUE;
 }
