@@ -72,6 +72,7 @@ int Application::main() {
     }
     init_occupancy_controller();
     init_sensor_aspect_ratio();
+    init_overlay_manager();
     if (!startWebService()) {
         return -1;
     }
@@ -142,6 +143,9 @@ void Application::storeAreas() {
 
 void Application::takeOver(const SettingsUpdate& update) {
     m_Config = update.settings;
+    if (update.overlays && m_Overlay) {
+        m_Overlay->useConfiguredStreams();
+    }
     if (update.maxDisappeared) {
         m_Tracker.set_max_disappeared(m_Config.i_MaxDisappeared);
     }
@@ -183,7 +187,18 @@ void Application::init_occupancy_controller() {
 void Application::init_sensor_aspect_ratio() {
     const std::string ratio = m_Parameters.get_sensor_aspect_ratio();
     applicationLog().info("init_sensor_aspect_ratio: Image sensor aspect ratio: " + ratio);
-    m_IsWideSensor = ratio != "4:3";
+    g_SensorIs16x9 = ratio != "4:3";
+}
+
+void Application::init_overlay_manager() {
+    const uint32_t width = m_Detector.get_stream_width();
+    const uint32_t height = m_Detector.get_stream_height();
+    m_Overlay = std::make_unique<OverlayManager>(m_Config, width, height);
+    // The platform names streams by their size before it turns them.
+    if (m_IsPortrait) {
+        SetApplicationStreamResolution(m_Overlay->info(), height, width);
+    }
+    m_Overlay->useConfiguredStreams();
 }
 
 void Application::init_event_manager() {
@@ -204,6 +219,9 @@ void Application::init_logic(int maxDisappeared) {
         DetectionProcessingParts{m_Config, m_Detector, m_Tracker, m_Areas, m_Occupancy, *m_Events, m_OccupancyManager,
                                  m_Metrics, m_LeaderMetrics, m_Followers});
     m_ReadyProcessing = m_Processing.get();
+    if (m_Overlay) {
+        m_Overlay->showFindings(m_Processing->findings());
+    }
     m_Polling.start(clockNow());
     m_NextOccupancyResetCheck = clockNow() + kFirstOccupancyResetCheck;
 }
@@ -237,6 +255,9 @@ int Application::do_one_analysis() {
     m_Processing->manage_events();
     m_Processing->update_aoi_and_occupancy_metrics();
     m_OccupancyManager.add(m_Processing->findings(), {m_Config.cameraInfo, *m_Events, m_Followers, m_LeaderMetrics});
+    if (m_Overlay) {
+        m_Overlay->renderFindings();
+    }
 
     const int64_t duration = millisecondsOf(clockNowMicros()) - millisecondsOf(start);
     m_LastCycleMilliseconds = static_cast<int>(duration);

@@ -22,6 +22,7 @@
 #include "mutex.h"
 #include "occupancy_controller.h"
 #include "occupancy_manager.h"
+#include "overlay_manager.h"
 #include "parameter_controller.h"
 #include "parameter_io.h"
 #include "tracker.h"
@@ -68,6 +69,7 @@ public:
     int init_ai();
     void init_occupancy_controller();
     void init_sensor_aspect_ratio();
+    void init_overlay_manager();
     void init_event_manager();
     void init_logic(int maxDisappeared);
 
@@ -135,6 +137,7 @@ private:
     LeaderMetricsParams m_LeaderMetrics;
     http_request_controller m_Followers;
     std::unique_ptr<DetectionProcessing> m_Processing;
+    std::unique_ptr<OverlayManager> m_Overlay;
     std::atomic<DetectionProcessing*> m_ReadyProcessing = nullptr; /**< for the web service, once it is there */
     BetweenCycles m_BetweenCycles;
 
@@ -143,7 +146,6 @@ private:
     FollowerPolling m_Polling;
     parameter_io m_Settings;
     bool m_IsPortrait = false;    /**< the camera is turned by 90 or 270 degrees */
-    bool m_IsWideSensor = false;  /**< the image sensor is anything but 4:3 */
     unsigned m_FrameCounter = 0;  /**< successful cycles since start */
     int m_MalfunctionCounter = 0; /**< consecutive failed model runs */
     int m_InitAiCounter = 0;      /**< consecutive re-initialisations without a successful cycle */

@@ -14,6 +14,9 @@ public:
     /** The slot to pass to one platform call. */
     GError** slot() { return &m_error; }
 
+    /** Whether the platform gave an error. */
+    explicit operator bool() const { return m_error != nullptr; }
+
     /** The error's code, 0 when the platform gave none. */
     int code() const { return m_error == nullptr ? 0 : m_error->code; }
 

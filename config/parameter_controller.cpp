@@ -8,6 +8,8 @@
 #include "Logger.h"
 #include "platform_error.h"
 
+bool g_SensorIs16x9 = true;
+
 namespace {
 
 void status_callback_log(const gchar* name, const gchar* value, gpointer) {

@@ -8,6 +8,9 @@
 
 #include "config_params.h"
 
+/** Whether the camera's image sensor is wider than 4:3; found at start-up, read from then on. */
+extern bool g_SensorIs16x9;
+
 /**
  * The application's one gateway to the platform's parameter store: typed reads and writes of single parameters, the
  * whole configuration record, and two parameters of the platform itself.

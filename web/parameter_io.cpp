@@ -222,6 +222,7 @@ void parameter_io::upload(std::map<std::string, std::string> tags, SettingsUpdat
     walkOverlays(values, config);
     walkClasses(values, config);
     walkRules(values, config);
+    update.overlays = true;
     config.i_MaxDisappeared = settings_text::cycles(values["MaxDisappear"], config.i_MainLoopTime);
     m_parts.detector.set_sensitivity(config.f_Sensitivity);
     update.maxDisappeared = true;

@@ -15,6 +15,7 @@
 /** An uploaded record and how far its upload came: what the analysis is to take over between two cycles. */
 struct SettingsUpdate {
     ConfigParams settings;
+    bool overlays = false;       /**< the choice of streams was reached */
     bool maxDisappeared = false; /**< the tracker's limit was reached */
     bool detectionAreas = false;
     bool exclusions = false;

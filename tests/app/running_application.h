@@ -45,6 +45,7 @@ protected:
         ASSERT_EQ(m_application.init_ai(), 1);
         m_application.init_occupancy_controller();
         m_application.init_sensor_aspect_ratio();
+        m_application.init_overlay_manager();
         m_application.init_event_manager();
         m_application.init_logic(m_application.config().i_MaxDisappeared);
     }

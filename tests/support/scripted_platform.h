@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <axoverlay.h>
+
 /**
  * The platform's interfaces in memory, for tests: every call can be made to fail at a chosen invocation, once or for
  * good, with a chosen error; calls are counted. It stands where a program has the camera's libraries, by linking.
@@ -115,5 +117,17 @@ std::vector<SentEvent>& sentEvents();
 
 /** Overlays alive, by identifier. */
 const std::vector<int>& overlays();
+
+/** How an overlay was asked for. */
+const axoverlay_overlay_data& overlayData(int id);
+
+/**
+ * This stream, and no other, is watched from now on: at each redraw the overlays are drawn on what contextFor gives for
+ * the size that the overlay is to have. Without contextFor nobody watches.
+ */
+void watch(const axoverlay_stream_data& stream, std::function<gpointer(int width, int height)> contextFor);
+
+/** The stream as an overlay of any identifier would be drawn on it, at once. */
+void drawOverlay(int id, axoverlay_stream_data stream, gpointer context);
 
 }  // namespace scripted

@@ -204,7 +204,8 @@ TEST_F(Settings, OfAnUploadReachTheRecordTheAnalysisAndTheStore) {
 
     ASSERT_EQ(m_published.size(), 1U);
     const SettingsUpdate& update = m_published[0];
-    EXPECT_TRUE(update.maxDisappeared && update.detectionAreas && update.exclusions && update.entrances);
+    EXPECT_TRUE(update.overlays && update.maxDisappeared && update.detectionAreas && update.exclusions &&
+                update.entrances);
     EXPECT_EQ(update.settings.i_Detection3, m_config.i_Detection3);
 
     EXPECT_EQ(scripted::parameters()["Sensitivity"], "0.750000");
@@ -276,15 +277,20 @@ TEST_F(Settings, ThatAreRefusedLeaveWhatWasReadUntilThen) {
     const struct {
         const char* tag;
         const char* value;
+        bool overlays;
         bool maxDisappeared;
         bool detectionAreas;
         bool exclusions;
         bool entrances;
     } cases[] = {
-        {"Sensitivity", "high", false, false, false, false}, {"MaxDisappear", "", false, false, false, false},
-        {"Detection2_7", "left", true, false, false, false}, {"Exclusion1_0", "", true, true, false, false},
-        {"Entrance3_15", "1e30", true, true, true, false},   {"Occupants", "many", true, true, true, true},
-        {"RepInt", "99999999999", true, true, true, true},
+        {"Sensitivity", "high", false, false, false, false, false},
+        {"AoiLogicComparison", "more", false, false, false, false, false},
+        {"MaxDisappear", "", true, false, false, false, false},
+        {"Detection2_7", "left", true, true, false, false, false},
+        {"Exclusion1_0", "", true, true, true, false, false},
+        {"Entrance3_15", "1e30", true, true, true, true, false},
+        {"Occupants", "many", true, true, true, true, true},
+        {"RepInt", "99999999999", true, true, true, true, true},
     };
     for (const auto& refused : cases) {
         m_config = everyClass();
@@ -296,6 +302,7 @@ TEST_F(Settings, ThatAreRefusedLeaveWhatWasReadUntilThen) {
         EXPECT_ANY_THROW(m_settings.set_post_parameters(body(tags))) << refused.tag;
         EXPECT_TRUE(scripted::parameters().empty()) << refused.tag;
         ASSERT_EQ(m_published.size(), 1U) << refused.tag;
+        EXPECT_EQ(m_published[0].overlays, refused.overlays) << refused.tag;
         EXPECT_EQ(m_published[0].maxDisappeared, refused.maxDisappeared) << refused.tag;
         EXPECT_EQ(m_published[0].detectionAreas, refused.detectionAreas) << refused.tag;
         EXPECT_EQ(m_published[0].exclusions, refused.exclusions) << refused.tag;
