@@ -8,6 +8,7 @@
 std::vector<Limit> registerConversion();
 std::vector<Limit> registerCycle();
 std::vector<Limit> registerStore();
+std::vector<Limit> registerOverlay();
 
 // Asked for by name only: their archives take minutes to write and read.
 std::vector<Limit> registerReport();

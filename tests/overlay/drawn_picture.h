@@ -21,6 +21,16 @@ public:
     int width() const { return cairo_image_surface_get_width(m_surface.get()); }
     int height() const { return cairo_image_surface_get_height(m_surface.get()); }
 
+    /** Puts a picture under what is drawn from now on: as many pixels as this has. */
+    void fill(const std::vector<uint32_t>& frame) const {
+        cairo_surface_flush(m_surface.get());
+        for (int y = 0; y < height(); ++y) {
+            std::copy_n(frame.begin() + static_cast<ptrdiff_t>(y) * width(), width(),
+                        const_cast<uint32_t*>(rowOf(m_surface.get(), y)));
+        }
+        cairo_surface_mark_dirty(m_surface.get());
+    }
+
     /** 0xAARRGGBB. */
     uint32_t at(int x, int y) const {
         EXPECT_TRUE(x >= 0 && x < width() && y >= 0 && y < height()) << x << ", " << y;

@@ -365,6 +365,46 @@ TEST_F(Overlay, HasTextWithoutArialToo) {
         testing::ExitedWithCode(0), "");
 }
 
+TEST_F(Overlay, HidesNoMoreOfARealFrameThanItShould) {
+    constexpr int kFrameWidth = 640;
+    constexpr int kFrameHeight = 360;
+    const char* const shared = std::getenv("SENVO_SHARED");
+    const auto clip = std::filesystem::path(shared == nullptr ? SENVO_SHARED_DEFAULT : shared) / "media" /
+                      "one-by-one-person-detection.mp4";
+    if (!std::filesystem::exists(clip)) {
+        GTEST_SKIP() << "there is no " << clip;
+    }
+    const std::string command = std::string(FFMPEG_PROGRAM) + " -v error -ss 8 -i '" + clip.string() +
+                                "' -frames:v 1 -vf scale=640:360 -pix_fmt bgra -f rawvideo -";
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    std::vector<uint32_t> frame(size_t{kFrameWidth} * kFrameHeight);
+    ASSERT_EQ(fread(frame.data(), sizeof(uint32_t), frame.size(), pipe.get()), frame.size());
+    const DrawnPicture picture(kFrameWidth, kFrameHeight);
+    picture.fill(frame);
+    const detection person = boxAt(200, 60, 120, 260);
+    m_findings = {findAt(person, footings::in_AOI1_briefly, 9)};
+    m_width = 1280;
+    m_height = 720;
+    m_findings[0].detect = boxAt(2 * person.X, 2 * person.Y, 2 * person.W, 2 * person.H);
+    m_config.b_AnonOverlaysOn = true;
+    m_config.str_AnonOverlay = "640x360";
+    manager().useConfiguredStreams();
+    scripted::drawOverlay(scripted::overlays()[0], streamOf(kFrameWidth, kFrameHeight), picture.context());
+    picture.writePng(std::filesystem::current_path() / "overlay-on-a-real-frame.png");
+    for (int y = 0; y < kFrameHeight; ++y) {
+        for (int x = 0; x < kFrameWidth; ++x) {
+            const bool isText = y > person.Y + person.H || y < person.Y - 30;
+            const bool isFarAway = x < person.X - 2 || x > person.X + person.W + 2;
+            const uint32_t before = frame[static_cast<size_t>(y) * kFrameWidth + static_cast<size_t>(x)];
+            if (isFarAway && !isText) {
+                ASSERT_EQ(picture.at(x, y), before) << x << ", " << y;
+            } else if (x > person.X && x < person.X + person.W - 2 && y > person.Y && y < person.Y + person.H - 8) {
+                ASSERT_EQ(picture.at(x, y), (x / 4 + y / 4) % 2 == 0 ? kYellow : kWhite) << x << ", " << y;
+            }
+        }
+    }
+}
+
 // --- Reference pictures ----------------------------------------------------------------------------------------------
 
 /** Every style at once: what stands where, of every class and colour, with texts at all edges. */
