@@ -85,8 +85,9 @@ public:
     /**
      * Holds this against a picture in the tree: none of the colours' components may differ by more than 48 of 255 in
      * more than two pixels of a thousand of those drawn on, which lets pass what another version of a font or of cairo
-     * does to the edges of letters, and nothing that an eye would see. The picture as it came is left beside the tests
-     * when it does not fit. SENVO_WRITE_PICTURES=1 writes the tree's pictures anew; look at them before you commit.
+     * does to the edges of letters, and nothing that an eye would see. The picture as it came is left in the build's
+     * folder of pictures when it does not fit. SENVO_WRITE_PICTURES=1 writes the tree's pictures anew; look at them
+     * before you commit.
      */
     void expectLike(const std::string& name) const {
         const std::filesystem::path reference = std::filesystem::path(PICTURES_FOLDER) / (name + ".png");
@@ -109,7 +110,7 @@ public:
         EXPECT_GT(total, 0) << "an empty picture proves nothing";
         EXPECT_LE(different * 1000, total * 2) << different << " of " << total << " pixels differ";
         if (different * 1000 > total * 2) {
-            writePng(std::filesystem::current_path() / (name + "-as-it-came.png"));
+            writePng(std::filesystem::path(PICTURES_TO_LOOK_AT) / (name + "-as-it-came.png"));
         }
     }
 

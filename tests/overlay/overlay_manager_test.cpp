@@ -390,7 +390,7 @@ TEST_F(Overlay, HidesNoMoreOfARealFrameThanItShould) {
     m_config.str_AnonOverlay = "640x360";
     manager().useConfiguredStreams();
     scripted::drawOverlay(scripted::overlays()[0], streamOf(kFrameWidth, kFrameHeight), picture.context());
-    picture.writePng(std::filesystem::current_path() / "overlay-on-a-real-frame.png");
+    picture.writePng(std::filesystem::path(PICTURES_TO_LOOK_AT) / "overlay-on-a-real-frame.png");
     for (int y = 0; y < kFrameHeight; ++y) {
         for (int x = 0; x < kFrameWidth; ++x) {
             const bool isText = y > person.Y + person.H || y < person.Y - 30;
