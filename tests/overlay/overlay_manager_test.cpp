@@ -381,7 +381,7 @@ TEST_F(Overlay, HidesNoMoreOfARealFrameThanItShould) {
     ASSERT_EQ(fread(frame.data(), sizeof(uint32_t), frame.size(), pipe.get()), frame.size());
     const DrawnPicture picture(kFrameWidth, kFrameHeight);
     picture.fill(frame);
-    const detection person = boxAt(200, 60, 120, 260);
+    const detection person = boxAt(320, 12, 118, 316);
     m_findings = {findAt(person, footings::in_AOI1_briefly, 9)};
     m_width = 1280;
     m_height = 720;
