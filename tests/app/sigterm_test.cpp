@@ -61,7 +61,7 @@ TEST(Sigterm, AtAnyMomentEndsTheProcessInOrder) {
         std::mt19937 random(seed);
         for (int run = 0; run < kRuns / kThreads; ++run) {
             const int delay = std::uniform_int_distribution<int>(0, kLongestDelayMicros)(random);
-            Child child(startProgram({SCRIPTED_PROGRAM}, folder.path(), {"OSTREL_SENVO_ROOT=" + folder.path().string()},
+            Child child(startProgram({EMULATOR SCRIPTED_PROGRAM}, folder.path(), {"OSTREL_SENVO_ROOT=" + folder.path().string()},
                                      {SIGTERM}));
             pauseMicros(delay);
             kill(child.pid(), SIGTERM);

@@ -84,7 +84,7 @@ protected:
 };
 
 TEST_F(Load, OfEightClientsDoesNotDisturbTheAnalysis) {
-    Child process(startProgram({SCRIPTED_PROGRAM}, m_folder.path(), {"OSTREL_SENVO_ROOT=" + m_folder.path().string()},
+    Child process(startProgram({EMULATOR SCRIPTED_PROGRAM}, m_folder.path(), {"OSTREL_SENVO_ROOT=" + m_folder.path().string()},
                                {SIGTERM}));
     const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (!serves() && std::chrono::steady_clock::now() < giveUp) {
