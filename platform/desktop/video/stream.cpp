@@ -5,6 +5,7 @@
 #include <cmath>
 #include <utility>
 
+#include "last_fetched.h"
 #include "resolutions.h"
 #include "video_error.h"
 
@@ -114,6 +115,7 @@ VdoBuffer* Stream::fetch() {
         const Delivery delivery = m_source->newest(m_fetched, m_stopped);
         m_converter.convert(*delivery.picture, bytesOf(buffer.get()));
         m_fetched = delivery.number;
+        noteFetched({delivery.picture, static_cast<int>(m_settings.at("rotation"))});
     } catch (...) {
         const std::lock_guard lock(m_mutex);
         m_free.push_back(std::move(buffer));

@@ -42,7 +42,7 @@ INSTANTIATE_TEST_SUITE_P(
         ConfigCase{"unknown pacing", R"({"pacing": "fast"})", "\"pacing\": expected realtime or virtual, got \"fast\""},
         ConfigCase{"unknown key", R"({"colour": "red"})",
                    "unknown key \"colour\"; known: pacing, video, networksFolder, stateFolder, "
-                   "manifest, heartbeat, mqtt, mqttUser, mqttPasswordFile, mqttCaFile, mqttCertFile, mqttKeyFile"}),
+                   "manifest, heartbeat, liveSocket, mqtt, mqttUser, mqttPasswordFile, mqttCaFile, mqttCertFile, mqttKeyFile"}),
     [](const auto& instance) { return "Case" + std::to_string(instance.index); });
 
 }  // namespace
