@@ -12,7 +12,7 @@ namespace {
 constexpr const char* kHelp =
     "Usage: ./senvo bench [TOPIC ...] [--json] [--repetitions N]\n"
     "Measures in one run, variants interleaved, and prints medians and ratios. TOPIC: convert, cycle, store; all\n"
-    "three without one; report and archive, with large files, and web, with web servers, only by name. Ends with 1 "
+    "three without one; report and archive, with large files, web, with web servers, and live, with viewers, only by name. Ends with 1 "
     "when a figure misses its "
     "limit.\n";
 
@@ -47,8 +47,8 @@ private:
 int main(int argc, char** argv) {
     const std::map<std::string, std::vector<Limit> (*)()> topics = {
         {"convert", registerConversion}, {"cycle", registerCycle},     {"store", registerStore},
-        {"report", registerReport},      {"archive", registerArchive}, {"web", registerWeb}};
-    const std::vector<std::string> onlyByName = {"report", "archive", "web"};
+        {"report", registerReport},      {"archive", registerArchive}, {"web", registerWeb},       {"live", registerLive}};
+    const std::vector<std::string> onlyByName = {"report", "archive", "web", "live"};
     std::vector<std::string> chosen;
     bool json = false;
     std::string repetitions = "15";
@@ -66,7 +66,7 @@ int main(int argc, char** argv) {
             chosen.push_back(word);
         } else {
             std::cerr
-                << "senvo bench: expected convert, cycle, store, report, archive, web, --json or --repetitions N, got "
+                << "senvo bench: expected convert, cycle, store, report, archive, web, live, --json or --repetitions N, got "
                 << word << '\n';
             return 2;
         }
