@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <list>
+#include <opencv2/imgproc.hpp>
 #include <poll.h>
 #include <sstream>
 #include <stdexcept>
@@ -16,9 +16,7 @@ extern "C" {
 #include <libavutil/frame.h>
 }
 
-#include "camera_paths.h"
 #include "engine.h"
-#include "imgconverter.h"
 #include "overlay_service.h"
 #include "real_frame.h"
 #include "topics.h"
@@ -163,14 +161,17 @@ std::string readText(const std::string& path) {
  */
 void benchCycle(benchmark::State& state, int viewers) {
     const auto source = std::make_shared<StillSource>(realPicture());
-    const std::vector<uint8_t> nv12 = realFrame(kWidth, kHeight);
+    std::vector<uint8_t> nv12 = realFrame(kWidth, kHeight);
+    const cv::Mat luma(kHeight, kWidth, CV_8UC1, nv12.data());
+    const cv::Mat chroma(kHeight / 2, kWidth / 2, CV_8UC2, nv12.data() + kWidth * kHeight);
     const desktop::ModelCard card = desktop::parseModelCard(readText(SENVO_PACKAGE_FOLDER "/models/motion.json"));
     const auto engine = desktop::makeEngine(card);
-    cv::Mat rgb(card.tensorHeight, card.tensorWidth, CV_8UC3);
+    cv::Mat whole;
+    cv::Mat rgb;
 
     desktop::OverlayParts parts;
     parts.source = source;
-    parts.liveSocket = cameraPath("/tmp/live.socket");
+    parts.liveSocket = std::string(std::getenv("OSTREL_SENVO_ROOT")) + "/live.socket";
     axoverlay_settings settings = {};
     settings.render_callback = drawTwelve;
     desktop::OverlayService service(settings, parts);
@@ -189,8 +190,8 @@ void benchCycle(benchmark::State& state, int viewers) {
         std::chrono::duration<double> spent(0);
         for (int cycle = 0; cycle < kCycles; ++cycle) {
             const auto start = std::chrono::steady_clock::now();
-            convertCropScaleU8yuvToRGB(nv12.data(), kWidth, kHeight, rgb.data, static_cast<unsigned>(rgb.cols),
-                                       static_cast<unsigned>(rgb.rows));
+            cv::cvtColorTwoPlane(luma, chroma, whole, cv::COLOR_YUV2RGB_NV12);
+            cv::resize(whole, rgb, cv::Size(card.tensorWidth, card.tensorHeight));
             benchmark::DoNotOptimize(engine->detect(rgb));
             service.redraw({source->current().picture, 0});
             spent += std::chrono::steady_clock::now() - start;
