@@ -1,12 +1,12 @@
 #pragma once
 
-#include <atomic>
 #include <cairo.h>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
+#include <tuple>
 #include <vector>
 
 #include "clock.h"
@@ -18,7 +18,10 @@ namespace desktop {
 struct StreamSize {
     int width = 0;
     int height = 0;
-    auto operator<=>(const StreamSize&) const = default;
+    bool operator==(const StreamSize&) const = default;
+    bool operator<(const StreamSize& other) const {
+        return std::tie(width, height) < std::tie(other.width, other.height);
+    }
 };
 
 struct DestroySurface {

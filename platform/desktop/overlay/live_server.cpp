@@ -4,6 +4,7 @@
 #include <cmath>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include "live_socket.h"
@@ -16,6 +17,7 @@ namespace {
 constexpr auto kSilence = std::chrono::seconds(2);      // without a drawing, before the stream goes on without
 constexpr auto kLongestWait = std::chrono::seconds(5);  // for a first picture
 constexpr auto kLongestStill = std::chrono::seconds(30);
+constexpr int kNiceness = 10;
 constexpr int kLookAround = 100;  // milliseconds
 
 std::vector<StreamSize> offeredSizes(const SourceInfo& info) {
@@ -49,6 +51,8 @@ void LiveServer::wake() {
 }
 
 void LiveServer::run() {
+    // Where there are too few processors for both, the analysis goes first.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNiceness);
     while (!m_stop) {
         serveSockets(timeout());
         dropViewers();

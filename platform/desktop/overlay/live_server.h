@@ -60,7 +60,9 @@ private:
     struct Key {
         StreamSize size;
         bool overlays = true;
-        auto operator<=>(const Key&) const = default;
+        bool operator<(const Key& other) const {
+            return std::tie(size, overlays) < std::tie(other.size, other.overlays);
+        }
     };
     struct Stream {
         Clock::TimePoint lastDrawing;  // taken; at first when the stream was first wanted

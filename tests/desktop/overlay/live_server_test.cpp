@@ -237,6 +237,7 @@ TEST_F(LiveServerTest, HasRoomForAHundredViewers) {
 TEST_F(LiveServerTest, SaysWhyThereIsNoPicture) {
     m_source->lose("cam: connection lost");
     EXPECT_EQ(bodyOf(client("/live/image.jpg?overlays=0").rest()), "no picture: cam: connection lost\n");
+    ASSERT_TRUE(viewersBecome(0));
     LiveClient drawn = client("/live/video.mjpg");
     ASSERT_TRUE(viewersBecome(1));
     m_clock.advance(2s);
