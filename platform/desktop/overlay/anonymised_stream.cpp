@@ -27,27 +27,34 @@ std::optional<StreamSize> parseSize(const std::string& text) {
     return width && height ? std::optional(StreamSize{*width, *height}) : std::nullopt;
 }
 
-AnonymisedStream::AnonymisedStream(AnonymisedStreamNames names, const std::string& on, const std::string& resolution,
-                                   Clock& clock)
-    : m_names(std::move(names)), m_clock(clock), m_on(on), m_resolution(resolution) {
+AnonymisedStream::AnonymisedStream(AnonymisedStreamNames names, std::map<std::string, std::string> values, Clock& clock)
+    : m_names(std::move(names)), m_clock(clock), m_values(std::move(values)) {
     update();
     m_changed.reset();
 }
 
 void AnonymisedStream::parameterSet(const std::string& name, const std::string& value) {
     const std::lock_guard lock(m_mutex);
-    if (name == m_names.on) {
-        m_on = value;
-    } else if (name == m_names.resolution) {
-        m_resolution = value;
-    }
+    m_values[name] = value;
     update();
 }
 
+std::optional<StreamSize> AnonymisedStream::choice(const std::string& on, const std::string& resolution) const {
+    const auto valueOf = [&](const std::string& name) -> std::string {
+        const auto found = m_values.find(name);
+        return name.empty() || found == m_values.end() ? "" : found->second;
+    };
+    // As the application reads it, a second "x" ends the size.
+    const std::string text = valueOf(resolution);
+    return valueOf(on) == "true" ? parseSize(text.substr(0, text.find('x', text.find('x') + 1))) : std::nullopt;
+}
+
 void AnonymisedStream::update() {
-    const std::optional<StreamSize> size = m_on == "true" ? parseSize(m_resolution) : std::nullopt;
-    if (size != m_size) {
+    const std::optional<StreamSize> size = choice(m_names.on, m_names.resolution);
+    const std::optional<StreamSize> rival = choice(m_names.rivalOn, m_names.rivalResolution);
+    if (size != m_size || rival != m_rival) {
         m_size = size;
+        m_rival = rival;
         m_changed = m_clock.now();
     }
 }
@@ -55,6 +62,11 @@ void AnonymisedStream::update() {
 bool AnonymisedStream::is(const StreamSize& size) const {
     const std::lock_guard lock(m_mutex);
     return m_size == size;
+}
+
+bool AnonymisedStream::yields(const StreamSize& size) const {
+    const std::lock_guard lock(m_mutex);
+    return m_rival == size;
 }
 
 bool AnonymisedStream::mayLackMasks(const Drawing& drawing) const {

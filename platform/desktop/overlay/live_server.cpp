@@ -225,6 +225,12 @@ std::string LiveServer::reasonToHide(const Key& key, const Drawing& drawing, boo
     if (!analysed) {
         return "Analysis is not running: picture hidden";
     }
+    // Where two choices are equal the application prefers what hides nobody.
+    const bool isAnalysed = key.size == StreamSize{drawing.frame.width, drawing.frame.height};
+    if (isAnalysed || m_parts.anonymised.yields(key.size)) {
+        return isAnalysed ? "The analysed size is not anonymised: choose another"
+                          : "Overlays are chosen for this size, too: choose another";
+    }
     return m_parts.anonymised.mayLackMasks(drawing) ? "Anonymising begins: picture hidden" : "";
 }
 

@@ -82,8 +82,10 @@ desktop::OverlayParts configuredParts() {
         g_error_free(failure);
         throw OverlayError(AXOVERLAY_ERROR_SERVICE_UNAVAILABLE, reason);
     }
-    parts.anonymisedOn = valueOf(store.get(), parts.anonymised.on);
-    parts.anonymisedSize = valueOf(store.get(), parts.anonymised.resolution);
+    for (const std::string& name : {parts.anonymised.on, parts.anonymised.resolution, parts.anonymised.rivalOn,
+                                    parts.anonymised.rivalResolution}) {
+        parts.choices[name] = valueOf(store.get(), name);
+    }
     const std::string rotation = valueOf(store.get(), "root.Image.I0.Appearance.Rotation");
     parts.rotation = rotation == "90" || rotation == "270" ? 90 : 0;
     parts.mirrored = valueOf(store.get(), "root.Image.I0.Appearance.Mirrored") == "1";

@@ -30,7 +30,7 @@ int evenDown(int value) {
 OverlayService::OverlayService(const axoverlay_settings& settings, OverlayParts parts)
     : m_settings(settings),
       m_parts(std::move(parts)),
-      m_anonymised(m_parts.anonymised, m_parts.anonymisedOn, m_parts.anonymisedSize, *m_parts.clock),
+      m_anonymised(m_parts.anonymised, m_parts.choices, *m_parts.clock),
       m_rotation(m_parts.rotation) {
     if (m_parts.liveSocket.empty()) {
         return;

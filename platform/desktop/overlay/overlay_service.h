@@ -30,9 +30,8 @@ struct OverlayParts {
     std::shared_ptr<VideoSource> source;
     std::string liveSocket; /**< empty: nobody can watch */
     AnonymisedStreamNames anonymised;
-    std::string anonymisedOn;   /**< the value of the parameter now */
-    std::string anonymisedSize; /**< the value of the parameter now */
-    int rotation = 0;           /**< of the pictures until something was analysed */
+    std::map<std::string, std::string> choices; /**< the values of these parameters now */
+    int rotation = 0;                           /**< of the pictures until something was analysed */
     bool mirrored = false;
     Clock* clock = &steadyClock();
 };

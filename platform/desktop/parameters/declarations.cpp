@@ -42,14 +42,19 @@ std::optional<AnonymisedStreamNames> readAnonymisedStream(const std::string& pat
     if (stream == manifest.end()) {
         return std::nullopt;
     }
-    const auto textOf = [&](const char* key) {
-        if (!stream->is_object() || !stream->contains(key) || !(*stream)[key].is_string()) {
+    const auto textOf = [&](const nlohmann::json& choice, const char* key) {
+        if (!choice.is_object() || !choice.contains(key) || !choice[key].is_string()) {
             throw std::runtime_error(
-                path + ": expected texts \"on\" and \"resolution\" in \"anonymised_stream\", got " + stream->dump());
+                path + ": expected texts \"on\" and \"resolution\" in \"anonymised_stream\", got " + choice.dump());
         }
-        return (*stream)[key].get<std::string>();
+        return choice[key].get<std::string>();
     };
-    return AnonymisedStreamNames{textOf("on"), textOf("resolution")};
+    AnonymisedStreamNames names = {textOf(*stream, "on"), textOf(*stream, "resolution"), "", ""};
+    if (const auto rival = stream->find("yields_to"); rival != stream->end()) {
+        names.rivalOn = textOf(*rival, "on");
+        names.rivalResolution = textOf(*rival, "resolution");
+    }
+    return names;
 }
 
 }  // namespace desktop

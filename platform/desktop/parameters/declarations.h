@@ -20,8 +20,10 @@ std::vector<ParameterDefault> readManifestDefaults(const std::string& path);
 
 /** The parameters that say which of the application's streams shows nobody. */
 struct AnonymisedStreamNames {
-    std::string on;         /**< "true" switches it on */
-    std::string resolution; /**< "WxH" */
+    std::string on;              /**< "true" switches it on */
+    std::string resolution;      /**< "WxH" */
+    std::string rivalOn;         /**< the same for a stream that is not anonymised, though its size be the same; */
+    std::string rivalResolution; /**< empty: there is none */
 };
 
 /**

@@ -8,6 +8,8 @@ namespace desktop {
 struct Fetched {
     SharedPicture picture; /**< as the source has it, before scaling and turning; null before the first */
     int rotation = 0;      /**< of the stream that it was fetched from, in degrees clockwise */
+    int width = 0;         /**< of that stream before turning, in pixels */
+    int height = 0;
 };
 
 /**

@@ -23,11 +23,12 @@ TEST(AnonymisedStream, IsTheOneThatTheParametersSay) {
                  {"another", "true", "1280x720", false},
                  {"none", "true", "0x0", false},
                  {"no size", "true", "large", false},
-                 {"more than a size", "true", "640x360x", false}};
+                 {"more than a size", "true", "640x360x25", true},
+                 {"half a size", "true", "640x", false}};
     for (const auto& [label, on, size, is] : cases) {
         HandClock clock;
-        EXPECT_EQ(AnonymisedStream({"On", "Size"}, on, size, clock).is(kSize), is) << label;
-        AnonymisedStream later({"On", "Size"}, "", "", clock);
+        EXPECT_EQ(AnonymisedStream({"On", "Size", "", ""}, {{"On", on}, {"Size", size}}, clock).is(kSize), is) << label;
+        AnonymisedStream later({"On", "Size", "", ""}, {}, clock);
         later.parameterSet("Size", size);
         EXPECT_FALSE(later.is(kSize)) << label;
         later.parameterSet("On", on);
@@ -39,7 +40,7 @@ TEST(AnonymisedStream, IsTheOneThatTheParametersSay) {
 
 TEST(AnonymisedStream, TrustsMasksOfCyclesThatBeganLongAfterAChange) {
     HandClock clock;
-    AnonymisedStream stream({"On", "Size"}, "true", "640x360", clock);
+    AnonymisedStream stream({"On", "Size", "", ""}, {{"On", "true"}, {"Size", "640x360"}}, clock);
     Drawing drawing;
     EXPECT_FALSE(stream.mayLackMasks(drawing)) << "it was so from the start";
     stream.parameterSet("Size", "640x360");

@@ -83,9 +83,8 @@ protected:
     desktop::OverlayParts parts() {
         return {.source = m_source,
                 .liveSocket = socketPath(),
-                .anonymised = {"On", "Size"},
-                .anonymisedOn = "false",
-                .anonymisedSize = "",
+                .anonymised = {"On", "Size", "RivalOn", "RivalSize"},
+                .choices = {},
                 .rotation = 0,
                 .mirrored = false,
                 .clock = &m_clock};
@@ -127,7 +126,9 @@ protected:
     desktop::OverlayService& service() { return *m_service; }
     const desktop::LiveServer& live() const { return *m_service->live(); }
 
-    void redraw(int rotation = 0) { m_service->redraw({m_analysed, rotation}); }
+    void redraw(int rotation = 0) {
+        m_service->redraw({m_analysed, rotation, m_analysedSize.width, m_analysedSize.height});
+    }
 
     /** Lets the live thread go on until something is so; false when a minute is not enough. */
     static bool becomes(const std::function<bool()>& expected) {
@@ -159,5 +160,6 @@ protected:
     Calls m_calls;
     std::shared_ptr<HandSource> m_source = std::make_shared<HandSource>();
     desktop::SharedPicture m_analysed = stripes();
+    desktop::StreamSize m_analysedSize = {640, 360};
     std::unique_ptr<desktop::OverlayService> m_service;
 };

@@ -12,18 +12,19 @@ class LivePrivacy : public LiveFixture {
 protected:
     void startAnonymised() {
         desktop::OverlayParts anonymised = parts();
-        anonymised.anonymisedOn = "true";
-        anonymised.anonymisedSize = "320x180";
+        anonymised.choices = {{"On", "true"}, {"Size", "320x180"}};
         start(anonymised);
     }
 
+    static Seen first(LiveClient& viewer) {
+        viewer.head();
+        viewer.readTo("--senvo-picture\r\n");
+        return viewer.part();
+    }
+
     /** The next picture; a row above the words says whether it is hidden. */
-    static int contrastOf(LiveClient& viewer, bool first = false) {
-        if (first) {
-            viewer.head();
-            viewer.readTo("--senvo-picture\r\n");
-        }
-        const Seen seen = viewer.part();
+    static int contrastOf(LiveClient& viewer, bool isFirst = false) {
+        const Seen seen = isFirst ? first(viewer) : viewer.part();
         EXPECT_EQ(seen.width, 320);
         return seen.width == 0 ? -1 : seen.contrast(20);
     }
@@ -123,6 +124,26 @@ TEST_F(LivePrivacy, HidesANewlyAnonymisedStreamUntilTheApplicationObeys) {
     EXPECT_LT(contrastOf(viewer), kHidden) << "that cycle had begun before";
     ASSERT_TRUE(redrawUntilDrawn());
     EXPECT_GT(contrastOf(viewer), kClear);
+}
+
+TEST_F(LivePrivacy, HidesItWhileTheApplicationWantsTheSameSizeUnmasked) {
+    startAnonymised();
+    LiveClient viewer = client(kStream);
+    m_analysedSize = {320, 180};
+    ASSERT_TRUE(redrawUntilDrawn());
+    const Seen analysed = first(viewer);
+    EXPECT_LT(analysed.contrast(20), kHidden) << "the analysed stream itself";
+    EXPECT_TRUE(hasWords(analysed));
+    m_analysedSize = {640, 360};
+    ASSERT_TRUE(redrawUntilDrawn());
+    EXPECT_GT(contrastOf(viewer), kClear);
+    service().parameterSet("RivalSize", "320x180");
+    service().parameterSet("RivalOn", "true");
+    ASSERT_TRUE(redrawUntilDrawn());
+    EXPECT_LT(contrastOf(viewer), kHidden) << "overlays are to show everybody there";
+    service().parameterSet("RivalOn", "false");
+    ASSERT_TRUE(redrawUntilDrawn());
+    EXPECT_LT(contrastOf(viewer), kHidden) << "the application has yet to obey";
 }
 
 TEST_F(LivePrivacy, EndsClearViewsOfANewlyAnonymisedStream) {

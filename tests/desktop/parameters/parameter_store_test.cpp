@@ -201,6 +201,11 @@ TEST_F(ParameterFile, AManifestMayNameTheAnonymisedStream) {
     ASSERT_TRUE(names);
     EXPECT_EQ(names->on, "A");
     EXPECT_EQ(names->resolution, "B");
+    EXPECT_EQ(names->rivalOn, "");
+    writeFile(path,
+              R"({"anonymised_stream": {"on": "A", "resolution": "B", "yields_to": {"on": "C", "resolution": "D"}}})");
+    EXPECT_EQ(desktop::readAnonymisedStream(path)->rivalOn, "C");
+    EXPECT_EQ(desktop::readAnonymisedStream(path)->rivalResolution, "D");
     writeFile(path, "{}");
     EXPECT_FALSE(desktop::readAnonymisedStream(path));
     for (const char* stream : {R"({"on":"A"})", R"({"on":"A","resolution":7})", "7", "[]"}) {
