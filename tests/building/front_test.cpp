@@ -230,7 +230,9 @@ TEST_F(Front, ComesBackWithoutTurningAnybodyAway) {
     }();
     ASSERT_FALSE(pidOfFront.empty());
     kill(std::stoi(pidOfFront), SIGKILL);
-    EXPECT_EQ(camera().get("get_status_code"), "200") << "it waits in the socket's queue";
+    const HttpAnswer answer = camera().ask("get_analysis_resolution");
+    EXPECT_EQ(answer.status, 200) << "it waits in the socket's queue";
+    EXPECT_EQ(answer.body, "1280x720");
     EXPECT_NE(s_camera->errors().find("the web server killed by signal Killed; starting it again"), std::string::npos);
 }
 
