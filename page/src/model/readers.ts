@@ -12,7 +12,7 @@ export const kFollowers = 10;
  */
 export function readElements(document: string): Map<string, string> {
   const elements = new Map<string, string>();
-  const outer = /^[^<]*<(app|root)>/.exec(document);
+  const outer = /^(?:\s|<\?[^>]*>)*<(app|root)>/.exec(document);
   let at = outer ? outer[0].length : 0;
   for (;;) {
     const open = document.indexOf('<', at);

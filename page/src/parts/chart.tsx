@@ -46,6 +46,7 @@ export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
       height: kHeight,
       tzDate: zoneless,
       legend: { live: true },
+      padding: [12, 16, 0, 0],
       cursor: { drag: { x: true, y: false, setScale: false } },
       scales: { y: { range: (_, __, most) => [0, Math.max(4, most * 1.1)] } },
       axes: [axis, { ...axis, size: 48, incrs: [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10_000, 100_000, 1_000_000] }],

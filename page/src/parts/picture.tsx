@@ -18,7 +18,7 @@ export function Picture({ resolution, size, children }: { resolution: string; si
   const picture = usePicture(resolution, connection === 'ok', generation);
   const words = connection === 'ok' ? picture.words : texts.connection[connection];
   return (
-    <div class="picture" style={{ aspectRatio: `${size.width} / ${size.height}`, maxWidth: `calc(75vh * ${size.width / size.height})` }}>
+    <div class={`picture ${children ? 'edited' : ''}`} style={{ aspectRatio: `${size.width} / ${size.height}`, maxWidth: `calc(75vh * ${size.width / size.height})` }}>
       {picture.address && <img key={picture.address} ref={picture.image} src={picture.address} alt={texts.picture.label} draggable={false} onLoad={picture.came} onError={picture.failed} />}
       {words && (
         <div class="no-picture" role="status">

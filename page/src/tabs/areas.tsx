@@ -25,7 +25,7 @@ export function AreasTab() {
             <AreaEditor selected={selected} onSelect={setSelected} onAdd={addCorner} onRemove={removeCorner} />
             <p class="help" id="areas-help">{t.intro}</p>
           </section>
-          <div class="side">
+          <div class="side column">
             <section class="card">
               <AreaList selected={selected} onSelect={setSelected} />
             </section>
@@ -88,8 +88,8 @@ function AreaList({ selected, onSelect }: { selected: Selected; onSelect: (selec
               const chosen = selected.kind === kind && selected.number === number;
               const warned = active && warningsOf(store, kind, number).length > 0;
               return (
-                <button key={number} type="button" aria-pressed={chosen} class={active ? '' : 'off'} onClick={() => onSelect({ kind, number, corner: null })}>
-                  {t.name[kind](number)}{!active && <span class="muted"> {t.off}</span>}{warned && <span class="warned"> !</span>}
+                <button key={number} type="button" aria-pressed={chosen} aria-label={`${t.name[kind](number)}${active ? '' : ` ${t.off}`}`} class={active ? '' : 'off'} onClick={() => onSelect({ kind, number, corner: null })}>
+                  {number}{!active && <span class="muted"> {t.off}</span>}{warned && <span class="warned"> !</span>}
                 </button>
               );
             })}

@@ -1,7 +1,7 @@
-import { useEffect, useState } from 'preact/hooks';
+import { useEffect, useMemo, useState } from 'preact/hooks';
 import { ask, CameraError } from '../model/api';
 import { readInteger } from '../model/readers';
-import { answer, Measure } from '../model/report';
+import { answer, Measure, Report } from '../model/report';
 import { Confirm, Question } from '../parts/dialog';
 import { Picture } from '../parts/picture';
 import { StatusBadge } from '../parts/status';
@@ -15,10 +15,14 @@ const number = (value: number | null) => (value === null ? texts.unknown : Strin
 export function LiveTab() {
   return (
     <div class="live">
-      <LivePicture />
-      <Figures />
-      <Passages />
-      <Cameras />
+      <div class="main column">
+        <LivePicture />
+        <Cameras />
+      </div>
+      <div class="side column">
+        <Figures />
+        <Passages />
+      </div>
       <Resets />
       <Alerts />
     </div>
@@ -81,12 +85,12 @@ function Figures() {
 }
 
 /** What went through each entrance since midnight, by the reports; null when there is none of today. */
-function todayPerEntrance(camera: string): Map<string, { entries: number; exits: number }> | null {
-  const { report } = reports;
+function todayPerEntrance(report: Report | null, camera: string): Map<string, { entries: number; exits: number }> | null {
   if (!report || report.times.length === 0) return null;
   const midnight = Math.floor(report.times[report.times.length - 1] / 86_400) * 86_400;
   const now = new Date();
   const today = Date.UTC(now.getFullYear(), now.getMonth(), now.getDate()) / 1000;
+  // The camera's clock may be a time zone away from this device's.
   if (midnight < today - 86_400) return null;
   const sums = new Map<string, { entries: number; exits: number }>();
   for (const measure of ['entries', 'exits'] as (Measure & ('entries' | 'exits'))[]) {
@@ -103,7 +107,7 @@ function todayPerEntrance(camera: string): Map<string, { entries: number; exits:
 function Passages() {
   const { passages, cameIn, wentOut, panel, connection } = usePulse();
   const { values } = useSettings();
-  useReports();
+  const { report } = useReports();
   const minutes = values.get('RepInt') ?? '';
   const period = readInteger(minutes) ?? 15;
   useEffect(() => {
@@ -116,7 +120,8 @@ function Passages() {
     return () => clearInterval(timer);
   }, [connection, period]);
   const active = [1, 2, 3].filter((entrance) => values.get(`Entrance${entrance}_Active`) === '1');
-  const perEntrance = todayPerEntrance(panel?.cameras[0].name ?? '');
+  const camera = panel?.cameras[0].name ?? '';
+  const perEntrance = useMemo(() => todayPerEntrance(report, camera), [report, camera]);
   return (
     <section class="card passages">
       <h2>{t.passages}</h2>

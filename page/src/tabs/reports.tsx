@@ -69,7 +69,8 @@ function Figures({ report }: { report: Report }) {
   );
   const lines = useMemo(() => shown.series.map(({ key, values }): Line => ({ label: labelOf(key, split, measure), values })), [shown, split, measure]);
   useEffect(() => setWindow(null), [shown]);
-  const when = `${dateOf(from)} – ${dateOf(Math.min(to, times[times.length - 1] + 1) - 1)}`;
+  const [firstDay, lastDay] = [dateOf(Math.max(from, times[0])), dateOf(Math.min(to, times[times.length - 1] + 1) - 1)];
+  const when = firstDay === lastDay ? firstDay : `${firstDay} – ${lastDay}`;
   const adds = measure === 'entries' || measure === 'exits';
   const bucket = buckets[span];
 
@@ -94,7 +95,7 @@ function Figures({ report }: { report: Report }) {
         </div>
         <p class="help">{t.perBucket[bucket]}{bucket > 0 && `: ${adds ? t.sum : t.highest}`}. {t.zoomHelp}</p>
         {shown.times.length > 0 && lines.length > 0 ? (
-          <Chart label={t.chart(t.measures[measure], when)} times={shown.times} lines={lines} bars={adds} window={window} onWindow={setWindow} />
+          <Chart label={t.chart(t.measures[measure], when)} times={shown.times} lines={lines} bars={adds && lines.length === 1} window={window} onWindow={setWindow} />
         ) : (
           <p class="empty">{t.nothing}</p>
         )}
@@ -122,8 +123,8 @@ function labelOf(key: string, split: Split, measure: Measure): string {
   return measure === 'entries' || measure === 'exits' ? texts.live.entrance(Number(key)) : texts.live.area(Number(key));
 }
 
-const dateOf = (seconds: number) => new Date(seconds * 1000).toLocaleDateString(undefined, { timeZone: 'UTC' });
-const timeOf = (seconds: number) => new Date(seconds * 1000).toLocaleString(undefined, { timeZone: 'UTC' });
+const dateOf = (seconds: number) => new Date(seconds * 1000).toLocaleDateString(undefined, { timeZone: 'UTC', dateStyle: 'medium' });
+const timeOf = (seconds: number) => new Date(seconds * 1000).toLocaleString(undefined, { timeZone: 'UTC', dateStyle: 'medium', timeStyle: 'short' });
 
 /** The window made longer or shorter around its middle; null when it holds everything. */
 function zoomed({ times }: Answer, window: Window, factor: number): Window {
