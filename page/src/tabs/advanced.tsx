@@ -15,7 +15,7 @@ export function AdvancedTab() {
       <Log />
       <SettingsFrame>
         {() => (
-          <div class="cards">
+          <div class="cards flow">
             <section class="card">
               <h2>{t.overlays}</h2>
               <SwitchSetting tag="DetectionOverlaysOn" label={t.detectionOverlay} help={t.detectionOverlayHelp} />
@@ -138,7 +138,7 @@ function LogLines({ lines }: { lines: LogLine[] }) {
           <thead><tr><th scope="col">{t.time}</th><th scope="col">{t.level}</th><th scope="col">{t.message}</th></tr></thead>
           <tbody>
             {shown.map((line, i) => (
-              <tr key={i} class={line.level}><td class="time">{line.time}</td><td>{t.levels[line.level]}</td><td class="message">{line.message}</td></tr>
+              <tr key={i} class={line.level}><td class="time">{line.time}</td><td class="level">{t.levelOf[line.level]}</td><td class="message">{line.message}</td></tr>
             ))}
           </tbody>
         </table>

@@ -125,9 +125,11 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
           <p class="help">{t.shared[kind]} {t.removesElsewhere}</p>
         </div>
       )}
-      <ul class="warnings" role="status" data-testid="warnings">
-        {warnings.map((warning) => <li key={warning}>{warning}</li>)}
-      </ul>
+      <div role="status">
+        <ul class="warnings" data-testid="warnings">
+          {warnings.map((warning) => <li key={warning}>{warning}</li>)}
+        </ul>
+      </div>
     </div>
   );
 }

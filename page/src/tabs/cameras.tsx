@@ -1,7 +1,6 @@
 import { useState } from 'preact/hooks';
 import { kFollowers } from '../model/readers';
 import { ranges } from '../model/rules';
-import { answers } from '../model/pulse';
 import { NumberSetting, SwitchSetting, TextSetting } from '../parts/fields';
 import { SettingsFrame } from '../parts/settings_frame';
 import { StatusBadge } from '../parts/status';
@@ -53,7 +52,7 @@ function Follower({ number }: { number: number }) {
         <h3>{texts.follower(number)}</h3>
         {state?.active ? (
           <span>
-            <StatusBadge status={state.status} tone={answers(state.status) ? undefined : 'bad'} /> <span class="muted">{ageOf(number)}</span>
+            <StatusBadge status={state.status} /> <span class="muted">{ageOf(number)}</span>
           </span>
         ) : (
           <span class="muted">{t.notUsed}</span>

@@ -9,7 +9,7 @@ export function DetectionTab() {
   return (
     <SettingsFrame>
       {() => (
-        <div class="cards">
+        <div class="cards flow">
           <fieldset class="card">
             <legend>{t.classes}</legend>
             <div class="grid">

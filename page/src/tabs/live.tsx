@@ -5,7 +5,6 @@ import { answer, Measure, Report } from '../model/report';
 import { Confirm, Question } from '../parts/dialog';
 import { Picture } from '../parts/picture';
 import { StatusBadge } from '../parts/status';
-import { answers } from '../model/pulse';
 import { pulse, reports, usePulse, useReports, useSettings } from '../stores';
 import { texts } from '../texts/en';
 
@@ -40,15 +39,15 @@ function LivePicture() {
     <section class="card picture-card" aria-label={texts.picture.label}>
       <Picture resolution={resolution} size={size} />
       {resolutions.length > 0 && (
-        <label class="inline">
-          {texts.picture.stream}{' '}
-          <select name="resolution" value={resolution} onChange={(event) => setChosen(event.currentTarget.value)}>
+        <div class="inline">
+          <label for="resolution">{texts.picture.stream}</label>
+          <select id="resolution" value={resolution} onChange={(event) => setChosen(event.currentTarget.value)}>
             <option value="">{texts.picture.automatic}</option>
             {resolutions.map((entry) => (
               <option key={entry} value={entry}>{entry.replace('x', ' × ')}</option>
             ))}
           </select>
-        </label>
+        </div>
       )}
     </section>
   );
@@ -181,7 +180,7 @@ function Cameras() {
             {cameras.map((camera) => (
               <tr key={camera.index}>
                 <th scope="row">{camera.name || (camera.index === 0 ? texts.thisCamera : texts.follower(camera.index))}</th>
-                <td><StatusBadge status={camera.status || texts.unknown} tone={answers(camera.status) ? undefined : 'bad'} /></td>
+                <td><StatusBadge status={camera.status || texts.unknown} /></td>
                 <td class="number">{number(camera.crowd)}</td>
                 <td class="number">{ageOf(camera.index)}</td>
               </tr>

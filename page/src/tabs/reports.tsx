@@ -1,4 +1,4 @@
-import { useEffect, useMemo, useState } from 'preact/hooks';
+import { useEffect, useId, useMemo, useState } from 'preact/hooks';
 import { actionAddress } from '../model/api';
 import { Answer, answer, Measure, measures, Report, Split } from '../model/report';
 import { Chart, Line, Window } from '../parts/chart';
@@ -106,13 +106,14 @@ function Figures({ report }: { report: Report }) {
 }
 
 function Pick<T extends string>({ label, value, options, onPick }: { label: string; value: T; options: [T, string][]; onPick: (value: T) => void }) {
+  const id = useId();
   return (
-    <label>
-      {label}{' '}
-      <select value={value} onChange={(event) => onPick(event.currentTarget.value as T)}>
+    <div class="pick">
+      <label for={id}>{label}</label>
+      <select id={id} value={value} onChange={(event) => onPick(event.currentTarget.value as T)}>
         {options.map(([key, text]) => <option key={key} value={key}>{text}</option>)}
       </select>
-    </label>
+    </div>
   );
 }
 

@@ -254,6 +254,7 @@ export const texts = {
     logFilter: 'Only lines with',
     logLevel: 'Levels',
     levels: { info: 'Information', warning: 'Warnings', error: 'Errors' },
+    levelOf: { info: 'Information', warning: 'Warning', error: 'Error' },
     logCount: (shown: number, all: number) => `${shown} of ${plural(all, 'line', 'lines')}, newest first`,
     logOlder: 'Show older lines',
     logEmpty: 'No lines.',

@@ -1,6 +1,6 @@
 import { readFileSync } from 'node:fs';
 import { describe, expect, test } from 'vitest';
-import { ask, eventually, expectText, isMissing, opened, post, save, show, store, stored, useBrowser } from './browser';
+import { ask, eventually, expectText, isMissing, kPatience, opened, post, save, show, store, stored, useBrowser } from './browser';
 
 describe.skipIf(isMissing)('Detection', () => {
   useBrowser();
@@ -74,7 +74,8 @@ describe.skipIf(isMissing)('Cameras', () => {
     const told = await Promise.all(['CamName', 'RepInt', 'FO3_Active', 'FO3_Name', 'FO3_IP', 'FO3_Login', 'FO3_Pwd'].map((tag) => stored(page, tag)));
     expect(told).toEqual(['Main "hall" & lobby', '2', '1', 'Nobody there', '127.0.0.1:9', 'somebody', 'p&ss "word"']);
     await page.locator('.camera-name').filter({ hasText: 'Main "hall" & lobby' }).waitFor();
-    await third.getByText('No connection error').waitFor();
+    // A leader asks for the status once a minute.
+    await third.getByText('No connection error').waitFor({ timeout: 2 * kPatience });
     await third.getByRole('button', { name: 'Empty this slot' }).click();
     await save(page);
     expect([await stored(page, 'FO3_Active'), await stored(page, 'FO3_Pwd')]).toEqual(['0', '']);
@@ -97,7 +98,7 @@ describe.skipIf(isMissing)('Cameras', () => {
     await first.getByLabel('Password').fill('x');
     await expectText(page, 'save-state', /^1 unsaved change$/);
     await first.getByLabel('Password').fill('');
-    expect(await page.getByRole('button', { name: 'Save', exact: true }).isDisabled()).toBe(true);
+    expect(await page.getByRole('button', { name: 'Save', exact: true }).count()).toBe(0);
     await store(page, { FO1_Name: 'Follower 1' });
   });
 
