@@ -96,7 +96,7 @@ export async function store(page: Page, changes: Record<string, string>): Promis
   for (const [tag, value] of Object.entries(changes)) {
     document = document.replace(new RegExp(`<${tag}>[^<]*</${tag}>`), () => `<${tag}>${value}</${tag}>`);
   }
-  expect(await post(page, 'set_post_parameters', document.replace('<app>', '<root>').replace('</app>', '</root>'))).toBe(200);
+  expect(await post(page, 'set_post_parameters', `<root>${document.slice('<app>'.length, -'</app>'.length)}</root>`)).toBe(200);
 }
 
 export async function save(page: Page): Promise<void> {

@@ -49,7 +49,8 @@ describe.skipIf(isMissing)('Hostile texts', () => {
       await page.reload();
       await eventually(() => page.getByTestId('cameras').locator('tbody th').first().textContent(), (name) => name === text);
       expect(await page.locator('.camera-name').textContent()).toBe(text);
-      expect(await page.getByTestId('status').textContent()).toBe(text);
+      // A value ends at its own closing tag, wherever that comes from.
+      expect(await page.getByTestId('status').textContent()).toBe(text.split('</StatusCam_0>')[0]);
       await eventually(() => page.locator('.no-picture').innerText(), (words) => words.includes(shown(text).slice(0, 20)) || text === '\u202Eright to left');
       await expectHarmless(page);
       for (const tab of ['areas', 'detection', 'cameras'] as const) {
@@ -86,7 +87,8 @@ describe.skipIf(isMissing)('Hostile texts', () => {
     await expectHarmless(page);
     for (const name of hostileTexts) {
       // What a "<" cuts off is read as elements: none of these may be one that the camera knows.
-      if (/<(Total|Status)/.test(name)) continue;
+      // And the settings end where they are said to end.
+      if (/<(Total|Status|\/root)/.test(name)) continue;
       await store(page, { CamName: name, FO1_Name: name });
       await show(page, 'live');
       const told = /<NameCam_0>(.*?)<\/NameCam_0>/s.exec(await ask(page, 'get_data_panel_info'))![1];
