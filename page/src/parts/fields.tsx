@@ -16,6 +16,7 @@ function useSetting(tag: string) {
   return {
     value: settings.values.get(tag) ?? '',
     problem: settings.problems.get(tag),
+    loaded: settings.loaded?.get(tag) ?? '',
     changed: settings.edits.has(tag),
     set: (value: string) => settings.change([[tag, value]], tag),
   };
@@ -48,14 +49,19 @@ export function TextSetting({ tag, label, help, type = 'text', autocomplete = 'o
   );
 }
 
+/** 0.350000 is how the camera writes 0.35. */
+const plain = (value: string) => (/^\d+\.\d+$/.test(value) ? String(Number(value)) : value);
+
 export function NumberSetting({ tag, label, help, unit, range, step, slider }: Named & {
   unit?: string; range: readonly [number, number]; step?: number; slider?: boolean;
 }) {
   const id = useId();
-  const { value, problem, changed, set } = useSetting(tag);
-  const take = (event: { currentTarget: HTMLInputElement }) => set(event.currentTarget.value.trim());
-  // 0.350000 is how the camera writes 0.35.
-  const shown = changed || !/^\d+\.\d+$/.test(value) ? value : String(Number(value));
+  const { value, loaded, problem, changed, set } = useSetting(tag);
+  const take = (event: { currentTarget: HTMLInputElement }) => {
+    const typed = event.currentTarget.value.trim();
+    set(typed === plain(loaded) ? loaded : typed);
+  };
+  const shown = changed ? value : plain(value);
   return (
     <Frame {...{ id, label, help, problem, changed }}>
       {slider && (
