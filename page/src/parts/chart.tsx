@@ -84,7 +84,8 @@ export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
   useEffect(() => {
     if (times.length === 0) return;
     const [min, max] = window ?? [times[0], times[times.length - 1]];
-    plot.current?.setScale('x', { min, max: max > min ? max : min + 1 });
+    // A single point stands in the middle of an hour.
+    plot.current?.setScale('x', max > min ? { min, max } : { min: min - 1800, max: max + 1800 });
   }, [times, lines, bars, theme, window]);
 
   return <div ref={place} class="chart" role="img" aria-label={label} onDblClick={() => onWindow(null)} />;

@@ -5,6 +5,7 @@ import { answer, Measure, Report } from '../model/report';
 import { Confirm, Question } from '../parts/dialog';
 import { Picture } from '../parts/picture';
 import { StatusBadge } from '../parts/status';
+import { answers } from '../model/pulse';
 import { pulse, reports, usePulse, useReports, useSettings } from '../stores';
 import { texts } from '../texts/en';
 
@@ -181,7 +182,7 @@ function Cameras() {
               <tr key={camera.index}>
                 <th scope="row">{camera.name || (camera.index === 0 ? texts.thisCamera : texts.follower(camera.index))}</th>
                 <td><StatusBadge status={camera.status || texts.unknown} /></td>
-                <td class="number">{number(camera.crowd)}</td>
+                <td class="number">{number(answers(camera.status) ? camera.crowd : null)}</td>
                 <td class="number">{ageOf(camera.index)}</td>
               </tr>
             ))}

@@ -75,7 +75,7 @@ describe.skipIf(isMissing)('Cameras', () => {
     expect(told).toEqual(['Main "hall" & lobby', '2', '1', 'Nobody there', '127.0.0.1:9', 'somebody', 'p&ss "word"']);
     await page.locator('.camera-name').filter({ hasText: 'Main "hall" & lobby' }).waitFor();
     // A leader asks for the status once a minute.
-    await third.getByText('No connection error').waitFor({ timeout: 2 * kPatience });
+    await eventually(async () => (await third.innerText()) + (await ask(page, 'get_data_panel_info')), (text) => text.startsWith('Follower 3\nNo connection error'), 2 * kPatience);
     await third.getByRole('button', { name: 'Empty this slot' }).click();
     await save(page);
     expect([await stored(page, 'FO3_Active'), await stored(page, 'FO3_Pwd')]).toEqual(['0', '']);
