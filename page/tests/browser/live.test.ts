@@ -36,6 +36,15 @@ describe.skipIf(isMissing)('Live', () => {
     }
   });
 
+  test('a follower that does not answer has words and no count', async () => {
+    const panel = '<app><TotalOcc>4</TotalOcc><NameCam_0>Here</NameCam_0><NameCam_1>Gone</NameCam_1><AOICam_0>1</AOICam_0><AOICam_1>-1</AOICam_1>' +
+      '<ActiveCam_1>1</ActiveCam_1><StatusCam_0>Running</StatusCam_0><StatusCam_1>No connection error</StatusCam_1></app>';
+    const page = await open({}, (one) => one.route('**/*action=get_data_panel_info', (route) => route.fulfill({ contentType: 'text/xml', body: panel })));
+    await show(page, 'live');
+    const row = page.getByTestId('cameras').locator('tbody tr').filter({ hasText: 'Gone' });
+    await eventually(() => row.locator('td').allTextContents(), (cells) => cells.join('|') === 'No connection error|–|none yet');
+  });
+
   test('tells who comes and goes as it happens', async () => {
     const page = await opened('live');
     await expectText(page, 'came-in', /^[1-9]/);
