@@ -313,7 +313,6 @@ export const texts = {
     conflictHidden: 'changed',
     conflictLine: (theirs: string, before: string) => `is now “${theirs}”, was “${before}”`,
     more: (count: number) => `and ${plural(count, 'other', 'others')}`,
-    leave: 'There are unsaved changes.',
   },
   trouble: {
     signedOut: 'you are signed out.',
@@ -323,7 +322,6 @@ export const texts = {
   },
   dialog: {
     cancel: 'Cancel',
-    close: 'Close',
   },
   rules: {
     wholeNumber: (least: number, most: number) => `A whole number from ${least} to ${most}, please.`,
