@@ -58,11 +58,13 @@ describe.skipIf(isMissing)('Live', () => {
     await expectText(page, 'occupancy', /^[1-9]/);
     await page.getByRole('button', { name: 'Reset this camera' }).click();
     await page.getByRole('dialog').getByRole('button', { name: 'Cancel' }).click();
-    expect(await page.getByRole('dialog').count()).toBe(0);
+    await page.getByRole('dialog').waitFor({ state: 'detached' });
     expect(asked.filter((url) => url.includes('reset'))).toEqual([]);
 
     await page.getByRole('button', { name: 'Reset this camera' }).click();
+    await page.getByRole('dialog').waitFor();
     await page.keyboard.press('Escape');
+    await page.getByRole('dialog').waitFor({ state: 'detached' });
     expect(asked.filter((url) => url.includes('reset'))).toEqual([]);
 
     await page.getByRole('button', { name: 'Reset this camera' }).click();
