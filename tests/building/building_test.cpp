@@ -79,6 +79,7 @@ void expectEveryGetAction(const CameraAccess& camera) {
         {"get_crowd_2", "text/plain", "0"},
         {"get_crowd_3", "text/plain", "0"},
         {"get_occupancy_count", "text/plain", "[0-9]+"},
+        {"get_passages", "text/plain", "[0-9]+(,[0-9]+){5}"},
         {"get_total_occupancy", "text/plain", "[0-9]+"},
         {"reset_occupancy", "text/plain", "0"},
         {"get_occupancy_csv", "text/csv", "Date[^]*"},

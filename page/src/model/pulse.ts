@@ -1,13 +1,13 @@
 import { ask, CameraError, Trouble } from './api';
-import { Panel, readInteger, readPanel } from './readers';
+import { Panel, Passed, passagesBetween, readInteger, readPanel, readPassages } from './readers';
 import { Store } from './store';
 
 export type Connection = 'asking' | 'ok' | Trouble;
 
-/** Somebody came in (more than 0) or went out, as the page saw the count change. */
-export interface Passage {
+export interface Passage extends Passed {
+  /** Rises from passage to passage. */
+  number: number;
   time: Date;
-  by: number;
 }
 
 const kInterval = 1000;
@@ -31,7 +31,7 @@ export class Pulse extends Store {
   answered = new Map<number, number>();
   /** Rises whenever the camera is there again. */
   generation = 0;
-  private skipPassage = false;
+  private counted: number[] | null = null;
   private timer: ReturnType<typeof setTimeout> | undefined;
 
   start(): void {
@@ -39,11 +39,6 @@ export class Pulse extends Store {
       if (!document.hidden) this.beat();
     });
     this.beat();
-  }
-
-  /** The next change of the count is a reset and nobody's passage. */
-  expectReset(): void {
-    this.skipPassage = true;
   }
 
   private async beat(): Promise<void> {
@@ -64,16 +59,18 @@ export class Pulse extends Store {
   }
 
   private async askAll(): Promise<void> {
-    const [panel, occupancy, building, crowd2, crowd3, cycleTime] = await Promise.all([
+    const [panel, occupancy, passages, building, crowd2, crowd3, cycleTime] = await Promise.all([
       ask('get_data_panel_info'),
       ask('get_occupancy_count'),
+      ask('get_passages'),
       ask('get_total_crowd'),
       ask('get_crowd_2'),
       ask('get_crowd_3'),
       ask('get_execution_time'),
     ]);
     this.panel = readPanel(panel);
-    this.note(readInteger(occupancy));
+    this.occupancy = readInteger(occupancy);
+    this.note(readPassages(passages));
     this.buildingCrowd = readInteger(building);
     const [second, third] = [readInteger(crowd2), readInteger(crowd3)];
     // Area 1 is not asked for by itself: the camera answers there with the building.
@@ -86,17 +83,14 @@ export class Pulse extends Store {
     }
   }
 
-  private note(occupancy: number | null): void {
-    const by = occupancy !== null && this.occupancy !== null ? occupancy - this.occupancy : 0;
-    this.occupancy = occupancy;
-    if (by === 0) return;
-    if (this.skipPassage && occupancy === 0) {
-      this.skipPassage = false;
-      return;
+  private note(counted: number[] | null): void {
+    for (const passed of passagesBetween(this.counted, counted)) {
+      const number = (this.passages[0]?.number ?? 0) + 1;
+      this.passages = [{ ...passed, number, time: new Date() }, ...this.passages].slice(0, kPassagesKept);
+      if (passed.by > 0) this.cameIn += passed.by;
+      else this.wentOut -= passed.by;
     }
-    this.passages = [{ time: new Date(), by }, ...this.passages].slice(0, kPassagesKept);
-    if (by > 0) this.cameIn += by;
-    else this.wentOut -= by;
+    this.counted = counted;
   }
 }
 

@@ -119,7 +119,6 @@ function Passages() {
     const timer = setInterval(read, 10_000);
     return () => clearInterval(timer);
   }, [connection, period]);
-  const active = [1, 2, 3].filter((entrance) => values.get(`Entrance${entrance}_Active`) === '1');
   const camera = panel?.cameras[0].name ?? '';
   const perEntrance = useMemo(() => todayPerEntrance(report, camera), [report, camera]);
   return (
@@ -133,9 +132,8 @@ function Passages() {
       <ul class="ticker" aria-label={t.passages}>
         {passages.length === 0 && <li class="muted">{t.noPassage}</li>}
         {passages.map((passage) => (
-          <li key={passage.time.getTime()}>
-            <time>{passage.time.toLocaleTimeString()}</time> {t.passage(passage.by)}
-            {active.length === 1 && ` ${t.entranceHere(active[0])}`}
+          <li key={passage.number}>
+            <time>{passage.time.toLocaleTimeString()}</time> {t.passage(passage.by)} {t.entranceHere(passage.entrance)}
           </li>
         ))}
       </ul>
@@ -226,10 +224,7 @@ function Resets() {
               title: reset.ask,
               text: t.resetWarning,
               yes: reset.button,
-              then: () => {
-                pulse.expectReset();
-                void act(reset.action, t.resetDone);
-              },
+              then: () => void act(reset.action, t.resetDone),
             })
           }>
             {reset.button}

@@ -1,5 +1,14 @@
 import { describe, expect, test } from 'vitest';
-import { readElements, readInteger, readLog, readPanel, readResolution, readResolutions } from '../../src/model/readers';
+import {
+  passagesBetween,
+  readElements,
+  readInteger,
+  readLog,
+  readPanel,
+  readPassages,
+  readResolution,
+  readResolutions,
+} from '../../src/model/readers';
 import { hostileTexts } from '../hostile';
 
 describe('readElements', () => {
@@ -94,5 +103,32 @@ describe('readLog', () => {
 
   test.each(hostileTexts)('a message may be %j', (hostile) => {
     expect(readLog(`2026-01-02 03:04:05|ostrel_senvo|info|${hostile}`)).toEqual([{ time: '2026-01-02 03:04:05', level: 'info', message: hostile }]);
+  });
+});
+
+describe('passages', () => {
+  test('are read as six counts', () => {
+    expect(readPassages('20,12,31,32,0,7')).toEqual([20, 12, 31, 32, 0, 7]);
+    for (const text of ['', '1,2,3,4,5', '1,2,3,4,5,6,7', '1,2,3,4,5,x', '<p>1,2,3,4,5,6</p>', ...hostileTexts]) {
+      expect(readPassages(text)).toBeNull();
+    }
+  });
+
+  test('are what has happened between two answers, each at its entrance', () => {
+    expect(passagesBetween([5, 5, 5, 5, 5, 5], [6, 5, 5, 8, 5, 5])).toEqual([
+      { entrance: 1, by: 1 },
+      { entrance: 2, by: -3 },
+    ]);
+    expect(passagesBetween([0, 0, 0, 0, 0, 0], [0, 0, 0, 0, 1, 1])).toEqual([
+      { entrance: 3, by: 1 },
+      { entrance: 3, by: -1 },
+    ]);
+    expect(passagesBetween([1, 2, 3, 4, 5, 6], [1, 2, 3, 4, 5, 6])).toEqual([]);
+  });
+
+  test('are not told of a time without answers, nor across a restart', () => {
+    expect(passagesBetween(null, [1, 0, 0, 0, 0, 0])).toEqual([]);
+    expect(passagesBetween([1, 0, 0, 0, 0, 0], null)).toEqual([]);
+    expect(passagesBetween([9, 9, 9, 9, 9, 9], [0, 0, 0, 1, 0, 0])).toEqual([]);
   });
 });
