@@ -13,7 +13,7 @@
 struct ImgProvider;
 
 /**
- * Opens a stream of video channel 1. numFrames: how many delivered frames are kept, at least 1. Null on failure, with
+ * Opens a stream of video channel 1. numFrames: how many delivered frames are kept; 0 counts as 1. Null on failure, with
  * nothing left behind; the caller destroys it.
  */
 ImgProvider* createImgProvider(unsigned width, unsigned height, unsigned numFrames, VdoFormat format);
@@ -30,7 +30,7 @@ bool chooseStreamResolution(unsigned width, unsigned height, unsigned* chosenWid
 /** Makes the provider's stream and its buffers, and starts it; part of createImgProvider. */
 bool createStream(ImgProvider* provider, unsigned width, unsigned height);
 
-/** Starts the thread. */
+/** Starts the thread; false when it runs already or cannot be had. */
 bool startFrameFetch(ImgProvider* provider);
 
 /** Ends the thread, once the frame that it waits for has come; false when there is none. */

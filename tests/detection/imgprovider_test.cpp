@@ -174,6 +174,17 @@ TEST_F(Provider, StartsAndStopsAgain) {
         std::vector<std::string>{"stopFrameFetch: Failed to join thread fetching frames from vdo: it does not run"});
 }
 
+TEST_F(Provider, StartsOnlyOnce) {
+    const ProviderPtr provider = makeProvider(0);
+    ASSERT_TRUE(startFrameFetch(provider.get()));
+    EXPECT_FALSE(startFrameFetch(provider.get()));
+    EXPECT_EQ(
+        LogCapture::ofLevel("error"),
+        std::vector<std::string>{"startFrameFetch: Failed to start thread fetching frames from vdo: it runs already"});
+    EXPECT_NE(getLastFrameBlocking(provider.get()), nullptr) << "one frame at least is kept";
+    EXPECT_TRUE(stopFrameFetch(provider.get()));
+}
+
 TEST_F(Provider, TellsAWaitingConsumerThatNothingComes) {
     scripted::failFrom("vdo_stream_get_buffer", 1, {VDO_ERROR_NO_VIDEO, "no picture"});
     const ProviderPtr provider = makeProvider();

@@ -35,7 +35,11 @@ AnonymisedStream::AnonymisedStream(AnonymisedStreamNames names, std::map<std::st
 
 void AnonymisedStream::parameterSet(const std::string& name, const std::string& value) {
     const std::lock_guard lock(m_mutex);
-    m_values[name] = value;
+    for (const std::string& known : {m_names.on, m_names.resolution, m_names.rivalOn, m_names.rivalResolution}) {
+        if (name == known) {
+            m_values[name] = value;
+        }
+    }
     update();
 }
 

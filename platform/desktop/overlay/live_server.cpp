@@ -195,7 +195,7 @@ void LiveServer::showStreams() {
                 stream.lastDrawing = m_parts.clock.now();
                 show(key, stream, *drawing, true);
                 m_parts.desk.giveBack(std::move(drawing->overlays));
-            } else if (!key.overlays || m_parts.clock.now() >= stream.lastDrawing + kSilence) {
+            } else if (isWanted(key) && (!key.overlays || m_parts.clock.now() >= stream.lastDrawing + kSilence)) {
                 if (const auto newest = newestOf(stream)) {
                     show(key, stream, *newest, false);
                 }
@@ -224,6 +224,9 @@ std::string LiveServer::reasonToHide(const Key& key, const Drawing& drawing, boo
     }
     if (!analysed) {
         return "Analysis is not running: picture hidden";
+    }
+    if (drawing.overlays.empty()) {
+        return "Nothing is drawn: picture hidden";
     }
     // Where two choices are equal the application prefers what hides nobody.
     const bool isAnalysed = key.size == StreamSize{drawing.frame.width, drawing.frame.height};

@@ -81,7 +81,8 @@ void Viewer::show(const Bytes& jpeg, Clock::TimePoint now) {
         send(std::string("\r\n--") + kBoundary + "\r\n");
         if (m_request->fps > 0) {
             const auto interval = std::chrono::duration_cast<Clock::Duration>(std::chrono::seconds(1)) / m_request->fps;
-            m_due = std::max(m_due + interval, now);
+            // Behind by a whole interval or more: from here on, so that two do not come at once.
+            m_due = m_due + interval <= now ? now + interval : m_due + interval;
         }
     }
     m_begun = true;

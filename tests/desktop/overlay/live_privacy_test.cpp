@@ -146,6 +146,17 @@ TEST_F(LivePrivacy, HidesItWhileTheApplicationWantsTheSameSizeUnmasked) {
     EXPECT_LT(contrastOf(viewer), kHidden) << "the application has yet to obey";
 }
 
+TEST_F(LivePrivacy, HidesItWhileTheApplicationDrawsNothing) {
+    startAnonymised();
+    service().destroy(1);
+    LiveClient viewer = client(kStream);
+    ASSERT_TRUE(becomes([&] {
+        redraw();
+        return live().picturesMade() > 0;
+    }));
+    EXPECT_LT(contrastOf(viewer, true), kHidden);
+}
+
 TEST_F(LivePrivacy, EndsClearViewsOfANewlyAnonymisedStream) {
     start(parts());
     redraw();

@@ -211,6 +211,27 @@ TEST_F(LiveServerTest, KeepsToTheRateThatWasAsked) {
     EXPECT_EQ(viewer.part().width, 320);
 }
 
+TEST_F(LiveServerTest, SendsNoTwoAtOnceAfterAPause) {
+    LiveClient viewer = client("/live/video.mjpg?resolution=320x180&fps=10");
+    ASSERT_TRUE(redrawUntilDrawn());
+    viewer.head();
+    viewer.readTo("--senvo-picture\r\n");
+    viewer.part();
+    m_clock.advance(1500ms);
+    ASSERT_TRUE(redrawUntilDrawn());
+    viewer.part();
+    const uint64_t made = live().picturesMade();
+    m_clock.advance(99ms);
+    ASSERT_TRUE(redrawUntilDrawn());
+    ASSERT_TRUE(redrawUntilDrawn());
+    EXPECT_EQ(live().picturesMade(), made);
+    m_clock.advance(1ms);
+    ASSERT_TRUE(becomes([&] {
+        redraw();
+        return live().picturesMade() > made;
+    }));
+}
+
 TEST_F(LiveServerTest, HasRoomForAHundredViewers) {
     std::list<LiveClient> viewers;
     for (int i = 0; i < desktop::LiveServer::kMostViewers; ++i) {
