@@ -48,7 +48,7 @@ describe.skipIf(isMissing)('Live', () => {
   test('tells who comes and goes as it happens', async () => {
     const page = await opened('live');
     await expectText(page, 'came-in', /^[1-9]/);
-    await page.getByText(/\d object(s)? came in/).first().waitFor();
+    await page.getByText(/\d object(s)? came in through entrance [12]/).first().waitFor();
   });
 
   test('a reset asks first', async () => {
