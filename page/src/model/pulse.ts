@@ -51,11 +51,21 @@ export class Pulse extends Store {
       this.connection = 'ok';
     } catch (error) {
       this.connection = error instanceof CameraError ? error.trouble : 'unreachable';
-      this.occupancy = null;
+      this.forget();
     }
     this.changed();
     clearTimeout(this.timer);
     this.timer = setTimeout(() => this.beat(), this.connection === 'ok' ? kInterval : kIntervalInTrouble);
+  }
+
+  /** What the camera said before is no longer shown as if it were so now. */
+  private forget(): void {
+    this.occupancy = this.buildingCrowd = this.cycleTime = null;
+    this.crowd = [null, null, null];
+    this.panel = this.panel && {
+      occupancy: null,
+      cameras: this.panel.cameras.map((camera) => ({ ...camera, status: '', crowd: null })),
+    };
   }
 
   private async askAll(): Promise<void> {

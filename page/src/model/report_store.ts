@@ -14,7 +14,6 @@ export class ReportStore extends Store {
   load(unlessWithinMinutes = 0): void {
     if (this.loading || performance.now() - this.readAt < unlessWithinMinutes * 60_000) return;
     this.loading = true;
-    this.readAt = performance.now();
     this.changed();
     const worker = new ReportWorker({ name: 'report' });
     const done = (answer: { report?: Report; trouble?: Trouble }) => {
@@ -22,6 +21,7 @@ export class ReportStore extends Store {
       this.loading = false;
       this.trouble = answer.trouble ?? null;
       this.report = answer.report ?? this.report;
+      if (answer.report) this.readAt = performance.now();
       this.changed();
     };
     worker.onmessage = (event: MessageEvent<{ report?: Report; trouble?: Trouble }>) => done(event.data);

@@ -34,6 +34,7 @@ describe.skipIf(isMissing)('Trouble', () => {
     await expectText(page, 'status', /^Camera restarting$/);
     await page.getByRole('alert').filter({ hasText: 'goes on by itself' }).waitFor();
     await expectText(page, 'occupancy', /^–$/);
+    await expectText(page, 'building', /^–$/);
     await expectText(page, 'status', /Running|active|Slow/);
     await expectText(page, 'occupancy', /^\d+$/);
     expect(application()).not.toBe(killed);
