@@ -13,8 +13,8 @@
 struct ImgProvider;
 
 /**
- * Opens a stream of video channel 1. numFrames: how many delivered frames are kept; 0 counts as 1. Null on failure, with
- * nothing left behind; the caller destroys it.
+ * Opens a stream of video channel 1. numFrames: how many delivered frames are kept; 0 counts as 1. Null on failure,
+ * with nothing left behind; the caller destroys it.
  */
 ImgProvider* createImgProvider(unsigned width, unsigned height, unsigned numFrames, VdoFormat format);
 
@@ -37,8 +37,9 @@ bool startFrameFetch(ImgProvider* provider);
 bool stopFrameFetch(ImgProvider* provider);
 
 /**
- * The newest frame; waits for one where none was delivered. The consumer returns it, and holds no more than two at a
- * time. Null when the fetching has stopped and none is left. Any one thread.
+ * The newest of the frames that were delivered and not taken yet; waits for one where there is none. The consumer
+ * returns it, and holds no more than two at a time. Null when the fetching has stopped and none is left. Any one
+ * thread.
  */
 VdoBuffer* getLastFrameBlocking(ImgProvider* provider);
 
