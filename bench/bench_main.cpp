@@ -12,8 +12,9 @@ namespace {
 constexpr const char* kHelp =
     "Usage: ./senvo bench [TOPIC ...] [--json] [--repetitions N]\n"
     "Measures in one run, variants interleaved, and prints medians and ratios. TOPIC: convert, cycle, store,\n"
-    "overlay; all four without one; report and archive, with large files, and web, with web servers, only by name. "
-    "Ends with 1 "
+    "overlay; all four without one; report and archive, with large files, web, with web servers, and live, with "
+    "viewers, "
+    "only by name. Ends with 1 "
     "when a figure misses its "
     "limit.\n";
 
@@ -52,8 +53,9 @@ int main(int argc, char** argv) {
                                                                     {"overlay", registerOverlay},
                                                                     {"report", registerReport},
                                                                     {"archive", registerArchive},
-                                                                    {"web", registerWeb}};
-    const std::vector<std::string> onlyByName = {"report", "archive", "web"};
+                                                                    {"web", registerWeb},
+                                                                    {"live", registerLive}};
+    const std::vector<std::string> onlyByName = {"report", "archive", "web", "live"};
     std::vector<std::string> chosen;
     bool json = false;
     std::string repetitions = "15";
@@ -70,7 +72,7 @@ int main(int argc, char** argv) {
         } else if (topics.contains(word)) {
             chosen.push_back(word);
         } else {
-            std::cerr << "senvo bench: expected convert, cycle, store, overlay, report, archive, web, --json or "
+            std::cerr << "senvo bench: expected convert, cycle, store, overlay, report, archive, web, live, --json or "
                          "--repetitions N, got "
                       << word << '\n';
             return 2;

@@ -14,6 +14,9 @@ std::vector<Limit> registerOverlay();
 std::vector<Limit> registerReport();
 std::vector<Limit> registerArchive();
 
+// Watches the live picture for a minute.
+std::vector<Limit> registerLive();
+
 // Start web servers or the whole application and load them.
 std::vector<Limit> registerWeb();
 std::vector<Limit> registerDelay();

@@ -97,6 +97,7 @@ struct MetricsParams {
     std::atomic<int32_t> crowdCount1 = 0;
     std::atomic<int32_t> crowdCount2 = 0;
     std::atomic<int32_t> crowdCount3 = 0;
+    std::array<std::atomic<int32_t>, 6> passages = {}; /**< since the start, by the values of entranceActivity */
 };
 
 /** A leader's totals over itself and its followers: written by the analysis, read by the web service. */

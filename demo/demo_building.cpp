@@ -74,13 +74,14 @@ bool DemoBuilding::setUp(Member& member, bool leader) {
     if (!tags.contains("CamName")) {
         return false;
     }
-    // What people change while the demo runs outlives a restart of the application.
+    // What people change while the demo runs outlives a restart of the application, which only needs its settings saved
+    // once more to ask its followers again.
     if (member.setUp == 0) {
         applySettings(m_settings, tags);
         tags["CamName"] = member.name;
         tags["RepInt"] = kReportMinutes;
     }
-    for (size_t i = 1; leader && i <= DemoBuilding::kMostFollowers; ++i) {
+    for (size_t i = 1; leader && member.setUp == 0 && i <= DemoBuilding::kMostFollowers; ++i) {
         const std::string follower = "FO" + std::to_string(i) + "_";
         const bool exists = i < m_cameras.size();
         tags[follower + "Active"] = exists ? "1" : "0";

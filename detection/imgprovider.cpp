@@ -1,5 +1,6 @@
 #include "imgprovider.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -93,19 +94,23 @@ void fetchFrames(ImgProvider& provider) {
     while (!provider.shutDown) {
         PlatformError error;
         VdoBuffer* const frame = vdo_stream_get_buffer(provider.stream.get(), error.slot());
-        std::unique_lock lock(provider.mutex);
         if (frame == nullptr) {
             logError("threadEntry", "Failed fetching frame from vdo: " + error.message());
+        }
+        std::unique_lock lock(provider.mutex);
+        if (frame == nullptr) {
             provider.changed.wait_for(lock, kPauseAfterFailure, [&] { return provider.shutDown.load(); });
             continue;
         }
         provider.deliveredFrames.push_back(frame);
         VdoBuffer* const toGiveBack = takeFrameToGiveBack(provider);
-        if (toGiveBack != nullptr &&
-            vdo_stream_buffer_enqueue(provider.stream.get(), toGiveBack, error.slot()) == FALSE) {
+        const bool isLost = toGiveBack != nullptr &&
+                            vdo_stream_buffer_enqueue(provider.stream.get(), toGiveBack, error.slot()) == FALSE;
+        provider.changed.notify_all();
+        lock.unlock();
+        if (isLost) {
             logError("threadEntry", "Failed enqueueing buffer to vdo: " + error.message());
         }
-        provider.changed.notify_all();
     }
 }
 
@@ -115,7 +120,7 @@ ImgProvider* createImgProvider(unsigned width, unsigned height, unsigned numFram
     try {
         auto provider = std::make_unique<ImgProvider>();
         provider->format = format;
-        provider->maxDelivered = numFrames;
+        provider->maxDelivered = std::max(numFrames, 1U);
         if (createStream(provider.get(), width, height)) {
             return provider.release();
         }
@@ -217,6 +222,10 @@ bool createStream(ImgProvider* provider, unsigned width, unsigned height) {
 }
 
 bool startFrameFetch(ImgProvider* provider) {
+    if (provider->fetcher.joinable()) {
+        logError("startFrameFetch", "Failed to start thread fetching frames from vdo: it runs already");
+        return false;
+    }
     provider->shutDown = false;
     try {
         provider->fetcher = std::thread([provider] { fetchFrames(*provider); });
@@ -245,6 +254,7 @@ VdoBuffer* getLastFrameBlocking(ImgProvider* provider) {
     std::unique_lock lock(provider->mutex);
     provider->changed.wait(lock, [&] { return !provider->deliveredFrames.empty() || provider->shutDown; });
     if (provider->deliveredFrames.empty()) {
+        lock.unlock();
         logError("getLastFrameBlocking", "Failed to wait on condition: the fetching has stopped");
         return nullptr;
     }

@@ -13,8 +13,8 @@
 struct ImgProvider;
 
 /**
- * Opens a stream of video channel 1. numFrames: how many delivered frames are kept, at least 1. Null on failure, with
- * nothing left behind; the caller destroys it.
+ * Opens a stream of video channel 1. numFrames: how many delivered frames are kept; 0 counts as 1. Null on failure,
+ * with nothing left behind; the caller destroys it.
  */
 ImgProvider* createImgProvider(unsigned width, unsigned height, unsigned numFrames, VdoFormat format);
 
@@ -30,15 +30,16 @@ bool chooseStreamResolution(unsigned width, unsigned height, unsigned* chosenWid
 /** Makes the provider's stream and its buffers, and starts it; part of createImgProvider. */
 bool createStream(ImgProvider* provider, unsigned width, unsigned height);
 
-/** Starts the thread. */
+/** Starts the thread; false when it runs already or cannot be had. */
 bool startFrameFetch(ImgProvider* provider);
 
 /** Ends the thread, once the frame that it waits for has come; false when there is none. */
 bool stopFrameFetch(ImgProvider* provider);
 
 /**
- * The newest frame; waits for one where none was delivered. The consumer returns it, and holds no more than two at a
- * time. Null when the fetching has stopped and none is left. Any one thread.
+ * The newest of the frames that were delivered and not taken yet; waits for one where there is none. The consumer
+ * returns it, and holds no more than two at a time. Null when the fetching has stopped and none is left. Any one
+ * thread.
  */
 VdoBuffer* getLastFrameBlocking(ImgProvider* provider);
 

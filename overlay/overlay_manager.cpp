@@ -79,6 +79,7 @@ OverlayManager::~OverlayManager() {
 void OverlayManager::stop() {
     axoverlay_destroy_overlay(m_OverlayID, nullptr);
     axoverlay_cleanup();
+    m_OverlayID = 0;
     m_IsStarted = false;
 }
 

@@ -9,8 +9,8 @@
 
 namespace {
 
-/** More than are ever on display at once; a day of dwell times in minutes fits. */
-constexpr size_t kMaxMasks = 2000;
+/** More than are on display at once; some megabytes at 1920x1080. */
+constexpr size_t kMaxMasks = 300;
 
 constexpr int kRimWidth = 1;
 
@@ -38,7 +38,9 @@ std::vector<uint8_t> coverage(cairo_t* like, const TextMask& mask, const std::st
     const auto width = static_cast<size_t>(mask.width);
     const auto stride = static_cast<size_t>(cairo_image_surface_get_stride(surface.get()));
     std::vector<uint8_t> covered(width * static_cast<size_t>(mask.height));
-    for (size_t row = 0; row < static_cast<size_t>(mask.height); ++row) {
+    // Without memory for a surface the text is not seen, and nothing else is disturbed.
+    const bool isThere = cairo_surface_status(surface.get()) == CAIRO_STATUS_SUCCESS;
+    for (size_t row = 0; isThere && row < static_cast<size_t>(mask.height); ++row) {
         std::memcpy(covered.data() + row * width, cairo_image_surface_get_data(surface.get()) + row * stride, width);
     }
     return covered;
@@ -110,19 +112,20 @@ void TextCache::drawPlainly(cairo_t* context, const std::string& text, int x, in
 const TextMask& TextCache::maskOf(cairo_t* context, const std::string& text) {
     cairo_matrix_t font;
     cairo_get_font_matrix(context, &font);
-    const auto [entry, isNew] = m_masks.try_emplace({font.xx, text});
-    TextMask& mask = entry->second;
-    if (isNew) {
-        cairo_text_extents_t extents;
-        cairo_text_extents(context, text.c_str(), &extents);
-        mask.left = static_cast<int>(std::floor(extents.x_bearing)) - kRoom;
-        mask.top = static_cast<int>(std::floor(extents.y_bearing)) - kRoom;
-        mask.width = static_cast<int>(std::ceil(extents.width)) + 2 * kRoom + 1;
-        mask.height = static_cast<int>(std::ceil(extents.height)) + 2 * kRoom + 1;
-        mask.fill = coverage(context, mask, text, cairo_fill);
-        mask.rim = coverage(context, mask, text, cairo_stroke);
+    const std::pair key(font.xx, text);
+    if (const auto known = m_masks.find(key); known != m_masks.end()) {
+        return known->second;
     }
-    return mask;
+    cairo_text_extents_t extents;
+    cairo_text_extents(context, text.c_str(), &extents);
+    TextMask mask;
+    mask.left = static_cast<int>(std::floor(extents.x_bearing)) - kRoom;
+    mask.top = static_cast<int>(std::floor(extents.y_bearing)) - kRoom;
+    mask.width = static_cast<int>(std::ceil(extents.width)) + 2 * kRoom + 1;
+    mask.height = static_cast<int>(std::ceil(extents.height)) + 2 * kRoom + 1;
+    mask.fill = coverage(context, mask, text, cairo_fill);
+    mask.rim = coverage(context, mask, text, cairo_stroke);
+    return m_masks.emplace(key, std::move(mask)).first->second;
 }
 
 void TextCache::draw(cairo_t* context, const std::string& text, int x, int y, int colorIndex) {

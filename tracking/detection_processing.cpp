@@ -94,6 +94,9 @@ void DetectionProcessing::monitor_AOI_and_entrances() {
             const entrances previous = m_parts.objectTracker.get_occupancy_state(id);
             finding.entranceAct = getEntranceActivity(previous, finding.entrance, m_parts.config.b_IsCameraInside);
             moveOccupancy(previous, finding.entrance);
+            if (finding.entranceAct != entranceActivity::unknown) {
+                ++m_parts.metrics.passages.at(static_cast<size_t>(finding.entranceAct));
+            }
         }
         m_parts.objectTracker.update_occupancy_map(id, finding.entrance);
         anyInEntrance = anyInEntrance || isInZone(finding.entrance);

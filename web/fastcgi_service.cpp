@@ -63,6 +63,15 @@ bool dissect(const UriUriA& uri, Query& query) {
     return true;
 }
 
+/** Entries and exits of each entrance: "20,12,31,32,0,0". */
+std::string passagesText(const MetricsParams& metrics) {
+    std::string text;
+    for (const std::atomic<int32_t>& count : metrics.passages) {
+        text += (text.empty() ? "" : ",") + std::to_string(count);
+    }
+    return text;
+}
+
 }  // namespace
 
 fastcgi_service::fastcgi_service(FastCgiParts parts) : m_parts(std::move(parts)) {}
@@ -212,6 +221,7 @@ fastcgi_service::Answer fastcgi_service::answerTo(const std::string& action) {
         {"get_crowd_2", kPlain, [](Self s) { return std::to_string(s.m_parts.metrics.crowdCount2); }},
         {"get_crowd_3", kPlain, [](Self s) { return std::to_string(s.m_parts.metrics.crowdCount3); }},
         {"get_occupancy_count", kPlain, [](Self s) { return std::to_string(s.m_parts.metrics.occupancyCount); }},
+        {"get_passages", kPlain, [](Self s) { return passagesText(s.m_parts.metrics); }},
         {"get_total_occupancy", kPlain, [](Self s) { return std::to_string(s.m_parts.leaderMetrics.totalOccupancy); }},
         {"reset_occupancy", kPlain, [](Self s) { return std::string(s.resetOccupancy()); }},
         {"reset_total_occupancy", kPlain,

@@ -206,9 +206,10 @@ int parameter_io::set_post_parameters(const std::string& body) {
         m_parts.publish(update);
         throw;
     }
+    // Stored before it acts: whoever watches the store knows of a choice before anything is drawn by it.
+    m_parts.store.save_config_params(m_parts.config);
     update.settings = m_parts.config;
     m_parts.publish(update);
-    m_parts.store.save_config_params(m_parts.config);
     return 0;
 }
 

@@ -48,6 +48,7 @@ std::vector<TextKey> textKeys(DesktopConfig& config) {
             {"stateFolder", config.stateFolder},
             {"manifest", config.manifest},
             {"heartbeat", config.heartbeat},
+            {"liveSocket", config.liveSocket},
             {"mqtt", config.mqtt.address},
             {"mqttUser", config.mqtt.user},
             {"mqttPasswordFile", config.mqtt.passwordFile},

@@ -27,6 +27,7 @@ struct DesktopConfig {
     std::string stateFolder = ".";      /**< parameters.db and events.jsonl are kept here */
     std::string manifest;               /**< package manifest whose declarations seed the parameter store */
     std::string heartbeat;              /**< file that changes with every frame fetched or refused; empty: none */
+    std::string liveSocket;             /**< where the live picture is served, a UNIX socket; empty: nowhere */
     MqttConfig mqtt;                    /**< the broker that gets the events */
     std::function<int64_t()> nowMicros; /**< time stamps, microseconds since 1970; empty means the system clock */
 };

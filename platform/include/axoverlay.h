@@ -59,7 +59,11 @@ typedef enum {
     AXOVERLAY_STREAM_OTHER = 5,
 } axoverlay_stream_type;
 
-/** One stream that is being watched: size in pixels, rotation in degrees, both as the viewer sees the picture. */
+/**
+ * One stream that is being watched: its size in pixels as the camera's channel lists it, before the picture is turned
+ * by the rotation, in degrees clockwise; the viewer of a stream turned by 90 or 270 sees width and height exchanged.
+ * Mirrored: left and right are exchanged after turning.
+ */
 struct axoverlay_stream_data {
     gint id;
     gint camera;
@@ -77,7 +81,10 @@ typedef void (*axoverlay_adjustment_function)(gint id, struct axoverlay_stream_d
                                               axoverlay_position_type* postype, gfloat* overlay_x, gfloat* overlay_y,
                                               gint* overlay_width, gint* overlay_height, gpointer user_data);
 
-/** Draws one overlay on one stream; the context is a cairo_t with the cairo image backend. */
+/**
+ * Draws one overlay on one stream; the context is a cairo_t with the cairo image backend, on a surface of the overlay's
+ * size that is transparent at the start of every call. The context is valid during the call.
+ */
 typedef void (*axoverlay_render_function)(gpointer rendering_context, gint id, struct axoverlay_stream_data* stream,
                                           axoverlay_position_type postype, gfloat overlay_x, gfloat overlay_y,
                                           gint overlay_width, gint overlay_height, gpointer user_data);
@@ -109,7 +116,10 @@ gboolean axoverlay_is_backend_supported(axoverlay_backend_type type);
 /** Fills the settings with the service's defaults. */
 void axoverlay_init_axoverlay_settings(struct axoverlay_settings* settings);
 
-/** Starts the service; the settings are copied. Check the error slot. */
+/**
+ * Starts the service; the settings are copied. Check the error slot. Calls between this and axoverlay_cleanup come from
+ * one thread at a time; it is an error to start it twice, and to make, remove or draw overlays before.
+ */
 void axoverlay_init(struct axoverlay_settings* settings, GError** error);
 
 /** Largest overlay that a camera takes, in pixels; 0 with the error set on failure. */
@@ -119,13 +129,19 @@ gint axoverlay_get_max_resolution_height(gint camera, GError** error);
 /** Fills the data with the service's defaults. */
 void axoverlay_init_overlay_data(struct axoverlay_overlay_data* data);
 
-/** Makes an overlay and returns its identifier, 1 and up; 0 with the error set on failure. */
+/**
+ * Makes an ARGB32 overlay, at most as large as the camera takes, in one of the corners. Returns its identifier, 1 and up;
+ * 0 with the error set on failure.
+ */
 gint axoverlay_create_overlay(struct axoverlay_overlay_data* data, gpointer user_data, GError** error);
 
 /** Removes an overlay. */
 void axoverlay_destroy_overlay(gint id, GError** error);
 
-/** Asks for all overlays to be drawn anew on every stream that is being watched. */
+/**
+ * Asks for all overlays to be drawn anew on every stream that is being watched. Callbacks are called in this thread
+ * before it returns. What is drawn belongs to the frame that this thread has fetched last. Without one, nothing is drawn.
+ */
 void axoverlay_redraw(GError** error);
 
 /** Stops the service. */

@@ -46,7 +46,7 @@ TEST_F(Front, AsksEverybodyForALogin) {
         EXPECT_NE(answer.headers.find("algorithm=SHA-256"), std::string::npos) << path;
         EXPECT_EQ(curl(url(path), login("wrong")).status, 401) << path;
     }
-    EXPECT_EQ(camera().get("get_status_code"), "200");
+    EXPECT_EQ(camera().get("get_analysis_resolution"), "1280x720");
 }
 
 TEST_F(Front, ServesNothingButThePageAndTheApplication) {
@@ -113,7 +113,7 @@ TEST_F(Front, HasLimits) {
     EXPECT_EQ(camera().post("set_post_parameters", std::string((1U << 20U) + 1024, 'x')).status, 413);
     EXPECT_EQ(camera().post("set_post_parameters", std::string((1U << 20U) - 1024, 'x')).status, 400) << "no tags";
     EXPECT_EQ(curl(url("/"), {"-H", "X-Long: " + std::string(9000, 'x')}).status, 431);
-    EXPECT_EQ(camera().get("get_status_code"), "200");
+    EXPECT_EQ(camera().get("get_analysis_resolution"), "1280x720");
 }
 
 TEST_F(Front, AnswersOthersBesideSlowClients) {
@@ -132,7 +132,7 @@ TEST_F(Front, AnswersOthersBesideSlowClients) {
         const std::string some = head.substr(0, 20 + 3 * i);
         ASSERT_EQ(send(slow.back(), some.data(), some.size(), MSG_NOSIGNAL), static_cast<ssize_t>(some.size()));
     }
-    EXPECT_EQ(camera().ask("get_status_code", {"--max-time", "3"}).body, "200");
+    EXPECT_EQ(camera().ask("get_analysis_resolution", {"--max-time", "3"}).body, "1280x720");
     for (const int client : slow) {
         close(client);
     }
@@ -148,7 +148,8 @@ TEST_F(Front, LeavesNothingOfAnUploadThatWasBrokenOff) {
              "operator:" + s_camera->password, "--data-binary", "@body", camera().url("set_post_parameters")},
             folder.path()));
         EXPECT_TRUE(eventually(waiting)) << "in the camera's own folder";
-        EXPECT_EQ(camera().ask("get_status_code", {"--max-time", "3"}).body, "200") << "others do not wait for it";
+        EXPECT_EQ(camera().ask("get_analysis_resolution", {"--max-time", "3"}).body, "1280x720")
+            << "others do not wait for it";
     }
     EXPECT_TRUE(eventually([&] { return !waiting(); }));
 }
@@ -230,7 +231,9 @@ TEST_F(Front, ComesBackWithoutTurningAnybodyAway) {
     }();
     ASSERT_FALSE(pidOfFront.empty());
     kill(std::stoi(pidOfFront), SIGKILL);
-    EXPECT_EQ(camera().get("get_status_code"), "200") << "it waits in the socket's queue";
+    const HttpAnswer answer = camera().ask("get_analysis_resolution");
+    EXPECT_EQ(answer.status, 200) << "it waits in the socket's queue";
+    EXPECT_EQ(answer.body, "1280x720");
     EXPECT_NE(s_camera->errors().find("the web server killed by signal Killed; starting it again"), std::string::npos);
 }
 

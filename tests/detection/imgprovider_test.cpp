@@ -85,24 +85,28 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& each) { return std::string(each.param.call); });
 
 TEST_F(Provider, HandsOutTheNewestFrame) {
-    // Each frame carries its number; the stream halts after the third until the consumer has looked.
+    // Each frame carries its number; the stream halts at the fourth until the consumer has looked.
     std::atomic<int> number = 0;
+    std::atomic<bool> isHalted = false;
     std::atomic<bool> goOn = false;
     scripted::drawFrames([&](uint8_t* nv12, uint32_t, uint32_t) {
         if (number == 3) {
+            isHalted = true;
+            isHalted.notify_all();
             goOn.wait(false);
         }
         nv12[0] = static_cast<uint8_t>(++number);
     });
     const ProviderPtr provider = makeProvider(3);
     ASSERT_TRUE(startFrameFetch(provider.get()));
+    isHalted.wait(false);
     std::vector<int> seen;
-    while (seen.empty() || seen.back() < 3) {
+    for (int i = 0; i < 3; ++i) {
         VdoBuffer* const frame = getLastFrameBlocking(provider.get());
         seen.push_back(*static_cast<uint8_t*>(vdo_buffer_get_data(frame)));
         returnFrame(provider.get(), frame);
     }
-    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+    EXPECT_EQ(seen, (std::vector<int>{3, 2, 1})) << "what is newest of those that were not taken yet";
     goOn = true;
     goOn.notify_all();
     EXPECT_TRUE(stopFrameFetch(provider.get()));
@@ -172,6 +176,17 @@ TEST_F(Provider, StartsAndStopsAgain) {
     EXPECT_EQ(
         LogCapture::ofLevel("error"),
         std::vector<std::string>{"stopFrameFetch: Failed to join thread fetching frames from vdo: it does not run"});
+}
+
+TEST_F(Provider, StartsOnlyOnce) {
+    const ProviderPtr provider = makeProvider(0);
+    ASSERT_TRUE(startFrameFetch(provider.get()));
+    EXPECT_FALSE(startFrameFetch(provider.get()));
+    EXPECT_EQ(
+        LogCapture::ofLevel("error"),
+        std::vector<std::string>{"startFrameFetch: Failed to start thread fetching frames from vdo: it runs already"});
+    EXPECT_NE(getLastFrameBlocking(provider.get()), nullptr) << "one frame at least is kept";
+    EXPECT_TRUE(stopFrameFetch(provider.get()));
 }
 
 TEST_F(Provider, TellsAWaitingConsumerThatNothingComes) {

@@ -123,6 +123,24 @@ TEST_F(Findings, SteppingOutOfAnEntranceBeforeACameraInsideIsAnEntry) {
     EXPECT_EQ(m_occupancy.get_count(), 0);
 }
 
+TEST_F(Findings, StepsAreCountedForEachEntrance) {
+    entranceZone(1, box(0, 0, 200, 360));
+    entranceZone(3, box(400, 0, 640, 360));
+    const auto passages = [this] { return std::vector<int>(m_metrics.passages.begin(), m_metrics.passages.end()); };
+    see({person(250, 100)});
+    EXPECT_EQ(passages(), (std::vector<int>{0, 0, 0, 0, 0, 0}));
+    see({person(170, 100)});
+    see({person(230, 100)});
+    see({person(310, 100)});
+    EXPECT_EQ(passages(), (std::vector<int>{1, 1, 0, 0, 0, 0}));
+    see({person(380, 100)});
+    see({person(430, 100)});
+    EXPECT_EQ(passages(), (std::vector<int>{1, 1, 0, 0, 1, 0}));
+    m_occupancy.reset_count();
+    see({person(450, 100)});
+    EXPECT_EQ(passages(), (std::vector<int>{1, 1, 0, 0, 1, 0})) << "a reset is nobody's step";
+}
+
 TEST_F(Findings, MovingFromEntranceToEntranceIsNoStep) {
     entranceZone(1, box(0, 0, 300, 360));
     entranceZone(2, box(300, 0, 640, 360));

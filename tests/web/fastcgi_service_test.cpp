@@ -73,6 +73,8 @@ TEST_F(Service, AnswersEveryGetAction) {
     m_metrics.crowdCount2 = 2;
     m_metrics.crowdCount3 = -3;
     m_metrics.occupancyCount = 2147483647;
+    m_metrics.passages[0] = 20;
+    m_metrics.passages[5] = 7;
     const struct {
         const char* action;
         std::string answer;
@@ -87,6 +89,7 @@ TEST_F(Service, AnswersEveryGetAction) {
         {"get_crowd_2", plain("2")},
         {"get_crowd_3", plain("-3")},
         {"get_occupancy_count", plain("2147483647")},
+        {"get_passages", plain("20,0,0,0,0,7")},
         {"get_total_occupancy", plain("22")},
         {"get_data_panel_info", "Status: 200 OK\r\nContent-Type: text/xml\r\n\r\n" + m_settings.get_data_panel_info()},
         {"get_analysis_resolution", plain("960x540")},

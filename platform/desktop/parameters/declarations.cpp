@@ -5,13 +5,20 @@
 #include <stdexcept>
 
 namespace desktop {
+namespace {
 
-std::vector<ParameterDefault> readManifestDefaults(const std::string& path) {
+nlohmann::json readManifest(const std::string& path) {
     std::ifstream file(path);
     if (!file) {
         throw std::runtime_error("cannot read the package manifest " + path);
     }
-    const nlohmann::json manifest = nlohmann::json::parse(file, nullptr, false);
+    return nlohmann::json::parse(file, nullptr, false);
+}
+
+}  // namespace
+
+std::vector<ParameterDefault> readManifestDefaults(const std::string& path) {
+    const nlohmann::json manifest = readManifest(path);
     const auto parameters = manifest.is_object() ? manifest.find("parameters") : manifest.end();
     if (!manifest.is_object() || parameters == manifest.end() || !parameters->is_array()) {
         throw std::runtime_error(path + ": expected a JSON object with a list \"parameters\"");
@@ -27,6 +34,27 @@ std::vector<ParameterDefault> readManifestDefaults(const std::string& path) {
         defaults.push_back({name->get<std::string>(), value->get<std::string>()});
     }
     return defaults;
+}
+
+std::optional<AnonymisedStreamNames> readAnonymisedStream(const std::string& path) {
+    const nlohmann::json manifest = readManifest(path);
+    const auto stream = manifest.is_object() ? manifest.find("anonymised_stream") : manifest.end();
+    if (stream == manifest.end()) {
+        return std::nullopt;
+    }
+    const auto textOf = [&](const nlohmann::json& choice, const char* key) {
+        if (!choice.is_object() || !choice.contains(key) || !choice[key].is_string()) {
+            throw std::runtime_error(
+                path + ": expected texts \"on\" and \"resolution\" in \"anonymised_stream\", got " + choice.dump());
+        }
+        return choice[key].get<std::string>();
+    };
+    AnonymisedStreamNames names = {textOf(*stream, "on"), textOf(*stream, "resolution"), "", ""};
+    if (const auto rival = stream->find("yields_to"); rival != stream->end()) {
+        names.rivalOn = textOf(*rival, "on");
+        names.rivalResolution = textOf(*rival, "resolution");
+    }
+    return names;
 }
 
 }  // namespace desktop

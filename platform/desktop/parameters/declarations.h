@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,5 +17,19 @@ struct ParameterDefault {
  * naming the file, what was expected and what came, when it cannot be read.
  */
 std::vector<ParameterDefault> readManifestDefaults(const std::string& path);
+
+/** The parameters that say which of the application's streams shows nobody. */
+struct AnonymisedStreamNames {
+    std::string on;              /**< "true" switches it on */
+    std::string resolution;      /**< "WxH" */
+    std::string rivalOn;         /**< the same for a stream that is not anonymised, though its size be the same; */
+    std::string rivalResolution; /**< empty: there is none */
+};
+
+/**
+ * Reads "anonymised_stream" from a package manifest; nothing when the manifest has none. Throws like
+ * readManifestDefaults.
+ */
+std::optional<AnonymisedStreamNames> readAnonymisedStream(const std::string& path);
 
 }  // namespace desktop

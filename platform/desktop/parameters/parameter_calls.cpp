@@ -9,6 +9,7 @@
 
 #include "desktop_config.h"
 #include "parameter_store.h"
+#include "parameter_watch.h"
 
 /*
  * The parameter store's C interface over one ParameterStore. Full names from "root." down are the platform's own
@@ -40,11 +41,34 @@ std::vector<desktop::ParameterDefault> allDefaults() {
         defaults = desktop::readManifestDefaults(manifest);
     }
     defaults.push_back({"root.Image.I0.Appearance.Rotation", "0"});
+    defaults.push_back({"root.Image.I0.Appearance.Mirrored", "0"});
     defaults.push_back({"root.ImageSource.I0.Sensor.AspectRatio", "16:9"});
     return defaults;
 }
 
+struct Watch {
+    std::mutex mutex; /**< guards watcher, and is held while it is told */
+    desktop::ParameterWatcher watcher;
+};
+
+Watch& watch() {
+    static Watch instance;
+    return instance;
+}
+
+void tellWatcher(const std::string& name, const std::string& value) {
+    const std::lock_guard lock(watch().mutex);
+    if (watch().watcher) {
+        watch().watcher(name, value);
+    }
+}
+
 }  // namespace
+
+void desktop::watchParameters(ParameterWatcher watcher) {
+    const std::lock_guard lock(watch().mutex);
+    watch().watcher = std::move(watcher);
+}
 
 struct _AXParameter {
     desktop::ParameterStore store{desktop::desktopConfig().stateFolder + "/parameters.db", allDefaults()};
@@ -100,6 +124,7 @@ gboolean ax_parameter_set(AXParameter* self, const gchar* name, const gchar* val
     } catch (const std::exception& exception) {
         return refuse(error, AX_PARAMETER_PARAM_SET_ERROR, exception.what());
     }
+    tellWatcher(name, value);
     const std::lock_guard lock(self->mutex);
     const auto found = self->subscriptions.find(name);
     if (found != self->subscriptions.end()) {

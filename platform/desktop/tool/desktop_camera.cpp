@@ -98,6 +98,7 @@ DesktopCamera::DesktopCamera(const CameraOptions& options, const std::string& na
     config.manifest = (packageFolder() / "manifest.json").string();
     config.mqtt = options.mqtt;
     config.heartbeat = heartbeatFile(m_folder).string();
+    config.liveSocket = liveSocket(m_folder.path()).string();
     m_folder.writeConfig(config);
     m_folder.installModel(findModelCard(options.model), kPictureWidth, kPictureHeight);
     installPage(m_folder.html());

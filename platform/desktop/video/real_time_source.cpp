@@ -124,4 +124,12 @@ Delivery RealTimeSource::newest(uint64_t after, const std::atomic<bool>& stopped
     return m_newest;
 }
 
+Delivery RealTimeSource::current() {
+    const std::lock_guard lock(m_mutex);
+    if (!m_loss.empty()) {
+        throw VideoError(VDO_ERROR_NO_VIDEO, m_loss + ", trying again");
+    }
+    return m_newest;
+}
+
 }  // namespace desktop

@@ -35,6 +35,7 @@ public:
 
     const SourceInfo& info() const override { return m_info; }
     Delivery newest(uint64_t after, const std::atomic<bool>& stopped) override;
+    Delivery current() override;
     void wake() override;
 
 private:

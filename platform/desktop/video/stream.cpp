@@ -5,6 +5,7 @@
 #include <cmath>
 #include <utility>
 
+#include "last_fetched.h"
 #include "resolutions.h"
 #include "video_error.h"
 
@@ -114,6 +115,8 @@ VdoBuffer* Stream::fetch() {
         const Delivery delivery = m_source->newest(m_fetched, m_stopped);
         m_converter.convert(*delivery.picture, bytesOf(buffer.get()));
         m_fetched = delivery.number;
+        const auto setting = [this](const char* name) { return static_cast<int>(m_settings.at(name)); };
+        noteFetched({delivery.picture, setting("rotation"), setting("width"), setting("height")});
     } catch (...) {
         const std::lock_guard lock(m_mutex);
         m_free.push_back(std::move(buffer));

@@ -29,6 +29,12 @@ public:
      */
     virtual Delivery newest(uint64_t after, const std::atomic<bool>& stopped) = 0;
 
+    /**
+     * Returns the newest frame as it is, without waiting; number 0 and no picture before the first. Throws VideoError
+     * with VDO_ERROR_NO_VIDEO while the source is lost.
+     */
+    virtual Delivery current() = 0;
+
     /** Makes waiting calls look at their stop flags. Any thread. */
     virtual void wake() = 0;
 };

@@ -14,6 +14,7 @@ public:
 
     const SourceInfo& info() const override { return m_reader->info(); }
     Delivery newest(uint64_t after, const std::atomic<bool>& stopped) override;
+    Delivery current() override { return m_current; }
     void wake() override {}
 
     void setTime(int64_t micros);

@@ -21,7 +21,7 @@ constexpr int kHighestPort = 65535;
 // The socket's path is relative to the camera's folder, the server's working folder: a socket's address has to be
 // short.
 constexpr const char* kConfiguration = R"(# Written at every start; changes are lost.
-server.modules = ("mod_setenv", "mod_magnet", "mod_auth", "mod_authn_file", "mod_redirect", "mod_alias", "mod_access", "mod_fastcgi")
+server.modules = ("mod_setenv", "mod_magnet", "mod_auth", "mod_authn_file", "mod_redirect", "mod_alias", "mod_access", "mod_fastcgi", "mod_proxy")
 server.systemd-socket-activation = "enable"
 server.bind = "@BIND@"
 server.port = @PORT@
@@ -48,20 +48,27 @@ auth.require = ("" => ("method" => "digest", "realm" => "@REALM@", "require" => 
 url.redirect = ("^/$" => "/local/ostrel_senvo/index.html")
 url.access-deny = (".socket")
 alias.url = ("/local/ostrel_senvo/" => "@STATE@/@HTML@/")
-$HTTP["url"] !~ "^/(local/ostrel_senvo/.*)?$" { url.access-deny = ("") }
+$HTTP["url"] !~ "^/((local/ostrel_senvo|live)/.*)?$" { url.access-deny = ("") }
 fastcgi.server = ("/local/ostrel_senvo/webservices.cgi" => ((
   "socket" => "@HTML@/ostrel_senvo_fcgi.socket", "check-local" => "disable", "disable-time" => 0)))
+$HTTP["url"] =~ "^/live/" {
+  proxy.server = ("" => (("socket" => "@LIVE@", "disable-time" => 0)))
+  # Pictures have no end: what a viewer does not take waits in the application, which drops it then.
+  server.stream-response-body = 2
+}
 )";
 
 /*
- * A browser that is logged in sends its login along with whatever a foreign page asks for. The application is asked
- * only by its own page, by programs (which send no such headers) and by leaders.
+ * A browser that is logged in sends its login along with whatever a foreign page asks for. The application and its
+ * pictures are asked for only by its own page, by programs (which send no such headers) and by leaders.
  */
 constexpr const char* kForeignPages = R"(-- Written at every start; changes are lost.
 local header = lighty.r.req_header
 local attr = lighty.r.req_attr
 local reading = attr["request.method"] == "GET" or attr["request.method"] == "HEAD"
-if reading and not string.find(attr["uri.path"], "webservices.cgi", 1, true) then
+local page = not string.find(attr["uri.path"], "webservices.cgi", 1, true)
+  and not string.find(attr["uri.path"], "/live", 1, true)
+if reading and page then
   return 0
 end
 local site = header["Sec-Fetch-Site"]
@@ -158,11 +165,16 @@ std::filesystem::path accountsFile(const std::filesystem::path& stateFolder) {
     return stateFolder / "accounts";
 }
 
+std::filesystem::path liveSocket(const std::filesystem::path& stateFolder) {
+    return stateFolder / "live.socket";
+}
+
 SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const std::filesystem::path& socketAndPage,
                                const ListeningSocket& socket) {
     std::string configuration = replaced(kConfiguration, "@PORT@", std::to_string(socket.port()));
     configuration = replaced(configuration, "@BIND@", socket.bindAddress());
     configuration = replaced(configuration, "@REALM@", kRealm);
+    configuration = replaced(configuration, "@LIVE@", liveSocket(stateFolder).filename().string());
     configuration = replaced(configuration, "@HTML@", socketAndPage.lexically_relative(stateFolder).string());
     configuration = replaced(configuration, "@STATE@", quotable(stateFolder));
     // Large bodies wait here, and stay behind when the server is killed.

@@ -6,9 +6,9 @@
 #include "supervisor.h"
 
 /**
- * A camera's web server: lighttpd with digest authentication before the page and the application's FastCGI socket, and
- * before nothing else. Requests are buffered whole before the application sees them, so that slow clients do not hold
- * it.
+ * A camera's web server: lighttpd with digest authentication before the page, the application's FastCGI socket
+ * and its live picture, and before nothing else. Requests are buffered whole before the application sees them, so that
+ * slow clients do not hold it.
  */
 namespace desktop {
 
@@ -43,6 +43,9 @@ private:
 
 /** The file of accounts that the web server of a camera's folder reads. */
 std::filesystem::path accountsFile(const std::filesystem::path& stateFolder);
+
+/** The socket behind which the web server of a camera's folder expects the live picture. */
+std::filesystem::path liveSocket(const std::filesystem::path& stateFolder);
 
 /**
  * Writes the web server's configuration into a camera's folder, and returns how to run it. socketAndPage: the folder of

@@ -5,6 +5,7 @@
 #include <axsdk/axparameter.h>
 
 #include "desktop_config.h"
+#include "parameter_watch.h"
 #include "program.h"
 #include "test_folder.h"
 
@@ -70,6 +71,7 @@ TEST_F(ParameterCalls, ReadTheManifestsDefaultsAndThePlatformsOwn) {
     EXPECT_EQ(get("A"), "one");
     EXPECT_EQ(get("B"), "two");
     EXPECT_EQ(get("root.Image.I0.Appearance.Rotation"), "0");
+    EXPECT_EQ(get("root.Image.I0.Appearance.Mirrored"), "0");
     EXPECT_EQ(get("root.ImageSource.I0.Sensor.AspectRatio"), "16:9");
     EXPECT_EQ(get("C"), "no value");
     EXPECT_EQ(m_error.code(), AX_PARAMETER_PARAM_GET_ERROR);
@@ -143,6 +145,20 @@ TEST_F(ParameterCalls, DoNotCallBackForASetThatFailed) {
     EXPECT_FALSE(ax_parameter_set(m_store.get(), "C", "new", TRUE, m_error.slot()));
     iterateMainContext();
     EXPECT_TRUE(arrivals.empty());
+}
+
+TEST_F(ParameterCalls, TellAWatcherBeforeTheyReturn) {
+    Names told;
+    desktop::watchParameters([&](const std::string& name, const std::string& value) {
+        EXPECT_EQ(get(name.c_str()), value) << "set by then";
+        told.push_back(name + "=" + value);
+    });
+    EXPECT_TRUE(ax_parameter_set(m_store.get(), "A", "new", TRUE, m_error.slot()));
+    EXPECT_FALSE(ax_parameter_set(m_store.get(), "C", "new", TRUE, m_error.slot()));
+    EXPECT_EQ(told, Names({"A=new"}));
+    desktop::watchParameters({});
+    EXPECT_TRUE(ax_parameter_set(m_store.get(), "A", "newer", TRUE, m_error.slot()));
+    EXPECT_EQ(told.size(), 1U);
 }
 
 TEST_F(ParameterCalls, RefuseABadManifest) {

@@ -194,6 +194,27 @@ INSTANTIATE_TEST_SUITE_P(
                                  ": expected texts \"name\" and \"default\" in a parameter, got 7"}),
     [](const auto& instance) { return "Case" + std::to_string(instance.index); });
 
+TEST_F(ParameterFile, AManifestMayNameTheAnonymisedStream) {
+    const std::string path = m_folder.path() / "manifest.json";
+    writeFile(path, R"({"anonymised_stream": {"on": "A", "resolution": "B"}})");
+    const auto names = desktop::readAnonymisedStream(path);
+    ASSERT_TRUE(names);
+    EXPECT_EQ(names->on, "A");
+    EXPECT_EQ(names->resolution, "B");
+    EXPECT_EQ(names->rivalOn, "");
+    writeFile(path,
+              R"({"anonymised_stream": {"on": "A", "resolution": "B", "yields_to": {"on": "C", "resolution": "D"}}})");
+    EXPECT_EQ(desktop::readAnonymisedStream(path)->rivalOn, "C");
+    EXPECT_EQ(desktop::readAnonymisedStream(path)->rivalResolution, "D");
+    writeFile(path, "{}");
+    EXPECT_FALSE(desktop::readAnonymisedStream(path));
+    for (const char* stream : {R"({"on":"A"})", R"({"on":"A","resolution":7})", "7", "[]"}) {
+        writeFile(path, std::string(R"({"anonymised_stream": )") + stream + "}");
+        EXPECT_EQ(errorOf([&] { desktop::readAnonymisedStream(path); }),
+                  path + ": expected texts \"on\" and \"resolution\" in \"anonymised_stream\", got " + stream);
+    }
+}
+
 TEST_F(ParameterFile, AMissingManifestIsNamed) {
     EXPECT_EQ(errorOf([] { desktop::readManifestDefaults("/missing/manifest.json"); }),
               "cannot read the package manifest /missing/manifest.json");

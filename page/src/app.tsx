@@ -1,0 +1,147 @@
+import { useEffect, useState } from 'preact/hooks';
+import { Icon } from './icons';
+import { StatusBadge } from './parts/status';
+import { pulse, settings, usePulse } from './stores';
+import { AdvancedTab } from './tabs/advanced';
+import { AreasTab } from './tabs/areas';
+import { CamerasTab } from './tabs/cameras';
+import { DetectionTab } from './tabs/detection';
+import { LiveTab } from './tabs/live';
+import { ReportsTab } from './tabs/reports';
+import { texts } from './texts/en';
+import { currentTheme, nextTheme } from './theme';
+
+const tabs = {
+  live: LiveTab,
+  areas: AreasTab,
+  detection: DetectionTab,
+  reports: ReportsTab,
+  cameras: CamerasTab,
+  advanced: AdvancedTab,
+};
+type TabName = keyof typeof tabs;
+const tabNames = Object.keys(tabs) as TabName[];
+
+function tabOfAddress(): TabName {
+  const name = location.hash.replace(/^#\/?/, '') as TabName;
+  return tabNames.includes(name) ? name : 'live';
+}
+
+function useTab(): TabName {
+  const [tab, setTab] = useState(tabOfAddress);
+  useEffect(() => {
+    const follow = () => setTab(tabOfAddress());
+    addEventListener('hashchange', follow);
+    return () => removeEventListener('hashchange', follow);
+  }, []);
+  return tab;
+}
+
+/** Unsaved changes: the browser asks before they are lost, and Ctrl+Z takes the last one back. */
+function useUnsavedGuard(): void {
+  useEffect(() => {
+    const ask = (event: BeforeUnloadEvent) => {
+      if (settings.edits.size > 0) event.preventDefault();
+    };
+    const undo = (event: KeyboardEvent) => {
+      const typing = (event.target as Element).matches?.('input:not([type=checkbox],[type=radio],[type=range]), textarea');
+      if (event.key === 'z' && (event.ctrlKey || event.metaKey) && !event.shiftKey && !typing && settings.canUndo) {
+        event.preventDefault();
+        settings.undo();
+      }
+    };
+    addEventListener('beforeunload', ask);
+    addEventListener('keydown', undo);
+    return () => {
+      removeEventListener('beforeunload', ask);
+      removeEventListener('keydown', undo);
+    };
+  }, []);
+}
+
+function ThemeButton() {
+  const [theme, setTheme] = useState(currentTheme);
+  return (
+    <button type="button" class="quiet icon-button" title={texts.theme[theme]} aria-label={texts.theme[theme]} onClick={() => setTheme(nextTheme())}>
+      <Icon name="theme" />
+    </button>
+  );
+}
+
+function ConnectionBadge() {
+  const { connection, panel } = usePulse();
+  const status = connection === 'ok' ? panel!.cameras[0].status : texts.connection[connection];
+  const tone = connection === 'ok' ? undefined : connection === 'asking' ? 'neutral' : 'bad';
+  return (
+    <span role="status" data-testid="status">
+      <StatusBadge status={status} tone={tone} />
+    </span>
+  );
+}
+
+function ConnectionBanner() {
+  const { connection } = usePulse();
+  if (connection === 'ok' || connection === 'asking') return null;
+  return (
+    <div class="banner bad" role="alert">
+      <p>{texts.connectionLong[connection]}</p>
+      {connection === 'signedOut' && (
+        <button type="button" onClick={() => location.reload()}>
+          {texts.signIn}
+        </button>
+      )}
+    </div>
+  );
+}
+
+function CameraName() {
+  const name = usePulse().panel?.cameras[0].name;
+  return <span class="camera-name">{name}</span>;
+}
+
+export function App() {
+  const tab = useTab();
+  useUnsavedGuard();
+  useEffect(() => {
+    pulse.start();
+    void settings.load();
+    // What could not be read while the camera was away is read when it is back.
+    return pulse.watch(() => {
+      if (pulse.connection === 'ok' && settings.trouble) void settings.load();
+    });
+  }, []);
+  useEffect(() => {
+    document.title = `${texts.tabs[tab]} – ${texts.product}`;
+    scrollTo(0, 0);
+  }, [tab]);
+  const Tab = tabs[tab];
+  return (
+    <>
+      <a class="skip" href="#content" onClick={(event) => { event.preventDefault(); document.getElementById('content')!.focus(); }}>
+        {texts.skip}
+      </a>
+      <header class="top">
+        <span class="brand">
+          <img src="./icon.svg" alt="" width="28" height="28" />
+          {texts.product}
+        </span>
+        <CameraName />
+        <ConnectionBadge />
+        <ThemeButton />
+      </header>
+      <nav class="tabs" aria-label={texts.tabs.label}>
+        {tabNames.map((name) => (
+          <a key={name} href={`#/${name}`} aria-current={name === tab ? 'page' : undefined}>
+            <Icon name={name} />
+            <span>{texts.tabs[name]}</span>
+          </a>
+        ))}
+      </nav>
+      <main id="content" tabIndex={-1}>
+        <ConnectionBanner />
+        <h1>{texts.tabs[tab]}</h1>
+        <Tab />
+      </main>
+    </>
+  );
+}

@@ -1,0 +1,52 @@
+import { webService } from '../camera';
+
+/** Why the camera gave no answer. */
+export type Trouble = 'signedOut' | 'restarting' | 'unreachable' | 'refused';
+
+export class CameraError extends Error {
+  constructor(
+    readonly trouble: Trouble,
+    /** The HTTP status, 0 when there was no answer. */
+    readonly status: number,
+  ) {
+    super(`${trouble} (${status})`);
+  }
+}
+
+const kMostWait = 15_000;
+
+/** Asks; throws CameraError when the camera does not answer, or not with what was asked for. */
+export async function request(address: string, options: RequestInit = {}): Promise<Response> {
+  let response: Response;
+  try {
+    response = await fetch(address, { cache: 'no-store', ...options });
+  } catch (error) {
+    if (options.signal?.aborted && (options.signal.reason as Error)?.name !== 'TimeoutError') throw error;
+    throw new CameraError('unreachable', 0);
+  }
+  if (response.ok) return response;
+  throw new CameraError(troubleOf(response.status), response.status);
+}
+
+export function troubleOf(status: number): Trouble {
+  if (status === 401) return 'signedOut';
+  // The web server answers so while the application behind it is being started again.
+  return status >= 502 && status <= 504 ? 'restarting' : 'refused';
+}
+
+export function actionAddress(action: string): string {
+  return `${webService}?action=${action}`;
+}
+
+export async function ask(action: string): Promise<string> {
+  return (await request(actionAddress(action), { signal: AbortSignal.timeout(kMostWait) })).text();
+}
+
+export async function post(action: string, body: string): Promise<void> {
+  await request(actionAddress(action), {
+    method: 'POST',
+    body,
+    headers: { 'Content-Type': 'text/xml' },
+    signal: AbortSignal.timeout(kMostWait),
+  });
+}

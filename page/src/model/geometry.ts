@@ -1,0 +1,146 @@
+/* Polygons on the picture, in pixels of the analysis stream. */
+
+export interface Point {
+  x: number;
+  y: number;
+}
+
+export interface Size {
+  width: number;
+  height: number;
+}
+
+/** Twice the area of the triangle, positive when c lies to the left of a→b (with y growing downwards: to its right). */
+function cross(a: Point, b: Point, c: Point): number {
+  return (b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x);
+}
+
+function onSegment(a: Point, b: Point, p: Point): boolean {
+  return (
+    cross(a, b, p) === 0 &&
+    Math.min(a.x, b.x) <= p.x && p.x <= Math.max(a.x, b.x) &&
+    Math.min(a.y, b.y) <= p.y && p.y <= Math.max(a.y, b.y)
+  );
+}
+
+/** Whether two segments share a point. */
+export function segmentsMeet(a: Point, b: Point, c: Point, d: Point): boolean {
+  const side = (p: Point, q: Point, r: Point) => Math.sign(cross(p, q, r));
+  if (side(a, b, c) * side(a, b, d) < 0 && side(c, d, a) * side(c, d, b) < 0) return true;
+  return onSegment(a, b, c) || onSegment(a, b, d) || onSegment(c, d, a) || onSegment(c, d, b);
+}
+
+const sameSpot = (a: Point, b: Point) => a.x === b.x && a.y === b.y;
+
+/** Corners that lie where their predecessor lies draw nothing. */
+function withoutRepeats(polygon: Point[]): Point[] {
+  return polygon.filter((point, i) => !sameSpot(point, polygon[(i + polygon.length - 1) % polygon.length]));
+}
+
+/** Whether the outline crosses or touches itself, or turns back upon itself. */
+export function crossesItself(polygon: Point[]): boolean {
+  const corners = withoutRepeats(polygon);
+  const n = corners.length;
+  for (let i = 0; i < n; ++i) {
+    const [a, b] = [corners[i], corners[(i + 1) % n]];
+    for (let j = i + 1; j < n; ++j) {
+      const [c, d] = [corners[j], corners[(j + 1) % n]];
+      const follows = j === i + 1;
+      const closes = (j + 1) % n === i;
+      if (follows || closes) {
+        // Neighbours share a corner; beyond it they may only run on top of one another.
+        if (n > 2 && ((follows && onSegment(a, b, d)) || (follows && onSegment(c, d, a)) ||
+            (closes && onSegment(c, d, b)) || (closes && onSegment(a, b, c)))) {
+          return true;
+        }
+      } else if (segmentsMeet(a, b, c, d)) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+export function leavesPicture(polygon: Point[], size: Size): boolean {
+  return polygon.some((p) => p.x < 0 || p.y < 0 || p.x > size.width || p.y > size.height);
+}
+
+function convexHull(points: Point[]): Point[] {
+  const sorted = [...points].sort((a, b) => a.x - b.x || a.y - b.y);
+  const half = (ordered: Point[]) => {
+    const chain: Point[] = [];
+    for (const p of ordered) {
+      while (chain.length > 1 && cross(chain[chain.length - 2], chain[chain.length - 1], p) <= 0) chain.pop();
+      chain.push(p);
+    }
+    return chain.slice(0, -1);
+  };
+  return [...half(sorted), ...half(sorted.reverse())];
+}
+
+/** The narrowest way across: the least distance of two parallel lines that hold the whole polygon between them. */
+export function narrowestWidth(polygon: Point[]): number {
+  const hull = convexHull(polygon);
+  if (hull.length < 3) return 0;
+  const widths = hull.map((a, i) => {
+    const b = hull[(i + 1) % hull.length];
+    return Math.max(...hull.map((p) => Math.abs(cross(a, b, p)))) / Math.hypot(b.x - a.x, b.y - a.y);
+  });
+  return Math.min(...widths);
+}
+
+const kSecondsAcrossPicture = 4;
+
+/** How far a person who walks through the picture's longer side in four seconds gets from one look to the next. */
+export function stepPerCycle(size: Size, cycleMilliseconds: number): number {
+  return (Math.max(size.width, size.height) * cycleMilliseconds) / (kSecondsAcrossPicture * 1000);
+}
+
+export function centre(polygon: Point[]): Point {
+  const xs = polygon.map((p) => p.x);
+  const ys = polygon.map((p) => p.y);
+  return { x: (Math.min(...xs) + Math.max(...xs)) / 2, y: (Math.min(...ys) + Math.max(...ys)) / 2 };
+}
+
+/** The polygon with a corner in the middle of the edge that follows corner i. */
+export function withCornerAfter(polygon: Point[], i: number): Point[] {
+  const next = polygon[(i + 1) % polygon.length];
+  const middle = { x: Math.round((polygon[i].x + next.x) / 2), y: Math.round((polygon[i].y + next.y) / 2) };
+  return [...polygon.slice(0, i + 1), middle, ...polygon.slice(i + 1)];
+}
+
+/** The corner after which the longest edge begins. */
+export function longestEdge(polygon: Point[]): number {
+  const lengths = polygon.map((p, i) => {
+    const next = polygon[(i + 1) % polygon.length];
+    return Math.hypot(next.x - p.x, next.y - p.y);
+  });
+  return lengths.indexOf(Math.max(...lengths));
+}
+
+/** The corner whose absence changes the polygon least. */
+export function leastCorner(polygon: Point[]): number {
+  const n = polygon.length;
+  const shares = polygon.map((p, i) => Math.abs(cross(polygon[(i + n - 1) % n], p, polygon[(i + 1) % n])));
+  return shares.indexOf(Math.min(...shares));
+}
+
+export function withoutCorner(polygon: Point[], i: number): Point[] {
+  return polygon.filter((_, at) => at !== i);
+}
+
+/** Moves the whole polygon, at most as far as the picture allows. One that is not inside moves freely. */
+export function moved(polygon: Point[], by: Point, size: Size): Point[] {
+  const limit = (values: number[], wanted: number, most: number) => {
+    const [lowest, highest] = [Math.min(...values), Math.max(...values)];
+    return lowest < 0 || highest > most ? wanted : Math.max(-lowest, Math.min(most - highest, wanted));
+  };
+  const dx = Math.round(limit(polygon.map((p) => p.x), by.x, size.width - 1));
+  const dy = Math.round(limit(polygon.map((p) => p.y), by.y, size.height - 1));
+  return polygon.map((p) => ({ x: p.x + dx, y: p.y + dy }));
+}
+
+export function insidePicture(point: Point, size: Size): Point {
+  const clamp = (value: number, most: number) => Math.max(0, Math.min(most, Math.round(value)));
+  return { x: clamp(point.x, size.width - 1), y: clamp(point.y, size.height - 1) };
+}

@@ -1,0 +1,112 @@
+/*
+ * The settings document: what the camera holds, what was changed here and not saved yet, and the way back. The document
+ * goes back whole; an element that was not changed here goes back as it came.
+ */
+
+import { Point, Size } from './geometry';
+import { kFollowers, readElements, readInteger } from './readers';
+import { problemOf } from './rules';
+import { texts } from '../texts/en';
+
+export type Values = ReadonlyMap<string, string>;
+
+export type AreaKind = 'Detection' | 'Exclusion' | 'Entrance';
+export const areaKinds: AreaKind[] = ['Detection', 'Exclusion', 'Entrance'];
+export const kAreas = 3;
+export const kLeastCorners = 3;
+export const kMostCorners = 8;
+
+/** The setting that says how many corners the areas of a kind have; exclusions always have four. */
+export const cornersTag = {
+  Detection: 'DetectionControlPoints',
+  Exclusion: null,
+  Entrance: 'EntrancesControlPoints',
+} as const;
+
+const kDownloadOnly = 'CamsResAsCsv';
+
+/** The values of a downloaded document; null when it is none. */
+export function readSettings(document: string): Values | null {
+  const values = readElements(document);
+  return values.has('CamName') && values.has('Detection1_0') ? values : null;
+}
+
+/** The body that takes the settings back. */
+export function uploadBody(values: Values): string {
+  let body = '';
+  for (const [tag, value] of values) {
+    if (tag !== kDownloadOnly) body += `<${tag}>${value}</${tag}>`;
+  }
+  return `<root>${body}</root>`;
+}
+
+/** The settings whose values differ; what only a download has does not count. */
+export function differences(one: Values, other: Values): string[] {
+  const tags = new Set([...one.keys(), ...other.keys()]);
+  return [...tags].filter((tag) => tag !== kDownloadOnly && one.get(tag) !== other.get(tag));
+}
+
+export function withEdits(values: Values, edits: Values): Values {
+  return new Map([...values, ...edits]);
+}
+
+/** The edits with changes made; what has become as it was loaded is no edit any more. */
+export function edited(loaded: Values, edits: Values, changes: Iterable<[string, string]>): Values {
+  const result = new Map(edits);
+  for (const [tag, value] of changes) {
+    if (loaded.get(tag) === value) result.delete(tag);
+    else result.set(tag, value);
+  }
+  return result;
+}
+
+/** What keeps edits from being saved: each setting with the reason. Nobody is blamed for what was stored before. */
+export function problems(loaded: Values, edits: Values): Map<string, string> {
+  const found = new Map<string, string>();
+  for (const [tag, value] of edits) {
+    const problem = problemOf(tag, value);
+    if (problem) found.set(tag, problem);
+  }
+  const values = withEdits(loaded, edits);
+  for (let i = 1; i <= kFollowers; ++i) {
+    const [active, address] = [`FO${i}_Active`, `FO${i}_IP`];
+    const touched = edits.has(active) || edits.has(address);
+    if (touched && values.get(active) === '1' && !values.get(address)) found.set(address, texts.cameras.needsAddress);
+  }
+  return found;
+}
+
+/** A fraction of the picture as the camera reads it: in single precision, cut to a whole pixel. */
+function pixelOf(text: string | undefined, size: number): number {
+  const fraction = Number.parseFloat(text ?? '');
+  return Number.isFinite(fraction) ? Math.trunc(Math.fround(Math.fround(fraction) * size)) : 0;
+}
+
+/** A fraction well inside the pixel, so that no rounding on the way moves it to the next. */
+function fractionOf(pixel: number, size: number): string {
+  return ((pixel + (pixel < 0 ? -0.25 : 0.25)) / size).toFixed(6);
+}
+
+export function cornerCount(values: Values, kind: AreaKind): number {
+  const tag = cornersTag[kind];
+  const count = tag ? (readInteger(values.get(tag)) ?? 4) : 4;
+  return Math.max(kLeastCorners, Math.min(kMostCorners, count));
+}
+
+export function polygonOf(values: Values, kind: AreaKind, number: number, size: Size): Point[] {
+  return Array.from({ length: cornerCount(values, kind) }, (_, i) => ({
+    x: pixelOf(values.get(`${kind}${number}_${2 * i}`), size.width),
+    y: pixelOf(values.get(`${kind}${number}_${2 * i + 1}`), size.height),
+  }));
+}
+
+/** The changes that draw an area so; a corner that stays on its pixel stays as it is written. */
+export function polygonChanges(loaded: Values, kind: AreaKind, number: number, polygon: Point[], size: Size): [string, string][] {
+  return polygon.flatMap((point, i) =>
+    ([[2 * i, point.x, size.width], [2 * i + 1, point.y, size.height]] as const).map(([at, pixel, length]): [string, string] => {
+      const tag = `${kind}${number}_${at}`;
+      const before = loaded.get(tag);
+      return [tag, before !== undefined && pixelOf(before, length) === pixel ? before : fractionOf(pixel, length)];
+    }),
+  );
+}

@@ -1,0 +1,164 @@
+import { useEffect, useRef, useState } from 'preact/hooks';
+import { centre, insidePicture, moved, Point, Size } from '../model/geometry';
+import { AreaKind, areaKinds, cornersTag, kMostCorners } from '../model/settings';
+import { settings, useSettings } from '../stores';
+import { texts } from '../texts/en';
+import { Picture } from './picture';
+
+const t = texts.areas;
+
+/** The area that is being worked on, and the corner, if one has the focus. */
+export interface Selected {
+  kind: AreaKind;
+  number: number;
+  corner: number | null;
+}
+
+interface Props {
+  selected: Selected;
+  onSelect: (selected: Selected) => void;
+  /** Both tell whether it was done. */
+  onAdd: (kind: AreaKind, number: number, after: number | null) => boolean;
+  onRemove: (kind: AreaKind, number: number, corner: number | null) => boolean;
+}
+
+const arrows: Record<string, Point> = {
+  ArrowLeft: { x: -1, y: 0 },
+  ArrowRight: { x: 1, y: 0 },
+  ArrowUp: { x: 0, y: -1 },
+  ArrowDown: { x: 0, y: 1 },
+};
+const kStep = 0.0025;
+const kBigStep = 0.025;
+const kGripRadius = 9;
+const kTouchRadius = 20;
+
+/** How many picture pixels one pixel of the screen is, so that grips stay as big as fingers. */
+function useScale(svg: { current: SVGSVGElement | null }, size: Size): number {
+  const [scale, setScale] = useState(1);
+  useEffect(() => {
+    const measure = () => setScale(size.width / Math.max(1, svg.current?.clientWidth ?? 0));
+    const observer = new ResizeObserver(measure);
+    observer.observe(svg.current!);
+    return () => observer.disconnect();
+  }, [size.width]);
+  return scale;
+}
+
+/** The areas on the live picture: corners and whole areas are moved by pointer, finger or keyboard. */
+export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
+  const store = useSettings();
+  const { size } = store;
+  const svg = useRef<SVGSVGElement>(null);
+  const scale = useScale(svg, size);
+  const resolution = `${size.width}x${size.height}`;
+  const shown = areaKinds.flatMap((kind) => [1, 2, 3].map((number) => ({ kind, number })))
+    .filter(({ kind, number }) => store.values.get(`${kind}${number}_Active`) === '1' || isSelected(kind, number));
+  // What is worked on lies on top.
+  shown.sort((a, b) => Number(isSelected(a.kind, a.number)) - Number(isSelected(b.kind, b.number)));
+
+  function isSelected(kind: AreaKind, number: number): boolean {
+    return selected.kind === kind && selected.number === number;
+  }
+
+  /** Where on the picture a pointer is. */
+  function at(event: PointerEvent): Point {
+    const frame = svg.current!.getBoundingClientRect();
+    return { x: ((event.clientX - frame.left) / frame.width) * size.width, y: ((event.clientY - frame.top) / frame.height) * size.height };
+  }
+
+  /** Follows the pointer until it is let go; one drag is one step for undo. */
+  function drag(event: PointerEvent, kind: AreaKind, number: number, corner: number | null): void {
+    if (event.button !== 0) return;
+    event.preventDefault();
+    const target = event.currentTarget as SVGElement;
+    target.focus({ preventScroll: true });
+    target.setPointerCapture(event.pointerId);
+    onSelect({ kind, number, corner });
+    const from = at(event);
+    const before = settings.polygon(kind, number);
+    const key = `drag ${event.timeStamp}`;
+    const move = (next: PointerEvent) => {
+      if (next.pointerId !== event.pointerId) return;
+      const to = at(next);
+      const by = { x: to.x - from.x, y: to.y - from.y };
+      settings.draw(kind, number, corner === null ? moved(before, by, size) : withCorner(before, corner, by), key);
+    };
+    const end = () => {
+      target.removeEventListener('pointermove', move);
+      target.removeEventListener('pointerup', end);
+      target.removeEventListener('pointercancel', end);
+    };
+    target.addEventListener('pointermove', move);
+    target.addEventListener('pointerup', end);
+    target.addEventListener('pointercancel', end);
+  }
+
+  function withCorner(polygon: Point[], corner: number, by: Point): Point[] {
+    return polygon.map((p, i) => (i === corner ? insidePicture({ x: p.x + by.x, y: p.y + by.y }, size) : p));
+  }
+
+  function press(event: KeyboardEvent, kind: AreaKind, number: number, corner: number | null): void {
+    const arrow = arrows[event.key];
+    if (arrow) {
+      const step = Math.max(1, Math.round(size.width * (event.shiftKey ? kBigStep : kStep)));
+      const by = { x: arrow.x * step, y: arrow.y * step };
+      const before = settings.polygon(kind, number);
+      settings.draw(kind, number, corner === null ? moved(before, by, size) : withCorner(before, corner, by), `keys ${kind}${number} ${corner}`);
+    } else if (event.key === 'Insert' || event.key === '+') {
+      onAdd(kind, number, corner);
+    } else if ((event.key === 'Delete' || event.key === 'Backspace') && corner !== null) {
+      if (onRemove(kind, number, corner)) onSelect({ kind, number, corner: null });
+    } else {
+      return;
+    }
+    event.preventDefault();
+  }
+
+  function area(kind: AreaKind, number: number) {
+    const polygon = store.polygon(kind, number);
+    const name = t.name[kind](number);
+    const active = store.values.get(`${kind}${number}_Active`) === '1';
+    const on = isSelected(kind, number);
+    const middle = centre(polygon);
+    return (
+      <g key={`${kind}${number}`} class={`area ${kind} ${active ? '' : 'off'} ${on ? 'selected' : ''}`} data-testid={`area-${kind}${number}`}>
+        <polygon points={polygon.map((p) => `${p.x},${p.y}`).join(' ')} tabIndex={0} role="button" aria-label={t.whole(name)} aria-describedby="areas-help"
+          onPointerDown={(event) => drag(event, kind, number, null)} onFocus={() => !on && onSelect({ kind, number, corner: null })}
+          onKeyDown={(event) => press(event, kind, number, null)} />
+        <text x={middle.x} y={middle.y} font-size={14 * scale} stroke-width={3 * scale} aria-hidden="true">{name}</text>
+        {on && polygon.map((p, i) => grips(kind, number, polygon, p, i))}
+      </g>
+    );
+  }
+
+  function grips(kind: AreaKind, number: number, polygon: Point[], p: Point, i: number) {
+    const name = t.name[kind](number);
+    const next = polygon[(i + 1) % polygon.length];
+    const percent = (value: number, all: number) => Math.round((value / all) * 100);
+    const addable = cornersTag[kind] && polygon.length < kMostCorners && Math.hypot(next.x - p.x, next.y - p.y) > 5 * kGripRadius * scale;
+    return (
+      <g key={i}>
+        {addable && (
+          <circle class="add" cx={(p.x + next.x) / 2} cy={(p.y + next.y) / 2} r={6 * scale} role="button" tabIndex={-1} aria-label={t.addHere(name, i + 1)}
+            onClick={() => { if (onAdd(kind, number, i)) onSelect({ kind, number, corner: i + 1 }); }} />
+        )}
+        <g class={`corner ${selected.corner === i ? 'chosen' : ''}`} role="button" tabIndex={0} aria-describedby="areas-help" data-testid={`corner-${i + 1}`}
+          aria-label={t.corner(name, i + 1, percent(p.x, size.width), percent(p.y, size.height))}
+          onPointerDown={(event) => drag(event, kind, number, i)} onFocus={() => onSelect({ kind, number, corner: i })}
+          onKeyDown={(event) => press(event, kind, number, i)}>
+          <circle class="touch" cx={p.x} cy={p.y} r={kTouchRadius * scale} />
+          <circle class="grip" cx={p.x} cy={p.y} r={kGripRadius * scale} />
+        </g>
+      </g>
+    );
+  }
+
+  return (
+    <Picture resolution={store.resolutions.includes(resolution) ? resolution : ''} size={size}>
+      <svg ref={svg} class="editor" viewBox={`0 0 ${size.width} ${size.height}`} preserveAspectRatio="none" role="group" aria-label={t.editor}>
+        {shown.map(({ kind, number }) => area(kind, number))}
+      </svg>
+    </Picture>
+  );
+}

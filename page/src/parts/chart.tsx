@@ -1,0 +1,98 @@
+import { useEffect, useRef } from 'preact/hooks';
+import uPlot from 'uplot';
+import 'uplot/dist/uPlot.min.css';
+
+export interface Line {
+  label: string;
+  values: number[];
+}
+
+/** What of the chart is shown, in seconds; null for all of it. */
+export type Window = [number, number] | null;
+
+interface Props {
+  label: string;
+  times: number[];
+  lines: Line[];
+  /** Bars for what adds up, steps for what lasts. */
+  bars: boolean;
+  window: Window;
+  onWindow: (window: Window) => void;
+}
+
+const kHeight = 320;
+const kColours = 9;
+
+/** Times are drawn as they are, without a time zone. */
+const zoneless = (seconds: number) => {
+  const utc = new Date(seconds * 1000);
+  return new Date(utc.getUTCFullYear(), utc.getUTCMonth(), utc.getUTCDate(), utc.getUTCHours(), utc.getUTCMinutes(), utc.getUTCSeconds());
+};
+
+function colour(name: string): string {
+  return getComputedStyle(document.documentElement).getPropertyValue(name).trim();
+}
+
+export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
+  const place = useRef<HTMLDivElement>(null);
+  const plot = useRef<uPlot | null>(null);
+  const theme = useTheme();
+
+  useEffect(() => {
+    const element = place.current!;
+    const axis = { stroke: colour('--muted-now'), grid: { stroke: colour('--line-now'), width: 1 }, ticks: { stroke: colour('--line-now'), width: 1 } };
+    const options: uPlot.Options = {
+      width: element.clientWidth,
+      height: kHeight,
+      tzDate: zoneless,
+      legend: { live: true },
+      padding: [12, 16, 0, 0],
+      cursor: { drag: { x: true, y: false, setScale: false } },
+      scales: { y: { range: (_, __, most) => [0, Math.max(4, most * 1.1)] } },
+      axes: [axis, { ...axis, size: 48, incrs: [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10_000, 100_000, 1_000_000] }],
+      series: [
+        { value: (_, seconds) => (seconds === null ? '–' : zoneless(seconds).toLocaleString()) },
+        ...lines.map((line, i) => ({
+          label: line.label,
+          stroke: colour(`--series-${(i % kColours) + 1}`),
+          fill: bars ? `${colour(`--series-${(i % kColours) + 1}`)}66` : undefined,
+          width: bars ? 1 : 2,
+          paths: bars ? uPlot.paths.bars!({ size: [0.7, 60] }) : uPlot.paths.stepped!({ align: 1 }),
+          points: { show: times.length < 3 },
+        })),
+      ],
+      hooks: {
+        setSelect: [
+          (self) => {
+            if (self.select.width < 4) return;
+            onWindow([self.posToVal(self.select.left, 'x'), self.posToVal(self.select.left + self.select.width, 'x')]);
+            self.setSelect({ left: 0, top: 0, width: 0, height: 0 }, false);
+          },
+        ],
+      },
+    };
+    plot.current = new uPlot(options, [times, ...lines.map((line) => line.values)], element);
+    const observer = new ResizeObserver(() => plot.current?.setSize({ width: element.clientWidth, height: kHeight }));
+    observer.observe(element);
+    return () => {
+      observer.disconnect();
+      plot.current?.destroy();
+      plot.current = null;
+    };
+  }, [times, lines, bars, theme]);
+
+  useEffect(() => {
+    if (times.length === 0) return;
+    const [min, max] = window ?? [times[0], times[times.length - 1]];
+    // A single point stands in the middle of an hour.
+    plot.current?.setScale('x', max > min ? { min, max } : { min: min - 1800, max: max + 1800 });
+  }, [times, lines, bars, theme, window]);
+
+  return <div ref={place} class="chart" role="img" aria-label={label} onDblClick={() => onWindow(null)} />;
+}
+
+/** Changes whenever the colours do. */
+function useTheme(): string {
+  const dark = matchMedia('(prefers-color-scheme: dark)').matches;
+  return `${document.documentElement.dataset.theme} ${dark}`;
+}

@@ -1,0 +1,157 @@
+import { useState } from 'preact/hooks';
+import { crossesItself, leastCorner, leavesPicture, longestEdge, narrowestWidth, Point, stepPerCycle, withCornerAfter, withoutCorner } from '../model/geometry';
+import { ranges } from '../model/rules';
+import { AreaKind, areaKinds, cornersTag, kAreas, kLeastCorners, kMostCorners, polygonChanges } from '../model/settings';
+import { SettingsStore } from '../model/settings_store';
+import { AreaEditor, Selected } from '../parts/area_editor';
+import { ChoiceSetting, NumberSetting, SwitchSetting } from '../parts/fields';
+import { SettingsFrame } from '../parts/settings_frame';
+import { pulse, settings, useSettings } from '../stores';
+import { texts } from '../texts/en';
+
+const t = texts.areas;
+const kLeastCycle = 100;
+const areaNumbers = Array.from({ length: kAreas }, (_, i) => i + 1);
+
+export const activeTag = (kind: AreaKind, number: number) => `${kind}${number}_Active`;
+
+export function AreasTab() {
+  const [selected, setSelected] = useState<Selected>({ kind: 'Detection', number: 1, corner: null });
+  return (
+    <SettingsFrame>
+      {() => (
+        <div class="areas">
+          <section class="card picture-card">
+            <AreaEditor selected={selected} onSelect={setSelected} onAdd={addCorner} onRemove={removeCorner} />
+            <p class="help" id="areas-help">{t.intro}</p>
+          </section>
+          <div class="side column">
+            <section class="card">
+              <AreaList selected={selected} onSelect={setSelected} />
+            </section>
+            <section class="card">
+              <AreaDetails selected={selected} onSelect={setSelected} />
+            </section>
+          </div>
+          <section class="card">
+            <ChoiceSetting tag="IsCameraInside" label={t.direction}
+              choices={[{ value: '0', label: t.outside, help: t.outsideHelp }, { value: '1', label: t.inside, help: t.insideHelp }]} />
+          </section>
+          <section class="card">
+            <div class="with-sample">
+              <ChoiceSetting tag="LocatorAtBottom" label={t.locator}
+                choices={[{ value: '0', label: t.locatorCentre, help: t.locatorCentreHelp }, { value: '1', label: t.locatorBottom, help: t.locatorBottomHelp }]} />
+              <LocatorSample />
+            </div>
+          </section>
+        </div>
+      )}
+    </SettingsFrame>
+  );
+}
+
+/** All areas of a kind have the same number of corners: what one gets or loses, the others do where it shows least. */
+function changeCorners(kind: AreaKind, changed: number, polygon: Point[], other: (polygon: Point[]) => Point[]): void {
+  const tag = cornersTag[kind];
+  const { loaded, size } = settings;
+  if (!tag || !loaded) return;
+  const changes = areaNumbers.flatMap((number) =>
+    polygonChanges(loaded, kind, number, number === changed ? polygon : other(settings.polygon(kind, number)), size));
+  settings.change([[tag, String(polygon.length)], ...changes]);
+}
+
+/** Adds a corner after one, or into the longest edge; false when there are as many as can be. */
+function addCorner(kind: AreaKind, number: number, after: number | null): boolean {
+  const polygon = settings.polygon(kind, number);
+  if (!cornersTag[kind] || polygon.length >= kMostCorners) return false;
+  changeCorners(kind, number, withCornerAfter(polygon, after ?? longestEdge(polygon)), (other) => withCornerAfter(other, longestEdge(other)));
+  return true;
+}
+
+function removeCorner(kind: AreaKind, number: number, corner: number | null): boolean {
+  const polygon = settings.polygon(kind, number);
+  if (!cornersTag[kind] || polygon.length <= kLeastCorners) return false;
+  changeCorners(kind, number, withoutCorner(polygon, corner ?? leastCorner(polygon)), (other) => withoutCorner(other, leastCorner(other)));
+  return true;
+}
+
+function AreaList({ selected, onSelect }: { selected: Selected; onSelect: (selected: Selected) => void }) {
+  const store = useSettings();
+  return (
+    <>
+      {areaKinds.map((kind) => (
+        <div key={kind} role="group" aria-label={t.kind[kind]} class={`area-group ${kind}`}>
+          <h2><span class="swatch" aria-hidden="true" />{t.kind[kind]}</h2>
+          <div class="segments">
+            {areaNumbers.map((number) => {
+              const active = store.values.get(activeTag(kind, number)) === '1';
+              const chosen = selected.kind === kind && selected.number === number;
+              const warned = active && warningsOf(store, kind, number).length > 0;
+              return (
+                <button key={number} type="button" aria-pressed={chosen} aria-label={`${t.name[kind](number)}${active ? '' : ` ${t.off}`}`} class={active ? '' : 'off'} onClick={() => onSelect({ kind, number, corner: null })}>
+                  {number}{!active && <span class="muted"> {t.off}</span>}{warned && <span class="warned"> !</span>}
+                </button>
+              );
+            })}
+          </div>
+        </div>
+      ))}
+    </>
+  );
+}
+
+function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (selected: Selected) => void }) {
+  const store = useSettings();
+  const { kind, number, corner } = selected;
+  const name = t.name[kind](number);
+  const corners = store.polygon(kind, number).length;
+  const warnings = warningsOf(store, kind, number);
+  return (
+    <div data-testid="area-details">
+      <h2>{name}</h2>
+      <p class="help">{t.purpose[kind]}</p>
+      <SwitchSetting key={activeTag(kind, number)} tag={activeTag(kind, number)} label={t.active} name={t.activeNamed(name)} />
+      {kind === 'Detection' && (
+        <NumberSetting key={number} tag={`Detection${number}ThreshSeconds`} label={t.dwell} help={t.dwellHelp} unit={t.dwellUnit} range={ranges.ThreshSeconds} />
+      )}
+      {cornersTag[kind] && (
+        <div class="field">
+          <span>{t.corners(corners)}</span>
+          <div class="actions">
+            <button type="button" disabled={corners >= kMostCorners} onClick={() => addCorner(kind, number, corner)}>{t.addCorner}</button>
+            <button type="button" disabled={corners <= kLeastCorners} title={t.removesElsewhere}
+              onClick={() => removeCorner(kind, number, corner) && onSelect({ kind, number, corner: null })}>{t.removeCorner}</button>
+          </div>
+          <p class="help">{t.shared[kind]} {t.removesElsewhere}</p>
+        </div>
+      )}
+      <div role="status">
+        <ul class="warnings" data-testid="warnings">
+          {warnings.map((warning) => <li key={warning}>{warning}</li>)}
+        </ul>
+      </div>
+    </div>
+  );
+}
+
+function warningsOf(store: SettingsStore, kind: AreaKind, number: number): string[] {
+  const polygon = store.polygon(kind, number);
+  const step = stepPerCycle(store.size, Math.max(kLeastCycle, pulse.cycleTime ?? 0));
+  const warnings = [];
+  if (crossesItself(polygon)) warnings.push(t.warnings.crossing);
+  if (leavesPicture(polygon, store.size)) warnings.push(t.warnings.leaving);
+  if (narrowestWidth(polygon) < step) warnings.push(t.warnings.small(Math.round(step)));
+  return warnings;
+}
+
+function LocatorSample() {
+  const atBottom = useSettings().values.get('LocatorAtBottom') === '1';
+  const y = atBottom ? 92 : 52;
+  return (
+    <svg class="sample" viewBox="0 0 64 104" role="img" aria-label={`${t.sample}: ${atBottom ? t.locatorBottom : t.locatorCentre}`}>
+      <rect x="12" y="12" width="40" height="80" rx="2" class="box" />
+      <path class="body" d="M32 20a7 7 0 110 14 7 7 0 010-14zM20 62c0-14 4-24 12-24s12 10 12 24zM24 62h16l-2 28h-5l-1-18-1 18h-5z" />
+      <path class="cross" d={`M24 ${y}h16M32 ${y - 8}v16`} />
+    </svg>
+  );
+}

@@ -1,0 +1,217 @@
+import { Page } from 'playwright-core';
+import { describe, expect, test } from 'vitest';
+import { ask, eventually, expectText, isMissing, opened, save, show, store, stored, useBrowser } from './browser';
+
+const details = (page: Page) => page.getByTestId('area-details');
+const choose = (page: Page, kind: string, name: string) =>
+  page.getByRole('group', { name: kind }).getByRole('button', { name: new RegExp(`^${name}`) }).click();
+const corners = (page: Page, area: string) => page.getByTestId(`area-${area}`).locator('.corner');
+
+async function points(page: Page, area: string): Promise<[number, number][]> {
+  const text = await page.getByTestId(`area-${area}`).locator('polygon').getAttribute('points');
+  return text!.split(' ').map((pair) => pair.split(',').map(Number) as [number, number]);
+}
+
+/** Where a fraction of the picture is on the screen. */
+async function spot(page: Page, x: number, y: number): Promise<{ x: number; y: number }> {
+  const frame = (await page.locator('svg.editor').boundingBox())!;
+  return { x: frame.x + x * frame.width, y: frame.y + y * frame.height };
+}
+
+async function drag(page: Page, area: string, corner: number, x: number, y: number): Promise<void> {
+  await page.locator('svg.editor').scrollIntoViewIfNeeded();
+  const box = (await corners(page, area).nth(corner).locator('.grip').boundingBox())!;
+  await page.mouse.move(box.x + box.width / 2, box.y + box.height / 2);
+  await page.mouse.down();
+  const to = await spot(page, x, y);
+  await page.mouse.move(to.x, to.y, { steps: 5 });
+  await page.mouse.up();
+}
+
+async function drawRectangle(page: Page, area: string, [left, top, right, bottom]: number[]): Promise<void> {
+  for (const [i, [x, y]] of [[left, top], [right, top], [right, bottom], [left, bottom]].entries()) await drag(page, area, i, x, y);
+}
+
+const kUsual = {
+  DetectionControlPoints: '4', EntrancesControlPoints: '4', Detection1_Active: '1', Detection2_Active: '0', Exclusion1_Active: '0', IsCameraInside: '0', LocatorAtBottom: '0',
+  Detection1_0: '0.28', Detection1_1: '0.42', Detection1_2: '0.55', Detection1_3: '0.42', Detection1_4: '0.55', Detection1_5: '0.72', Detection1_6: '0.28', Detection1_7: '0.72',
+};
+
+/** The tab over the usual areas. */
+async function areas(options = {}): Promise<Page> {
+  const page = await opened('areas', options);
+  await store(page, kUsual);
+  await page.reload();
+  await corners(page, 'Detection1').first().waitFor();
+  return page;
+}
+
+describe.skipIf(isMissing)('Areas', () => {
+  useBrowser();
+
+  test('an area that is drawn, saved and loaded again changes what is counted', async () => {
+    const page = await areas();
+    await drawRectangle(page, 'Detection1', [0, 0, 0.04, 0.04]);
+    await expectText(page, 'save-state', /unsaved change/);
+    await save(page);
+    await page.reload();
+    await corners(page, 'Detection1').first().waitFor();
+    const size = { width: 1280, height: 720 };
+    expect(Math.max(...(await points(page, 'Detection1')).map(([x, y]) => Math.max(x / size.width, y / size.height)))).toBeLessThan(0.05);
+    await show(page, 'live');
+    await eventually(() => ask(page, 'get_data_panel_info'), (panel) => panel.includes('<AOICam_0>0<'));
+    await expectText(page, 'crowd-1', /^0$/);
+
+    // Three at once stand nowhere but in the whole picture.
+    await show(page, 'areas');
+    await drawRectangle(page, 'Detection1', [0, 0, 1, 1]);
+    await save(page);
+    await show(page, 'live');
+    await expectText(page, 'crowd-1', /^([3-9]|\d\d)$/);
+  });
+
+  test('a whole area is dragged and stays in the picture', async () => {
+    const page = await areas();
+    const before = await points(page, 'Detection1');
+    const from = await spot(page, 0.32, 0.66);
+    await page.mouse.move(from.x, from.y);
+    await page.mouse.down();
+    await page.mouse.move(from.x + 4000, from.y, { steps: 3 });
+    await page.mouse.up();
+    const after = await points(page, 'Detection1');
+    expect(Math.max(...after.map(([x]) => x))).toBe(1279);
+    const [by] = [after[0][0] - before[0][0]];
+    expect(after).toEqual(before.map(([x, y]) => [x + by, y]));
+  });
+
+  test('works with the keyboard alone', async () => {
+    const page = await areas();
+    const before = await points(page, 'Detection1');
+    await corners(page, 'Detection1').nth(1).focus();
+    await page.keyboard.press('ArrowRight');
+    await page.keyboard.press('Shift+ArrowUp');
+    const moved = await points(page, 'Detection1');
+    expect(moved[1][0]).toBeGreaterThan(before[1][0]);
+    expect(before[1][1] - moved[1][1]).toBeGreaterThan(moved[1][0] - before[1][0]);
+    expect([moved[0], moved[2], moved[3]]).toEqual([before[0], before[2], before[3]]);
+    await page.keyboard.press('Insert');
+    expect((await points(page, 'Detection1')).length).toBe(5);
+    await page.keyboard.press('Delete');
+    expect((await points(page, 'Detection1')).length).toBe(4);
+    await page.keyboard.press('Control+z');
+    await page.keyboard.press('Control+z');
+    await page.keyboard.press('Control+z');
+    expect(await points(page, 'Detection1')).toEqual(before);
+    await page.getByTestId('area-Detection1').locator('polygon').focus();
+    await page.keyboard.press('ArrowDown');
+    const whole = await points(page, 'Detection1');
+    expect(whole.every(([x, y], i) => x === before[i][0] && y > before[i][1])).toBe(true);
+  });
+
+  test('works with a finger', async () => {
+    const page = await areas({ hasTouch: true, viewport: { width: 390, height: 800 }, isMobile: true });
+    await page.locator('svg.editor').scrollIntoViewIfNeeded();
+    const box = (await corners(page, 'Detection1').nth(2).locator('.grip').boundingBox())!;
+    const from = { x: box.x + box.width / 2 + 4, y: box.y + box.height / 2 + 4 };
+    const before = await points(page, 'Detection1');
+    const session = await page.context().newCDPSession(page);
+    await session.send('Input.dispatchTouchEvent', { type: 'touchStart', touchPoints: [from] });
+    for (const step of [10, 20, 30]) await session.send('Input.dispatchTouchEvent', { type: 'touchMove', touchPoints: [{ x: from.x + step, y: from.y + step }] });
+    await session.send('Input.dispatchTouchEvent', { type: 'touchEnd', touchPoints: [] });
+    const after = await points(page, 'Detection1');
+    expect(after[2][0]).toBeGreaterThan(before[2][0] + 50);
+    expect(after[2][1]).toBeGreaterThan(before[2][1] + 30);
+    expect(after[0]).toEqual(before[0]);
+  });
+
+  test('corners are added and removed, from three to eight, for all areas of the kind', async () => {
+    const page = await areas();
+    const add = details(page).getByRole('button', { name: 'Add corner' });
+    const remove = details(page).getByRole('button', { name: 'Remove corner' });
+    for (let i = 0; i < 4; ++i) await add.click();
+    expect((await points(page, 'Detection1')).length).toBe(8);
+    expect(await add.isDisabled()).toBe(true);
+    await choose(page, 'Detection areas', 'Area 2');
+    expect((await points(page, 'Detection2')).length).toBe(8);
+    for (let i = 0; i < 5; ++i) await remove.click();
+    expect((await points(page, 'Detection2')).length).toBe(3);
+    expect(await remove.isDisabled()).toBe(true);
+    await save(page);
+    expect(await stored(page, 'DetectionControlPoints')).toBe('3');
+
+    await choose(page, 'Entrances', 'Entrance 1');
+    await page.getByRole('button', { name: 'Entrance 1, add a corner after corner 1', exact: true }).click();
+    expect((await points(page, 'Entrance1')).length).toBe(5);
+    await choose(page, 'Exclusions', 'Exclusion 1');
+    expect(await details(page).getByRole('button', { name: 'Add corner' }).count()).toBe(0);
+    expect((await points(page, 'Exclusion1')).length).toBe(4);
+  });
+
+  test('areas of every kind are switched on and drawn', async () => {
+    const page = await areas();
+    await details(page).getByLabel('Alert after').fill('17');
+    await choose(page, 'Exclusions', 'Exclusion 1');
+    await details(page).getByLabel('Exclusion 1 in force').check();
+    await drawRectangle(page, 'Exclusion1', [0.1, 0.1, 0.2, 0.3]);
+    await choose(page, 'Entrances', 'Entrance 3');
+    await details(page).getByLabel('Entrance 3 in force').check();
+    await drawRectangle(page, 'Entrance3', [0.02, 0.5, 0.15, 0.95]);
+    await choose(page, 'Entrances', 'Entrance 2');
+    await details(page).getByLabel('Entrance 2 in force').uncheck();
+    await save(page);
+    const told = async (tag: string) => Number(await stored(page, tag));
+    expect(await told('Detection1ThreshSeconds')).toBe(17);
+    expect(await told('Exclusion1_Active')).toBe(1);
+    expect(await told('Exclusion1_4')).toBeCloseTo(0.2, 2);
+    expect(await told('Exclusion1_5')).toBeCloseTo(0.3, 2);
+    expect(await told('Entrance3_Active')).toBe(1);
+    expect(await told('Entrance3_0')).toBeCloseTo(0.02, 2);
+    expect(await told('Entrance2_Active')).toBe(0);
+    await store(page, { Entrance2_Active: '1', Entrance3_Active: '0', Exclusion1_Active: '0', Detection1ThreshSeconds: '4' });
+  });
+
+  test('the direction that counts as entering and the locator point are chosen in words', async () => {
+    const page = await areas();
+    await page.getByText('Stepping from the scene into an entrance counts as entering').waitFor();
+    await page.getByLabel('The camera is inside').check();
+    await page.getByText('Stepping out of an entrance into the scene counts as entering').waitFor();
+    await page.getByRole('img', { name: /locator point: At the centre/ }).waitFor();
+    await page.getByLabel('At the bottom of its box').check();
+    await page.getByRole('img', { name: /locator point: At the bottom/ }).waitFor();
+    await save(page);
+    expect([await stored(page, 'IsCameraInside'), await stored(page, 'LocatorAtBottom')]).toEqual(['1', '1']);
+    await store(page, kUsual);
+  });
+
+  test('warns of areas that cannot count well', async () => {
+    const page = await areas();
+    const warnings = page.getByTestId('warnings').locator('li');
+    expect(await warnings.count()).toBe(0);
+    await drag(page, 'Detection1', 0, 0.7, 0.6);
+    await warnings.filter({ hasText: 'crosses itself' }).waitFor();
+    await page.getByRole('button', { name: 'Undo' }).click();
+    expect(await warnings.count()).toBe(0);
+    await drawRectangle(page, 'Detection1', [0.4, 0.4, 0.41, 0.9]);
+    await warnings.filter({ hasText: 'between two looks' }).waitFor();
+    await page.getByRole('button', { name: 'Discard all' }).click();
+    expect(await warnings.count()).toBe(0);
+    await store(page, { Detection1_2: '1.2' });
+    await page.reload();
+    await warnings.filter({ hasText: 'leaves the picture' }).waitFor();
+    await store(page, kUsual);
+  });
+
+  test('unsaved changes are marked and undone one by one', async () => {
+    const page = await areas();
+    const before = await points(page, 'Detection1');
+    await drag(page, 'Detection1', 0, 0.2, 0.3);
+    await expectText(page, 'save-state', /^2 unsaved changes$/);
+    await drag(page, 'Detection1', 2, 0.6, 0.9);
+    await expectText(page, 'save-state', /^4 unsaved changes$/);
+    await page.getByRole('button', { name: 'Undo' }).click();
+    await expectText(page, 'save-state', /^2 unsaved changes$/);
+    await page.getByRole('button', { name: 'Undo' }).click();
+    expect(await points(page, 'Detection1')).toEqual(before);
+    expect(await page.getByRole('button', { name: 'Save', exact: true }).count()).toBe(0);
+  });
+});

@@ -1,0 +1,122 @@
+import { mkdirSync } from 'node:fs';
+import { join } from 'node:path';
+import { Browser, BrowserContext, BrowserContextOptions, chromium, Page } from 'playwright-core';
+import { afterAll, afterEach, beforeAll, expect, inject } from 'vitest';
+
+export const building = inject('building');
+export const isMissing = building === null;
+export const screenshots = process.env.SCREENSHOTS ?? join(__dirname, '../../../build/screenshots');
+mkdirSync(screenshots, { recursive: true });
+
+export const tabs = ['live', 'areas', 'detection', 'reports', 'cameras', 'advanced'] as const;
+export type Tab = (typeof tabs)[number];
+
+export const kPatience = 90_000;
+
+let browser: Browser;
+let contexts: BrowserContext[] = [];
+
+/** What the pages of the running test asked other hosts for, and what they threw. Both stay empty. */
+export const offences: string[] = [];
+
+export function useBrowser(): void {
+  beforeAll(async () => {
+    if (isMissing) return;
+    browser = await chromium.launch({
+      executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium',
+      args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
+        '--disable-component-update', '--disable-sync', '--lang=en-GB'],
+    });
+  });
+  afterEach(async () => {
+    await Promise.all(contexts.map((context) => context.close()));
+    contexts = [];
+    expect(offences.splice(0)).toEqual([]);
+  });
+  afterAll(async () => {
+    await browser?.close();
+  });
+}
+
+const origin = () => new URL(building!.url).origin;
+
+export async function open(options: BrowserContextOptions = {}, prepare: (page: Page) => Promise<unknown> = async () => {}): Promise<Page> {
+  const context = await browser.newContext({
+    httpCredentials: { username: 'operator', password: building!.password },
+    viewport: { width: 1360, height: 850 },
+    locale: 'en-GB',
+    reducedMotion: 'reduce',
+    ...options,
+  });
+  context.setDefaultTimeout(kPatience);
+  contexts.push(context);
+  const page = await context.newPage();
+  page.on('request', (request) => {
+    if (!request.url().startsWith(origin()) && !/^(blob|data):/.test(request.url())) offences.push(request.url());
+  });
+  page.on('pageerror', (error) => offences.push(error.stack ?? String(error)));
+  await prepare(page);
+  return page;
+}
+
+export async function show(page: Page, tab: Tab): Promise<void> {
+  await page.goto(`${building!.url}local/ostrel_senvo/index.html#/${tab}`);
+  await page.getByRole('heading', { level: 1, name: new RegExp(tab, 'i') }).waitFor();
+  await page.waitForFunction(() => !document.querySelector('[data-testid=status]')!.textContent!.includes('Asking'));
+}
+
+/** A tab of a page of its own. */
+export async function opened(tab: Tab, options: BrowserContextOptions = {}, prepare?: (page: Page) => Promise<unknown>): Promise<Page> {
+  const page = await open(options, prepare);
+  await show(page, tab);
+  return page;
+}
+
+export function address(action: string): string {
+  return `${building!.url}local/ostrel_senvo/webservices.cgi?action=${action}`;
+}
+
+/** Asks the camera as a program would. */
+export async function ask(page: Page, action: string): Promise<string> {
+  return page.evaluate(async (url) => (await fetch(url)).text(), address(action));
+}
+
+export async function post(page: Page, action: string, body: string): Promise<number> {
+  return page.evaluate(async ([url, text]) => (await fetch(url, { method: 'POST', body: text })).status, [address(action), body] as const);
+}
+
+export async function stored(page: Page, tag: string): Promise<string> {
+  const document = await ask(page, 'get_all_parameters');
+  return new RegExp(`<${tag}>([^<]*)</${tag}>`).exec(document)?.[1] ?? `no ${tag}`;
+}
+
+/** Changes stored settings past the page. */
+export async function store(page: Page, changes: Record<string, string>): Promise<void> {
+  let document = await ask(page, 'get_all_parameters');
+  for (const [tag, value] of Object.entries(changes)) {
+    document = document.replace(new RegExp(`<${tag}>[^<]*</${tag}>`), () => `<${tag}>${value}</${tag}>`);
+  }
+  expect(await post(page, 'set_post_parameters', `<root>${document.slice('<app>'.length, -'</app>'.length)}</root>`)).toBe(200);
+}
+
+export async function save(page: Page): Promise<void> {
+  await page.getByRole('button', { name: 'Save', exact: true }).click();
+  await expectText(page, 'save-state', /^Saved/);
+}
+
+/** Waits until an element reads so. */
+export async function expectText(page: Page, testid: string, expected: RegExp): Promise<void> {
+  await page.getByTestId(testid).filter({ hasText: expected }).first().waitFor();
+}
+
+/** Waits until something is so, and says at the end what it was. */
+export async function eventually<T>(look: () => Promise<T>, expected: (value: T) => boolean, patience = kPatience): Promise<T> {
+  const end = Date.now() + patience;
+  let value = await look();
+  while (!expected(value)) {
+    if (Date.now() > end) throw new Error(`never came true; at last: ${JSON.stringify(value)}`);
+    await new Promise((resolve) => setTimeout(resolve, 100));
+    value = await look();
+  }
+  return value;
+}

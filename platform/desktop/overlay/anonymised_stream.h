@@ -1,0 +1,52 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "declarations.h"
+#include "drawing_desk.h"
+
+namespace desktop {
+
+/**
+ * Which stream the settings want anonymised. A size counts from the moment at which its parameter is set, though the
+ * application may take the setting over only later. Thread-safe.
+ */
+class AnonymisedStream {
+public:
+    /** The parameters' names, their values now by name, and the clock that says when they change. */
+    AnonymisedStream(AnonymisedStreamNames names, std::map<std::string, std::string> values, Clock& clock);
+
+    /** Takes note of a parameter that was set. */
+    void parameterSet(const std::string& name, const std::string& value);
+
+    bool is(const StreamSize& size) const;
+
+    /** Whether the settings want this very size shown with overlays that hide nobody, which the application prefers. */
+    bool yields(const StreamSize& size) const;
+
+    /**
+     * Whether a drawing of the anonymised stream may be without its masks, since the settings had only just changed
+     * when the application began with it.
+     */
+    bool mayLackMasks(const Drawing& drawing) const;
+
+private:
+    void update();
+    std::optional<StreamSize> choice(const std::string& on, const std::string& resolution) const;
+
+    const AnonymisedStreamNames m_names;
+    Clock& m_clock;
+    mutable std::mutex m_mutex;  // guards what follows
+    std::map<std::string, std::string> m_values;
+    std::optional<StreamSize> m_size;
+    std::optional<StreamSize> m_rival;
+    std::optional<Clock::TimePoint> m_changed;  // when a size last became another; nothing: before the start
+};
+
+/** Reads "WxH"; nothing when a text is no size. */
+std::optional<StreamSize> parseSize(const std::string& text);
+
+}  // namespace desktop

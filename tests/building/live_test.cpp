@@ -1,0 +1,140 @@
+#include <cmath>
+#include <memory>
+#include <turbojpeg.h>
+
+#include "running_camera.h"
+
+namespace {
+
+struct Picture {
+    int width = 0;
+    int height = 0;
+    std::vector<uint8_t> rgb;
+
+    /** How many pixels have nearly this colour. */
+    int count(int red, int green, int blue) const {
+        constexpr int kNearly = 40;
+        int found = 0;
+        for (size_t i = 0; i + 2 < rgb.size(); i += 3) {
+            found += std::abs(rgb[i] - red) < kNearly && std::abs(rgb[i + 1] - green) < kNearly &&
+                             std::abs(rgb[i + 2] - blue) < kNearly
+                         ? 1
+                         : 0;
+        }
+        return found;
+    }
+
+    /** Pixels in the colours of boxes, none of which the drawn plaza itself has. */
+    int boxes() const { return count(255, 0, 0) + count(0, 255, 0) + count(255, 255, 0); }
+};
+
+Picture decode(const std::string& jpeg) {
+    const std::unique_ptr<void, decltype(&tjDestroy)> decoder(tjInitDecompress(), tjDestroy);
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(jpeg.data());
+    Picture picture;
+    int sampling = 0;
+    if (tjDecompressHeader2(decoder.get(), const_cast<unsigned char*>(bytes), jpeg.size(), &picture.width,
+                            &picture.height, &sampling) != 0) {
+        return {};
+    }
+    picture.rgb.resize(size_t{3} * static_cast<size_t>(picture.width) * static_cast<size_t>(picture.height));
+    return tjDecompress2(decoder.get(), bytes, jpeg.size(), picture.rgb.data(), picture.width, 0, picture.height,
+                         TJPF_RGB, 0) == 0
+               ? picture
+               : Picture();
+}
+
+/** A whole camera whose pictures are watched. */
+class Live : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        s_folder = new TestFolder;
+        s_camera = new RunningCamera(s_folder->path());
+    }
+    static void TearDownTestSuite() {
+        delete s_camera;
+        delete s_folder;
+    }
+
+    static std::string url(const std::string& path) { return "http://" + s_camera->address() + path; }
+    static HttpAnswer ask(const std::string& path) {
+        return curl(url(path), {"--digest", "-u", "operator:" + s_camera->password});
+    }
+    static Picture see(const std::string& path) {
+        const HttpAnswer answer = ask(path);
+        EXPECT_EQ(answer.contentType, "image/jpeg") << answer.body;
+        return decode(answer.body);
+    }
+
+    /** Changes elements of the settings document and saves it. */
+    static void save(const std::vector<std::pair<std::string, std::string>>& changes) {
+        std::string document = s_camera->access().get("get_all_parameters");
+        for (const auto& [tag, value] : changes) {
+            document = std::regex_replace(document, std::regex("<" + tag + ">[^<]*"), "<" + tag + ">" + value);
+        }
+        document = "<root>" + document.substr(5, document.rfind("</app>") - 5) + "</root>";
+        EXPECT_EQ(s_camera->access().post("set_post_parameters", document).status, 200);
+    }
+
+    static TestFolder* s_folder;
+    static RunningCamera* s_camera;
+};
+TestFolder* Live::s_folder = nullptr;
+RunningCamera* Live::s_camera = nullptr;
+
+TEST_F(Live, ShowsWhatTheApplicationFindsToWhoeverMayLogIn) {
+    EXPECT_EQ(curl(url("/live/image.jpg")).status, 401);
+    save({{"DetectionOverlaysOn", "1"}, {"SelectedDetectionOverlay", "1920x1080"}, {"AnonOverlaysOn", "0"}});
+    EXPECT_TRUE(eventually([] { return see("/live/image.jpg?resolution=1920x1080").boxes() > 300; }));
+    const Picture bare = see("/live/image.jpg?resolution=1920x1080&overlays=0");
+    EXPECT_EQ(bare.width, 1920);
+    EXPECT_EQ(bare.height, 1080);
+    EXPECT_LT(bare.boxes(), 20);
+    const Picture other = see("/live/image.jpg?resolution=320x180");
+    EXPECT_EQ(other.width, 320);
+    EXPECT_LT(other.boxes(), 20) << "no stream for overlays";
+}
+
+TEST_F(Live, HidesPeopleOnTheAnonymisedStream) {
+    save({{"DetectionOverlaysOn", "0"}, {"AnonOverlaysOn", "1"}, {"SelectedAnonOverlay", "640x360"}});
+    EXPECT_EQ(ask("/live/image.jpg?resolution=640x360&overlays=0").status, 403);
+    // Half a checkerboard is in the box's colour: far more than the box's frame alone.
+    EXPECT_TRUE(eventually([] { return see("/live/image.jpg?resolution=640x360").boxes() > 400; }));
+    save({{"AnonOverlaysOn", "0"}});
+    EXPECT_TRUE(eventually([] { return ask("/live/image.jpg?resolution=640x360&overlays=0").status == 200; }));
+}
+
+TEST_F(Live, SaysWhatItExpected) {
+    EXPECT_EQ(ask("/live/image.jpg?resolution=99x99").body,
+              "resolution: expected one of 1920x1080, 1280x720, 640x360, 480x270, 320x180, got \"99x99\"\n");
+    for (const char* path : {"/live/image.jpg?resolution=0x0", "/live/video.mjpg?fps=0", "/live/video.mjpg?fps=10000",
+                             "/live/image.jpg?overlays=yes"}) {
+        EXPECT_EQ(ask(path).status, 400) << path;
+    }
+    EXPECT_EQ(ask("/live/").status, 404);
+    EXPECT_EQ(curl(url("/live/image.jpg"), {"--digest", "-u", "operator:" + s_camera->password, "-H",
+                                            "Origin: http://elsewhere.example", "-H", "Sec-Fetch-Site: cross-site"})
+                  .status,
+              403);
+}
+
+TEST_F(Live, EndsWithItsViewersWatching) {
+    const TestFolder folder;
+    std::vector<std::unique_ptr<Child>> viewers;
+    for (int i = 0; i < 3; ++i) {
+        const std::filesystem::path own = folder.path() / std::to_string(i);
+        std::filesystem::create_directory(own);
+        viewers.push_back(std::make_unique<Child>(
+            startProgram({"/usr/bin/curl", "-s", "--noproxy", "*", "--digest", "-u", "operator:" + s_camera->password,
+                          url("/live/video.mjpg?resolution=640x360")},
+                         own)));
+        EXPECT_TRUE(eventually([&] { return readFile(own / "out").size() > 20'000; }));
+    }
+    EXPECT_EQ(s_camera->stop(), 0);
+    for (const auto& viewer : viewers) {
+        EXPECT_NE(viewer->wait(30'000), -1);
+    }
+    EXPECT_EQ(s_camera->errors(), "");
+}
+
+}  // namespace
