@@ -330,16 +330,17 @@ void Application::logBadResetTime(const std::tm& today) {
     }
 }
 
+uint32_t Application::toKilobytes(unsigned long pages, uint32_t pageSize) {
+    return (static_cast<uint32_t>(pages) * pageSize) >> 10U;
+}
+
 void Application::logMemoryUsage(const std::string& message) {
     struct sysinfo figures = {};
     if (sysinfo(&figures) != 0) {
         applicationLog().error("logMemoryUsage: Failed to retrieve memory information.");
         return;
     }
-    // In 32 bits, as the page and the log readers know these figures.
-    const auto kilobytes = [&](unsigned long pages) {
-        return std::to_string((static_cast<uint32_t>(pages) * static_cast<uint32_t>(figures.mem_unit)) >> 10U);
-    };
+    const auto kilobytes = [&](unsigned long pages) { return std::to_string(toKilobytes(pages, figures.mem_unit)); };
     applicationLog().info("logMemoryUsage: " + message + " - Total memory: " + kilobytes(figures.totalram) +
                           " kB. Free memory: " + kilobytes(figures.freeram) + " kB.");
 }

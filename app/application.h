@@ -93,6 +93,9 @@ public:
     /** Resets the occupancy at the configured time of day; looks once a minute. */
     void reset_occupancy();
 
+    /** Memory in kB, of pages of so many bytes; in 32 bits, as the page and the log's readers know these figures. */
+    static uint32_t toKilobytes(unsigned long pages, uint32_t pageSize);
+
     /** Logs the machine's memory figures. */
     static void logMemoryUsage(const std::string& message);
 

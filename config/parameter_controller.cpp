@@ -170,7 +170,7 @@ int32_t parameter_controller::find_rotation_parameter(const std::string&) {
         return 0;
     }
     applicationLog().info(std::string("find_rotation_parameter: The value of rotation is ") + text.get());
-    const auto rotation = static_cast<int32_t>(std::strtol(text.get(), nullptr, 10));
+    const auto rotation = static_cast<int32_t>(std::strtoll(text.get(), nullptr, 10));
     if (m_config.b_VerboseLog) {
         applicationLog().info("find_rotation_parameter: About to return rotation number: " + std::to_string(rotation));
     }

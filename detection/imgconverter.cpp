@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <libyuv.h>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -33,8 +34,14 @@ size_t alignedSize(size_t size) {
     return (size + kRowAlignment - 1) / kRowAlignment * kRowAlignment;
 }
 
-Buffer allocate(size_t size) {
-    return Buffer(static_cast<uint8_t*>(std::aligned_alloc(kRowAlignment, alignedSize(size))));
+/** Empty, with errno set, when there is no room; on a processor of 32 bits no size may have room. */
+Buffer allocate(uint64_t rows, uint64_t rowSize) {
+    const uint64_t size = rows * rowSize;
+    if (size > std::numeric_limits<size_t>::max() / 2) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return Buffer(static_cast<uint8_t*>(std::aligned_alloc(kRowAlignment, alignedSize(static_cast<size_t>(size)))));
 }
 
 /** The largest centred region of the frame with the target's aspect ratio, in pixels. */
@@ -71,7 +78,7 @@ public:
           m_stride(static_cast<int>(alignedSize(static_cast<size_t>(m_width) * 4))) {}
 
     bool allocateRows(int rows) {
-        m_argb = allocate(static_cast<size_t>(rows) * static_cast<size_t>(m_stride));
+        m_argb = allocate(static_cast<uint64_t>(rows), static_cast<uint64_t>(m_stride));
         return m_argb != nullptr;
     }
 
@@ -158,7 +165,7 @@ bool convertCropScaleU8yuvToRGB(const uint8_t* nv12, unsigned srcWidth, unsigned
     if (!source.allocateRows(static_cast<int>(std::ceil(bandRows * step)) + 5)) {
         return outOfMemory("Failed allocating big tempARGB buffer: ");
     }
-    const Buffer target = allocate(static_cast<size_t>(bandRows) * dstWidth * 4);
+    const Buffer target = allocate(static_cast<uint64_t>(bandRows), uint64_t{dstWidth} * 4);
     if (!target) {
         return outOfMemory("Failed allocating small tempARGB buffer: ");
     }

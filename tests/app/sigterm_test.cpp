@@ -8,8 +8,7 @@
 #include <thread>
 
 #include "Logger.h"
-#include "program.h"
-#include "test_folder.h"
+#include "scripted_process.h"
 
 /*
  * The real process, asked to end at any moment of its life, as a supervisor does it: SIGTERM is held back at the start,
@@ -18,9 +17,7 @@
 
 namespace {
 
-constexpr int kRuns = 1000;
 constexpr int kThreads = 2;
-constexpr int kLongestDelayMicros = 40000;
 constexpr int kMostMilliseconds = 10000;
 
 void pauseMicros(int micros) {
@@ -50,26 +47,24 @@ std::string checkLog(const std::string& text) {
 }
 
 TEST(Sigterm, AtAnyMomentEndsTheProcessInOrder) {
+    // An emulator takes half a second to get to the main loop.
+    const int runs = isEmulated() ? 40 : 1000;
+    const int longestDelayMicros = isEmulated() ? 1500000 : 40000;
     std::mutex mutex;  // guards statuses
     std::map<int, int> statuses;
     const auto runMany = [&](unsigned seed) {
-        const TestFolder folder;
-        for (const char* name : {"localdata", "tmp", "mnt/flash/usr/local/packages/ostrel_senvo"}) {
-            std::filesystem::create_directories(folder.path() / name);
-        }
-        writeFile(folder.path() / "mnt/flash/usr/local/packages/ostrel_senvo/detect_960_540_tpu.tflite", "model");
+        const ScriptedProcess process;
         std::mt19937 random(seed);
-        for (int run = 0; run < kRuns / kThreads; ++run) {
-            const int delay = std::uniform_int_distribution<int>(0, kLongestDelayMicros)(random);
-            Child child(startProgram({EMULATOR SCRIPTED_PROGRAM}, folder.path(), {"OSTREL_SENVO_ROOT=" + folder.path().string()},
-                                     {SIGTERM}));
+        for (int run = 0; run < runs / kThreads; ++run) {
+            const int delay = std::uniform_int_distribution<int>(0, longestDelayMicros)(random);
+            Child child(process.start());
             pauseMicros(delay);
             kill(child.pid(), SIGTERM);
             const int status = child.wait(kMostMilliseconds);
             ASSERT_NE(status, -1) << "hangs, asked to end after " << delay << " us";
-            const std::string log = readFile(folder.path() / "localdata/SenvoLog.txt");
-            ASSERT_EQ(checkLog(log), "") << "after " << delay << " us:\n" << log << readFile(folder.path() / "err");
-            std::filesystem::remove(folder.path() / "localdata/SenvoLog.txt");
+            const std::string log = readFile(process.folder() / "localdata/SenvoLog.txt");
+            ASSERT_EQ(checkLog(log), "") << "after " << delay << " us:\n" << log << readFile(process.folder() / "err");
+            std::filesystem::remove(process.folder() / "localdata/SenvoLog.txt");
             const std::lock_guard lock(mutex);
             ++statuses[status];
         }
@@ -81,7 +76,7 @@ TEST(Sigterm, AtAnyMomentEndsTheProcessInOrder) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(statuses[0] + statuses[1], kRuns) << "other statuses than 0 and 1";
+    EXPECT_EQ(statuses[0] + statuses[1], runs) << "other statuses than 0 and 1";
     EXPECT_GT(statuses[0], 0) << "none came after the main loop began";
     EXPECT_GT(statuses[1], 0) << "none came before the main loop began";
 }

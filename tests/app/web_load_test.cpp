@@ -6,10 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "fastcgi_client.h"
-#include "program.h"
 #include "sanitized.h"
-#include "test_folder.h"
+#include "scripted_process.h"
 
 /*
  * The real process under load: clients ask, upload and reset without a pause while the analysis runs, and every period
@@ -36,26 +34,10 @@ std::string uploadOf(std::string document, int hundredths) {
 
 class Load : public testing::Test {
 protected:
-    Load() {
-        for (const char* name : {"localdata", "tmp", "mnt/flash/usr/local/packages/ostrel_senvo",
-                                 "usr/local/packages/ostrel_senvo/localdata", "usr/local/packages/ostrel_senvo/html"}) {
-            std::filesystem::create_directories(m_folder.path() / name);
-        }
-        writeFile(m_folder.path() / "mnt/flash/usr/local/packages/ostrel_senvo/detect_960_540_tpu.tflite", "model");
-    }
-
-    bool serves() const {
-        try {
-            return FastCgiClient(m_socket).get("action=get_status_code").rfind("Status: 200 OK\r\n", 0) == 0;
-        } catch (const std::runtime_error&) {
-            return false;  // nobody listens yet
-        }
-    }
-
     /** What one client does until the time is over; how many requests went wrong. */
     int client(unsigned seed) const {
         std::mt19937 random(seed);
-        const FastCgiClient service(m_socket);
+        const FastCgiClient service = m_process.service();
         int wrong = 0;
         while (std::chrono::steady_clock::now() < m_end) {
             const auto choice = std::uniform_int_distribution<size_t>(0, m_actions.size())(random);
@@ -73,8 +55,7 @@ protected:
         return wrong;
     }
 
-    TestFolder m_folder;
-    const std::string m_socket = m_folder.path() / "usr/local/packages/ostrel_senvo/html/ostrel_senvo_fcgi.socket";
+    ScriptedProcess m_process;
     const std::vector<std::string> m_actions = {
         "follower_flush",        "get_occupancy_count", "get_total_crowd",         "reset_occupancy",
         "reset_total_occupancy", "get_occupancy_csv",   "get_occupancy_html",      "get_data_panel_info",
@@ -84,10 +65,9 @@ protected:
 };
 
 TEST_F(Load, OfEightClientsDoesNotDisturbTheAnalysis) {
-    Child process(startProgram({EMULATOR SCRIPTED_PROGRAM}, m_folder.path(), {"OSTREL_SENVO_ROOT=" + m_folder.path().string()},
-                               {SIGTERM}));
+    Child process(m_process.start());
     const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!serves() && std::chrono::steady_clock::now() < giveUp) {
+    while (!m_process.answers("get_status_code") && std::chrono::steady_clock::now() < giveUp) {
         std::this_thread::yield();
     }
     m_end = std::chrono::steady_clock::now() + kLoad;
@@ -101,9 +81,9 @@ TEST_F(Load, OfEightClientsDoesNotDisturbTheAnalysis) {
     }
     EXPECT_EQ(wrong, 0);
     kill(process.pid(), SIGTERM);
-    EXPECT_EQ(process.wait(30000), 0) << readFile(m_folder.path() / "err");
-    EXPECT_EQ(readFile(m_folder.path() / "err").find("ThreadSanitizer"), std::string::npos)
-        << readFile(m_folder.path() / "err");
+    EXPECT_EQ(process.wait(30000), 0) << readFile(m_process.folder() / "err");
+    EXPECT_EQ(readFile(m_process.folder() / "err").find("ThreadSanitizer"), std::string::npos)
+        << readFile(m_process.folder() / "err");
 }
 
 }  // namespace

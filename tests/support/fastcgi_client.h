@@ -65,6 +65,9 @@ public:
     /** The beginning of a request that promises more. */
     static std::string beginning() { return record(kBegin, std::string("\0\1\0\0\0\0\0\0", 8)); }
 
+    /** The request's variables as these bytes, whatever they say. */
+    static std::string variables(const std::string& bytes) { return stream(kParams, bytes); }
+
 private:
     static constexpr char kBegin = 1;
     static constexpr unsigned char kEnd = 3;

@@ -275,6 +275,16 @@ TEST_F(Service, OutlivesClientsThatGoAway) {
     EXPECT_EQ(get("get_status_code"), plain("200"));
 }
 
+TEST_F(Service, OutlivesLengthsWhoseSumHasNoRoomIn32Bits) {
+    // A name and a value of 2 GB each, as both lengths are written; together with two zeros they are 0 in 32 bits.
+    const std::string most = "\xFF\xFF\xFF\xFF";
+    for (const std::string& lengths : {most + most, most + std::string("\x80\0\0\1", 4), std::string("\1", 1) + most}) {
+        client().abandon(FastCgiClient::beginning() +
+                         FastCgiClient::variables(lengths + std::string(size_t{1} << 20U, 'x')));
+        EXPECT_EQ(get("get_status_code"), plain("200"));
+    }
+}
+
 TEST_F(Service, SaysWhenItsSocketFails) {
     for (int fd = 3; fd < 1024; ++fd) {
         sockaddr_storage name = {};

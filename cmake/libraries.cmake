@@ -1,0 +1,102 @@
+# package/libraries.json lists every library with its minimum version. Whatever the build links is found through here, so
+# that an older library is refused when the build is prepared, and one that is not listed when a program is linked.
+
+set(SENVO_LIBRARIES_FILE ${CMAKE_CURRENT_LIST_DIR}/../package/libraries.json)
+set(SENVO_CHECK_LINKED ${CMAKE_CURRENT_LIST_DIR}/check_linked.cmake)
+file(READ ${SENVO_LIBRARIES_FILE} SENVO_LIBRARIES)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${SENVO_LIBRARIES_FILE})
+
+# The list's entry of a module as JSON; ends the run when there is none.
+function(senvo_library_entry module out)
+  string(JSON last LENGTH "${SENVO_LIBRARIES}" libraries)
+  math(EXPR last "${last} - 1")
+  foreach(i RANGE ${last})
+    string(JSON name GET "${SENVO_LIBRARIES}" libraries ${i} module)
+    if(name STREQUAL module)
+      string(JSON entry GET "${SENVO_LIBRARIES}" libraries ${i})
+      set(${out} "${entry}" PARENT_SCOPE)
+      return()
+    endif()
+  endforeach()
+  message(FATAL_ERROR "${module}: expected an entry in package/libraries.json, found none")
+endfunction()
+
+# The version of a Debian package that the build sees: the machine's, or that of the folder that is built against.
+function(senvo_debian_version package out)
+  set(version "")
+  if(CMAKE_SYSROOT)
+    if(EXISTS ${CMAKE_SYSROOT}/.versions)
+      file(STRINGS ${CMAKE_SYSROOT}/.versions line REGEX "^${package} ")
+      string(REGEX REPLACE "^[^ ]* " "" version "${line}")
+    endif()
+  else()
+    find_program(DPKG_QUERY dpkg-query)
+    if(DPKG_QUERY)
+      execute_process(COMMAND ${DPKG_QUERY} -W -f "\${Version}" ${package} OUTPUT_VARIABLE version ERROR_QUIET)
+    endif()
+  endif()
+  set(${out} "${version}" PARENT_SCOPE)
+endfunction()
+
+# Takes note of a library that the build uses; ends the run when it is older than the list wants.
+function(senvo_found_library module version)
+  senvo_library_entry(${module} entry)
+  string(JSON minimum GET "${entry}" minimum)
+  if(version VERSION_LESS minimum)
+    # A distribution mends an old version and keeps its number.
+    string(JSON package ERROR_VARIABLE none GET "${entry}" debian package)
+    string(JSON mended ERROR_VARIABLE none GET "${entry}" debian minimum)
+    set(good 1)
+    if(NOT none)
+      senvo_debian_version(${package} found)
+      execute_process(COMMAND dpkg --compare-versions "${found}" ge "${mended}" RESULT_VARIABLE good ERROR_QUIET)
+      set(or " (or Debian's ${package} ${mended}, found \"${found}\")")
+    endif()
+    if(NOT good STREQUAL 0)
+      string(JSON why GET "${entry}" why)
+      message(FATAL_ERROR "${module}: expected ${minimum} or newer${or}, found ${version}. ${why}")
+    endif()
+    set(version ${found})
+  endif()
+  set_property(GLOBAL APPEND PROPERTY SENVO_LIBRARIES_FOUND "${module} ${version}")
+endfunction()
+
+# senvo_library(PREFIX MODULE...): finds modules by pkg-config and offers them together as PkgConfig::PREFIX.
+function(senvo_library prefix)
+  pkg_check_modules(${prefix} REQUIRED IMPORTED_TARGET ${ARGN})
+  foreach(module ${ARGN})
+    if(${prefix}_${module}_VERSION)
+      senvo_found_library(${module} ${${prefix}_${module}_VERSION})
+    else()
+      senvo_found_library(${module} ${${prefix}_VERSION})
+    endif()
+  endforeach()
+endfunction()
+
+# The compiler's own libraries.
+function(senvo_found_runtime)
+  file(WRITE ${CMAKE_BINARY_DIR}/runtime.cpp "#include <string>\n")
+  set(sysroot "")
+  if(CMAKE_SYSROOT)
+    set(sysroot --sysroot=${CMAKE_SYSROOT})
+  endif()
+  execute_process(COMMAND ${CMAKE_CXX_COMPILER} ${sysroot} -E -dM ${CMAKE_BINARY_DIR}/runtime.cpp
+    OUTPUT_VARIABLE macros COMMAND_ERROR_IS_FATAL ANY)
+  if(NOT macros MATCHES "#define __GLIBC__ ([0-9]+)")
+    message(FATAL_ERROR "expected the C library to be glibc")
+  endif()
+  set(major ${CMAKE_MATCH_1})
+  string(REGEX MATCH "#define __GLIBC_MINOR__ ([0-9]+)" ignored "${macros}")
+  senvo_found_library(glibc ${major}.${CMAKE_MATCH_1})
+  if(NOT macros MATCHES "#define _GLIBCXX_RELEASE ([0-9]+)")
+    message(FATAL_ERROR "expected the C++ library to be libstdc++")
+  endif()
+  senvo_found_library(libstdc++ ${CMAKE_MATCH_1})
+endfunction()
+
+# Refuses to finish a program that draws in a library which is not on the list.
+function(senvo_check_linked program)
+  add_custom_command(TARGET ${program} POST_BUILD
+    COMMAND ${CMAKE_COMMAND} -DREADELF=${CMAKE_READELF} -DPROGRAM=$<TARGET_FILE:${program}> -P ${SENVO_CHECK_LINKED}
+    VERBATIM)
+endfunction()
