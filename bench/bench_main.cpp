@@ -5,6 +5,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "footprint.h"
 #include "topics.h"
 
 namespace {
@@ -13,10 +14,8 @@ constexpr const char* kHelp =
     "Usage: ./senvo bench [TOPIC ...] [--json] [--repetitions N]\n"
     "Measures in one run, variants interleaved, and prints medians and ratios. TOPIC: convert, cycle, store,\n"
     "overlay; all four without one; report and archive, with large files, web, with web servers, and live, with "
-    "viewers, "
-    "only by name. Ends with 1 "
-    "when a figure misses its "
-    "limit.\n";
+    "viewers, only by name. Or, alone: footprint, what the application takes of a camera.\n"
+    "Ends with 1 when a figure misses its limit.\n";
 
 /** A camera's folder to run in, a model file and room for tensor files; gone at the end with all that was measured. */
 class CameraFolder {
@@ -58,6 +57,7 @@ int main(int argc, char** argv) {
     const std::vector<std::string> onlyByName = {"report", "archive", "web", "live"};
     std::vector<std::string> chosen;
     bool json = false;
+    bool footprint = false;
     std::string repetitions = "15";
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
@@ -65,16 +65,31 @@ int main(int argc, char** argv) {
             std::cout << kHelp;
             return 0;
         }
-        if (word == "--json") {
+        if (word == "footprint") {
+            footprint = true;
+        } else if (word == "--json") {
             json = true;
         } else if (word == "--repetitions" && i + 1 < argc) {
             repetitions = argv[++i];
         } else if (topics.contains(word)) {
             chosen.push_back(word);
         } else {
-            std::cerr << "senvo bench: expected convert, cycle, store, overlay, report, archive, web, live, --json or "
+            std::cerr << "senvo bench: expected convert, cycle, store, overlay, report, archive, web, live, footprint, "
+                         "--json or "
                          "--repetitions N, got "
                       << word << '\n';
+            return 2;
+        }
+    }
+    if (footprint) {
+        if (!chosen.empty()) {
+            std::cerr << "senvo bench: expected footprint alone, got " << chosen[0] << ", too\n";
+            return 2;
+        }
+        try {
+            return measureFootprint(json);
+        } catch (const std::exception& error) {
+            std::cerr << "senvo bench: " << error.what() << '\n';
             return 2;
         }
     }

@@ -32,9 +32,25 @@ double numberOf(const std::string& text, bool whole) {
     }
 }
 
-nlohmann::json declarations() {
+nlohmann::json manifest() {
     std::ifstream file(CHECKOUT "/package/manifest.json");
-    return nlohmann::json::parse(file).at("parameters");
+    return nlohmann::json::parse(file);
+}
+
+nlohmann::json declarations() {
+    return manifest().at("parameters");
+}
+
+TEST(Manifest, TellsACameraWhatToRunAndWhereItAnswers) {
+    const nlohmann::json application = manifest().at("application");
+    EXPECT_EQ(application.at("name"), "ostrel_senvo") << "the folder on the camera";
+    EXPECT_EQ(application.at("version"), SENVO_VERSION) << "that of the build";
+    EXPECT_FALSE(application.at("vendor").get<std::string>().empty());
+    EXPECT_EQ(application.at("runMode"), "respawn") << "ends itself to be started again";
+    // Where followers and the page ask.
+    EXPECT_EQ(application.at("fastCgi").at("path"), "webservices.cgi");
+    EXPECT_EQ(application.at("fastCgi").at("access"), "administrator");
+    EXPECT_EQ(application.at("fastCgi").at("socket"), "html/ostrel_senvo_fcgi.socket");
 }
 
 TEST(Manifest, DeclaresEveryParameterInOrderWithItsType) {

@@ -29,6 +29,7 @@ struct InferenceScript {
     Job job;
     size_t inputs = 1;
     size_t outputs = 4;
+    size_t tensorBytes = 0;
 };
 
 InferenceScript& script() {
@@ -56,6 +57,7 @@ std::vector<uint8_t> readFile(int fd) {
 
 template <size_t size>
 bool writeFloats(int fd, const std::array<float, size>& values) {
+    script().tensorBytes += sizeof(values);
     return write(fd, values.data(), sizeof(values)) == static_cast<ssize_t>(sizeof(values));
 }
 
@@ -74,6 +76,10 @@ void find(const std::vector<Candidate>& candidates) {
 
 void onJob(Job job) {
     script().job = std::move(job);
+}
+
+size_t tensorBytes() {
+    return script().tensorBytes;
 }
 
 void setTensorCounts(size_t inputs, size_t outputs) {

@@ -81,6 +81,9 @@ void find(const std::vector<Candidate>& candidates);
 /** Asked at every job; receives the input tensor's bytes. Replaces find(). */
 void onJob(std::function<std::vector<Candidate>(const std::vector<uint8_t>& input)> job);
 
+/** Bytes written to output tensors since reset(). */
+size_t tensorBytes();
+
 /** How many input and output tensors the model claims to have. */
 void setTensorCounts(size_t inputs, size_t outputs);
 

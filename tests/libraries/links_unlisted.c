@@ -1,0 +1,5 @@
+int unlisted(void);
+
+int main(void) {
+    return unlisted();
+}

@@ -1,0 +1,3 @@
+int unlisted(void) {
+    return 0;
+}
