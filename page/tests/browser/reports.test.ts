@@ -38,8 +38,8 @@ describe.skipIf(isMissing)('Reports', () => {
       return (await page.getByTestId('report').count()) === 1 ? head(page) : [];
     }, (names) => ['Time', 'Follower 1', 'Follower 2', 'Leader'].every((name) => names.includes(name)));
     await page.locator('.chart canvas').waitFor();
-    await page.getByLabel('Show', { exact: true }).selectOption('entries');
-    await page.getByLabel('By', { exact: true }).selectOption('place');
+    await page.getByLabel('Show', { exact: true }).selectOption('Entries');
+    await page.getByLabel('By', { exact: true }).selectOption('area or entrance');
     expect(await head(page)).toEqual(['Time', 'Entrance 1', 'Entrance 2']);
 
     const [download] = await Promise.all([page.waitForEvent('download'), page.getByRole('link', { name: 'Download as CSV' }).click()]);
@@ -51,20 +51,20 @@ describe.skipIf(isMissing)('Reports', () => {
 
   test('day, week and month; per entrance, class and camera', async () => {
     const page = await withReport(report(4 * 24 * 40));
-    await page.getByLabel('Show', { exact: true }).selectOption('entries');
-    await page.getByLabel('By', { exact: true }).selectOption('none');
+    await page.getByLabel('Show', { exact: true }).selectOption('Entries');
+    await page.getByLabel('By', { exact: true }).selectOption('all together');
     await expectText(page, 'shown', /^Entries, 31 Mar 2026$/);
     expect(await rows(page).first().locator('td').allTextContents()).toEqual(['6']);
-    await page.getByLabel('Over', { exact: true }).selectOption('week');
+    await page.getByLabel('Over', { exact: true }).selectOption('a week');
     await expectText(page, 'shown', /^Entries, 25 Mar 2026 – 31 Mar 2026$/);
     expect(await rows(page).first().locator('td').allTextContents()).toEqual([String(4 * 6)]);
-    await page.getByLabel('Over', { exact: true }).selectOption('month');
+    await page.getByLabel('Over', { exact: true }).selectOption('a month');
     await expectText(page, 'shown', /^Entries, 1 Mar 2026 – 31 Mar 2026$/);
     expect(await rows(page).count()).toBe(31);
     expect(await rows(page).first().locator('td').allTextContents()).toEqual([String(24 * 4 * 6)]);
-    await page.getByLabel('By', { exact: true }).selectOption('place');
+    await page.getByLabel('By', { exact: true }).selectOption('area or entrance');
     expect(await rows(page).first().locator('td').allTextContents()).toEqual([String(96 * (2 + 3)), String(96)]);
-    await page.getByLabel('By', { exact: true }).selectOption('objectClass');
+    await page.getByLabel('By', { exact: true }).selectOption('class');
     expect(await head(page)).toEqual(['Time', 'Cars', 'Persons']);
     await page.getByLabel('Camera', { exact: true }).selectOption('Lobby');
     expect(await head(page)).toEqual(['Time', 'Persons']);
@@ -73,9 +73,9 @@ describe.skipIf(isMissing)('Reports', () => {
     expect(await page.getByRole('button', { name: 'Earlier' }).isDisabled()).toBe(true);
     await page.getByRole('button', { name: 'Later' }).click();
     await expectText(page, 'shown', /Mar/);
-    await page.getByLabel('Show', { exact: true }).selectOption('exits');
-    await page.getByLabel('Camera', { exact: true }).selectOption('');
-    await page.getByLabel('Class').selectOption('Car');
+    await page.getByLabel('Show', { exact: true }).selectOption('Exits');
+    await page.getByLabel('Camera', { exact: true }).selectOption('All cameras');
+    await page.getByLabel('Class').selectOption('Cars');
     await page.getByText('Nothing was counted here in this time.').waitFor();
   });
 
@@ -116,9 +116,9 @@ describe.skipIf(isMissing)('Reports', () => {
     );
     console.log(`100,000 rows: first chart ${Math.round(elapsed)} ms after the page was opened`);
     await page.getByText('100000 report rows').waitFor();
-    await page.getByLabel('Over', { exact: true }).selectOption('all');
+    await page.getByLabel('Over', { exact: true }).selectOption('everything');
     expect(await rows(page).count()).toBe(50);
-    await page.getByLabel('Show', { exact: true }).selectOption('crowd');
+    await page.getByLabel('Show', { exact: true }).selectOption('Crowd');
     await expectText(page, 'shown', /^Crowd/);
     rmSync(file);
   });
