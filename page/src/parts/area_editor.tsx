@@ -32,6 +32,9 @@ const kStep = 0.0025;
 const kBigStep = 0.025;
 const kGripRadius = 9;
 const kTouchRadius = 20;
+const kAddRadius = 7;
+/** About half a letter of an area's name, in pixels of the screen. */
+const kHalfLetter = 4.6;
 
 /** How many picture pixels one pixel of the screen is, so that grips stay as big as fingers. */
 function useScale(svg: { current: SVGSVGElement | null }, size: Size): number {
@@ -158,11 +161,13 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     const active = store.values.get(`${kind}${number}_Active`) === '1';
     const on = isSelected(kind, number);
     const middle = centre(polygon);
+    const halfName = Math.min(size.width / 2, kHalfLetter * name.length * scale);
+    const nameAt = Math.max(halfName, Math.min(size.width - halfName, middle.x));
     return (
       <g key={`${kind}${number}`} class={`area ${kind} ${active ? '' : 'off'} ${on ? 'selected' : ''}`} data-testid={`area-${kind}${number}`}>
         <polygon points={polygon.map((p) => `${p.x},${p.y}`).join(' ')} tabIndex={0} role="button" aria-label={t.whole(name)} aria-describedby="areas-help"
           data-kind={kind} data-number={number} onFocus={() => !on && onSelect({ kind, number, corner: null })} onKeyDown={(event) => press(event, kind, number, null)} />
-        <text x={middle.x} y={middle.y} font-size={14 * scale} stroke-width={3 * scale} aria-hidden="true">{name}</text>
+        <text x={nameAt} y={middle.y} font-size={14 * scale} stroke-width={3 * scale} aria-hidden="true">{name}</text>
         {on && <g id="grips">{polygon.map((p, i) => grips(kind, number, polygon, p, i))}</g>}
       </g>
     );
@@ -176,8 +181,11 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     return (
       <g key={i}>
         {addable && (
-          <circle class="add" cx={(p.x + next.x) / 2} cy={(p.y + next.y) / 2} r={6 * scale} role="button" tabIndex={-1} aria-label={t.addHere(name, i + 1)}
-            data-kind={kind} data-number={number} data-corner={i} />
+          <g class="add" role="button" tabIndex={-1} aria-label={t.addHere(name, i + 1)} data-kind={kind} data-number={number} data-corner={i}
+            transform={`translate(${(p.x + next.x) / 2} ${(p.y + next.y) / 2}) scale(${scale})`}>
+            <circle r={kAddRadius} />
+            <path d="M-3.5 0h7M0 -3.5v7" />
+          </g>
         )}
         <g class={`corner ${selected.corner === i ? 'chosen' : ''}`} role="button" tabIndex={0} aria-describedby="areas-help" data-testid={`corner-${i + 1}`}
           aria-label={t.corner(name, i + 1, percent(p.x, size.width), percent(p.y, size.height))}

@@ -67,7 +67,7 @@ export function NumberSetting({ tag, step }: { tag: string; step?: number }) {
   };
   const shown = changed ? value : plain(value);
   return (
-    <Frame {...{ id, tag, problem, changed }} help={`${helpOf(tag)} ${texts.settings.usual(parameter.default, unit)}`}>
+    <Frame {...{ id, tag, problem, changed }} help={`${helpOf(tag)} ${texts.settings.usual(parameter.default)}`}>
       {step !== undefined && (
         <input type="range" aria-label={labelOf(tag)} min={least} max={most} step={step} value={shown} onInput={take} />
       )}

@@ -253,7 +253,7 @@ export const english = {
     failed: 'The settings could not be read: ',
     again: 'Try again',
     unsaved: (count: number, tabs: string[]) => `${plural(count, 'unsaved change', 'unsaved changes')} in ${tabs.join(' and ')}`,
-    usual: (value: string, unit: string) => `As delivered: ${value}${unit && ` ${unit}`}.`,
+    usual: (value: string) => `As delivered: ${value}.`,
     invalid: (count: number) => `${plural(count, 'value', 'values')} to correct first`,
     save: 'Save',
     saving: 'Saving …',

@@ -45,8 +45,8 @@ async function unfold(page: Page, tab: (typeof tabs)[number]): Promise<void> {
   }
 }
 
-/** The whole page, with its bars once, where they are when one has not scrolled. */
-async function picture(page: Page, name: string): Promise<void> {
+/** Takes the whole page, with its bars once and nothing behind them, and tells what is wrong with it. */
+async function picture(page: Page, name: string): Promise<string[]> {
   const size = page.viewportSize()!;
   const height = await page.evaluate(() => {
     scrollTo(0, 0);
@@ -54,7 +54,9 @@ async function picture(page: Page, name: string): Promise<void> {
   });
   await page.setViewportSize({ width: size.width, height: Math.max(size.height, height) });
   await page.screenshot({ path: join(screenshots, `${name}.png`) });
+  const found = await violations(page);
   await page.setViewportSize(size);
+  return found;
 }
 
 describe.skipIf(isMissing)('Appearance', () => {
@@ -68,8 +70,7 @@ describe.skipIf(isMissing)('Appearance', () => {
       await unfold(page, tab);
       const wide = await page.evaluate(() => document.documentElement.scrollWidth - document.documentElement.clientWidth);
       if (wide > 0) found.push(`${tab} is ${wide} pixels too wide`);
-      found.push(...(await violations(page)).map((violation) => `${tab}: ${violation}`));
-      await picture(page, `${tab}-${device}-${scheme}`);
+      found.push(...(await picture(page, `${tab}-${device}-${scheme}`)).map((violation) => `${tab}: ${violation}`));
     }
     expect(found).toEqual([]);
   });
@@ -96,9 +97,9 @@ describe.skipIf(isMissing)('Appearance', () => {
 
     await go('areas');
     await page.getByRole('button', { name: /^Entrance 1/ }).first().click();
-    const corner = page.getByTestId('area-Entrance1').locator('.corner').first();
+    const corner = page.getByTestId('area-Entrance1').locator('.corner').nth(1);
     await corner.focus();
-    for (let i = 0; i < 40; ++i) await page.keyboard.press('Shift+ArrowRight');
+    for (let i = 0; i < 40; ++i) await page.keyboard.press('Shift+ArrowLeft');
     await page.getByTestId('warnings').locator('li').first().waitFor();
     await look('warnings');
 
