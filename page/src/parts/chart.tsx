@@ -28,6 +28,7 @@ interface Props {
 const kHeight = 320;
 const kColours = 9;
 const kLeastLabelWidth = 76;
+const kHalfHour = 1800;
 
 /** Times are drawn as they are, without a time zone. */
 const zoneless = (seconds: number) => {
@@ -100,9 +101,10 @@ export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
 
   useEffect(() => {
     if (times.length === 0) return;
-    const [min, max] = window ?? [times[0], times[times.length - 1]];
-    // A single point stands in the middle of an hour.
-    plot.current?.setScale('x', max > min ? { min, max } : { min: min - 1800, max: max + 1800 });
+    // A bar stands on the middle of its time, a single point in the middle of an hour.
+    const beside = times.length === 1 ? kHalfHour : bars ? (times[1] - times[0]) / 2 : 0;
+    const [min, max] = window ?? [times[0] - beside, times[times.length - 1] + beside];
+    plot.current?.setScale('x', { min, max });
   }, [times, lines, bars, dark, window]);
 
   return <div ref={place} class="chart" role="group" aria-label={label} onDblClick={() => onWindow(null)} />;

@@ -3,6 +3,7 @@
  * one more file like this, with its own under `help`.
  */
 
+const list = new Intl.ListFormat('en-GB');
 const plural = (count: number, one: string, many: string) => `${count} ${count === 1 ? one : many}`;
 
 export const english = {
@@ -252,7 +253,7 @@ export const english = {
     loading: 'Reading the settings …',
     failed: 'The settings could not be read: ',
     again: 'Try again',
-    unsaved: (count: number, tabs: string[]) => `${plural(count, 'unsaved change', 'unsaved changes')} in ${tabs.join(' and ')}`,
+    unsaved: (count: number, tabs: string[]) => `${plural(count, 'unsaved change', 'unsaved changes')} in ${list.format(tabs)}`,
     usual: (value: string) => `As delivered: ${value}.`,
     invalid: (count: number) => `${plural(count, 'value', 'values')} to correct first`,
     save: 'Save',
