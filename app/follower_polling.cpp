@@ -38,6 +38,9 @@ int FollowerPolling::calculate_total_follower_AOI() {
     for (size_t i = 0; i < crowds.size(); ++i) {
         // The -1 of a follower without answer counts like any other number.
         m_leaderMetrics.followerCrowdCount[i] = crowds[i].value_or(0);
+        if (crowds[i].value_or(-1) >= 0) {
+            m_leaderMetrics.followerAnswered[i] = clockNow();
+        }
         sum += crowds[i].value_or(0);
     }
     return sum;

@@ -106,6 +106,8 @@ struct LeaderMetricsParams {
     std::atomic<int32_t> totalCrowdCount = 0;
     std::array<std::atomic<int32_t>, CameraInfo::kFollowers> followerCrowdCount = {};
     std::array<std::atomic<int32_t>, CameraInfo::kFollowers> followerStatus = {}; /**< status codes */
+    /** When each follower last told its counts, in seconds since 1970; 0 when it has not yet. */
+    std::array<std::atomic<int64_t>, CameraInfo::kFollowers> followerAnswered = {};
 };
 
 // What the settings switch on; false for a number outside the range (classes 0..8, areas and entrances 0..2).

@@ -1,4 +1,4 @@
-import { defineConfig } from 'vite';
+import { defineConfig, Plugin } from 'vite';
 
 // The names of the built files carry no fingerprint: a camera's folder holds one page, and an update replaces it whole.
 const names = {
@@ -7,8 +7,23 @@ const names = {
   assetFileNames: '[name][extname]',
 };
 
+/** Of the package's manifest the page takes the parameters that it shows, which have a help, and what it needs of them. */
+const manifest: Plugin = {
+  name: 'manifest',
+  enforce: 'pre',
+  transform(code, id) {
+    if (!/\/package\/manifest\.json$/.test(id.split('?')[0])) return null;
+    const { parameters } = JSON.parse(code) as { parameters: Record<string, string>[] };
+    const shown = parameters.filter((parameter) => parameter.help);
+    return JSON.stringify({
+      parameters: shown.map(({ name, type, default: usual, range, unit, help }) => ({ name, type, default: usual, range, unit, help })),
+    });
+  },
+};
+
 export default defineConfig({
   base: './',
+  plugins: [manifest],
   esbuild: { jsx: 'automatic', jsxImportSource: 'preact' },
   build: {
     outDir: '../package/html',

@@ -12,6 +12,7 @@
 
 #include "Logger.h"
 #include "camera_paths.h"
+#include "clock.h"
 #include "event_manager.h"
 #include "fastcgi_socket.h"
 
@@ -68,6 +69,16 @@ std::string passagesText(const MetricsParams& metrics) {
     std::string text;
     for (const std::atomic<int32_t>& count : metrics.passages) {
         text += (text.empty() ? "" : ",") + std::to_string(count);
+    }
+    return text;
+}
+
+std::string followerAgesText(const LeaderMetricsParams& leader) {
+    const int64_t now = clockNow();
+    std::string text;
+    for (const std::atomic<int64_t>& answered : leader.followerAnswered) {
+        const int64_t age = answered == 0 ? -1 : std::max<int64_t>(0, now - answered);
+        text += (text.empty() ? "" : ",") + std::to_string(age);
     }
     return text;
 }
@@ -222,6 +233,7 @@ fastcgi_service::Answer fastcgi_service::answerTo(const std::string& action) {
         {"get_crowd_3", kPlain, [](Self s) { return std::to_string(s.m_parts.metrics.crowdCount3); }},
         {"get_occupancy_count", kPlain, [](Self s) { return std::to_string(s.m_parts.metrics.occupancyCount); }},
         {"get_passages", kPlain, [](Self s) { return passagesText(s.m_parts.metrics); }},
+        {"get_follower_ages", kPlain, [](Self s) { return followerAgesText(s.m_parts.leaderMetrics); }},
         {"get_total_occupancy", kPlain, [](Self s) { return std::to_string(s.m_parts.leaderMetrics.totalOccupancy); }},
         {"reset_occupancy", kPlain, [](Self s) { return std::string(s.resetOccupancy()); }},
         {"reset_total_occupancy", kPlain,

@@ -1,17 +1,21 @@
+import { JSX } from 'preact';
 import { useEffect, useState } from 'preact/hooks';
 import { Icon } from './icons';
+import { tabOf } from './model/fields';
+import { useStore } from './model/store';
+import { TabName, tabNames } from './model/tabs';
 import { StatusBadge } from './parts/status';
-import { pulse, settings, usePulse } from './stores';
+import { pulse, settings, usePulse, useSettings } from './stores';
 import { AdvancedTab } from './tabs/advanced';
 import { AreasTab } from './tabs/areas';
 import { CamerasTab } from './tabs/cameras';
 import { DetectionTab } from './tabs/detection';
 import { LiveTab } from './tabs/live';
 import { ReportsTab } from './tabs/reports';
-import { texts } from './texts/en';
-import { currentTheme, nextTheme } from './theme';
+import { texts } from './texts';
+import { theme } from './theme';
 
-const tabs = {
+const tabs: Record<TabName, () => JSX.Element> = {
   live: LiveTab,
   areas: AreasTab,
   detection: DetectionTab,
@@ -19,8 +23,6 @@ const tabs = {
   cameras: CamerasTab,
   advanced: AdvancedTab,
 };
-type TabName = keyof typeof tabs;
-const tabNames = Object.keys(tabs) as TabName[];
 
 function tabOfAddress(): TabName {
   const name = location.hash.replace(/^#\/?/, '') as TabName;
@@ -60,9 +62,9 @@ function useUnsavedGuard(): void {
 }
 
 function ThemeButton() {
-  const [theme, setTheme] = useState(currentTheme);
+  const { chosen } = useStore(theme);
   return (
-    <button type="button" class="quiet icon-button" title={texts.theme[theme]} aria-label={texts.theme[theme]} onClick={() => setTheme(nextTheme())}>
+    <button type="button" class="quiet icon-button" title={texts.theme[chosen]} aria-label={texts.theme[chosen]} onClick={() => theme.next()}>
       <Icon name="theme" />
     </button>
   );
@@ -86,7 +88,7 @@ function ConnectionBanner() {
     <div class="banner bad" role="alert">
       <p>{texts.connectionLong[connection]}</p>
       {connection === 'signedOut' && (
-        <button type="button" onClick={() => location.reload()}>
+        <button type="button" onClick={() => pulse.signIn()}>
           {texts.signIn}
         </button>
       )}
@@ -97,6 +99,22 @@ function ConnectionBanner() {
 function CameraName() {
   const name = usePulse().panel?.cameras[0].name;
   return <span class="camera-name">{name}</span>;
+}
+
+function Tabs({ current }: { current: TabName }) {
+  const { edits } = useSettings();
+  const unsaved = new Set([...edits.keys()].map(tabOf));
+  return (
+    <nav class="tabs" aria-label={texts.tabs.label}>
+      {tabNames.map((name) => (
+        <a key={name} href={`#/${name}`} aria-current={name === current ? 'page' : undefined}>
+          <Icon name={name} />
+          <span>{texts.tabs[name]}</span>
+          {unsaved.has(name) && <span class="mark" role="img" aria-label={texts.tabs.unsaved} title={texts.tabs.unsaved} />}
+        </a>
+      ))}
+    </nav>
+  );
 }
 
 export function App() {
@@ -129,14 +147,7 @@ export function App() {
         <ConnectionBadge />
         <ThemeButton />
       </header>
-      <nav class="tabs" aria-label={texts.tabs.label}>
-        {tabNames.map((name) => (
-          <a key={name} href={`#/${name}`} aria-current={name === tab ? 'page' : undefined}>
-            <Icon name={name} />
-            <span>{texts.tabs[name]}</span>
-          </a>
-        ))}
-      </nav>
+      <Tabs current={tab} />
       <main id="content" tabIndex={-1}>
         <ConnectionBanner />
         <h1>{texts.tabs[tab]}</h1>

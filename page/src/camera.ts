@@ -9,7 +9,10 @@ const here = new URL('.', location.origin + location.pathname);
 /** The application's web service; `?action=` follows. */
 export const webService = new URL('webservices.cgi', here).href;
 
-/** The live picture as a stream that a browser shows by itself. resolution: "1280x720", or "" for the camera's choice. */
+/** Something small behind the same login that the web server answers by itself, whatever the application does. */
+export const loginCheck = new URL('icon.svg', here).href;
+
+/** The live picture as a stream of JPEGs, multipart/x-mixed-replace. resolution: "1280x720", or "" for the camera's choice. */
 export function liveStream(resolution: string): string {
   return live('/live/video.mjpg', resolution);
 }

@@ -1,6 +1,8 @@
 import { render } from 'preact';
 import { App } from './app';
-import { restoreTheme } from './theme';
+import { language } from './texts';
+import { theme } from './theme';
 
-restoreTheme();
+document.documentElement.lang = language;
+theme.restore();
 render(<App />, document.body);

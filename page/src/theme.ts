@@ -1,3 +1,5 @@
+import { Store } from './model/store';
+
 /* Light, dark, or as the device has it. */
 
 export type Theme = 'auto' | 'light' | 'dark';
@@ -5,26 +7,37 @@ export type Theme = 'auto' | 'light' | 'dark';
 const kKey = 'senvo-theme';
 const order: Theme[] = ['auto', 'light', 'dark'];
 
-export function currentTheme(): Theme {
-  const set = document.documentElement.dataset.theme as Theme | undefined;
-  return set && order.includes(set) ? set : 'auto';
-}
+/** The chosen colours. Watchers are told whenever the colours that are seen may have changed. */
+class ThemeStore extends Store {
+  chosen: Theme = 'auto';
 
-export function restoreTheme(): void {
-  try {
-    document.documentElement.dataset.theme = localStorage.getItem(kKey) ?? 'auto';
-  } catch {
-    // A browser that keeps nothing shows the device's colours.
+  /** Takes up what was chosen before, and follows the device from here on. */
+  restore(): void {
+    matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => this.changed());
+    try {
+      const kept = localStorage.getItem(kKey) as Theme;
+      if (order.includes(kept)) this.chosen = kept;
+    } catch {
+      // A browser that keeps nothing shows the device's colours.
+    }
+    document.documentElement.dataset.theme = this.chosen;
+  }
+
+  next(): void {
+    this.chosen = order[(order.indexOf(this.chosen) + 1) % order.length];
+    document.documentElement.dataset.theme = this.chosen;
+    try {
+      localStorage.setItem(kKey, this.chosen);
+    } catch {
+      // It counts until the page is left, then.
+    }
+    this.changed();
+  }
+
+  /** Whether dark colours are seen. */
+  get dark(): boolean {
+    return this.chosen === 'dark' || (this.chosen === 'auto' && matchMedia('(prefers-color-scheme: dark)').matches);
   }
 }
 
-export function nextTheme(): Theme {
-  const next = order[(order.indexOf(currentTheme()) + 1) % order.length];
-  document.documentElement.dataset.theme = next;
-  try {
-    localStorage.setItem(kKey, next);
-  } catch {
-    // It counts until the page is left, then.
-  }
-  return next;
-}
+export const theme = new ThemeStore();

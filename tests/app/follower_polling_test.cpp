@@ -128,6 +128,20 @@ TEST_F(Polling, LetsAFollowerWithoutAnswerLowerTheCrowdByOne) {
     EXPECT_EQ(m_leader.followerCrowdCount[1], 0) << "no longer called";
 }
 
+TEST_F(Polling, NotesWhenAFollowerLastToldItsCounts) {
+    Follower& camera = follow(3, "3", "0");
+    after(59);
+    EXPECT_EQ(m_leader.followerAnswered[3], 0) << "a status alone is no count";
+    after(1);
+    const time_t answered = m_clock.now();
+    EXPECT_EQ(m_leader.followerAnswered[3], answered);
+    camera.answers["get_total_crowd"] = "";
+    after(3);
+    EXPECT_EQ(m_leader.followerCrowdCount[3], -1);
+    EXPECT_EQ(m_leader.followerAnswered[3], answered) << "no answer is none";
+    EXPECT_EQ(m_leader.followerAnswered[0], 0);
+}
+
 TEST_F(Polling, AddsNothingForAnOccupancyBelowOne) {
     follow(0, "0");
     follow(1, "-7");

@@ -80,6 +80,7 @@ void expectEveryGetAction(const CameraAccess& camera) {
         {"get_crowd_3", "text/plain", "0"},
         {"get_occupancy_count", "text/plain", "[0-9]+"},
         {"get_passages", "text/plain", "[0-9]+(,[0-9]+){5}"},
+        {"get_follower_ages", "text/plain", "-?[0-9]+(,-?[0-9]+){9}"},
         {"get_total_occupancy", "text/plain", "[0-9]+"},
         {"reset_occupancy", "text/plain", "0"},
         {"get_occupancy_csv", "text/csv", "Date[^]*"},

@@ -75,6 +75,8 @@ TEST_F(Service, AnswersEveryGetAction) {
     m_metrics.occupancyCount = 2147483647;
     m_metrics.passages[0] = 20;
     m_metrics.passages[5] = 7;
+    m_leaderMetrics.followerAnswered[1] = m_clock.now() - 75;
+    m_leaderMetrics.followerAnswered[9] = m_clock.now() + 1;
     const struct {
         const char* action;
         std::string answer;
@@ -90,6 +92,7 @@ TEST_F(Service, AnswersEveryGetAction) {
         {"get_crowd_3", plain("-3")},
         {"get_occupancy_count", plain("2147483647")},
         {"get_passages", plain("20,0,0,0,0,7")},
+        {"get_follower_ages", plain("-1,75,-1,-1,-1,-1,-1,-1,-1,0")},
         {"get_total_occupancy", plain("22")},
         {"get_data_panel_info", "Status: 200 OK\r\nContent-Type: text/xml\r\n\r\n" + m_settings.get_data_panel_info()},
         {"get_analysis_resolution", plain("960x540")},

@@ -1,4 +1,4 @@
-import { webService } from '../camera';
+import { loginCheck, webService } from '../camera';
 
 /** Why the camera gave no answer. */
 export type Trouble = 'signedOut' | 'restarting' | 'unreachable' | 'refused';
@@ -32,6 +32,25 @@ export function troubleOf(status: number): Trouble {
   if (status === 401) return 'signedOut';
   // The web server answers so while the application behind it is being started again.
   return status >= 502 && status <= 504 ? 'restarting' : 'refused';
+}
+
+/**
+ * Waits until the login is accepted. A browser may ask its user for it meanwhile, for minutes, and would stop asking were
+ * the request given up: `asks` is called when that seems to be so. Throws CameraError.
+ */
+export async function signIn(asks: () => void): Promise<void> {
+  const noAnswer = new AbortController();
+  const timer = setTimeout(async () => {
+    // Without a login the web server refuses at once, if it is there.
+    const refused = await fetch(loginCheck, { cache: 'no-store', credentials: 'omit', signal: AbortSignal.timeout(kMostWait) }).catch(() => null);
+    if (refused?.status === 401) asks();
+    else noAnswer.abort(new DOMException('', 'TimeoutError'));
+  }, kMostWait);
+  try {
+    await request(loginCheck, { signal: noAnswer.signal });
+  } finally {
+    clearTimeout(timer);
+  }
 }
 
 export function actionAddress(action: string): string {

@@ -65,28 +65,62 @@ export function leavesPicture(polygon: Point[], size: Size): boolean {
   return polygon.some((p) => p.x < 0 || p.y < 0 || p.x > size.width || p.y > size.height);
 }
 
-function convexHull(points: Point[]): Point[] {
-  const sorted = [...points].sort((a, b) => a.x - b.x || a.y - b.y);
-  const half = (ordered: Point[]) => {
-    const chain: Point[] = [];
-    for (const p of ordered) {
-      while (chain.length > 1 && cross(chain[chain.length - 2], chain[chain.length - 1], p) <= 0) chain.pop();
-      chain.push(p);
-    }
-    return chain.slice(0, -1);
-  };
-  return [...half(sorted), ...half(sorted.reverse())];
+const distance = (a: Point, b: Point) => Math.hypot(b.x - a.x, b.y - a.y);
+
+/** Whether a point is inside or on the outline. */
+function holds(polygon: Point[], p: Point): boolean {
+  let inside = false;
+  for (let i = 0; i < polygon.length; ++i) {
+    const [a, b] = [polygon[i], polygon[(i + 1) % polygon.length]];
+    const edge = distance(a, b);
+    if (edge > 0 && Math.abs(cross(a, b, p)) / edge < 1e-6 && distance(a, p) + distance(p, b) < edge + 1e-6) return true;
+    if (a.y > p.y !== b.y > p.y && p.x < a.x + ((p.y - a.y) / (b.y - a.y)) * (b.x - a.x)) inside = !inside;
+  }
+  return inside;
 }
 
-/** The narrowest way across: the least distance of two parallel lines that hold the whole polygon between them. */
-export function narrowestWidth(polygon: Point[]): number {
-  const hull = convexHull(polygon);
-  if (hull.length < 3) return 0;
-  const widths = hull.map((a, i) => {
-    const b = hull[(i + 1) % hull.length];
-    return Math.max(...hull.map((p) => Math.abs(cross(a, b, p)))) / Math.hypot(b.x - a.x, b.y - a.y);
-  });
-  return Math.min(...widths);
+/** Corners that are nearer to one another than so many pixels count as one. */
+function joined(polygon: Point[], spot: number): Point[] {
+  const corners: Point[] = [];
+  for (const p of polygon) {
+    if (corners.length === 0 || distance(corners[corners.length - 1], p) >= spot) corners.push(p);
+  }
+  while (corners.length > 1 && distance(corners[0], corners[corners.length - 1]) < spot) corners.pop();
+  return corners;
+}
+
+/**
+ * The narrowest passage through a polygon that does not cross itself: the shortest way inside it from a corner to a
+ * facing side, or from one dent to another. Sides that meet in a corner do not face one another, so that a corner is not
+ * narrow for running to a point; nor is one that is cut off by less than `spot` pixels. 0 when nothing is left.
+ */
+export function narrowestPassage(polygon: Point[], spot: number): number {
+  const corners = joined(polygon, spot);
+  const n = corners.length;
+  if (n < 3) return 0;
+  const turn = Math.sign(corners.reduce((sum, p, i) => sum + cross({ x: 0, y: 0 }, p, corners[(i + 1) % n]), 0));
+  const isDent = (i: number) => cross(corners[(i + n - 1) % n], corners[i], corners[(i + 1) % n]) * turn < 0;
+  const areNeighbours = (i: number, j: number) => (i + 1) % n === j || (j + 1) % n === i;
+  let narrowest = Infinity;
+  const consider = (from: Point, to: Point, beside: Point = { x: 0, y: 0 }) => {
+    const width = distance(from, to);
+    if (width < narrowest && holds(corners, { x: (from.x + to.x) / 2 + beside.x, y: (from.y + to.y) / 2 + beside.y })) narrowest = width;
+  };
+  for (let i = 0; i < n; ++i) {
+    const p = corners[i];
+    for (let j = 0; j < n; ++j) {
+      const k = (j + 1) % n;
+      if (i === j || i === k) continue;
+      const [a, b] = [corners[j], corners[k]];
+      const along = ((p.x - a.x) * (b.x - a.x) + (p.y - a.y) * (b.y - a.y)) / distance(a, b) ** 2;
+      // Square to the side, where that meets it; at its end it has to be inside a little before that.
+      const before = along < 1e-9 ? 1e-3 : along > 1 - 1e-9 ? -1e-3 : 0;
+      const foot = { x: a.x + along * (b.x - a.x), y: a.y + along * (b.y - a.y) };
+      if (along > -1e-9 && along < 1 + 1e-9) consider(p, foot, { x: before * (b.x - a.x), y: before * (b.y - a.y) });
+      else if (isDent(i) && isDent(j) && !areNeighbours(i, j)) consider(p, a);
+    }
+  }
+  return narrowest === Infinity ? 0 : narrowest;
 }
 
 const kSecondsAcrossPicture = 4;

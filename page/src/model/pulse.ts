@@ -1,5 +1,5 @@
-import { ask, CameraError, Trouble } from './api';
-import { Panel, Passed, passagesBetween, readInteger, readPanel, readPassages } from './readers';
+import { ask, CameraError, signIn, Trouble } from './api';
+import { Panel, Passed, passagesBetween, readAges, readInteger, readPanel, readPassages } from './readers';
 import { Store } from './store';
 
 export type Connection = 'asking' | 'ok' | Trouble;
@@ -13,6 +13,8 @@ export interface Passage extends Passed {
 const kInterval = 1000;
 const kIntervalInTrouble = 2000;
 const kPassagesKept = 8;
+/** On which the tabs of a browser tell one another that the camera lets them in. */
+const kChannel = 'senvo-signed-in';
 
 /** The camera's live figures, asked for every second while somebody looks. */
 export class Pulse extends Store {
@@ -27,41 +29,68 @@ export class Pulse extends Store {
   /** Counted since the page was opened. */
   cameIn = 0;
   wentOut = 0;
-  /** When each camera of the panel last had an answer, in milliseconds of performance.now(). */
-  answered = new Map<number, number>();
+  /** Seconds since each follower last told this camera its counts, the first follower first; null when it has not. */
+  ages: (number | null)[] = [];
   /** Rises whenever the camera is there again. */
   generation = 0;
   private counted: number[] | null = null;
   private timer: ReturnType<typeof setTimeout> | undefined;
+  private beating = false;
+  private readonly otherTabs = new BroadcastChannel(kChannel);
 
   start(): void {
+    // Who comes back to the page may have signed in elsewhere, or is asked for the login then.
     document.addEventListener('visibilitychange', () => {
-      if (!document.hidden) this.beat();
+      if (!document.hidden) void this.beat();
     });
-    this.beat();
+    this.otherTabs.onmessage = () => {
+      if (this.connection === 'signedOut') void this.beat();
+    };
+    void this.beat();
+  }
+
+  /** Asks once more after the camera has refused the login: the browser asks its user for it by itself. */
+  signIn(): void {
+    void this.beat();
   }
 
   private async beat(): Promise<void> {
+    if (this.beating) return;
     clearTimeout(this.timer);
-    // Asking while signed out makes the browser ask for a login each time.
-    if (document.hidden || this.connection === 'signedOut') return;
+    if (document.hidden) return;
+    this.beating = true;
     try {
+      if (this.connection !== 'ok') await signIn(() => this.saySignedOut());
       await this.askAll();
-      if (this.connection !== 'ok') ++this.generation;
+      if (this.connection !== 'ok') {
+        ++this.generation;
+        this.otherTabs.postMessage('');
+      }
       this.connection = 'ok';
     } catch (error) {
       this.connection = error instanceof CameraError ? error.trouble : 'unreachable';
       this.forget();
     }
+    this.beating = false;
     this.changed();
-    clearTimeout(this.timer);
-    this.timer = setTimeout(() => this.beat(), this.connection === 'ok' ? kInterval : kIntervalInTrouble);
+    // Signed out, every question would make the browser ask for the login anew: then only somebody's coming asks.
+    if (this.connection !== 'signedOut') {
+      this.timer = setTimeout(() => this.beat(), this.connection === 'ok' ? kInterval : kIntervalInTrouble);
+    }
+  }
+
+  /** The browser is asking its user for the login. */
+  private saySignedOut(): void {
+    this.connection = 'signedOut';
+    this.forget();
+    this.changed();
   }
 
   /** What the camera said before is no longer shown as if it were so now. */
   private forget(): void {
     this.occupancy = this.buildingCrowd = this.cycleTime = null;
     this.crowd = [null, null, null];
+    this.ages = [];
     this.panel = this.panel && {
       occupancy: null,
       cameras: this.panel.cameras.map((camera) => ({ ...camera, status: '', crowd: null })),
@@ -69,14 +98,16 @@ export class Pulse extends Store {
   }
 
   private async askAll(): Promise<void> {
-    const [panel, occupancy, passages, building, crowd2, crowd3, cycleTime] = await Promise.all([
-      ask('get_data_panel_info'),
+    // One first: were the login refused, each would ask for it.
+    const panel = await ask('get_data_panel_info');
+    const [occupancy, passages, building, crowd2, crowd3, cycleTime, ages] = await Promise.all([
       ask('get_occupancy_count'),
       ask('get_passages'),
       ask('get_total_crowd'),
       ask('get_crowd_2'),
       ask('get_crowd_3'),
       ask('get_execution_time'),
+      ask('get_follower_ages'),
     ]);
     this.panel = readPanel(panel);
     this.occupancy = readInteger(occupancy);
@@ -88,9 +119,7 @@ export class Pulse extends Store {
     const first = all === null ? null : Math.max(0, all - (second ?? 0) - (third ?? 0));
     this.crowd = [first, second, third];
     this.cycleTime = readInteger(cycleTime);
-    for (const camera of this.panel.cameras) {
-      if (camera.crowd !== null && answers(camera.status)) this.answered.set(camera.index, performance.now());
-    }
+    this.ages = readAges(ages);
   }
 
   private note(counted: number[] | null): void {

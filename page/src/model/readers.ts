@@ -41,6 +41,15 @@ export function readPassages(text: string): number[] | null {
   return counts.length === 6 && counts.every((count) => count !== null) ? (counts as number[]) : null;
 }
 
+/** Seconds since each follower last told its counts, the first follower first; null for one that has not. */
+export function readAges(text: string): (number | null)[] {
+  const ages = text.split(',').map(readInteger);
+  return Array.from({ length: kFollowers }, (_, i) => {
+    const age = ages.length === kFollowers ? ages[i] : null;
+    return age === null || age < 0 ? null : age;
+  });
+}
+
 /** What has happened between two answers; nothing when the camera was started anew in between. */
 export function passagesBetween(before: number[] | null, after: number[] | null): Passed[] {
   if (!before || !after || after.some((count, i) => count < before[i])) return [];

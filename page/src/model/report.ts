@@ -150,9 +150,9 @@ export type Split = 'place' | 'objectClass' | 'camera' | 'none';
 export interface Question {
   measure: Measure;
   split: Split;
-  /** Only this camera or class; "" for all. */
-  camera: string;
-  objectClass: string;
+  /** Only this camera or class; null for all. A camera's name may be "". */
+  camera: string | null;
+  objectClass: string | null;
   /** Seconds, from the first to before the second. */
   from: number;
   to: number;
@@ -187,8 +187,8 @@ export function answer(report: Report, question: Question): Answer {
   const chosen = report.columns.filter(
     (column) =>
       column.measure === question.measure &&
-      (!question.camera || column.camera === question.camera) &&
-      (!question.objectClass || column.objectClass === question.objectClass),
+      (question.camera === null || column.camera === question.camera) &&
+      (question.objectClass === null || column.objectClass === question.objectClass),
   );
   const groups = new Map<string, Int32Array[]>();
   for (const column of chosen) {
@@ -216,4 +216,35 @@ export function answer(report: Report, question: Question): Answer {
   }
   series.sort((a, b) => (a.key < b.key ? -1 : 1));
   return { times, series };
+}
+
+export interface PassedThrough {
+  entries: number;
+  exits: number;
+}
+
+const kDay = 86_400;
+
+/** The day of a moment by this device's clock, in seconds as the report counts them. */
+export function dayOf(moment: Date): number {
+  return Date.UTC(moment.getFullYear(), moment.getMonth(), moment.getDate()) / 1000;
+}
+
+/**
+ * What went through each entrance of a camera on a day, by the entrance's number; null when the report has no row of that
+ * day. A camera whose clock is ahead may already be in the next one.
+ */
+export function passedOn(report: Report, camera: string, day: number): Map<string, PassedThrough> | null {
+  const last = report.times.length > 0 ? report.times[report.times.length - 1] : -Infinity;
+  const from = Math.max(day, Math.floor(last / kDay) * kDay);
+  if (last < from) return null;
+  const sums = new Map<string, PassedThrough>();
+  for (const measure of ['entries', 'exits'] as const) {
+    for (const { key, values } of answer(report, { measure, split: 'place', camera, objectClass: null, from, to: Infinity, bucket: 0 }).series) {
+      const sum = sums.get(key) ?? { entries: 0, exits: 0 };
+      sum[measure] = values.reduce((all, value) => all + value, 0);
+      sums.set(key, sum);
+    }
+  }
+  return sums;
 }

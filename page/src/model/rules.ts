@@ -1,6 +1,10 @@
-/* What a setting may hold. The camera refuses a value that is no number and cuts a text at a "<", so this is the place. */
+/*
+ * What a setting may hold. The camera refuses a value that is no number and cuts a text at a "<", so this is the place.
+ * Types and ranges come from the manifest; what a text may hold is said here.
+ */
 
-import { texts } from '../texts/en';
+import { texts } from '../texts';
+import { Parameter, parameterOf } from './parameters';
 
 type Rule = (value: string) => string | null;
 
@@ -33,30 +37,22 @@ const address: Rule = (value) => {
 };
 
 const timeOfDay: Rule = (value) => (/^([01]\d|2[0-3]):[0-5]\d$/.test(value) ? null : texts.rules.timeOfDay);
+const flag: Rule = (value) => (value === '0' || value === '1' ? null : texts.rules.flag);
 
-export const ranges = {
-  Sensitivity: [0, 1],
-  MaxDisappear: [0, 100],
-  MinNumberOfPeopleForTrigger: [0, 100],
-  Occupants: [0, 1_000_000],
-  RepInt: [1, 1440],
-  ThreshSeconds: [0, 86_400],
-} as const;
-
-const rules: [RegExp, Rule][] = [
-  [/^Sensitivity$/, number(...ranges.Sensitivity, false)],
-  [/^MaxDisappear$/, number(...ranges.MaxDisappear, false)],
-  [/^MinNumberOfPeopleForTrigger$/, number(...ranges.MinNumberOfPeopleForTrigger, true)],
-  [/^Occupants$/, number(...ranges.Occupants, true)],
-  [/^RepInt$/, number(...ranges.RepInt, true)],
-  [/^Detection[123]ThreshSeconds$/, number(...ranges.ThreshSeconds, true)],
-  [/^OccAutoResTime$/, timeOfDay],
+const ofTexts: [RegExp, Rule][] = [
   [/^(CamName|FO\d+_Name)$/, name],
   [/^FO\d+_IP$/, address],
-  [/^FO\d+_(Login|Pwd)$/, text],
 ];
+
+function ruleOf(tag: string, { type, range, unit }: Parameter): Rule {
+  if (type === 'bool') return flag;
+  if (range) return number(range[0], range[1], type === 'integer');
+  if (unit === 'hh:mm') return timeOfDay;
+  return ofTexts.find(([pattern]) => pattern.test(tag))?.[1] ?? text;
+}
 
 /** Why a setting cannot hold the value, in words; null when it can. */
 export function problemOf(tag: string, value: string): string | null {
-  return rules.find(([pattern]) => pattern.test(tag))?.[1](value) ?? null;
+  const parameter = parameterOf(tag);
+  return parameter ? ruleOf(tag, parameter)(value) : null;
 }

@@ -5,8 +5,9 @@
 
 import { Point, Size } from './geometry';
 import { kFollowers, readElements, readInteger } from './readers';
+import { kCycle, parameterOf } from './parameters';
 import { problemOf } from './rules';
-import { texts } from '../texts/en';
+import { texts } from '../texts';
 
 export type Values = ReadonlyMap<string, string>;
 
@@ -44,6 +45,26 @@ export function uploadBody(values: Values): string {
 export function differences(one: Values, other: Values): string[] {
   const tags = new Set([...one.keys(), ...other.keys()]);
   return [...tags].filter((tag) => tag !== kDownloadOnly && one.get(tag) !== other.get(tag));
+}
+
+/** Whether the camera may write a value that it was sent in this way: numbers and corners come back in its own form. */
+export function isWritten(tag: string, sent: string, back: string, size: Size): boolean {
+  if (sent === back) return true;
+  const coordinate = /^(?:Detection|Exclusion|Entrance)\d_(\d+)$/.exec(tag);
+  if (coordinate) {
+    const length = Number(coordinate[1]) % 2 === 0 ? size.width : size.height;
+    return sent !== '' && back !== '' && pixelOf(sent, length) === pixelOf(back, length);
+  }
+  const range = parameterOf(tag)?.range;
+  if (!range || sent === '' || back === '') return false;
+  // Seconds are cut to whole cycles, scores to six digits.
+  const step = tag === 'MaxDisappear' ? kCycle / 1000 : 1e-5;
+  return Math.abs(Number(sent) - Number(back)) < step;
+}
+
+/** The edits that are left to make of settings that have changed underneath: what is now as it was wanted is none. */
+export function rebased(loaded: Values, edits: Values): Values {
+  return edited(loaded, new Map(), edits);
 }
 
 export function withEdits(values: Values, edits: Values): Values {
@@ -109,4 +130,17 @@ export function polygonChanges(loaded: Values, kind: AreaKind, number: number, p
       return [tag, before !== undefined && pixelOf(before, length) === pixel ? before : fractionOf(pixel, length)];
     }),
   );
+}
+
+/**
+ * Why nobody is hidden although that is wanted; null when they are, or need not be. The camera draws on a stream of the
+ * analysis' size, or else of the overlays', as if it had not been chosen for hiding.
+ */
+export function whyNobodyIsHidden(values: Values, analysis: Size): 'noStream' | 'analysis' | 'overlays' | null {
+  const isOn = (tag: string) => values.get(tag) === '1';
+  if (!isOn('AnonOverlaysOn')) return null;
+  const stream = values.get('SelectedAnonOverlay') ?? '';
+  if (!stream) return 'noStream';
+  if (stream === `${analysis.width}x${analysis.height}`) return 'analysis';
+  return isOn('DetectionOverlaysOn') && stream === values.get('SelectedDetectionOverlay') ? 'overlays' : null;
 }

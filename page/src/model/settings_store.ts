@@ -2,7 +2,7 @@ import { ask, CameraError, post, Trouble } from './api';
 import { Point, Size } from './geometry';
 import { readResolution, readResolutions } from './readers';
 import {
-  AreaKind, differences, edited, polygonChanges, polygonOf, problems, readSettings, uploadBody, Values, withEdits,
+  AreaKind, differences, edited, isWritten, polygonChanges, polygonOf, problems, readSettings, rebased, uploadBody, Values, withEdits,
 } from './settings';
 import { Store } from './store';
 
@@ -23,6 +23,9 @@ export class SettingsStore extends Store {
   save: SaveState = { is: 'idle' };
   private history: Values[] = [];
   private lastKey = '';
+  private isSaving = false;
+  /** What was sent since the settings were last read: the camera may have it, even if its answer never came. */
+  private sent: [string, string][] = [];
 
   get values(): Values {
     return withEdits(this.loaded ?? new Map(), this.edits);
@@ -42,10 +45,9 @@ export class SettingsStore extends Store {
 
   async load(): Promise<void> {
     try {
-      const [loaded, resolution] = await Promise.all([ask('get_all_parameters').then(readSettings), ask('get_analysis_resolution')]);
-      if (!loaded) throw new CameraError('refused', 200);
-      this.loaded = loaded;
+      const [loaded, resolution] = await Promise.all([this.latest(), ask('get_analysis_resolution')]);
       this.size = readResolution(resolution) ?? kFallbackSize;
+      this.take(loaded);
       this.trouble = null;
     } catch (error) {
       this.trouble = error instanceof CameraError ? error.trouble : 'unreachable';
@@ -53,14 +55,13 @@ export class SettingsStore extends Store {
     this.changed();
   }
 
-  /** Changes settings. Changes in a row with the same key are one step for undo. */
+  /** Changes settings, also while others are being saved. Changes in a row with the same key are one step for undo. */
   change(changes: [string, string][], key = ''): void {
-    if (!this.loaded || this.save.is === 'saving') return;
+    if (!this.loaded) return;
     if (!key || key !== this.lastKey) this.history.push(this.edits);
     this.lastKey = key;
     this.edits = edited(this.loaded, this.edits, changes);
-    this.save = { is: 'idle' };
-    this.changed();
+    this.touched();
   }
 
   draw(kind: AreaKind, number: number, polygon: Point[], key = ''): void {
@@ -68,37 +69,35 @@ export class SettingsStore extends Store {
   }
 
   undo(): void {
-    if (this.save.is === 'saving') return;
     this.edits = this.history.pop() ?? this.edits;
     this.lastKey = '';
-    this.save = { is: 'idle' };
-    this.changed();
+    this.touched();
   }
 
   discard(): void {
     this.forget();
-    this.save = { is: 'idle' };
-    this.changed();
+    this.touched();
   }
 
   /** Sends the settings, unless somebody else has changed some since they were loaded. */
   async submit(): Promise<void> {
-    await this.saving(async () => {
+    await this.saving(async (mine) => {
       const latest = await this.latest();
-      const theirs = differences(this.loaded!, latest);
+      const theirs = differences(this.loaded!, latest).filter((tag) => !this.isMine(tag, latest.get(tag)));
       if (theirs.length > 0) this.save = { is: 'conflict', theirs, latest };
-      else await this.send(latest);
+      else await this.send(latest, mine);
     });
   }
 
   /** Sends what was changed here; what others changed elsewhere stays as they left it. */
   async saveMine(): Promise<void> {
-    await this.saving(async () => this.send(await this.latest()));
+    await this.saving(async (mine) => this.send(await this.latest(), mine));
   }
 
   takeTheirs(): void {
     if (this.save.is !== 'conflict') return;
     this.loaded = this.save.latest;
+    this.sent = [];
     this.forget();
     this.save = { is: 'idle' };
     this.changed();
@@ -116,25 +115,51 @@ export class SettingsStore extends Store {
     return latest;
   }
 
-  private async send(latest: Values): Promise<void> {
-    await post('set_post_parameters', uploadBody(withEdits(latest, this.edits)));
-    // From here on they are saved, even if the camera does not answer again.
-    this.loaded = withEdits(latest, this.edits);
-    this.forget();
-    this.save = { is: 'saved' };
-    this.loaded = await this.latest().catch(() => this.loaded);
+  /** Whether a value of the camera is one that was sent from here. */
+  private isMine(tag: string, value: string | undefined): boolean {
+    return value !== undefined && this.sent.some(([name, mine]) => name === tag && isWritten(tag, mine, value, this.size));
   }
 
-  private async saving(steps: () => Promise<void>): Promise<void> {
-    if (!this.loaded || this.save.is === 'saving') return;
+  private async send(latest: Values, mine: Values): Promise<void> {
+    const before = this.loaded!;
+    this.sent.push(...mine);
+    await post('set_post_parameters', uploadBody(withEdits(latest, mine)));
+    // From here on they are saved, even if the camera does not answer again. What was typed meanwhile is a change to them,
+    // also where it put something back.
+    const wanted = new Map([...mine.keys()].map((tag): [string, string] => [tag, before.get(tag) ?? '']));
+    this.loaded = withEdits(latest, mine);
+    this.edits = rebased(this.loaded, withEdits(wanted, this.edits));
+    this.history = this.edits.size > 0 ? [new Map()] : [];
+    this.lastKey = '';
+    await this.latest().then((written) => this.take(written), () => {});
+    this.save = { is: 'saved' };
+  }
+
+  /** Takes up the settings as the camera has them. */
+  private take(loaded: Values): void {
+    this.loaded = loaded;
+    this.edits = rebased(loaded, this.edits);
+    this.sent = [];
+  }
+
+  private async saving(steps: (mine: Values) => Promise<void>): Promise<void> {
+    if (!this.loaded || this.isSaving) return;
+    this.isSaving = true;
     this.save = { is: 'saving' };
     this.changed();
     try {
-      await steps();
+      await steps(this.edits);
     } catch (error) {
       const known = error instanceof CameraError ? error : new CameraError('unreachable', 0);
       this.save = { is: 'failed', trouble: known.trouble, status: known.status };
     }
+    this.isSaving = false;
+    this.changed();
+  }
+
+  /** Something was changed: what was said of the last save is no longer of interest. */
+  private touched(): void {
+    if (!this.isSaving) this.save = { is: 'idle' };
     this.changed();
   }
 

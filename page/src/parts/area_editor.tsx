@@ -2,7 +2,7 @@ import { useEffect, useRef, useState } from 'preact/hooks';
 import { centre, insidePicture, moved, Point, Size } from '../model/geometry';
 import { AreaKind, areaKinds, cornersTag, kMostCorners } from '../model/settings';
 import { settings, useSettings } from '../stores';
-import { texts } from '../texts/en';
+import { texts } from '../texts';
 import { Picture } from './picture';
 
 const t = texts.areas;
@@ -32,6 +32,9 @@ const kStep = 0.0025;
 const kBigStep = 0.025;
 const kGripRadius = 9;
 const kTouchRadius = 20;
+const kAddRadius = 7;
+/** About half a letter of an area's name, in pixels of the screen. */
+const kHalfLetter = 4.6;
 
 /** How many picture pixels one pixel of the screen is, so that grips stay as big as fingers. */
 function useScale(svg: { current: SVGSVGElement | null }, size: Size): number {
@@ -51,11 +54,10 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
   const { size } = store;
   const svg = useRef<SVGSVGElement>(null);
   const scale = useScale(svg, size);
+  const pressedAdd = useRef(false);
   const resolution = `${size.width}x${size.height}`;
   const shown = areaKinds.flatMap((kind) => [1, 2, 3].map((number) => ({ kind, number })))
     .filter(({ kind, number }) => store.values.get(`${kind}${number}_Active`) === '1' || isSelected(kind, number));
-  // What is worked on lies on top.
-  shown.sort((a, b) => Number(isSelected(a.kind, a.number)) - Number(isSelected(b.kind, b.number)));
 
   function isSelected(kind: AreaKind, number: number): boolean {
     return selected.kind === kind && selected.number === number;
@@ -67,12 +69,46 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     return { x: ((event.clientX - frame.left) / frame.width) * size.width, y: ((event.clientY - frame.top) / frame.height) * size.height };
   }
 
+  /**
+   * What a pointer means: of everything under it what belongs to the selected area, which others may cover. The areas keep
+   * their order, for whatever is moved in the document loses the focus and the pointer.
+   */
+  function meant(event: MouseEvent, what: string): Element | null {
+    const under = [event.target as Element, ...document.elementsFromPoint(event.clientX, event.clientY)];
+    const found = under.map((element) => element.closest(what)).filter((element) => element !== null && svg.current!.contains(element));
+    return found.find((element) => element!.closest('.selected')) ?? found[0] ?? null;
+  }
+
+  const partOf = ({ dataset }: SVGElement): Selected => ({
+    kind: dataset.kind as AreaKind,
+    number: Number(dataset.number),
+    corner: dataset.corner === undefined ? null : Number(dataset.corner),
+  });
+
+  /** Adds a corner where its sign was clicked. */
+  function click(event: MouseEvent): void {
+    // The end of a drag is a click, too. One without a pointer comes from a screen reader.
+    const sign = pressedAdd.current || event.detail === 0 ? (meant(event, '.add') as SVGElement | null) : null;
+    if (!sign) return;
+    const { kind, number, corner } = partOf(sign);
+    if (onAdd(kind, number, corner)) onSelect({ kind, number, corner: corner! + 1 });
+  }
+
   /** Follows the pointer until it is let go; one drag is one step for undo. */
-  function drag(event: PointerEvent, kind: AreaKind, number: number, corner: number | null): void {
+  function drag(event: PointerEvent): void {
     if (event.button !== 0) return;
+    const corner = meant(event, '.corner');
+    pressedAdd.current = !corner && meant(event, '.add') !== null;
+    const part = (corner ?? meant(event, 'polygon')) as SVGElement | null;
+    if (!part || pressedAdd.current) return;
     event.preventDefault();
-    const target = event.currentTarget as SVGElement;
-    target.focus({ preventScroll: true });
+    follow(event, part);
+  }
+
+  function follow(event: PointerEvent, part: SVGElement): void {
+    const { kind, number, corner } = partOf(part);
+    const target = svg.current!;
+    part.focus({ preventScroll: true });
     target.setPointerCapture(event.pointerId);
     onSelect({ kind, number, corner });
     const from = at(event);
@@ -108,7 +144,11 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     } else if (event.key === 'Insert' || event.key === '+') {
       onAdd(kind, number, corner);
     } else if ((event.key === 'Delete' || event.key === 'Backspace') && corner !== null) {
-      if (onRemove(kind, number, corner)) onSelect({ kind, number, corner: null });
+      if (onRemove(kind, number, corner)) {
+        onSelect({ kind, number, corner: null });
+        // The corner is gone, and with it the focus.
+        svg.current!.querySelector<SVGElement>(`polygon[data-kind=${kind}][data-number="${number}"]`)!.focus({ preventScroll: true });
+      }
     } else {
       return;
     }
@@ -121,13 +161,14 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     const active = store.values.get(`${kind}${number}_Active`) === '1';
     const on = isSelected(kind, number);
     const middle = centre(polygon);
+    const halfName = Math.min(size.width / 2, kHalfLetter * name.length * scale);
+    const nameAt = Math.max(halfName, Math.min(size.width - halfName, middle.x));
     return (
       <g key={`${kind}${number}`} class={`area ${kind} ${active ? '' : 'off'} ${on ? 'selected' : ''}`} data-testid={`area-${kind}${number}`}>
         <polygon points={polygon.map((p) => `${p.x},${p.y}`).join(' ')} tabIndex={0} role="button" aria-label={t.whole(name)} aria-describedby="areas-help"
-          onPointerDown={(event) => drag(event, kind, number, null)} onFocus={() => !on && onSelect({ kind, number, corner: null })}
-          onKeyDown={(event) => press(event, kind, number, null)} />
-        <text x={middle.x} y={middle.y} font-size={14 * scale} stroke-width={3 * scale} aria-hidden="true">{name}</text>
-        {on && polygon.map((p, i) => grips(kind, number, polygon, p, i))}
+          data-kind={kind} data-number={number} onFocus={() => !on && onSelect({ kind, number, corner: null })} onKeyDown={(event) => press(event, kind, number, null)} />
+        <text x={nameAt} y={middle.y} font-size={14 * scale} stroke-width={3 * scale} aria-hidden="true">{name}</text>
+        {on && <g id="grips">{polygon.map((p, i) => grips(kind, number, polygon, p, i))}</g>}
       </g>
     );
   }
@@ -140,12 +181,15 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     return (
       <g key={i}>
         {addable && (
-          <circle class="add" cx={(p.x + next.x) / 2} cy={(p.y + next.y) / 2} r={6 * scale} role="button" tabIndex={-1} aria-label={t.addHere(name, i + 1)}
-            onClick={() => { if (onAdd(kind, number, i)) onSelect({ kind, number, corner: i + 1 }); }} />
+          <g class="add" role="button" tabIndex={-1} aria-label={t.addHere(name, i + 1)} data-kind={kind} data-number={number} data-corner={i}
+            transform={`translate(${(p.x + next.x) / 2} ${(p.y + next.y) / 2}) scale(${scale})`}>
+            <circle r={kAddRadius} />
+            <path d="M-3.5 0h7M0 -3.5v7" />
+          </g>
         )}
         <g class={`corner ${selected.corner === i ? 'chosen' : ''}`} role="button" tabIndex={0} aria-describedby="areas-help" data-testid={`corner-${i + 1}`}
           aria-label={t.corner(name, i + 1, percent(p.x, size.width), percent(p.y, size.height))}
-          onPointerDown={(event) => drag(event, kind, number, i)} onFocus={() => onSelect({ kind, number, corner: i })}
+          data-kind={kind} data-number={number} data-corner={i} onFocus={() => onSelect({ kind, number, corner: i })}
           onKeyDown={(event) => press(event, kind, number, i)}>
           <circle class="touch" cx={p.x} cy={p.y} r={kTouchRadius * scale} />
           <circle class="grip" cx={p.x} cy={p.y} r={kGripRadius * scale} />
@@ -156,8 +200,11 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
 
   return (
     <Picture resolution={store.resolutions.includes(resolution) ? resolution : ''} size={size}>
-      <svg ref={svg} class="editor" viewBox={`0 0 ${size.width} ${size.height}`} preserveAspectRatio="none" role="group" aria-label={t.editor}>
+      <svg ref={svg} class="editor" viewBox={`0 0 ${size.width} ${size.height}`} preserveAspectRatio="none" role="group" aria-label={t.editor}
+        onPointerDown={drag} onClick={click}>
         {shown.map(({ kind, number }) => area(kind, number))}
+        {/* The grips of the selected area once more, on top of everything. */}
+        <use href="#grips" aria-hidden="true" pointer-events="none" />
       </svg>
     </Picture>
   );

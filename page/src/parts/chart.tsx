@@ -1,6 +1,11 @@
 import { useEffect, useRef } from 'preact/hooks';
 import uPlot from 'uplot';
 import 'uplot/dist/uPlot.min.css';
+import { axisLabels, dateTimeOf } from '../dates';
+import { useStore } from '../model/store';
+import { texts } from '../texts';
+import { theme } from '../theme';
+import { onPinch } from './pinch';
 
 export interface Line {
   label: string;
@@ -22,6 +27,8 @@ interface Props {
 
 const kHeight = 320;
 const kColours = 9;
+const kLeastLabelWidth = 76;
+const kHalfHour = 1800;
 
 /** Times are drawn as they are, without a time zone. */
 const zoneless = (seconds: number) => {
@@ -36,7 +43,7 @@ function colour(name: string): string {
 export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
   const place = useRef<HTMLDivElement>(null);
   const plot = useRef<uPlot | null>(null);
-  const theme = useTheme();
+  const { dark } = useStore(theme);
 
   useEffect(() => {
     const element = place.current!;
@@ -46,12 +53,15 @@ export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
       height: kHeight,
       tzDate: zoneless,
       legend: { live: true },
-      padding: [12, 16, 0, 0],
+      padding: [12, 24, 0, 0],
       cursor: { drag: { x: true, y: false, setScale: false } },
       scales: { y: { range: (_, __, most) => [0, Math.max(4, most * 1.1)] } },
-      axes: [axis, { ...axis, size: 48, incrs: [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10_000, 100_000, 1_000_000] }],
+      axes: [
+        { ...axis, space: kLeastLabelWidth, size: 52, values: (_, points, __, ___, apart) => axisLabels(points, apart) },
+        { ...axis, size: 56, incrs: [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10_000, 100_000, 1_000_000], values: (_, points) => points.map(String) },
+      ],
       series: [
-        { value: (_, seconds) => (seconds === null ? '–' : zoneless(seconds).toLocaleString()) },
+        { label: texts.reports.time, value: (_, seconds) => (seconds === null ? texts.reports.pointAt : dateTimeOf(seconds)) },
         ...lines.map((line, i) => ({
           label: line.label,
           stroke: colour(`--series-${(i % kColours) + 1}`),
@@ -59,6 +69,7 @@ export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
           width: bars ? 1 : 2,
           paths: bars ? uPlot.paths.bars!({ size: [0.7, 60] }) : uPlot.paths.stepped!({ align: 1 }),
           points: { show: times.length < 3 },
+          value: (_: uPlot, value: number | null) => (value === null ? '' : String(value)),
         })),
       ],
       hooks: {
@@ -71,28 +82,30 @@ export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
         ],
       },
     };
-    plot.current = new uPlot(options, [times, ...lines.map((line) => line.values)], element);
-    const observer = new ResizeObserver(() => plot.current?.setSize({ width: element.clientWidth, height: kHeight }));
+    const drawn = new uPlot(options, [times, ...lines.map((line) => line.values)], element);
+    plot.current = drawn;
+    const observer = new ResizeObserver(() => drawn.setSize({ width: element.clientWidth, height: kHeight }));
     observer.observe(element);
+    const letGo = onPinch(drawn.over, () => [drawn.scales.x.min!, drawn.scales.x.max!], ([from, to]) => {
+      const [first, last] = [times[0], times[times.length - 1]];
+      const wanted: [number, number] = [Math.max(first, from), Math.min(last, to)];
+      onWindow(wanted[0] <= first && wanted[1] >= last ? null : wanted);
+    });
     return () => {
+      letGo();
       observer.disconnect();
-      plot.current?.destroy();
+      drawn.destroy();
       plot.current = null;
     };
-  }, [times, lines, bars, theme]);
+  }, [times, lines, bars, dark]);
 
   useEffect(() => {
     if (times.length === 0) return;
-    const [min, max] = window ?? [times[0], times[times.length - 1]];
-    // A single point stands in the middle of an hour.
-    plot.current?.setScale('x', max > min ? { min, max } : { min: min - 1800, max: max + 1800 });
-  }, [times, lines, bars, theme, window]);
+    // A bar stands on the middle of its time, a single point in the middle of an hour.
+    const beside = times.length === 1 ? kHalfHour : bars ? (times[1] - times[0]) / 2 : 0;
+    const [min, max] = window ?? [times[0] - beside, times[times.length - 1] + beside];
+    plot.current?.setScale('x', { min, max });
+  }, [times, lines, bars, dark, window]);
 
-  return <div ref={place} class="chart" role="img" aria-label={label} onDblClick={() => onWindow(null)} />;
-}
-
-/** Changes whenever the colours do. */
-function useTheme(): string {
-  const dark = matchMedia('(prefers-color-scheme: dark)').matches;
-  return `${document.documentElement.dataset.theme} ${dark}`;
+  return <div ref={place} class="chart" role="group" aria-label={label} onDblClick={() => onWindow(null)} />;
 }

@@ -1,18 +1,29 @@
 import { ComponentChildren } from 'preact';
-import { useEffect, useId, useRef } from 'preact/hooks';
-import { texts } from '../texts/en';
+import { useId, useLayoutEffect, useRef } from 'preact/hooks';
+import { texts } from '../texts';
 
-/** A question in front of everything else. Escape is the same as cancelling. */
+/** Gives the focus back to what had it, or to the page's content where that is gone or takes none any more. */
+function giveBack(opener: Element | null): void {
+  (opener as HTMLElement | null)?.focus?.();
+  if (!opener || document.activeElement !== opener) document.getElementById('content')?.focus({ preventScroll: true });
+}
+
+/** A question in front of everything else. Escape is the same as cancelling. However it closes, its opener has the focus again. */
 export function Dialog({ title, children, onClose }: { title: string; children: ComponentChildren; onClose: () => void }) {
   const dialog = useRef<HTMLDialogElement>(null);
   const id = useId();
-  useEffect(() => {
-    const before = document.activeElement as HTMLElement | null;
-    dialog.current!.showModal();
-    return () => before?.focus?.();
+  useLayoutEffect(() => {
+    const opener = document.activeElement;
+    const shown = dialog.current!;
+    shown.showModal();
+    return () => {
+      // What lies behind takes no focus before the dialog is closed.
+      shown.close();
+      giveBack(opener === document.body ? null : opener);
+    };
   }, []);
   return (
-    <dialog ref={dialog} aria-labelledby={id} onClose={onClose}>
+    <dialog ref={dialog} aria-labelledby={id} onCancel={(event) => { event.preventDefault(); onClose(); }}>
       <h2 id={id}>{title}</h2>
       {children}
     </dialog>

@@ -1,14 +1,11 @@
-/* Controls that each show one setting and change it as it is typed. */
+/* Controls that each show one setting and change it as it is typed. Label, help, range and unit are those of the setting. */
 
 import { ComponentChildren } from 'preact';
 import { useId } from 'preact/hooks';
+import { helpOf, labelOf, plain } from '../model/fields';
+import { shownParameter } from '../model/parameters';
 import { useSettings } from '../stores';
-
-interface Named {
-  tag: string;
-  label: string;
-  help?: string;
-}
+import { texts } from '../texts';
 
 /** The setting's value, its problem, and how to change it. */
 function useSetting(tag: string) {
@@ -22,12 +19,20 @@ function useSetting(tag: string) {
   };
 }
 
-function Frame({ id, label, help, problem, changed, children }: {
-  id: string; label: string; help?: string; problem?: string; changed: boolean; children: ComponentChildren;
-}) {
+interface FrameProps {
+  id: string;
+  tag: string;
+  problem?: string;
+  changed: boolean;
+  /** In place of the setting's own help. */
+  help?: string;
+  children: ComponentChildren;
+}
+
+export function Frame({ id, tag, problem, changed, help = helpOf(tag), children }: FrameProps) {
   return (
     <div class={`field ${changed ? 'changed' : ''}`}>
-      <label for={id}>{label}</label>
+      <label for={id}>{labelOf(tag)}</label>
       <div class="control">{children}</div>
       {help && <p class="help" id={`${id}-help`}>{help}</p>}
       <p class="problem" id={`${id}-problem`} aria-live="polite">{problem}</p>
@@ -35,98 +40,95 @@ function Frame({ id, label, help, problem, changed, children }: {
   );
 }
 
-const described = (id: string, help?: string) => `${help ? `${id}-help ` : ''}${id}-problem`;
+export const described = (id: string) => `${id}-help ${id}-problem`;
 
-export function TextSetting({ tag, label, help, type = 'text', autocomplete = 'off' }: Named & { type?: string; autocomplete?: string }) {
+export function TextSetting({ tag, type = 'text' }: { tag: string; type?: string }) {
   const id = useId();
   const { value, problem, changed, set } = useSetting(tag);
   return (
-    <Frame {...{ id, label, help, problem, changed }}>
-      <input id={id} name={tag} type={type} value={value} autocomplete={autocomplete} spellcheck={false}
-        aria-invalid={!!problem} aria-describedby={described(id, help)}
+    <Frame {...{ id, tag, problem, changed }}>
+      <input id={id} name={tag} type={type} value={value} autocomplete="off" spellcheck={false}
+        aria-invalid={!!problem} aria-describedby={described(id)}
         onInput={(event) => set(event.currentTarget.value)} />
     </Frame>
   );
 }
 
-/** 0.350000 is how the camera writes 0.35. */
-const plain = (value: string) => (/^\d+\.\d+$/.test(value) ? String(Number(value)) : value);
-
-export function NumberSetting({ tag, label, help, unit, range, step, slider }: Named & {
-  unit?: string; range: readonly [number, number]; step?: number; slider?: boolean;
-}) {
+/** step: of a slider beside the number. */
+export function NumberSetting({ tag, step }: { tag: string; step?: number }) {
   const id = useId();
   const { value, loaded, problem, changed, set } = useSetting(tag);
+  const parameter = shownParameter(tag);
+  const [least, most] = parameter.range!;
+  const unit = texts.fields.units[parameter.unit] ?? '';
   const take = (event: { currentTarget: HTMLInputElement }) => {
     const typed = event.currentTarget.value.trim();
     set(typed === plain(loaded) ? loaded : typed);
   };
   const shown = changed ? value : plain(value);
   return (
-    <Frame {...{ id, label, help, problem, changed }}>
-      {slider && (
-        <input type="range" aria-label={label} min={range[0]} max={range[1]} step={step} value={shown} onInput={take} />
+    <Frame {...{ id, tag, problem, changed }} help={`${helpOf(tag)} ${texts.settings.usual(parameter.default)}`}>
+      {step !== undefined && (
+        <input type="range" aria-label={labelOf(tag)} min={least} max={most} step={step} value={shown} onInput={take} />
       )}
       <input id={id} name={tag} type="text" inputMode="decimal" class="number" value={shown} autocomplete="off"
-        aria-invalid={!!problem} aria-describedby={described(id, help)} onInput={take} />
+        aria-invalid={!!problem} aria-describedby={described(id)} onInput={take} />
       {unit && <span class="unit">{unit}</span>}
     </Frame>
   );
 }
 
-export function SwitchSetting({ tag, label, help, name }: Named & { /** for screen readers, where the label is short */ name?: string }) {
+/** name: for screen readers, where the label is short. plain: without a help of its own, as one of many. */
+export function SwitchSetting({ tag, name, plain = false }: { tag: string; name?: string; plain?: boolean }) {
   const id = useId();
   const { value, changed, set } = useSetting(tag);
   return (
     <div class={`field switch ${changed ? 'changed' : ''}`}>
-      <label>
-        <input type="checkbox" name={tag} checked={value === '1'} aria-label={name} aria-describedby={help && `${id}-help`}
+      <label title={plain ? helpOf(tag) : undefined}>
+        <input type="checkbox" name={tag} checked={value === '1'} aria-label={name} aria-describedby={plain ? undefined : `${id}-help`}
           onChange={(event) => set(event.currentTarget.checked ? '1' : '0')} />
-        <span>{label}</span>
+        <span>{labelOf(tag)}</span>
       </label>
-      {help && <p class="help" id={`${id}-help`}>{help}</p>}
+      {!plain && <p class="help" id={`${id}-help`}>{helpOf(tag)}</p>}
     </div>
   );
 }
 
-export interface Choice {
-  value: string;
-  label: string;
-  help?: string;
-}
-
-export function ChoiceSetting({ tag, label, choices }: Named & { choices: Choice[] }) {
+/** helps: one for each choice. */
+export function ChoiceSetting({ tag, helps }: { tag: keyof typeof texts.fields.choices; helps: string[] }) {
   const id = useId();
   const { value, changed, set } = useSetting(tag);
   return (
     <fieldset class={`field ${changed ? 'changed' : ''}`}>
-      <legend>{label}</legend>
-      {choices.map((choice) => (
-        <div class="choice" key={choice.value}>
+      <legend>{labelOf(tag)}</legend>
+      <p class="help">{helpOf(tag)}</p>
+      {texts.fields.choices[tag].map((label, i) => (
+        <div class="choice" key={label}>
           <label>
-            <input type="radio" name={tag} value={choice.value} checked={value === choice.value}
-              aria-describedby={choice.help && `${id}-${choice.value}`} onChange={() => set(choice.value)} />
-            <span>{choice.label}</span>
+            <input type="radio" name={tag} value={i} checked={value === String(i)} aria-describedby={`${id}-${i}`} onChange={() => set(String(i))} />
+            <span>{label}</span>
           </label>
-          {choice.help && <p class="help" id={`${id}-${choice.value}`}>{choice.help}</p>}
+          <p class="help" id={`${id}-${i}`}>{helps[i]}</p>
         </div>
       ))}
     </fieldset>
   );
 }
 
-export function SelectSetting({ tag, label, help, choices }: Named & { choices: Choice[] }) {
+/** choices: value and text of each. warning: what is wrong with the choice, though it can be saved. */
+export function SelectSetting({ tag, choices, warning }: { tag: string; choices: [string, string][]; warning?: string }) {
   const id = useId();
   const { value, changed, set } = useSetting(tag);
-  const known = choices.some((choice) => choice.value === value);
+  const known = choices.some(([one]) => one === value);
   return (
-    <Frame {...{ id, label, help, changed }}>
-      <select id={id} name={tag} value={value} aria-describedby={described(id, help)} onChange={(event) => set(event.currentTarget.value)}>
+    <Frame {...{ id, tag, changed }}>
+      <select id={id} name={tag} value={value} aria-describedby={`${described(id)} ${id}-warning`} onChange={(event) => set(event.currentTarget.value)}>
         {!known && <option value={value}>{value}</option>}
-        {choices.map((choice) => (
-          <option key={choice.value} value={choice.value}>{choice.label}</option>
+        {choices.map(([one, text]) => (
+          <option key={one} value={one}>{text}</option>
         ))}
       </select>
+      <span id={`${id}-warning`} class="warning" role="status">{warning}</span>
     </Frame>
   );
 }

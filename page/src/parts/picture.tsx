@@ -2,28 +2,31 @@ import { ComponentChildren } from 'preact';
 import { useEffect, useRef, useState } from 'preact/hooks';
 import { liveImage, liveStream } from '../camera';
 import { Size } from '../model/geometry';
+import { pictures, StandsStill } from '../model/live_stream';
 import { usePulse } from '../stores';
-import { texts } from '../texts/en';
+import { texts } from '../texts';
 
 const kRetry = 4000;
 const kStillInterval = 1000;
+const kMostWait = 10_000;
 const kLongestReason = 160;
 
 /**
  * The live picture, with what is drawn on it. Where no stream comes, single pictures are fetched; where these do not
- * come either, words say why and it is tried again.
+ * come either, or the stream stands still, words say why and it is tried again.
  */
 export function Picture({ resolution, size, children }: { resolution: string; size: Size; children?: ComponentChildren }) {
   const { connection, generation } = usePulse();
-  const picture = usePicture(resolution, connection === 'ok', generation);
-  const words = connection === 'ok' ? picture.words : texts.connection[connection];
+  const image = useRef<HTMLImageElement>(null);
+  const words = usePicture(image, resolution, connection === 'ok', generation);
+  const said = connection === 'ok' ? words : texts.connection[connection];
   return (
     <div class={`picture ${children ? 'edited' : ''}`} style={{ aspectRatio: `${size.width} / ${size.height}`, maxWidth: `calc(75vh * ${size.width / size.height})` }}>
-      {picture.address && <img key={picture.address} ref={picture.image} src={picture.address} alt={texts.picture.label} draggable={false} onLoad={picture.came} onError={picture.failed} />}
-      {words && (
+      <img ref={image} hidden={said !== ''} alt={texts.picture.label} draggable={false} />
+      {said && (
         <div class="no-picture" role="status">
-          <strong>{connection === 'ok' && words !== texts.picture.loading ? texts.picture.none : ''}</strong>
-          <span>{words}</span>
+          <strong>{connection === 'ok' && said !== texts.picture.loading ? texts.picture.none : ''}</strong>
+          <span>{said}</span>
         </div>
       )}
       {children}
@@ -31,60 +34,94 @@ export function Picture({ resolution, size, children }: { resolution: string; si
   );
 }
 
-function usePicture(resolution: string, wanted: boolean, generation: number) {
-  const shown = useRef<HTMLImageElement | null>(null);
-  const image = useRef((element: HTMLImageElement | null) => {
-    // A stream that nobody shows any more would go on in the background.
-    if (!element) shown.current?.removeAttribute('src');
-    shown.current = element;
-  }).current;
-  const [address, setAddress] = useState('');
-  const [words, setWords] = useState(texts.picture.loading);
-  const fallBack = useRef(() => {});
-
+/** Shows pictures in an image as long as they are wanted; answers why none is seen, "" while one is. */
+function usePicture(image: { current: HTMLImageElement | null }, resolution: string, wanted: boolean, generation: number): string {
+  const [words, setWords] = useState<string>(texts.picture.loading);
   useEffect(() => {
-    if (!wanted) {
-      setAddress('');
-      setWords(texts.picture.loading);
-      return;
-    }
-    let over = false;
-    let timer: ReturnType<typeof setTimeout>;
-    let blob = '';
-    const still = async () => {
-      if (over) return;
-      let next = kRetry;
-      try {
-        const response = await fetch(liveImage(resolution), { cache: 'no-store', signal: AbortSignal.timeout(10_000) });
-        if (over) return;
-        if (response.ok) {
-          const fresh = URL.createObjectURL(await response.blob());
-          setAddress(fresh);
-          URL.revokeObjectURL(blob);
-          blob = fresh;
-          next = kStillInterval;
-        } else {
-          setAddress('');
-          setWords(await reasonOf(response));
-        }
-      } catch {
-        setAddress('');
-        setWords(texts.picture.lost);
-      }
-      if (!over) timer = setTimeout(document.hidden ? waitUntilSeen : still, next);
-    };
-    const waitUntilSeen = () => (document.hidden ? (timer = setTimeout(waitUntilSeen, kStillInterval)) : still());
-    fallBack.current = still;
     setWords(texts.picture.loading);
-    setAddress(liveStream(resolution));
-    return () => {
-      over = true;
-      clearTimeout(timer);
-      URL.revokeObjectURL(blob);
+    if (!wanted) return;
+    const over = new AbortController();
+    const say = (said: string) => {
+      if (!over.signal.aborted) setWords(said);
     };
+    void follow(image.current!, resolution, over.signal, say);
+    return () => over.abort();
   }, [resolution, wanted, generation]);
+  return words;
+}
 
-  return { address, words, image, came: () => setWords(''), failed: () => fallBack.current() };
+/** Fetches pictures until it is over: the stream, or single pictures where there is none. */
+async function follow(image: HTMLImageElement, resolution: string, over: AbortSignal, say: (words: string) => void): Promise<void> {
+  let streams = true;
+  while (!over.aborted) {
+    const outcome = await attempt(streams ? liveStream(resolution) : liveImage(resolution), image, over, () => say(''));
+    if (streams && outcome.refused) {
+      // Perhaps single pictures are to be had; they also say why there are none.
+      streams = false;
+      continue;
+    }
+    if (outcome.words) {
+      say(outcome.words);
+      streams = true;
+    }
+    await seenAgain(outcome.words ? kRetry : kStillInterval, over);
+  }
+}
+
+interface Outcome {
+  /** Why there is no picture, or none any more; "" when it ended well. */
+  words: string;
+  refused?: true;
+}
+
+/** Shows what an address answers, until that ends. */
+async function attempt(address: string, image: HTMLImageElement, over: AbortSignal, shown: () => void): Promise<Outcome> {
+  const giveUp = new AbortController();
+  const end = () => giveUp.abort();
+  over.addEventListener('abort', end);
+  const tooLong = setTimeout(end, kMostWait);
+  let words: string = texts.picture.noImage;
+  try {
+    const response = await fetch(address, { cache: 'no-store', signal: giveUp.signal });
+    if (!response.ok) return { words: await reasonOf(response), refused: true };
+    clearTimeout(tooLong);
+    for await (const picture of pictures(response, kMostWait)) {
+      if (over.aborted || document.hidden) return { words: '' };
+      await show(image, picture);
+      shown();
+      words = '';
+    }
+    return { words };
+  } catch (error) {
+    if (error instanceof StandsStill) return { words: texts.picture.stands(kMostWait / 1000) };
+    return { words: error instanceof DOMException && error.name === 'EncodingError' ? texts.picture.noImage : texts.picture.lost };
+  } finally {
+    clearTimeout(tooLong);
+    end();
+    over.removeEventListener('abort', end);
+  }
+}
+
+/** Throws when it is none. */
+async function show(image: HTMLImageElement, picture: Blob): Promise<void> {
+  const address = URL.createObjectURL(picture);
+  image.src = address;
+  try {
+    await image.decode();
+  } finally {
+    URL.revokeObjectURL(address);
+  }
+}
+
+/** Waits so many milliseconds, and then until somebody looks, or until it is over. */
+async function seenAgain(milliseconds: number, over: AbortSignal): Promise<void> {
+  do {
+    if (over.aborted) return;
+    await new Promise<void>((resolve) => {
+      const timer = setTimeout(resolve, milliseconds);
+      over.addEventListener('abort', () => { clearTimeout(timer); resolve(); }, { once: true });
+    });
+  } while (document.hidden);
 }
 
 async function reasonOf(response: Response): Promise<string> {

@@ -1,11 +1,12 @@
 import { useEffect, useState } from 'preact/hooks';
 import { actionAddress, ask, CameraError } from '../model/api';
 import { LogLevel, LogLine, readLog } from '../model/readers';
+import { whyNobodyIsHidden } from '../model/settings';
 import { Confirm } from '../parts/dialog';
 import { SelectSetting, SwitchSetting, TextSetting } from '../parts/fields';
 import { SettingsFrame } from '../parts/settings_frame';
 import { usePulse, useSettings } from '../stores';
-import { texts } from '../texts/en';
+import { texts } from '../texts';
 
 const t = texts.advanced;
 
@@ -18,15 +19,15 @@ export function AdvancedTab() {
           <div class="cards flow">
             <section class="card">
               <h2>{t.overlays}</h2>
-              <SwitchSetting tag="DetectionOverlaysOn" label={t.detectionOverlay} help={t.detectionOverlayHelp} />
-              <StreamChoice tag="SelectedDetectionOverlay" label={`${t.stream}: ${t.detectionOverlay.toLowerCase()}`} />
-              <SwitchSetting tag="AnonOverlaysOn" label={t.anonOverlay} help={t.anonOverlayHelp} />
-              <StreamChoice tag="SelectedAnonOverlay" label={`${t.stream}: ${t.anonOverlay.toLowerCase()}`} />
+              <SwitchSetting tag="DetectionOverlaysOn" />
+              <StreamChoice tag="SelectedDetectionOverlay" />
+              <SwitchSetting tag="AnonOverlaysOn" />
+              <HidingStreamChoice />
             </section>
             <section class="card">
               <h2>{t.reset}</h2>
-              <SwitchSetting tag="IsOccResOn" label={t.autoReset} help={t.autoResetHelp} />
-              <TextSetting tag="OccAutoResTime" label={t.resetTime} help={t.resetTimeHelp} type="time" />
+              <SwitchSetting tag="IsOccResOn" />
+              <TextSetting tag="OccAutoResTime" type="time" />
             </section>
             <Analysis />
           </div>
@@ -36,11 +37,17 @@ export function AdvancedTab() {
   );
 }
 
-function StreamChoice({ tag, label }: { tag: string; label: string }) {
+function StreamChoice({ tag, warning }: { tag: string; warning?: string }) {
   const { resolutions, loaded } = useSettings();
-  const choices = resolutions.map((value) => ({ value, label: `${value.replace('x', ' × ')} ${t.pixels}` }));
-  const none = loaded!.get(tag) ? [] : [{ value: '', label: t.noStream }];
-  return <SelectSetting tag={tag} label={label} choices={[...none, ...choices]} />;
+  const choices = resolutions.map((value): [string, string] => [value, `${value.replace('x', ' × ')} ${t.pixels}`]);
+  const none: [string, string][] = loaded!.get(tag) ? [] : [['', t.noStream]];
+  return <SelectSetting tag={tag} choices={[...none, ...choices]} warning={warning} />;
+}
+
+function HidingStreamChoice() {
+  const { values, size } = useSettings();
+  const why = whyNobodyIsHidden(values, size);
+  return <StreamChoice tag="SelectedAnonOverlay" warning={why ? t.hides[why] : ''} />;
 }
 
 function Analysis() {
@@ -53,7 +60,7 @@ function Analysis() {
         <div><dt>{t.resolution}</dt><dd data-testid="analysis-resolution">{size.width} × {size.height} {t.pixels}</dd></div>
         <div><dt>{t.executionTime}</dt><dd data-testid="execution-time">{cycleTime === null ? texts.unknown : t.milliseconds(cycleTime)}</dd></div>
       </dl>
-      <SwitchSetting tag="VerboseLog" label={t.verbose} help={t.verboseHelp} />
+      <SwitchSetting tag="VerboseLog" />
     </section>
   );
 }

@@ -1,16 +1,16 @@
 import { useState } from 'preact/hooks';
-import { crossesItself, leastCorner, leavesPicture, longestEdge, narrowestWidth, Point, stepPerCycle, withCornerAfter, withoutCorner } from '../model/geometry';
-import { ranges } from '../model/rules';
+import { helpOf } from '../model/fields';
+import { crossesItself, leastCorner, leavesPicture, longestEdge, narrowestPassage, Point, stepPerCycle, withCornerAfter, withoutCorner } from '../model/geometry';
+import { kCycle } from '../model/parameters';
 import { AreaKind, areaKinds, cornersTag, kAreas, kLeastCorners, kMostCorners, polygonChanges } from '../model/settings';
 import { SettingsStore } from '../model/settings_store';
 import { AreaEditor, Selected } from '../parts/area_editor';
 import { ChoiceSetting, NumberSetting, SwitchSetting } from '../parts/fields';
 import { SettingsFrame } from '../parts/settings_frame';
 import { pulse, settings, useSettings } from '../stores';
-import { texts } from '../texts/en';
+import { texts } from '../texts';
 
 const t = texts.areas;
-const kLeastCycle = 100;
 const areaNumbers = Array.from({ length: kAreas }, (_, i) => i + 1);
 
 export const activeTag = (kind: AreaKind, number: number) => `${kind}${number}_Active`;
@@ -23,7 +23,7 @@ export function AreasTab() {
         <div class="areas">
           <section class="card picture-card">
             <AreaEditor selected={selected} onSelect={setSelected} onAdd={addCorner} onRemove={removeCorner} />
-            <p class="help" id="areas-help">{t.intro}</p>
+            <p class="help" id="areas-help">{t.intro} <span class="keys">{t.keys}</span></p>
           </section>
           <div class="side column">
             <section class="card">
@@ -34,13 +34,11 @@ export function AreasTab() {
             </section>
           </div>
           <section class="card">
-            <ChoiceSetting tag="IsCameraInside" label={t.direction}
-              choices={[{ value: '0', label: t.outside, help: t.outsideHelp }, { value: '1', label: t.inside, help: t.insideHelp }]} />
+            <ChoiceSetting tag="IsCameraInside" helps={[t.outsideHelp, t.insideHelp]} />
           </section>
           <section class="card">
             <div class="with-sample">
-              <ChoiceSetting tag="LocatorAtBottom" label={t.locator}
-                choices={[{ value: '0', label: t.locatorCentre, help: t.locatorCentreHelp }, { value: '1', label: t.locatorBottom, help: t.locatorBottomHelp }]} />
+              <ChoiceSetting tag="LocatorAtBottom" helps={[t.locatorCentreHelp, t.locatorBottomHelp]} />
               <LocatorSample />
             </div>
           </section>
@@ -87,8 +85,9 @@ function AreaList({ selected, onSelect }: { selected: Selected; onSelect: (selec
               const active = store.values.get(activeTag(kind, number)) === '1';
               const chosen = selected.kind === kind && selected.number === number;
               const warned = active && warningsOf(store, kind, number).length > 0;
+              const name = [t.name[kind](number), ...(active ? [] : [t.off]), ...(warned ? [t.warned] : [])].join(', ');
               return (
-                <button key={number} type="button" aria-pressed={chosen} aria-label={`${t.name[kind](number)}${active ? '' : ` ${t.off}`}`} class={active ? '' : 'off'} onClick={() => onSelect({ kind, number, corner: null })}>
+                <button key={number} type="button" aria-pressed={chosen} aria-label={name} title={warned ? name : undefined} class={active ? '' : 'off'} onClick={() => onSelect({ kind, number, corner: null })}>
                   {number}{!active && <span class="muted"> {t.off}</span>}{warned && <span class="warned"> !</span>}
                 </button>
               );
@@ -109,11 +108,9 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
   return (
     <div data-testid="area-details">
       <h2>{name}</h2>
-      <p class="help">{t.purpose[kind]}</p>
-      <SwitchSetting key={activeTag(kind, number)} tag={activeTag(kind, number)} label={t.active} name={t.activeNamed(name)} />
-      {kind === 'Detection' && (
-        <NumberSetting key={number} tag={`Detection${number}ThreshSeconds`} label={t.dwell} help={t.dwellHelp} unit={t.dwellUnit} range={ranges.ThreshSeconds} />
-      )}
+      <SwitchSetting key={activeTag(kind, number)} tag={activeTag(kind, number)} name={t.activeNamed(name)} />
+      {kind === 'Detection' && <NumberSetting key={number} tag={`Detection${number}ThreshSeconds`} />}
+      {!cornersTag[kind] && <p class="help">{t.fourCorners}</p>}
       {cornersTag[kind] && (
         <div class="field">
           <span>{t.corners(corners)}</span>
@@ -122,7 +119,7 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
             <button type="button" disabled={corners <= kLeastCorners} title={t.removesElsewhere}
               onClick={() => removeCorner(kind, number, corner) && onSelect({ kind, number, corner: null })}>{t.removeCorner}</button>
           </div>
-          <p class="help">{t.shared[kind]} {t.removesElsewhere}</p>
+          <p class="help">{helpOf(cornersTag[kind])} {t.removesElsewhere}</p>
         </div>
       )}
       <div role="status">
@@ -136,11 +133,12 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
 
 function warningsOf(store: SettingsStore, kind: AreaKind, number: number): string[] {
   const polygon = store.polygon(kind, number);
-  const step = stepPerCycle(store.size, Math.max(kLeastCycle, pulse.cycleTime ?? 0));
+  const step = stepPerCycle(store.size, Math.max(kCycle, pulse.cycleTime ?? 0));
   const warnings = [];
   if (crossesItself(polygon)) warnings.push(t.warnings.crossing);
   if (leavesPicture(polygon, store.size)) warnings.push(t.warnings.leaving);
-  if (narrowestWidth(polygon) < step) warnings.push(t.warnings.small(Math.round(step)));
+  const narrowest = narrowestPassage(polygon, step / 2);
+  if (narrowest < step) warnings.push(t.warnings.small(Math.round(narrowest), Math.round(step)));
   return warnings;
 }
 
@@ -148,7 +146,7 @@ function LocatorSample() {
   const atBottom = useSettings().values.get('LocatorAtBottom') === '1';
   const y = atBottom ? 92 : 52;
   return (
-    <svg class="sample" viewBox="0 0 64 104" role="img" aria-label={`${t.sample}: ${atBottom ? t.locatorBottom : t.locatorCentre}`}>
+    <svg class="sample" viewBox="0 0 64 104" role="img" aria-label={`${t.sample}: ${texts.fields.choices.LocatorAtBottom[Number(atBottom)]}`}>
       <rect x="12" y="12" width="40" height="80" rx="2" class="box" />
       <path class="body" d="M32 20a7 7 0 110 14 7 7 0 010-14zM20 62c0-14 4-24 12-24s12 10 12 24zM24 62h16l-2 28h-5l-1-18-1 18h-5z" />
       <path class="cross" d={`M24 ${y}h16M32 ${y - 8}v16`} />

@@ -1,11 +1,10 @@
-import { useState } from 'preact/hooks';
+import { useId, useState } from 'preact/hooks';
 import { kFollowers } from '../model/readers';
-import { ranges } from '../model/rules';
-import { NumberSetting, SwitchSetting, TextSetting } from '../parts/fields';
+import { described, Frame, NumberSetting, SwitchSetting, TextSetting } from '../parts/fields';
 import { SettingsFrame } from '../parts/settings_frame';
 import { StatusBadge } from '../parts/status';
 import { settings, usePulse, useSettings } from '../stores';
-import { texts } from '../texts/en';
+import { texts } from '../texts';
 import { ageOf } from './live';
 
 const t = texts.cameras;
@@ -18,8 +17,8 @@ export function CamerasTab() {
           <section class="card">
             <h2>{t.own}</h2>
             <div class="grid">
-              <TextSetting tag="CamName" label={t.name} help={t.nameHelp} />
-              <NumberSetting tag="RepInt" label={t.period} help={t.periodHelp} unit={t.minutes} range={ranges.RepInt} />
+              <TextSetting tag="CamName" />
+              <NumberSetting tag="RepInt" />
             </div>
           </section>
           <section>
@@ -43,6 +42,8 @@ function Follower({ number }: { number: number }) {
   const [opened, setOpened] = useState(false);
   const value = (field: string) => store.values.get(`FO${number}_${field}`) ?? '';
   const used = value('Active') === '1' || fields.some((field) => value(field) !== '');
+  // What was open once stays open: an address that is typed anew is empty for a moment.
+  if (used && !opened) setOpened(true);
   const state = panel?.cameras[number];
   const tag = (field: string) => `FO${number}_${field}`;
   const empty = () => settings.change([...fields.map((field): [string, string] => [tag(field), '']), [tag('Active'), '0']]);
@@ -58,16 +59,16 @@ function Follower({ number }: { number: number }) {
           <span class="muted">{t.notUsed}</span>
         )}
       </div>
-      {used || opened ? (
+      {opened ? (
         <>
-          <SwitchSetting tag={tag('Active')} label={t.active} name={t.activeNamed(number)} />
-          <TextSetting tag={tag('Name')} label={t.name} />
-          <TextSetting tag={tag('IP')} label={t.address} help={t.addressHelp} />
+          <SwitchSetting tag={tag('Active')} name={t.activeNamed(number)} />
+          <TextSetting tag={tag('Name')} />
+          <TextSetting tag={tag('IP')} />
           <div class="grid">
-            <TextSetting tag={tag('Login')} label={t.login} />
+            <TextSetting tag={tag('Login')} />
             <Password tag={tag('Pwd')} />
           </div>
-          <button type="button" class="quiet" onClick={empty}>{t.empty}</button>
+          <button type="button" class="quiet" disabled={!used} onClick={empty}>{t.empty}</button>
         </>
       ) : (
         <button type="button" onClick={() => setOpened(true)}>{t.show}</button>
@@ -78,18 +79,16 @@ function Follower({ number }: { number: number }) {
 
 /** A stored password stays unseen; what is typed replaces it, and nothing typed leaves it as it is. */
 function Password({ tag }: { tag: string }) {
+  const id = useId();
   const store = useSettings();
   const stored = store.loaded!.get(tag) ?? '';
   const typed = store.edits.get(tag);
   const problem = store.problems.get(tag);
-  const emptied = typed === '';
   return (
-    <div class={`field ${typed !== undefined ? 'changed' : ''}`}>
-      <label for={tag}>{t.password}</label>
-      <input id={tag} name={tag} type="password" autocomplete="new-password" value={typed ?? ''}
-        placeholder={stored && !emptied ? t.stored : t.noPassword} aria-invalid={!!problem} aria-describedby={`${tag}-problem`}
+    <Frame id={id} tag={tag} problem={problem} changed={typed !== undefined}>
+      <input id={id} name={tag} type="password" autocomplete="new-password" value={typed ?? ''}
+        placeholder={stored && typed !== '' ? t.stored : t.noPassword} aria-invalid={!!problem} aria-describedby={described(id)}
         onInput={(event) => settings.change([[tag, event.currentTarget.value || stored]], tag)} />
-      <p class="problem" id={`${tag}-problem`} aria-live="polite">{problem}</p>
-    </div>
+    </Frame>
   );
 }

@@ -1,13 +1,14 @@
 import { useEffect, useMemo, useState } from 'preact/hooks';
 import { ask, CameraError } from '../model/api';
-import { readInteger } from '../model/readers';
-import { answer, Measure, Report } from '../model/report';
+import { shownParameter } from '../model/parameters';
+import { PanelCamera, readInteger } from '../model/readers';
+import { dayOf, passedOn } from '../model/report';
 import { Confirm, Question } from '../parts/dialog';
 import { Picture } from '../parts/picture';
 import { StatusBadge } from '../parts/status';
 import { answers } from '../model/pulse';
 import { pulse, reports, usePulse, useReports, useSettings } from '../stores';
-import { texts } from '../texts/en';
+import { texts } from '../texts';
 
 const t = texts.live;
 const number = (value: number | null) => (value === null ? texts.unknown : String(value));
@@ -30,10 +31,10 @@ export function LiveTab() {
 }
 
 function LivePicture() {
-  const { resolutions, size, values } = useSettings();
+  const { resolutions, size, loaded } = useSettings();
   const [chosen, setChosen] = useState<string | null>(null);
   // Overlays are drawn on the chosen stream and on the one that is analysed.
-  const drawn = values.get('DetectionOverlaysOn') === '1' ? values.get('SelectedDetectionOverlay')! : '';
+  const drawn = loaded?.get('DetectionOverlaysOn') === '1' ? loaded.get('SelectedDetectionOverlay')! : '';
   const usual = [drawn, `${size.width}x${size.height}`].find((entry) => resolutions.includes(entry)) ?? '';
   const resolution = chosen ?? usual;
   return (
@@ -65,7 +66,8 @@ function Figure({ label, value, off, testid }: { label: string; value: number | 
 
 function Figures() {
   const { occupancy, panel, crowd, buildingCrowd } = usePulse();
-  const { values } = useSettings();
+  // What the camera counts by, not what somebody is about to change.
+  const { loaded } = useSettings();
   return (
     <section class="card figures">
       <h2>{t.occupancy}</h2>
@@ -76,7 +78,7 @@ function Figures() {
       <h2>{t.crowd}</h2>
       <dl>
         {crowd.map((count, i) => (
-          <Figure key={i} label={t.area(i + 1)} value={count} off={values.get(`Detection${i + 1}_Active`) === '0'} testid={`crowd-${i + 1}`} />
+          <Figure key={i} label={t.area(i + 1)} value={count} off={loaded?.get(`Detection${i + 1}_Active`) === '0'} testid={`crowd-${i + 1}`} />
         ))}
         <Figure label={t.building} value={buildingCrowd} testid="crowd-building" />
       </dl>
@@ -84,32 +86,13 @@ function Figures() {
   );
 }
 
-/** What went through each entrance since midnight, by the reports; null when there is none of today. */
-function todayPerEntrance(report: Report | null, camera: string): Map<string, { entries: number; exits: number }> | null {
-  if (!report || report.times.length === 0) return null;
-  const midnight = Math.floor(report.times[report.times.length - 1] / 86_400) * 86_400;
-  const now = new Date();
-  const today = Date.UTC(now.getFullYear(), now.getMonth(), now.getDate()) / 1000;
-  // The camera's clock may be a time zone away from this device's.
-  if (midnight < today - 86_400) return null;
-  const sums = new Map<string, { entries: number; exits: number }>();
-  for (const measure of ['entries', 'exits'] as (Measure & ('entries' | 'exits'))[]) {
-    const { series } = answer(report, { measure, split: 'place', camera, objectClass: '', from: midnight, to: Infinity, bucket: 0 });
-    for (const { key, values } of series) {
-      const sum = sums.get(key) ?? { entries: 0, exits: 0 };
-      sum[measure] = values.reduce((all, value) => all + value, 0);
-      sums.set(key, sum);
-    }
-  }
-  return sums;
-}
-
 function Passages() {
   const { passages, cameIn, wentOut, panel, connection } = usePulse();
-  const { values } = useSettings();
+  const { loaded } = useSettings();
   const { report } = useReports();
-  const minutes = values.get('RepInt') ?? '';
-  const period = readInteger(minutes) ?? 15;
+  const stored = readInteger(loaded?.get('RepInt')) ?? 0;
+  // A period of 0 minutes would have the report fetched without end.
+  const period = stored > 0 ? stored : Number(shownParameter('RepInt').default);
   useEffect(() => {
     if (connection !== 'ok') return;
     const read = () => {
@@ -119,8 +102,9 @@ function Passages() {
     const timer = setInterval(read, 10_000);
     return () => clearInterval(timer);
   }, [connection, period]);
-  const camera = panel?.cameras[0].name ?? '';
-  const perEntrance = useMemo(() => todayPerEntrance(report, camera), [report, camera]);
+  const camera = panel?.cameras[0].name;
+  const today = dayOf(new Date());
+  const perEntrance = useMemo(() => (report && camera !== undefined ? passedOn(report, camera, today) : null), [report, camera, today]);
   return (
     <section class="card passages">
       <h2>{t.passages}</h2>
@@ -152,16 +136,25 @@ function Passages() {
       ) : (
         <p class="muted">{t.noReport}</p>
       )}
-      {minutes && <p class="help">{t.perEntranceNote(minutes)}</p>}
+      {loaded && <p class="help">{t.perEntranceNote(period)}</p>}
     </section>
   );
 }
 
+/** A leader asks every three seconds: what is younger than two rounds is as new as can be. */
+const kNewSeconds = 6;
+
+/** How old the counts of a camera are, 0 for this one, which counts itself. */
 export function ageOf(index: number): string {
-  const answered = pulse.answered.get(index);
-  if (answered === undefined) return t.never;
-  const seconds = Math.round((performance.now() - answered) / 1000);
-  return seconds < 5 ? t.justNow : t.secondsAgo(seconds);
+  if (pulse.connection !== 'ok') return texts.unknown;
+  const seconds = index === 0 ? 0 : (pulse.ages[index - 1] ?? null);
+  if (seconds === null) return t.never;
+  return seconds < kNewSeconds ? t.justNow : t.secondsAgo(seconds);
+}
+
+/** Whether the crowd of a camera is one that it has told. */
+function isCounted({ index, status }: PanelCamera): boolean {
+  return answers(status) && (index === 0 || (pulse.ages[index - 1] ?? null) !== null);
 }
 
 function Cameras() {
@@ -180,7 +173,7 @@ function Cameras() {
               <tr key={camera.index}>
                 <th scope="row">{camera.name || (camera.index === 0 ? texts.thisCamera : texts.follower(camera.index))}</th>
                 <td><StatusBadge status={camera.status || texts.unknown} /></td>
-                <td class="number">{number(answers(camera.status) ? camera.crowd : null)}</td>
+                <td class="number">{number(isCounted(camera) ? camera.crowd : null)}</td>
                 <td class="number">{ageOf(camera.index)}</td>
               </tr>
             ))}

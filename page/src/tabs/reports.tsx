@@ -1,9 +1,10 @@
 import { useEffect, useId, useMemo, useState } from 'preact/hooks';
+import { dateOf, dateTimeOf } from '../dates';
 import { actionAddress } from '../model/api';
 import { Answer, answer, Measure, measures, Report, Split } from '../model/report';
 import { Chart, Line, Window } from '../parts/chart';
 import { reports, useReports } from '../stores';
-import { texts } from '../texts/en';
+import { texts } from '../texts';
 
 const t = texts.reports;
 const kHour = 3600;
@@ -55,8 +56,8 @@ function Figures({ report }: { report: Report }) {
   const [split, setSplit] = useState<Split>('camera');
   const [span, setSpan] = useState<Span>('day');
   const [back, setBack] = useState(0);
-  const [camera, setCamera] = useState('');
-  const [objectClass, setObjectClass] = useState('');
+  const [camera, setCamera] = useState<string | null>(null);
+  const [objectClass, setObjectClass] = useState<string | null>(null);
   const [window, setWindow] = useState<Window>(null);
   const { times, columns } = report;
   const [from, to] = period(span, times[times.length - 1], times[0], back);
@@ -80,8 +81,8 @@ function Figures({ report }: { report: Report }) {
         <Pick label={t.measure} value={measure} options={measures.map((one) => [one, t.measures[one]])} onPick={setMeasure} />
         <Pick label={t.split} value={split} options={splits.map((one) => [one, t.splits[one]])} onPick={setSplit} />
         <Pick label={t.span} value={span} options={spans.map((one) => [one, t.spans[one]])} onPick={(one) => { setSpan(one); setBack(0); }} />
-        <Pick label={t.camera} value={camera} options={[['', t.allCameras], ...cameras.map((one): [string, string] => [one, one || t.unnamed])]} onPick={setCamera} />
-        <Pick label={t.objectClass} value={objectClass} options={[['', t.allClasses], ...classes.map((one): [string, string] => [one, t.classes[one] ?? one])]} onPick={setObjectClass} />
+        <Pick label={t.camera} value={camera} options={[[null, t.allCameras], ...cameras.map((one): [string, string] => [one, one || t.unnamed])]} onPick={setCamera} />
+        <Pick label={t.objectClass} value={objectClass} options={[[null, t.allClasses], ...classes.map((one): [string, string] => [one, t.classes[one] ?? one])]} onPick={setObjectClass} />
       </div>
       <section class="card">
         <div class="card-head">
@@ -93,7 +94,7 @@ function Figures({ report }: { report: Report }) {
             <button type="button" disabled={!window} onClick={() => setWindow(zoomed(shown, window, 2))}>{t.zoomOut}</button>
           </div>
         </div>
-        <p class="help">{t.perBucket[bucket]}{bucket > 0 && `: ${adds ? t.sum : t.highest}`}. {t.zoomHelp}</p>
+        <p class="help">{t.perBucket[bucket]}{bucket > 0 && `: ${adds ? t.sum : t.highest}`}. <span class="keys">{t.zoomHelp}</span><span class="touch">{t.zoomTouchHelp}</span></p>
         {shown.times.length > 0 && lines.length > 0 ? (
           <Chart label={t.chart(t.measures[measure], when)} times={shown.times} lines={lines} bars={adds && lines.length === 1} window={window} onWindow={setWindow} />
         ) : (
@@ -105,13 +106,13 @@ function Figures({ report }: { report: Report }) {
   );
 }
 
-function Pick<T extends string>({ label, value, options, onPick }: { label: string; value: T; options: [T, string][]; onPick: (value: T) => void }) {
+function Pick<T extends string | null>({ label, value, options, onPick }: { label: string; value: T; options: [T, string][]; onPick: (value: T) => void }) {
   const id = useId();
   return (
     <div class="pick">
       <label for={id}>{label}</label>
-      <select id={id} value={value} onChange={(event) => onPick(event.currentTarget.value as T)}>
-        {options.map(([key, text]) => <option key={key} value={key}>{text}</option>)}
+      <select id={id} value={options.findIndex(([key]) => key === value)} onChange={(event) => onPick(options[Number(event.currentTarget.value)][0])}>
+        {options.map(([key, text], i) => <option key={key} value={i}>{text}</option>)}
       </select>
     </div>
   );
@@ -123,9 +124,6 @@ function labelOf(key: string, split: Split, measure: Measure): string {
   if (split === 'none' || key === '0') return t.total;
   return measure === 'entries' || measure === 'exits' ? texts.live.entrance(Number(key)) : texts.live.area(Number(key));
 }
-
-const dateOf = (seconds: number) => new Date(seconds * 1000).toLocaleDateString(undefined, { timeZone: 'UTC', dateStyle: 'medium' });
-const timeOf = (seconds: number) => new Date(seconds * 1000).toLocaleString(undefined, { timeZone: 'UTC', dateStyle: 'medium', timeStyle: 'short' });
 
 /** The window made longer or shorter around its middle; null when it holds everything. */
 function zoomed({ times }: Answer, window: Window, factor: number): Window {
@@ -167,7 +165,7 @@ function Table({ times, lines, window, dayOnly }: { times: number[]; lines: Line
           <tbody>
             {shown.map((row) => (
               <tr key={row}>
-                <th scope="row">{dayOnly ? dateOf(times[row]) : timeOf(times[row])}</th>
+                <th scope="row">{dayOnly ? dateOf(times[row]) : dateTimeOf(times[row])}</th>
                 {lines.map((line, i) => <td key={i} class="number">{line.values[row]}</td>)}
               </tr>
             ))}

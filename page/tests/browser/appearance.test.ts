@@ -4,7 +4,7 @@ import { join } from 'node:path';
 import { gzipSync } from 'node:zlib';
 import { Page } from 'playwright-core';
 import { describe, expect, test } from 'vitest';
-import { eventually, expectText, isMissing, opened, screenshots, show, tabs, useBrowser } from './browser';
+import { eventually, expectText, isMissing, open, opened, screenshots, show, store, stored, tabs, useBrowser } from './browser';
 
 const kAxe = createRequire(import.meta.url).resolve('axe-core/axe.min.js');
 const kMostBytes = 150 * 1024;
@@ -45,6 +45,20 @@ async function unfold(page: Page, tab: (typeof tabs)[number]): Promise<void> {
   }
 }
 
+/** Takes the whole page, with its bars once and nothing behind them, and tells what is wrong with it. */
+async function picture(page: Page, name: string): Promise<string[]> {
+  const size = page.viewportSize()!;
+  const height = await page.evaluate(() => {
+    scrollTo(0, 0);
+    return document.documentElement.scrollHeight;
+  });
+  await page.setViewportSize({ width: size.width, height: Math.max(size.height, height) });
+  await page.screenshot({ path: join(screenshots, `${name}.png`) });
+  const found = await violations(page);
+  await page.setViewportSize(size);
+  return found;
+}
+
 describe.skipIf(isMissing)('Appearance', () => {
   useBrowser();
 
@@ -56,24 +70,125 @@ describe.skipIf(isMissing)('Appearance', () => {
       await unfold(page, tab);
       const wide = await page.evaluate(() => document.documentElement.scrollWidth - document.documentElement.clientWidth);
       if (wide > 0) found.push(`${tab} is ${wide} pixels too wide`);
-      found.push(...(await violations(page)).map((violation) => `${tab}: ${violation}`));
-      await page.screenshot({ path: join(screenshots, `${tab}-${device}-${scheme}.png`), fullPage: device === 'desktop' });
+      found.push(...(await picture(page, `${tab}-${device}-${scheme}`)).map((violation) => `${tab}: ${violation}`));
     }
     expect(found).toEqual([]);
   });
 
-  test.each(schemes)('questions and unsaved changes are clean, too: %s', async (scheme) => {
-    const page = await opened('live', { colorScheme: scheme });
+  test.each(looks)('questions, errors and warnings are clean, too: %s, %s', async (device, scheme) => {
+    const page = await opened('live', { viewport: devices[device], colorScheme: scheme, hasTouch: device === 'phone' });
+    const found: string[] = [];
+    const look = async (what: string) => {
+      found.push(...(await violations(page)).map((violation) => `${what}: ${violation}`));
+      await page.screenshot({ path: join(screenshots, `${what}-${device}-${scheme}.png`) });
+    };
+    const go = (tab: string) => page.evaluate((name) => (location.hash = `#/${name}`), tab);
     await page.getByRole('button', { name: 'Reset the building' }).click();
-    const found = await violations(page);
-    await page.screenshot({ path: join(screenshots, `question-${scheme}.png`) });
+    await look('question');
     await page.keyboard.press('Escape');
-    await show(page, 'detection');
+
+    await go('detection');
     await page.locator('input[name=Sensitivity]').fill('7');
-    await expectText(page, 'save-state', /to correct first/);
-    found.push(...(await violations(page)));
-    await page.screenshot({ path: join(screenshots, `unsaved-${scheme}.png`) });
+    await page.locator('input[name=Occupants]').fill('many');
+    await expectText(page, 'save-state', /2 values to correct first/);
+    await look('errors');
+    await page.locator('input[name=Sensitivity]').fill('0.5');
+    await page.locator('input[name=Occupants]').fill('60');
+
+    await go('areas');
+    await page.getByRole('button', { name: /^Entrance 1/ }).first().click();
+    const corner = page.getByTestId('area-Entrance1').locator('.corner').nth(1);
+    await corner.focus();
+    for (let i = 0; i < 40; ++i) await page.keyboard.press('Shift+ArrowLeft');
+    await page.getByTestId('warnings').locator('li').first().waitFor();
+    await look('warnings');
+
+    await go('advanced');
+    await page.getByLabel('Hide people', { exact: true }).check();
+    await page.locator('select[name=SelectedAnonOverlay]').selectOption('1280x720');
+    await page.locator('.warning').filter({ hasText: 'Nobody is hidden' }).scrollIntoViewIfNeeded();
+    await look('hiding');
+    await page.getByRole('button', { name: 'Clear log' }).click();
+    await look('clearing');
+    await page.keyboard.press('Escape');
+
+    await page.route('**/*action=set_post_parameters', (route) => route.fulfill({ status: 500 }));
+    await page.getByRole('button', { name: 'Save', exact: true }).click();
+    await page.getByRole('alert').filter({ hasText: 'Not saved' }).waitFor();
+    await look('not-saved');
+    await page.unroute('**/*action=set_post_parameters');
+    const held = await stored(page, 'VerboseLog');
+    await store(page, { VerboseLog: held === '1' ? '0' : '1' });
+    await page.getByRole('button', { name: 'Save', exact: true }).click();
+    await page.getByRole('dialog').waitFor();
+    await look('conflict');
+    await page.getByRole('dialog').getByRole('button', { name: 'Take theirs' }).click();
+    await store(page, { VerboseLog: held });
+
+    await page.route('**/*action=*', (route) => route.fulfill({ status: 503 }));
+    await page.getByRole('alert').filter({ hasText: 'The camera is restarting' }).waitFor();
+    await go('live');
+    await page.locator('.no-picture').waitFor();
+    await look('restarting');
     expect(found).toEqual([]);
+  });
+
+  test.each(looks)('charts of every kind are clean: %s, %s', async (device, scheme) => {
+    const day = (i: number) => new Date(Date.UTC(2026, 2, 1, 0, 15 * i)).toISOString().slice(0, 19).replace('T', ' ');
+    const figures = (i: number) => [Math.sin(i / 15) * 12 + 14, Math.sin(i / 9) * 7 + 9, Math.max(0, Math.sin(i / 15) * 4), Math.max(0, Math.cos(i / 15) * 3)].map(Math.round);
+    const csv = `Date,Occup_Person_Lobby,Occup_Person_Yard,Entrance1_Entrances_Person_Lobby,Entrance2_Entrances_Person_Lobby\n${Array.from({ length: 96 * 31 }, (_, i) => `${day(i)},${figures(i).join(',')}`).join('\n')}\n`;
+    const page = await open({ viewport: devices[device], colorScheme: scheme, hasTouch: device === 'phone' }, (one) =>
+      one.context().route('**/*action=get_occupancy_csv', (route) => route.fulfill({ contentType: 'text/csv', body: csv })));
+    await show(page, 'reports');
+    const found: string[] = [];
+    for (const [name, measure, split, span] of [['day', 'Occupancy', 'camera', 'a day'], ['week', 'Entries', 'area or entrance', 'a week'], ['month', 'Entries', 'all together', 'a month']] as const) {
+      await page.getByLabel('Show', { exact: true }).selectOption(measure);
+      await page.getByLabel('By', { exact: true }).selectOption(split);
+      await page.getByLabel('Over', { exact: true }).selectOption(span);
+      await page.locator('.chart canvas').waitFor();
+      found.push(...(await violations(page)).map((violation) => `${name}: ${violation}`));
+      await page.locator('.chart').scrollIntoViewIfNeeded();
+      await page.screenshot({ path: join(screenshots, `chart-${name}-${device}-${scheme}.png`) });
+    }
+    expect(found).toEqual([]);
+  });
+
+  test('what has the focus is not hidden behind the bars', async () => {
+    for (const [device, size] of Object.entries(devices)) {
+      const page = await opened('cameras', { viewport: size });
+      await page.locator('input[name=RepInt]').fill('9');
+      await page.locator('input[name=CamName]').focus();
+      const hidden: string[] = [];
+      for (let i = 0; i < 24; ++i) {
+        await page.keyboard.press('Tab');
+        const covered = await page.evaluate(() => {
+          const { activeElement } = document;
+          if (!activeElement || activeElement.closest('.save-bar, .tabs, .top')) return '';
+          const frame = activeElement.getBoundingClientRect();
+          const [top, bottom] = [document.querySelector('.top')!.getBoundingClientRect().bottom, document.querySelector('.save-bar')!.getBoundingClientRect().top];
+          return frame.top < top || frame.bottom > bottom ? `${activeElement.outerHTML.slice(0, 80)}: ${frame.top}..${frame.bottom}` : '';
+        });
+        if (covered) hidden.push(`${device}: ${covered}`);
+      }
+      expect(hidden).toEqual([]);
+    }
+  });
+
+  test('the page says its language, and hints for keys only where there are some', async () => {
+    const desk = await opened('areas');
+    expect(await desk.evaluate(() => document.documentElement.lang)).toBe('en');
+    await desk.getByText('With the keyboard').waitFor();
+    const phone = await opened('areas', { viewport: devices.phone, hasTouch: true, isMobile: true });
+    await phone.getByText('Drag corners').waitFor();
+    expect(await phone.getByText('With the keyboard').isVisible()).toBe(false);
+  });
+
+  test('the content is reached past the tabs', async () => {
+    const page = await opened('live');
+    await page.keyboard.press('Tab');
+    await page.keyboard.press('Enter');
+    expect(await page.evaluate(() => document.activeElement!.id)).toBe('content');
+    expect(new URL(page.url()).hash).toBe('#/live');
   });
 
   test('colours follow the device until they are chosen, and stay chosen', async () => {
@@ -88,6 +203,10 @@ describe.skipIf(isMissing)('Appearance', () => {
     expect(await ground()).toBe(light);
     await page.getByRole('button', { name: 'Colours: light' }).click();
     expect(await ground()).toBe(dark);
+    await page.getByRole('button', { name: 'Colours: dark' }).click();
+    await page.getByRole('button', { name: 'Colours: as the device' }).waitFor();
+    await page.emulateMedia({ colorScheme: 'light' });
+    expect(await ground()).toBe(light);
   });
 
   test('each tab has an address and is reached by the keyboard alone', async () => {

@@ -1,6 +1,6 @@
 import { Page } from 'playwright-core';
 import { describe, expect, test } from 'vitest';
-import { ask, eventually, expectText, isMissing, opened, save, show, store, stored, useBrowser } from './browser';
+import { ask, eventually, expectText, focused, isMissing, opened, save, show, store, stored, useBrowser } from './browser';
 
 const details = (page: Page) => page.getByTestId('area-details');
 const choose = (page: Page, kind: string, name: string) =>
@@ -108,6 +108,69 @@ describe.skipIf(isMissing)('Areas', () => {
     expect(whole.every(([x, y], i) => x === before[i][0] && y > before[i][1])).toBe(true);
   });
 
+  test('another area is taken up with the keyboard alone, and every key of a corner works', async () => {
+    const page = await areas();
+    await store(page, { Entrance1_Active: '1' });
+    await page.reload();
+    await corners(page, 'Detection1').last().waitFor();
+    await corners(page, 'Detection1').last().focus();
+    await page.keyboard.press('Tab');
+    expect(await focused(page)).toBe('Entrance 1, move as a whole');
+    await page.keyboard.press('Tab');
+    const before = await points(page, 'Entrance1');
+    const at = () => points(page, 'Entrance1').then((all) => all[0]);
+    for (const [key, dx, dy] of [['ArrowLeft', -1, 0], ['ArrowUp', 0, -1], ['ArrowRight', 1, 0], ['ArrowDown', 0, 1]] as const) {
+      const [x, y] = await at();
+      await page.keyboard.press(key);
+      const [toX, toY] = await at();
+      expect([Math.sign(toX - x), Math.sign(toY - y)]).toEqual([dx, dy]);
+      expect(await focused(page)).toMatch(/^Entrance 1, corner 1, at/);
+    }
+    expect(await points(page, 'Entrance1')).toEqual(before);
+    await page.keyboard.press('+');
+    expect((await points(page, 'Entrance1')).length).toBe(5);
+    expect(await focused(page)).toMatch(/^Entrance 1, corner 1, at/);
+    for (let i = 0; i < 4; ++i) await page.keyboard.press('Tab');
+    expect((await points(page, 'Entrance1')).length).toBe(5);
+    await corners(page, 'Entrance1').last().focus();
+    await page.keyboard.press('Backspace');
+    expect((await points(page, 'Entrance1')).length).toBe(4);
+    expect(await focused(page)).toBe('Entrance 1, move as a whole');
+    await page.keyboard.press('Shift+Tab');
+    expect(await focused(page)).toBe('Area 1, move as a whole');
+  });
+
+  test('of areas that lie on one another the chosen one is taken, and the pointer is not lost', async () => {
+    const page = await areas();
+    await store(page, {
+      Detection2_Active: '1',
+      ...Object.fromEntries([0.28, 0.42, 0.55, 0.42, 0.55, 0.72, 0.28, 0.72].map((value, i) => [`Detection2_${i}`, String(value)])),
+    });
+    await page.reload();
+    await corners(page, 'Detection1').first().waitFor();
+    // Area 2 comes later in the document and covers area 1 whole.
+    const first = await points(page, 'Detection1');
+    await drag(page, 'Detection1', 0, 0.1, 0.1);
+    expect((await points(page, 'Detection1'))[0]).not.toEqual(first[0]);
+    expect(await points(page, 'Detection2')).toEqual(first);
+    const from = await spot(page, 0.5, 0.6);
+    await page.mouse.move(from.x, from.y);
+    await page.mouse.down();
+    await page.mouse.move(from.x + 50, from.y, { steps: 4 });
+    await page.mouse.up();
+    expect(await points(page, 'Detection2')).toEqual(first);
+    // Elsewhere a press takes the area that is there, and drags it in the same go.
+    await page.getByRole('button', { name: 'Discard all' }).click();
+    await choose(page, 'Entrances', 'Entrance 2');
+    await page.mouse.move(from.x, from.y);
+    await page.mouse.down();
+    await page.mouse.move(from.x + 50, from.y, { steps: 4 });
+    await page.mouse.up();
+    expect((await points(page, 'Detection2'))[0][0]).toBeGreaterThan(first[0][0]);
+    expect(await details(page).locator('h2').textContent()).toBe('Area 2');
+    await store(page, kUsual);
+  });
+
   test('works with a finger', async () => {
     const page = await areas({ hasTouch: true, viewport: { width: 390, height: 800 }, isMobile: true });
     await page.locator('svg.editor').scrollIntoViewIfNeeded();
@@ -193,6 +256,7 @@ describe.skipIf(isMissing)('Areas', () => {
     expect(await warnings.count()).toBe(0);
     await drawRectangle(page, 'Detection1', [0.4, 0.4, 0.41, 0.9]);
     await warnings.filter({ hasText: 'between two looks' }).waitFor();
+    await page.getByRole('button', { name: 'Area 1, has warnings, see below', exact: true }).waitFor();
     await page.getByRole('button', { name: 'Discard all' }).click();
     expect(await warnings.count()).toBe(0);
     await store(page, { Detection1_2: '1.2' });
@@ -205,11 +269,11 @@ describe.skipIf(isMissing)('Areas', () => {
     const page = await areas();
     const before = await points(page, 'Detection1');
     await drag(page, 'Detection1', 0, 0.2, 0.3);
-    await expectText(page, 'save-state', /^2 unsaved changes$/);
+    await expectText(page, 'save-state', /^2 unsaved changes in Areas$/);
     await drag(page, 'Detection1', 2, 0.6, 0.9);
-    await expectText(page, 'save-state', /^4 unsaved changes$/);
+    await expectText(page, 'save-state', /^4 unsaved changes in Areas$/);
     await page.getByRole('button', { name: 'Undo' }).click();
-    await expectText(page, 'save-state', /^2 unsaved changes$/);
+    await expectText(page, 'save-state', /^2 unsaved changes in Areas$/);
     await page.getByRole('button', { name: 'Undo' }).click();
     expect(await points(page, 'Detection1')).toEqual(before);
     expect(await page.getByRole('button', { name: 'Save', exact: true }).count()).toBe(0);

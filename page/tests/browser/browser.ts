@@ -99,6 +99,14 @@ export async function store(page: Page, changes: Record<string, string>): Promis
   expect(await post(page, 'set_post_parameters', `<root>${document.slice('<app>'.length, -'</app>'.length)}</root>`)).toBe(200);
 }
 
+/** What people hear of the element that has the focus. */
+export async function focused(page: Page): Promise<string> {
+  return page.evaluate(() => {
+    const { activeElement } = document;
+    return activeElement?.getAttribute('aria-label') ?? activeElement?.textContent ?? '';
+  });
+}
+
 export async function save(page: Page): Promise<void> {
   await page.getByRole('button', { name: 'Save', exact: true }).click();
   await expectText(page, 'save-state', /^Saved/);

@@ -1,7 +1,10 @@
+import { once } from 'node:events';
 import { readFileSync } from 'node:fs';
+import { createServer } from 'node:http';
+import { AddressInfo } from 'node:net';
 import { join } from 'node:path';
 import { describe, expect, test } from 'vitest';
-import { ask, building, eventually, expectText, isMissing, open, opened, show, useBrowser } from './browser';
+import { ask, building, eventually, expectText, isMissing, open, opened, show, store, useBrowser } from './browser';
 
 /** One grey pixel. */
 const kJpeg = Buffer.from(
@@ -27,6 +30,8 @@ describe.skipIf(isMissing)('Live', () => {
 
   test('shows each follower with its status, crowd and the age of its answer', async () => {
     const page = await opened('live');
+    // A leader that was started anew asks its followers for counts once settings have been saved.
+    await store(page, {});
     const rows = page.getByTestId('cameras').locator('tbody tr');
     await eventually(() => rows.count(), (count) => count === 3);
     for (const follower of ['Follower 1', 'Follower 2']) {
@@ -39,10 +44,83 @@ describe.skipIf(isMissing)('Live', () => {
   test('a follower that does not answer has words and no count', async () => {
     const panel = '<app><TotalOcc>4</TotalOcc><NameCam_0>Here</NameCam_0><NameCam_1>Gone</NameCam_1><AOICam_0>1</AOICam_0><AOICam_1>-1</AOICam_1>' +
       '<ActiveCam_1>1</ActiveCam_1><StatusCam_0>Running</StatusCam_0><StatusCam_1>No connection error</StatusCam_1></app>';
-    const page = await open({}, (one) => one.route('**/*action=get_data_panel_info', (route) => route.fulfill({ contentType: 'text/xml', body: panel })));
+    const page = await open({}, async (one) => {
+      await one.route('**/*action=get_data_panel_info', (route) => route.fulfill({ contentType: 'text/xml', body: panel }));
+      await one.route('**/*action=get_follower_ages', (route) => route.fulfill({ contentType: 'text/plain', body: '-1,-1,-1,-1,-1,-1,-1,-1,-1,-1' }));
+    });
     await show(page, 'live');
     const row = page.getByTestId('cameras').locator('tbody tr').filter({ hasText: 'Gone' });
     await eventually(() => row.locator('td').allTextContents(), (cells) => cells.join('|') === 'No connection error|–|none yet');
+  });
+
+  test('the age of a follower is that of its counts, which grow old while the camera answers', async () => {
+    let ages = '2,75,600,-1,-1,-1,-1,-1,-1,-1';
+    const numbers = [1, 2, 3, 4];
+    const panel = `<app><TotalOcc>4</TotalOcc><NameCam_0>Here</NameCam_0>${numbers.map((i) =>
+      `<NameCam_${i}>F${i}</NameCam_${i}><AOICam_${i}>${i}</AOICam_${i}><ActiveCam_${i}>1</ActiveCam_${i}><StatusCam_${i}>Running</StatusCam_${i}>`).join('')}</app>`;
+    const page = await open({}, async (one) => {
+      await one.route('**/*action=get_data_panel_info', (route) => route.fulfill({ contentType: 'text/xml', body: panel }));
+      await one.route('**/*action=get_follower_ages', (route) => route.fulfill({ contentType: 'text/plain', body: ages }));
+    });
+    await show(page, 'live');
+    const told = async () => (await page.getByTestId('cameras').locator('tbody tr').allInnerTexts()).slice(1).map((row) => row.split(/\s*\t\s*|\n/).slice(-2).join(' '));
+    await eventually(told, (rows) => rows.join('|') === '1 now|2 75 s ago|3 10 min ago|– none yet');
+    ages = '90,1,600,-1,-1,-1,-1,-1,-1,-1';
+    await eventually(told, (rows) => rows.join('|') === '1 90 s ago|2 now|3 10 min ago|– none yet');
+  });
+
+  test('what is not saved yet changes nothing that is told of the camera', async () => {
+    const page = await opened('live');
+    await store(page, { Detection2_Active: '0', RepInt: '1' });
+    await page.reload();
+    await page.locator('dt').filter({ hasText: /^Area 2.*off/ }).waitFor();
+    await page.evaluate(() => (location.hash = '#/areas'));
+    await page.getByRole('button', { name: /^Area 2/ }).first().click();
+    await page.getByLabel('Area 2 in force').check();
+    await page.evaluate(() => (location.hash = '#/cameras'));
+    await page.getByLabel('Report period').fill('7');
+    await page.evaluate(() => (location.hash = '#/live'));
+    await page.locator('dt').filter({ hasText: /^Area 2.*off/ }).waitFor();
+    await page.getByText('which the camera writes every minute').waitFor();
+  });
+
+  test('a report period of 0 has the report fetched once, not without end', async () => {
+    const settings = await ask(await opened('live'), 'get_all_parameters');
+    let fetched = 0;
+    const page = await open({}, async (one) => {
+      await one.clock.install();
+      await one.context().route('**/*action=get_all_parameters', (route) => route.fulfill({ contentType: 'text/xml', body: settings.replace(/<RepInt>\d+/, '<RepInt>0') }));
+      await one.context().route('**/*action=get_occupancy_csv', (route) => {
+        ++fetched;
+        return route.fulfill({ contentType: 'text/csv', body: 'Date\n' });
+      });
+    });
+    await show(page, 'live');
+    await page.getByText('which the camera writes every 15 minutes').waitFor();
+    await eventually(async () => fetched, (count) => count === 1);
+    for (let minute = 0; minute < 14; ++minute) await page.clock.runFor(60_000);
+    expect(fetched).toBe(1);
+    await page.clock.runFor(120_000);
+    await eventually(async () => fetched, (count) => count === 2);
+  });
+
+  test('today begins at midnight', async () => {
+    const column = 'Entrance1_Entrances_Person_Leader';
+    const rows = `Date,${column}\n2026-03-30 23:45:00,7\n`;
+    let csv = rows;
+    const page = await open({ timezoneId: 'Europe/Vienna' }, async (one) => {
+      await one.clock.install({ time: new Date('2026-03-30T23:58:00+02:00') });
+      await one.context().route('**/*action=get_occupancy_csv', (route) => route.fulfill({ contentType: 'text/csv', body: csv }));
+      await one.context().route('**/*action=get_data_panel_info', (route) => route.fulfill({ contentType: 'text/xml', body: '<app><NameCam_0>Leader</NameCam_0><StatusCam_0>Running</StatusCam_0></app>' }));
+    });
+    await show(page, 'live');
+    const today = page.locator('.passages tbody tr');
+    await eventually(() => today.allInnerTexts(), (lines) => lines.length === 1 && /Entrance 1\s+7\s+0/.test(lines[0]));
+    await page.clock.runFor(180_000);
+    await page.getByText('The reports have nothing of today yet.').waitFor();
+    csv = `${rows}2026-03-31 00:01:00,2\n`;
+    await page.clock.runFor(180_000);
+    await eventually(() => today.allInnerTexts(), (lines) => lines.length === 1 && /Entrance 1\s+2\s+0/.test(lines[0]));
   });
 
   test('tells who comes and goes as it happens', async () => {
@@ -93,14 +171,70 @@ describe.skipIf(isMissing)('Live', () => {
   });
 
   test('shows the live picture as a stream', async () => {
-    const page = await open({}, (one) => one.route('**/live/video.mjpg*', (route) => route.fulfill({ contentType: 'image/jpeg', body: kJpeg })));
+    const asked: string[] = [];
+    const page = await open({}, (one) => one.route('**/live/video.mjpg*', (route) => {
+      asked.push(route.request().url());
+      return route.fulfill({ contentType: 'image/jpeg', body: kJpeg });
+    }));
     await show(page, 'live');
     const image = page.getByRole('img', { name: 'Live picture' });
     await eventually(() => image.evaluate((element: HTMLImageElement) => element.naturalWidth), (width) => width === 1);
-    expect(await image.getAttribute('src')).toContain('resolution=1280x720');
+    expect(asked.filter((url) => !url.includes('resolution=1280x720'))).toEqual([]);
     await eventually(() => page.getByText('No picture').count(), (count) => count === 0);
     await page.getByLabel('Picture size').selectOption('640x360');
-    await eventually(() => image.getAttribute('src'), (src) => src!.includes('resolution=640x360'));
+    await eventually(async () => asked.at(-1)!, (url) => url.includes('resolution=640x360'));
+    await page.getByLabel('Picture size').selectOption('Chosen by the camera');
+    await eventually(async () => asked.at(-1)!, (url) => !url.includes('resolution='));
+  });
+
+  test('shows what the camera sees: the real stream moves', async () => {
+    const page = await opened('live');
+    const image = page.getByRole('img', { name: 'Live picture' });
+    const sources = new Set<string>();
+    await eventually(async () => sources.add((await image.getAttribute('src'))!).size, (count) => count > 3);
+    await eventually(() => image.evaluate((element: HTMLImageElement) => element.naturalWidth), (width) => width >= 640);
+  });
+
+  test('a stream that stands still is said to, and is begun anew', async () => {
+    // Shows one picture each time, and then goes silent.
+    let begun = 0;
+    const silent = createServer((_, response) => {
+      ++begun;
+      response.writeHead(200, { 'Content-Type': 'multipart/x-mixed-replace; boundary=edge' });
+      response.write('--edge\r\nContent-Type: image/jpeg\r\nContent-Length: ' + kJpeg.length + '\r\n\r\n');
+      response.write(kJpeg);
+    }).listen(0, '127.0.0.1');
+    await once(silent, 'listening');
+    const { port } = silent.address() as AddressInfo;
+    const page = await open({}, (one) => one.route('**/live/video.mjpg*', (route) => route.continue({ url: `http://127.0.0.1:${port}/` })));
+    await show(page, 'live');
+    await eventually(() => page.getByRole('img', { name: 'Live picture' }).isVisible(), (visible) => visible);
+    await page.getByText(/The picture stood still/).waitFor();
+    expect(await page.getByRole('img', { name: 'Live picture' }).isVisible()).toBe(false);
+    await eventually(async () => begun, (count) => count > 1);
+    await eventually(() => page.getByRole('img', { name: 'Live picture' }).isVisible(), (visible) => visible);
+    silent.closeAllConnections();
+    silent.close();
+  });
+
+  test.each(['video.mjpg', 'image.jpg'])('an answer that is no picture is said to be none, and is not asked for without end: %s', async (which) => {
+    let asked = 0;
+    const page = await open({}, async (one) => {
+      await one.clock.install();
+      await one.route('**/live/**', (route) => route.fulfill({ status: 404 }));
+      await one.route(`**/live/${which}*`, (route) => {
+        ++asked;
+        return route.fulfill({ contentType: 'image/jpeg', body: '<h1>no picture</h1>' });
+      });
+    });
+    await show(page, 'live');
+    await page.getByText('What the camera sends is no picture').waitFor();
+    for (const times of [1, 2, 3]) {
+      await eventually(async () => asked, (count) => count === times);
+      await page.clock.runFor(3000);
+      expect(asked).toBe(times);
+      await page.clock.runFor(2000);
+    }
   });
 
   test('shows single pictures where no stream comes', async () => {
@@ -109,7 +243,7 @@ describe.skipIf(isMissing)('Live', () => {
       await one.route('**/live/image.jpg*', (route) => route.fulfill({ contentType: 'image/jpeg', body: kJpeg }));
     });
     await show(page, 'live');
-    await eventually(() => page.getByRole('img', { name: 'Live picture' }).getAttribute('src').catch(() => ''), (src) => src!.startsWith('blob:'));
+    await eventually(() => page.getByRole('img', { name: 'Live picture' }).isVisible(), (visible) => visible);
   });
 
   test.each([

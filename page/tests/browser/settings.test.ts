@@ -1,6 +1,7 @@
 import { readFileSync } from 'node:fs';
+import { join } from 'node:path';
 import { describe, expect, test } from 'vitest';
-import { ask, eventually, expectText, isMissing, kPatience, opened, post, save, show, store, stored, useBrowser } from './browser';
+import { ask, eventually, expectText, focused, isMissing, kPatience, open, opened, post, save, show, store, stored, useBrowser } from './browser';
 
 describe.skipIf(isMissing)('Detection', () => {
   useBrowser();
@@ -16,7 +17,7 @@ describe.skipIf(isMissing)('Detection', () => {
     await page.getByLabel('Number of objects').fill('3');
     await page.getByLabel('From this many inside').fill('77');
     await page.getByLabel('Start counting anew when it is raised').check();
-    await expectText(page, 'save-state', /^8 unsaved changes$/);
+    await expectText(page, 'save-state', /^8 unsaved changes in Detection$/);
     await save(page);
     const expected = {
       DetectBoats: '1', DetectBicycles: '0', Sensitivity: '0.400000', MaxDisappear: '2.500000', AoiLogicComparison: '1', MinNumberOfPeopleForTrigger: '3', Occupants: '77',
@@ -29,6 +30,42 @@ describe.skipIf(isMissing)('Detection', () => {
     await page.reload();
     expect(await page.getByLabel('Number of objects').inputValue()).toBe('3');
     await store(page, { DetectBoats: '0', DetectBicycles: '1', AoiLogicComparison: '2', MinNumberOfPeopleForTrigger: '1', Occupants: '50', ResetByOccupanyCount: '0' });
+  });
+
+  test('each class and each comparison is chosen by itself', async () => {
+    const page = await opened('detection');
+    const names = { DetectPersons: 'Persons', DetectBicycles: 'Bicycles', DetectCars: 'Cars', DetectMotorcycles: 'Motorcycles', DetectBuses: 'Buses',
+      DetectTrucks: 'Trucks', DetectTrains: 'Trains', DetectBoats: 'Boats', DetectAirplanes: 'Airplanes' };
+    const tags = Object.keys(names);
+    const told = () => Promise.all(tags.map((tag) => stored(page, tag)));
+    const before = await told();
+    for (const [i, name] of Object.values(names).entries()) await page.getByLabel(name, { exact: true }).setChecked(before[i] === '0');
+    await save(page);
+    expect(await told()).toEqual(before.map((flag) => (flag === '1' ? '0' : '1')));
+    await store(page, Object.fromEntries(tags.map((tag, i) => [tag, before[i]])));
+    await page.reload();
+    for (const [value, name] of [['0', 'less than'], ['1', 'exactly'], ['2', 'at least']]) {
+      await page.getByLabel(name, { exact: true }).check();
+      await page.getByLabel('Number of objects').fill(String(5 + Number(value)));
+      await save(page);
+      expect([await stored(page, 'AoiLogicComparison'), await stored(page, 'MinNumberOfPeopleForTrigger')]).toEqual([value, String(5 + Number(value))]);
+    }
+    await store(page, { AoiLogicComparison: '2', MinNumberOfPeopleForTrigger: '1' });
+  });
+
+  test('help, default and range are those of the package', async () => {
+    const { parameters } = JSON.parse(readFileSync(join(__dirname, '../../../package/manifest.json'), 'utf8')) as { parameters: Record<string, string>[] };
+    const page = await opened('detection');
+    for (const [tag, name] of [['Sensitivity', 'Sensitivity'], ['Occupants', 'MinOccupantsForTrigger'], ['MinNumberOfPeopleForTrigger', 'MinNumberOfPeopleForTrigger']]) {
+      const { help, default: usual, range } = parameters.find((one) => one.name === name)!;
+      const field = page.locator('.field').filter({ has: page.locator(`input[name=${tag}]`) });
+      expect(await field.locator('.help').textContent()).toContain(`${help} As delivered: ${usual}`);
+      const described = (await page.locator(`input[name=${tag}]`).getAttribute('aria-describedby'))!.split(' ')[0];
+      expect(await field.locator('.help').getAttribute('id')).toBe(described);
+      await page.locator(`input[name=${tag}]`).fill('1e9');
+      const [least, most] = range.split('..');
+      await field.locator('.problem').filter({ hasText: `${least} to ${most}` }).waitFor();
+    }
   });
 
   test('the slider and the number are one setting', async () => {
@@ -84,6 +121,41 @@ describe.skipIf(isMissing)('Cameras', () => {
     await store(page, { CamName: 'Leader', RepInt: '1' });
   });
 
+  test('a slot stays open while its address is typed anew, and is emptied whole', async () => {
+    const page = await opened('cameras');
+    const tenth = page.getByTestId('follower-10');
+    await tenth.getByRole('button', { name: 'Set up' }).click();
+    expect(await tenth.getByRole('button', { name: 'Empty this slot' }).isDisabled()).toBe(true);
+    await tenth.getByLabel('Address').fill('192.0.2.7');
+    await save(page);
+    await page.reload();
+    await tenth.getByLabel('Address').fill('');
+    await tenth.getByLabel('Address').pressSequentially('192.0.2.8');
+    expect(await focused(page)).toBe('');
+    await tenth.getByLabel('Login').fill('a login');
+    await tenth.getByLabel('Password').fill('a password');
+    await tenth.getByLabel('Name').fill('Tenth');
+    await save(page);
+    const told = () => Promise.all(['Active', 'Name', 'IP', 'Login', 'Pwd'].map((field) => stored(page, `FO10_${field}`)));
+    expect(await told()).toEqual(['0', 'Tenth', '192.0.2.8', 'a login', 'a password']);
+    await tenth.getByRole('button', { name: 'Empty this slot' }).click();
+    expect(await tenth.getByLabel('Address').inputValue()).toBe('');
+    await save(page);
+    expect(await told()).toEqual(['0', '', '', '', '']);
+  });
+
+  test('a follower is taken out of the count and in again', async () => {
+    const page = await opened('cameras');
+    const second = page.getByLabel('Follower 2 is counted in');
+    await second.uncheck();
+    await save(page);
+    expect(await stored(page, 'FO2_Active')).toBe('0');
+    await page.getByTestId('follower-2').getByText('not used').waitFor();
+    await second.check();
+    await save(page);
+    expect(await stored(page, 'FO2_Active')).toBe('1');
+  });
+
   test('a stored password is never shown and goes back as it is', async () => {
     const page = await opened('cameras');
     const password = await stored(page, 'FO1_Pwd');
@@ -98,7 +170,7 @@ describe.skipIf(isMissing)('Cameras', () => {
     expect(everything).not.toContain(password);
 
     await first.getByLabel('Password').fill('x');
-    await expectText(page, 'save-state', /^1 unsaved change$/);
+    await expectText(page, 'save-state', /^1 unsaved change in Cameras$/);
     await first.getByLabel('Password').fill('');
     expect(await page.getByRole('button', { name: 'Save', exact: true }).count()).toBe(0);
     await store(page, { FO1_Name: 'Follower 1' });
@@ -119,7 +191,7 @@ describe.skipIf(isMissing)('Advanced', () => {
 
   test('the log is shown with levels and a filter, downloaded and cleared', async () => {
     const page = await opened('advanced');
-    for (const [level, entry] of [['info', 'a quiet line'], ['warning', 'a warning line'], ['error', 'a line | about a fault']]) {
+    for (const [level, entry] of [['info', 'a quiet line'], ['warning', 'a warning line'], ['error', 'about a fault']]) {
       expect(await post(page, 'post_submit_log', `<root><log_severity>${level}</log_severity><log_entry>${entry}</log_entry></root>`)).toBe(200);
     }
     await page.getByRole('button', { name: 'View Log' }).click();
@@ -130,6 +202,23 @@ describe.skipIf(isMissing)('Advanced', () => {
     await page.getByLabel('Warnings').uncheck();
     await eventually(() => lines.locator('.message').allTextContents(), (texts) => texts.length === 1 && texts[0] === 'a quiet line');
     await page.getByLabel('Warnings').check();
+    await page.getByLabel('Information').uncheck();
+    await eventually(() => lines.locator('.message').allTextContents(), (texts) => texts.length === 1 && texts[0] === 'a warning line');
+    await page.getByLabel('Information').check();
+    await page.getByLabel('Only lines with').fill('a fault');
+    await lines.filter({ hasText: 'about a fault' }).waitFor();
+    await page.getByLabel('Errors').uncheck();
+    await page.getByText('No lines.').waitFor();
+    await page.getByLabel('Errors').check();
+    await page.getByLabel('Only lines with').fill('LINE');
+    await post(page, 'post_submit_log', '<root><log_severity>info</log_severity><log_entry>a later line</log_entry></root>');
+    expect(await lines.filter({ hasText: 'a later line' }).count()).toBe(0);
+    await page.getByRole('button', { name: 'Read again' }).click();
+    await lines.filter({ hasText: 'a later line' }).waitFor();
+    await page.getByRole('button', { name: 'Hide log' }).click();
+    expect(await page.getByTestId('log').count()).toBe(0);
+    await page.getByRole('button', { name: 'View Log' }).click();
+    await lines.filter({ hasText: 'a later line' }).waitFor();
 
     for (const [name, start] of [['Download as text', / ostrel_senvo (info|warning|error) /], ['Download as CSV', /,ostrel_senvo,(info|warning|error),"/]] as const) {
       const [download] = await Promise.all([page.waitForEvent('download'), page.getByRole('link', { name }).click()]);
@@ -143,6 +232,56 @@ describe.skipIf(isMissing)('Advanced', () => {
     await page.getByRole('dialog').getByRole('button', { name: 'Clear log' }).click();
     await eventually(() => lines.filter({ hasText: 'a quiet line' }).count(), (count) => count === 0);
     expect(await ask(page, 'get_logfile_as_plain_text')).not.toContain('a quiet line');
+  });
+
+  test('a long log is shown piece by piece', async () => {
+    const log = Array.from({ length: 1500 }, (_, i) => `2026-03-31 10:00:00|ostrel_senvo|info|line ${i}`).join('\n');
+    const page = await open({}, (one) => one.route('**/*action=get_logfile_as_serialized_text', (route) => route.fulfill({ contentType: 'text/plain', body: log })));
+    await show(page, 'advanced');
+    await page.getByRole('button', { name: 'View Log' }).click();
+    await page.getByText('200 of 1500 lines, newest first').waitFor();
+    const messages = page.getByTestId('log').locator('.message');
+    expect(await messages.first().textContent()).toBe('line 1499');
+    await page.getByRole('button', { name: 'Show older lines' }).click();
+    await page.getByText('1200 of 1500 lines, newest first').waitFor();
+    await page.getByRole('button', { name: 'Show older lines' }).click();
+    await page.getByText('1500 of 1500 lines, newest first').waitFor();
+    expect(await messages.last().textContent()).toBe('line 0');
+    expect(await page.getByRole('button', { name: 'Show older lines' }).count()).toBe(0);
+  });
+
+  test('a log that does not come, or is not cleared, is said in words', async () => {
+    const page = await open({}, async (one) => {
+      await one.route('**/*action=get_logfile_as_serialized_text', (route) => route.fulfill({ status: 503 }));
+      await one.route('**/*action=clear_logfile', (route) => route.abort());
+    });
+    await show(page, 'advanced');
+    await page.getByRole('button', { name: 'View Log' }).click();
+    await page.getByRole('alert').filter({ hasText: 'The log could not be read: the camera is restarting.' }).waitFor();
+    await page.getByRole('button', { name: 'Clear log' }).click();
+    await page.getByRole('dialog').getByRole('button', { name: 'Clear log' }).click();
+    await page.getByRole('alert').filter({ hasText: 'That did not work: the camera does not answer.' }).waitFor();
+  });
+
+  test('a stream on which nobody can be hidden is warned of', async () => {
+    const page = await opened('advanced');
+    const before = { AnonOverlaysOn: '0', SelectedAnonOverlay: await stored(page, 'SelectedAnonOverlay'), DetectionOverlaysOn: '1', SelectedDetectionOverlay: '640x360' };
+    await store(page, { ...before, SelectedAnonOverlay: '' });
+    await page.reload();
+    const stream = page.locator('select[name=SelectedAnonOverlay]');
+    const warning = page.locator('.field').filter({ has: stream }).locator('.warning');
+    await stream.waitFor();
+    expect(await warning.textContent()).toBe('');
+    await page.getByLabel('Hide people', { exact: true }).check();
+    await warning.filter({ hasText: 'no stream is chosen' }).waitFor();
+    await stream.selectOption('1280x720');
+    await warning.filter({ hasText: 'the one that is analysed' }).waitFor();
+    await stream.selectOption('640x360');
+    await warning.filter({ hasText: 'on which findings are drawn' }).waitFor();
+    await page.getByLabel('Draw what is found', { exact: true }).uncheck();
+    await eventually(() => warning.textContent(), (text) => text === '');
+    expect(await page.getByRole('button', { name: 'Save', exact: true }).isEnabled()).toBe(true);
+    await store(page, before);
   });
 
   test('streams come from the list of the camera, and everything is saved', async () => {
@@ -192,7 +331,7 @@ describe.skipIf(isMissing)('Saving', () => {
     const dialog = page.getByRole('dialog');
     await dialog.getByText('Somebody else has changed the settings').waitFor();
     expect(await dialog.locator('li').allTextContents()).toEqual([
-      'MinNumberOfPeopleForTrigger is now “5”, was “1” – changed here, too', 'Occupants is now “60”, was “50”',
+      'Number of objects is now “5”, was “1” – changed here, too', 'From this many inside is now “60”, was “50”',
     ]);
     expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('5');
     await dialog.getByRole('button', { name: button }).click();
@@ -202,6 +341,91 @@ describe.skipIf(isMissing)('Saving', () => {
     );
     await eventually(() => page.getByLabel('Number of objects').inputValue(), (value) => value === objects);
     await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
+  });
+
+  test('what is typed while a save runs stays, unsaved', async () => {
+    const page = await opened('detection');
+    let go = () => {};
+    const held = new Promise<void>((resolve) => (go = resolve));
+    await page.route('**/*action=set_post_parameters', async (route) => {
+      await held;
+      await route.continue();
+    });
+    await page.getByLabel('Number of objects').fill('2');
+    await page.getByRole('button', { name: 'Save', exact: true }).click();
+    await expectText(page, 'save-state', /^Saving/);
+    await page.getByLabel('Number of objects').fill('23');
+    await page.getByLabel('From this many inside').fill('77');
+    go();
+    await expectText(page, 'save-state', /^Saved.* 2 unsaved changes in Detection$/);
+    expect([await stored(page, 'MinNumberOfPeopleForTrigger'), await stored(page, 'Occupants')]).toEqual(['2', '50']);
+    expect(await page.getByLabel('Number of objects').inputValue()).toBe('23');
+    await save(page);
+    expect([await stored(page, 'MinNumberOfPeopleForTrigger'), await stored(page, 'Occupants')]).toEqual(['23', '77']);
+    await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
+  });
+
+  test('after a save whose answer was lost nobody is blamed for it', async () => {
+    const page = await opened('detection');
+    const session = await page.context().newCDPSession(page);
+    await session.send('Fetch.enable', { patterns: [{ urlPattern: '*action=set_post_parameters', requestStage: 'Response' }] });
+    session.on('Fetch.requestPaused', ({ requestId, responseStatusCode }) => {
+      const lose = responseStatusCode === 200;
+      void (lose ? session.send('Fetch.failRequest', { requestId, errorReason: 'ConnectionReset' }) : session.send('Fetch.continueRequest', { requestId }));
+    });
+    await page.getByLabel('Number of objects').fill('5');
+    await page.locator('input[name=Sensitivity]').fill('0.45');
+    await page.getByRole('button', { name: 'Save', exact: true }).click();
+    await page.getByRole('alert').filter({ hasText: 'the camera does not answer' }).first().waitFor();
+    expect(await stored(page, 'Sensitivity')).toBe('0.450000');
+    await session.send('Fetch.disable');
+    await page.getByLabel('Number of objects').fill('6');
+    await save(page);
+    expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('6');
+    await store(page, { MinNumberOfPeopleForTrigger: '1', Sensitivity: '0.350000' });
+  });
+
+  test('unsaved changes say on which tab they are, in the bar and at the tab', async () => {
+    const page = await opened('detection');
+    await page.getByLabel('Number of objects').fill('5');
+    await page.evaluate(() => (location.hash = '#/cameras'));
+    await page.getByLabel('Report period').fill('9');
+    await expectText(page, 'save-state', /^2 unsaved changes in Detection and Cameras$/);
+    for (const [tab, marked] of [['Live', 0], ['Areas', 0], ['Detection', 1], ['Reports', 0], ['Cameras', 1], ['Advanced', 0]] as const) {
+      const link = page.getByRole('navigation').getByRole('link', { name: new RegExp(`^${tab}`) });
+      expect(await link.getByRole('img', { name: 'unsaved changes' }).count()).toBe(marked);
+    }
+    await page.getByRole('button', { name: 'Discard all' }).click();
+    expect(await page.getByRole('img', { name: 'unsaved changes' }).count()).toBe(0);
+  });
+
+  test.each(['Cancel', 'Escape', 'Take theirs', 'Save mine'])('the focus is where it was after the question that two savers are asked: %s', async (way) => {
+    const page = await opened('detection');
+    await page.getByLabel('Number of objects').fill('7');
+    await store(page, { Occupants: '61' });
+    await page.getByRole('button', { name: 'Save', exact: true }).focus();
+    await page.keyboard.press('Enter');
+    await page.getByRole('dialog').waitFor();
+    if (way === 'Escape') await page.keyboard.press('Escape');
+    else await page.getByRole('dialog').getByRole('button', { name: way }).click();
+    await page.getByRole('dialog').waitFor({ state: 'detached' });
+    if (way === 'Save mine') await expectText(page, 'save-state', /^Saved/);
+    const where = await page.evaluate(() => document.activeElement!.closest('.save-bar, main')?.className ?? 'nowhere');
+    const expected = { Cancel: 'Save', Escape: 'Save', 'Take theirs': '', 'Save mine': 'Saved. The camera counts with it from now on.' }[way];
+    if (way !== 'Take theirs') expect(await focused(page)).toBe(expected);
+    expect(where).not.toBe('nowhere');
+    await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
+  });
+
+  test.each(['Cancel', 'Escape', 'Clear log'])('and after any other question: %s', async (way) => {
+    const page = await opened('advanced');
+    await page.getByRole('button', { name: 'Clear log' }).focus();
+    await page.keyboard.press('Enter');
+    await page.getByRole('dialog').waitFor();
+    if (way === 'Escape') await page.keyboard.press('Escape');
+    else await page.getByRole('dialog').getByRole('button', { name: way }).click();
+    await page.getByRole('dialog').waitFor({ state: 'detached' });
+    expect(await focused(page)).toBe('Clear log');
   });
 
   test.each([

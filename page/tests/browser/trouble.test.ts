@@ -2,7 +2,7 @@ import { execFileSync } from 'node:child_process';
 import { readdirSync, readFileSync, readlinkSync } from 'node:fs';
 import { dirname, join } from 'node:path';
 import { describe, expect, test } from 'vitest';
-import { building, eventually, expectText, isMissing, opened, save, stored, tabs, show, useBrowser } from './browser';
+import { building, eventually, expectText, isMissing, open, opened, save, show, store, stored, tabs, useBrowser } from './browser';
 
 /** The leader's application: the process in its folder that is not the web server. */
 function application(): number {
@@ -70,8 +70,9 @@ describe.skipIf(isMissing)('Trouble', () => {
     await expectText(page, 'status', /Running|active|Slow/);
   });
 
-  test('who is signed out is told so on every tab, and is not asked again and again', async () => {
-    const page = await opened('live');
+  test('who is signed out is told so on every tab, is not asked again and again, and goes on without losing anything', async () => {
+    const page = await opened('detection');
+    await page.getByLabel('Number of objects').fill('6');
     setPassword('another-password');
     try {
       await expectText(page, 'status', /^Signed out$/);
@@ -83,12 +84,70 @@ describe.skipIf(isMissing)('Trouble', () => {
         await page.getByRole('alert').filter({ hasText: 'You are signed out' }).waitFor();
       }
       expect(asked).toBe(0);
+      await page.getByRole('button', { name: 'Sign in again' }).click();
+      await expectText(page, 'status', /^Signed out$/);
     } finally {
       setPassword(building!.password);
     }
-    await show(page, 'live');
-    await page.reload();
+    await page.getByRole('button', { name: 'Sign in again' }).click();
     await expectText(page, 'status', /Running|active|Slow/);
     await eventually(() => page.getByRole('button', { name: 'Sign in again' }).count(), (count) => count === 0);
+    await page.evaluate(() => (location.hash = '#/detection'));
+    expect(await page.getByLabel('Number of objects').inputValue()).toBe('6');
+  });
+
+  test('the browser asks for the login by itself, in front of the page', async () => {
+    const page = await open({ httpCredentials: undefined });
+    const session = await page.context().newCDPSession(page);
+    let password = building!.password;
+    let asked = 0;
+    await session.send('Fetch.enable', { handleAuthRequests: true, patterns: [{ urlPattern: '*' }] });
+    session.on('Fetch.requestPaused', ({ requestId }) => void session.send('Fetch.continueRequest', { requestId }).catch(() => {}));
+    session.on('Fetch.authRequired', ({ requestId }) => {
+      ++asked;
+      const answer = password ? { response: 'ProvideCredentials' as const, username: 'operator', password } : { response: 'CancelAuth' as const };
+      void session.send('Fetch.continueWithAuth', { requestId, authChallengeResponse: answer }).catch(() => {});
+    });
+    await show(page, 'detection');
+    await page.getByLabel('Number of objects').fill('6');
+    password = '';
+    setPassword('another-password');
+    try {
+      await expectText(page, 'status', /^Signed out$/);
+      const before = asked;
+      password = 'another-password';
+      await page.getByRole('button', { name: 'Sign in again' }).click();
+      await expectText(page, 'status', /Running|active|Slow/);
+      expect(asked).toBeGreaterThan(before);
+      expect(await page.getByLabel('Number of objects').inputValue()).toBe('6');
+      await save(page);
+    } finally {
+      setPassword(building!.password);
+    }
+    password = building!.password;
+    await store(page, { MinNumberOfPeopleForTrigger: '1' });
+  });
+
+  test('a page goes on by itself when another one is let in', async () => {
+    const page = await opened('live');
+    setPassword('another-password');
+    try {
+      await expectText(page, 'status', /^Signed out$/);
+    } finally {
+      setPassword(building!.password);
+    }
+    const other = await page.context().newPage();
+    await show(other, 'live');
+    await expectText(other, 'status', /Running|active|Slow/);
+    await expectText(page, 'status', /Running|active|Slow/);
+  });
+
+  test('settings that could not be read are read again when asked', async () => {
+    const page = await open({}, (one) => one.route('**/*action=get_all_parameters', (route) => route.fulfill({ body: 'no settings' })));
+    await show(page, 'cameras');
+    await page.getByText('The settings could not be read: the camera refused it.').waitFor();
+    await page.unroute('**/*action=get_all_parameters');
+    await page.getByRole('button', { name: 'Try again' }).click();
+    await page.locator('input[name=CamName]').waitFor();
   });
 });

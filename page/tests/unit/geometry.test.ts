@@ -1,6 +1,6 @@
 import { describe, expect, test } from 'vitest';
 import {
-  crossesItself, insidePicture, leastCorner, leavesPicture, longestEdge, moved, narrowestWidth, Point, stepPerCycle, withCornerAfter, withoutCorner,
+  crossesItself, insidePicture, leastCorner, leavesPicture, longestEdge, moved, narrowestPassage, Point, stepPerCycle, withCornerAfter, withoutCorner,
 } from '../../src/model/geometry';
 
 const polygon = (...pairs: [number, number][]): Point[] => pairs.map(([x, y]) => ({ x, y }));
@@ -37,15 +37,27 @@ test.each([
   expect(leavesPicture(corners, size)).toBe(expected);
 });
 
+const kSpot = 2;
 test.each([
   ['a square', square, 100],
   ['a lying bar', polygon([0, 0], [100, 0], [100, 7], [0, 7]), 7],
   ['a bar that stands on its corner', polygon([0, 0], [60, 80], [52, 86], [-8, 6]), 10],
-  ['a dented square is as wide as the square', polygon([0, 0], [100, 0], [100, 100], [50, 10], [0, 100]), 100],
+  ['a triangle is as narrow as its least height', polygon([0, 0], [60, 0], [0, 80]), 48],
+  ['a triangle with a blunt corner, too', polygon([0, 0], [100, 0], [50, 10]), 10],
+  ['a dented square at its dent', polygon([0, 0], [100, 0], [100, 100], [50, 10], [0, 100]), 10],
+  ['an angle of two bars, which is wide from outside', polygon([0, 0], [100, 0], [100, 8], [8, 8], [8, 100], [0, 100]), 8],
+  ['between two dents that face each other', polygon([0, 0], [50, 44], [100, 0], [100, 100], [50, 56], [0, 100]), 12],
+  ['two corners that are near only from outside', polygon([0, 0], [100, 0], [100, 100], [52, 100], [52, 50], [48, 50], [48, 100], [0, 100]), 48],
   ['a line', polygon([0, 0], [10, 10], [20, 20]), 0],
   ['a spot', polygon([4, 4], [4, 4], [4, 4]), 0],
-])('narrowestWidth: %s', (_, corners, expected) => {
-  expect(narrowestWidth(corners)).toBeCloseTo(expected, 9);
+])('narrowestPassage: %s', (_, corners, expected) => {
+  expect(narrowestPassage(corners, kSpot)).toBeCloseTo(expected, 9);
+  expect(narrowestPassage([...corners].reverse(), kSpot)).toBeCloseTo(expected, 9);
+});
+
+test('a corner that is cut off by a pixel is still a corner', () => {
+  expect(narrowestPassage(polygon([0, 0], [60, 0], [0, 79], [0, 80]), kSpot)).toBeCloseTo(48, 0);
+  expect(narrowestPassage(polygon([0, 0], [60, 0], [0, 70], [0, 80]), kSpot)).toBeLessThan(12);
 });
 
 test('a walking person crosses a fortieth of the picture in a tenth of a second', () => {

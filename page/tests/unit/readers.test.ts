@@ -1,6 +1,7 @@
 import { describe, expect, test } from 'vitest';
 import {
   passagesBetween,
+  readAges,
   readElements,
   readInteger,
   readLog,
@@ -104,6 +105,11 @@ describe('readLog', () => {
   test.each(hostileTexts)('a message may be %j', (hostile) => {
     expect(readLog(`2026-01-02 03:04:05|ostrel_senvo|info|${hostile}`)).toEqual([{ time: '2026-01-02 03:04:05', level: 'info', message: hostile }]);
   });
+});
+
+test('ages of followers, with -1 for one that has told nothing', () => {
+  expect(readAges('2,0,-1,75,-1,-1,-1,-1,-1,9')).toEqual([2, 0, null, 75, null, null, null, null, null, 9]);
+  for (const text of ['', '1,2', '1,2,3,4,5,6,7,8,9,10,11', 'a,b,c,d,e,f,g,h,i,j', ...hostileTexts]) expect(readAges(text)).toEqual(Array(10).fill(null));
 });
 
 describe('passages', () => {

@@ -1,5 +1,5 @@
 import { describe, expect, test } from 'vitest';
-import { answer, Question, readHeader, readHeading, Report, ReportReader, rowAt } from '../../src/model/report';
+import { answer, dayOf, passedOn, Question, readHeader, readHeading, Report, ReportReader, rowAt } from '../../src/model/report';
 import { hostileTexts } from '../hostile';
 
 function read(text: string, piece = 1 << 20): Report {
@@ -69,7 +69,7 @@ describe('reading', () => {
 describe('answering', () => {
   const report = read(kReport);
   const question: Question = {
-    measure: 'entries', split: 'camera', camera: '', objectClass: '', from: seconds('2026-03-01T00:00:00'), to: seconds('2026-03-03T00:00:00'), bucket: 0,
+    measure: 'entries', split: 'camera', camera: null, objectClass: null, from: seconds('2026-03-01T00:00:00'), to: seconds('2026-03-03T00:00:00'), bucket: 0,
   };
 
   test('one series per camera', () => {
@@ -85,9 +85,37 @@ describe('answering', () => {
       { key: '1', values: [4, 9] }, { key: '2', values: [2, 9] },
     ]);
   });
+  test('a camera without a name is one camera, not all of them', () => {
+    const two = read('Date,Entrance1_Entrances_Person_,Entrance1_Entrances_Person_Door\n2026-03-01 10:00:00,1,2\n');
+    expect(answer(two, { ...question, camera: '' }).series).toEqual([{ key: '', values: [1] }]);
+    expect(answer(two, question).series).toEqual([{ key: '', values: [1] }, { key: 'Door', values: [2] }]);
+  });
   test('only the chosen time, camera and class', () => {
     const chosen = answer(report, { ...question, camera: 'Lobby', objectClass: 'Person', to: seconds('2026-03-02T00:00:00') });
     expect(chosen.series).toEqual([{ key: 'Lobby', values: [20, 2] }]);
     expect(answer(report, { ...question, objectClass: 'Boat' }).series).toEqual([]);
+  });
+});
+
+describe('what passed on a day', () => {
+  const report = read(
+    'Date,Entrance1_Entrances_Person_Lobby,Entrance1_Entrances_Car_Lobby,Entrance1_Exits_Person_Lobby,Entrance2_Exits_Person_Lobby,Entrance1_Entrances_Person_Door\n' +
+      '2026-03-01 23:45:00,100,100,100,100,100\n2026-03-02 00:15:00,1,2,3,0,50\n2026-03-02 00:30:00,4,5,6,7,50\n',
+  );
+  const today = seconds('2026-03-02T00:00:00');
+
+  test('adds up per entrance, over the classes and from midnight on', () => {
+    expect([...passedOn(report, 'Lobby', today)!]).toEqual([['1', { entries: 12, exits: 9 }], ['2', { entries: 0, exits: 7 }]]);
+  });
+  test('yesterday is not today', () => {
+    expect(passedOn(report, 'Lobby', today + 86_400)).toBeNull();
+    expect(passedOn(read('Date\n'), 'Lobby', today)).toBeNull();
+  });
+  test('a camera whose clock is ahead may be in the next day', () => {
+    expect(passedOn(report, 'Lobby', today - 86_400)!.get('1')).toEqual({ entries: 12, exits: 9 });
+  });
+  test('the day is that of the device', () => {
+    expect(dayOf(new Date(2026, 2, 2, 0, 0, 1))).toBe(today);
+    expect(dayOf(new Date(2026, 2, 1, 23, 59, 59))).toBe(today - 86_400);
   });
 });

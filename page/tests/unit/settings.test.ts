@@ -1,7 +1,7 @@
 import { describe, expect, test } from 'vitest';
 import { problemOf } from '../../src/model/rules';
 import {
-  cornerCount, differences, edited, polygonChanges, polygonOf, problems, readSettings, uploadBody, withEdits,
+  cornerCount, differences, edited, isWritten, polygonChanges, polygonOf, problems, readSettings, uploadBody, whyNobodyIsHidden, withEdits,
 } from '../../src/model/settings';
 
 const size = { width: 1280, height: 720 };
@@ -62,6 +62,27 @@ describe('areas', () => {
   });
 });
 
+test.each([
+  ['Sensitivity', '0.4', '0.400000', true], ['Sensitivity', '0.4', '0.41', false], ['Occupants', '007', '7', true], ['Occupants', '7', '8', false],
+  ['MaxDisappear', '2.54', '2.500000', true], ['MaxDisappear', '2.5', '2.600000', false], ['Sensitivity', '', '0.000000', false],
+  ['Detection1_0', '0.500195', '0.500000', true], ['Detection1_0', '0.500195', '0.501000', false], ['Entrance3_15', '0.5', '0.500500', true],
+  ['CamName', 'Door', 'Door', true], ['CamName', '1.0', '1', false], ['DetectBoats', '1', '0', false],
+])('of %s the camera may write %j as %j: %j', (tag, sent, back, expected) => {
+  expect(isWritten(tag, sent, back, size)).toBe(expected);
+});
+
+test.each([
+  ['hiding is off', '0', '1280x720', '1', null],
+  ['a stream of its own', '1', '640x360', '1', null],
+  ['no stream', '1', '', '0', 'noStream'],
+  ['the stream of the analysis', '1', '1280x720', '0', 'analysis'],
+  ['the stream with overlays', '1', '800x450', '1', 'overlays'],
+  ['the stream where overlays would be, were they on', '1', '800x450', '0', null],
+] as const)('who is hidden: %s', (_, hides, stream, overlays, expected) => {
+  const values = new Map([['AnonOverlaysOn', hides], ['SelectedAnonOverlay', stream], ['DetectionOverlaysOn', overlays], ['SelectedDetectionOverlay', '800x450']]);
+  expect(whyNobodyIsHidden(values, size)).toBe(expected);
+});
+
 describe('rules', () => {
   test.each([
     ['Sensitivity', '0.35'], ['Sensitivity', '0'], ['Sensitivity', '1'], ['MaxDisappear', '2.5'], ['Detection2ThreshSeconds', '86400'], ['RepInt', '1'],
@@ -73,7 +94,7 @@ describe('rules', () => {
   test.each([
     ['Sensitivity', ''], ['Sensitivity', '1.01'], ['Sensitivity', '0,5'], ['Sensitivity', 'NaN'], ['Sensitivity', '1e-1'], ['Sensitivity', '0x1'],
     ['MaxDisappear', '-1'], ['MaxDisappear', '101'], ['Detection1ThreshSeconds', '1.5'], ['Detection3ThreshSeconds', '86401'], ['RepInt', '0'], ['RepInt', '1441'],
-    ['Occupants', '99999999999999999999'], ['MinNumberOfPeopleForTrigger', ' '], ['OccAutoResTime', '24:00'], ['OccAutoResTime', '3:5'],
+    ['Occupants', '99999999999999999999'], ['MinNumberOfPeopleForTrigger', ' '], ['OccAutoResTime', '24:00'], ['OccAutoResTime', '3:5'], ['DetectCars', 'true'],
     ['CamName', 'a<b'], ['CamName', 'a,b'], ['CamName', 'terror'], ['CamName', 'a\nb'], ['FO2_Name', 'x'.repeat(201)], ['FO3_Pwd', '<'], ['FO4_Login', '\u0000'],
     ['FO1_IP', 'http://192.0.2.7'], ['FO1_IP', 'user:password@host'], ['FO1_IP', 'host:0'], ['FO1_IP', 'host:99999'], ['FO1_IP', 'a b'],
   ])('%s may not be %j, with a reason', (tag, value) => {

@@ -1,0 +1,44 @@
+import { describe, expect, test } from 'vitest';
+import { axisLabels, dateOf, dateTimeOf } from '../../src/dates';
+import { pinched } from '../../src/parts/pinch';
+import { chosenLanguage } from '../../src/texts';
+
+const at = (text: string) => Date.parse(`${text}Z`) / 1000;
+const format = (text: string, options: Intl.DateTimeFormatOptions) => new Intl.DateTimeFormat(undefined, { timeZone: 'UTC', ...options }).format(at(text) * 1000);
+
+describe('labels of an axis', () => {
+  test('hours say the day where it begins', () => {
+    const labels = axisLabels([at('2026-03-30T18:00'), at('2026-03-30T21:00'), at('2026-03-31T00:00'), at('2026-03-31T03:00')], 3 * 3600);
+    const day = (text: string) => format(text, { day: 'numeric', month: 'short' });
+    expect(labels.map((label) => label.split('\n')[1])).toEqual([day('2026-03-30T18:00'), undefined, day('2026-03-31T00:00'), undefined]);
+    expect(labels[1]).toBe(format('2026-03-30T21:00', { timeStyle: 'short' }));
+  });
+  test('days and months are written as the locale does', () => {
+    expect(axisLabels([at('2026-03-05T00:00')], 86_400)).toEqual([format('2026-03-05T00:00', { day: 'numeric', month: 'short' })]);
+    expect(axisLabels([at('2026-03-01T00:00')], 31 * 86_400)).toEqual([format('2026-03-01T00:00', { month: 'short', year: 'numeric' })]);
+    expect(dateTimeOf(at('2026-03-05T13:45'))).toContain(dateOf(at('2026-03-05T00:00')));
+  });
+});
+
+describe('two fingers', () => {
+  test.each([
+    ['apart zoom in around what is between them', [0.4, 0.6], [0.2, 0.8], [100 + 100 / 3, 200 - 100 / 3]],
+    ['together zoom out', [0.2, 0.8], [0.4, 0.6], [0, 300]],
+    ['side by side move it', [0.2, 0.4], [0.4, 0.6], [80, 180]],
+    ['may cross one another', [0.6, 0.4], [0.8, 0.2], [100 + 100 / 3, 200 - 100 / 3]],
+  ] as const)('%s', (_, before, now, expected) => {
+    const [from, to] = pinched([100, 200], [...before], [...now]);
+    expect(from).toBeCloseTo(expected[0], 9);
+    expect(to).toBeCloseTo(expected[1], 9);
+  });
+  test('on one spot show something all the same', () => {
+    const [from, to] = pinched([100, 200], [0.4, 0.6], [0.5, 0.5]);
+    expect(Number.isFinite(from) && Number.isFinite(to) && to > from).toBe(true);
+  });
+});
+
+test.each([
+  [['en-GB', 'de'], 'en'], [['de-AT', 'en'], 'de'], [['fr', 'DE'], 'de'], [['fr'], 'en'], [[], 'en'],
+])('of %j the page speaks %s', (wanted, expected) => {
+  expect(chosenLanguage(wanted, ['en', 'de'])).toBe(expected);
+});

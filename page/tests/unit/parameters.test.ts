@@ -1,0 +1,73 @@
+import { readFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { describe, expect, test } from 'vitest';
+import { helpOf, isCoordinate, labelOf, nameOf, tabOf, valueOf } from '../../src/model/fields';
+import { parameterOf, shownParameter } from '../../src/model/parameters';
+import { problemOf } from '../../src/model/rules';
+
+interface Declared { name: string; type: string; default: string; range: string; help?: string }
+const declared: Declared[] = JSON.parse(readFileSync(join(__dirname, '../../../package/manifest.json'), 'utf8')).parameters;
+
+const followers = Array.from({ length: 10 }, (_, i) => ['Active', 'Name', 'IP', 'Login', 'Pwd'].map((field) => `FO${i + 1}_${field}`)).flat();
+const areas = [1, 2, 3].flatMap((i) => [`Detection${i}_Active`, `Exclusion${i}_Active`, `Entrance${i}_Active`, `Detection${i}ThreshSeconds`]);
+
+/** The settings for which the page has a field. */
+const fields = [
+  'DetectionControlPoints', 'EntrancesControlPoints', 'IsCameraInside', 'LocatorAtBottom', 'DetectPersons', 'DetectBicycles', 'DetectCars', 'DetectMotorcycles',
+  'DetectBuses', 'DetectTrucks', 'DetectTrains', 'DetectBoats', 'DetectAirplanes', 'Sensitivity', 'MaxDisappear', 'AoiLogicComparison', 'MinNumberOfPeopleForTrigger',
+  'Occupants', 'ResetByOccupanyCount', 'CamName', 'RepInt', 'DetectionOverlaysOn', 'SelectedDetectionOverlay', 'AnonOverlaysOn', 'SelectedAnonOverlay', 'IsOccResOn',
+  'OccAutoResTime', 'VerboseLog', ...areas, ...followers,
+];
+
+describe.each(fields)('the field of %s', (tag) => {
+  test('has a parameter of the manifest, and its help', () => {
+    const { name, type, help } = shownParameter(tag);
+    const found = declared.find((one) => one.name === name)!;
+    expect(found.help).toBe(help);
+    expect(help).toMatch(/^[A-Z].*\.$/);
+    expect(tag === 'MaxDisappear' ? 'float' : found.type).toBe(type);
+    expect(helpOf(tag)).toBe(help);
+  });
+  test('has a name of its own', () => {
+    expect(labelOf(tag)).not.toBe(tag);
+    expect(fields.filter((other) => nameOf(other) === nameOf(tag) && tabOf(other) === tabOf(tag))).toEqual([tag]);
+  });
+  test('obeys the range of the manifest, and takes its default', () => {
+    const found = declared.find((one) => one.name === parameterOf(tag)!.name)!;
+    // Flags are written otherwise in the settings, and seconds are cycles of a tenth of a second.
+    const scale = tag === 'MaxDisappear' ? 10 : 1;
+    const usual = found.type === 'bool' ? String(Number(found.default === 'true')) : found.range ? String(Number(found.default) / scale) : found.default;
+    expect(problemOf(tag, usual)).toBeNull();
+    if (found.type === 'bool') expect(problemOf(tag, '2')).not.toBeNull();
+    if (!found.range) return;
+    const [least, most] = found.range.split('..').map((bound) => Number(bound) / scale);
+    expect([least, most].map((bound) => problemOf(tag, String(bound)))).toEqual([null, null]);
+    const step = found.type === 'integer' && scale === 1 ? 1 : 0.01;
+    for (const beyond of [least - step, most + step]) expect(problemOf(tag, String(beyond))).toMatch(/\.$/);
+  });
+});
+
+test('every parameter with a help is shown by some field, or told by the page', () => {
+  const told = ['HStream', 'WStream', 'MainLoopTime'];
+  const shown = new Set([...fields.map((tag) => shownParameter(tag).name), ...told]);
+  expect(declared.filter(({ name, help }) => help && !shown.has(name))).toEqual([]);
+});
+
+test.each([
+  ['FO3_Active', 'Follower 3: Counted in', 'cameras'], ['Detection2_Active', 'Area 2: In force', 'areas'], ['Entrance1_14', 'Entrance 1: Outline', 'areas'],
+  ['Exclusion3_0', 'Exclusion 3: Outline', 'areas'], ['DetectionOverlaysOn', 'Draw what is found', 'advanced'], ['Sensitivity', 'Lowest score', 'detection'],
+  ['FromALaterVersion', 'FromALaterVersion', 'detection'],
+])('%s is called "%s" and is on %s', (tag, name, tab) => {
+  expect([nameOf(tag), tabOf(tag)]).toEqual([name, tab]);
+});
+
+test.each([
+  ['DetectCars', '1', 'on'], ['DetectCars', '0', 'off'], ['AoiLogicComparison', '2', 'at least'], ['AoiLogicComparison', '7', '7'], ['Sensitivity', '0.400000', '0.4'],
+  ['CamName', '1.0', '1.0'], ['Unknown', '<b>', '<b>'],
+])('%s of %j reads "%s"', (tag, value, words) => {
+  expect(valueOf(tag, value)).toBe(words);
+});
+
+test('corners are told from other settings of an area', () => {
+  expect(['Detection1_0', 'Entrance3_15', 'Detection1_Active', 'Detection1ThreshSeconds', 'FO1_IP'].filter(isCoordinate)).toEqual(['Detection1_0', 'Entrance3_15']);
+});
