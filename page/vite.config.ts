@@ -7,14 +7,14 @@ const names = {
   assetFileNames: '[name][extname]',
 };
 
-/** Of the package's manifest the page takes the parameters that it shows, which have a help, and what it needs of them. */
+/** Of the package's manifest the page takes what it needs: the many single corners have no field of their own. */
 const manifest: Plugin = {
   name: 'manifest',
   enforce: 'pre',
   transform(code, id) {
     if (!/\/package\/manifest\.json$/.test(id.split('?')[0])) return null;
     const { parameters } = JSON.parse(code) as { parameters: Record<string, string>[] };
-    const shown = parameters.filter((parameter) => parameter.help);
+    const shown = parameters.filter(({ name }) => !/\d[xy]$/.test(name));
     return JSON.stringify({
       parameters: shown.map(({ name, type, default: usual, range, unit, help }) => ({ name, type, default: usual, range, unit, help })),
     });

@@ -59,7 +59,7 @@ TEST(Manifest, DeclaresEveryParameterInOrderWithItsType) {
     for (size_t i = 0; i < declared.size(); ++i) {
         EXPECT_EQ(declared[i].at("name"), parameterTable()[i].name);
         EXPECT_EQ(declared[i].at("type"), typeName(parameterTable()[i].type)) << parameterTable()[i].name;
-        EXPECT_FALSE(declared[i].at("effect").get<std::string>().empty()) << parameterTable()[i].name;
+        EXPECT_FALSE(declared[i].at("help").get<std::string>().empty()) << parameterTable()[i].name;
     }
 }
 

@@ -42,7 +42,7 @@ const otherNames: [RegExp, string][] = [
 
 function declaration(name: string): Parameter {
   const parameter = declared.get(name);
-  if (!parameter) throw new Error(`the manifest declares no parameter "${name}" with a help`);
+  if (!parameter) throw new Error(`the manifest declares no parameter "${name}"`);
   return parameter;
 }
 
