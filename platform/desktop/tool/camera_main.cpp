@@ -6,6 +6,7 @@
 
 #include "background.h"
 #include "desktop_camera.h"
+#include "options_file.h"
 #include "source_name.h"
 
 namespace {
@@ -112,8 +113,7 @@ int performRun(int argc, char** argv) {
                    "A video file, an address (rtsp://...), a webcam (/dev/video0) or scene:plaza")
         ->required();
     addCameraOptions(app, options, seconds);
-    app.set_config("--config", "",
-                   "File of these options, one a line: port = 8080. What the command line says as well, counts");
+    desktop::addOptionsFile(app);
     return perform(app, argc, argv, [&] { return run(options, seconds); });
 }
 
