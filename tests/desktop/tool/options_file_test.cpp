@@ -1,10 +1,9 @@
-#include <algorithm>
-
 #include "options_file.h"
-#include "program.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 
+#include "program.h"
 #include "test_folder.h"
 
 namespace {
