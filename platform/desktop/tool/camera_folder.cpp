@@ -37,7 +37,7 @@ void writeFile(const fs::path& path, const std::string& text) {
 
 fs::path packageFolder() {
     const char* const replacement = std::getenv("SENVO_PACKAGE");
-    return replacement == nullptr ? SENVO_PACKAGE_FOLDER : replacement;
+    return replacement == nullptr ? fs::read_symlink("/proc/self/exe").parent_path() / "package" : replacement;
 }
 
 fs::path findModelCard(const std::string& nameOrPath) {

@@ -12,7 +12,10 @@
  */
 namespace desktop {
 
-/** Where the package's own files lie: manifest, model cards, scenes. SENVO_PACKAGE in the environment replaces it. */
+/**
+ * Where the package's own files lie: manifest, page, model cards, scenes. It is the folder "package" beside the running
+ * program; SENVO_PACKAGE in the environment replaces it.
+ */
 std::filesystem::path packageFolder();
 
 /**

@@ -1,3 +1,4 @@
+#include <functional>
 #include <iostream>
 #include <sys/stat.h>
 #include <termios.h>
@@ -5,6 +6,7 @@
 
 #include "background.h"
 #include "desktop_camera.h"
+#include "options_file.h"
 #include "source_name.h"
 
 namespace {
@@ -82,29 +84,8 @@ int setPassword(const std::filesystem::path& state, bool random) {
     return EXIT_SUCCESS;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    // Settings hold the passwords of followers, and the log may hold them, too.
-    umask(S_IRWXG | S_IRWXO);
-    CLI::App app("Runs a camera on this machine.", "senvo");
-    app.require_subcommand(1);
-    desktop::CameraOptions options;
-    int seconds = 0;
-    CLI::App* const runCommand = app.add_subcommand(
-        "run",
-        "Counts what a video shows, until stopped, and serves the web interface. The application is started again when "
-        "it ends with an error or hangs.");
-    runCommand
-        ->add_option("--video", options.video,
-                     "A video file, an address (rtsp://...), a webcam (/dev/video0) or scene:plaza")
-        ->required();
-    addCameraOptions(*runCommand, options, seconds);
-    bool random = false;
-    CLI::App* const password = app.add_subcommand(
-        "password", "Sets the password of the web interface's user, read from standard input. It counts at once.");
-    password->add_option("--state", options.state, "The camera's folder; by default that of senvo run");
-    password->add_flag("--random", random, "Make one and print it");
+/** Does what a command line asks for, and gives the status to end with. */
+int perform(CLI::App& app, int argc, char** argv, const std::function<int()>& command) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {
@@ -114,9 +95,50 @@ int main(int argc, char** argv) {
         return kUnusable;
     }
     try {
-        return runCommand->parsed() ? run(options, seconds) : setPassword(options.state, random);
+        return command();
     } catch (const std::exception& error) {
         std::cerr << "senvo: " << error.what() << '\n';
         return kUnusable;
     }
+}
+
+int performRun(int argc, char** argv) {
+    CLI::App app(
+        "Counts what a video shows, until stopped, and serves the web interface. The application is started again when "
+        "it ends with an error or hangs.",
+        "senvo run");
+    desktop::CameraOptions options;
+    int seconds = 0;
+    app.add_option("--video", options.video,
+                   "A video file, an address (rtsp://...), a webcam (/dev/video0) or scene:plaza")
+        ->required();
+    addCameraOptions(app, options, seconds);
+    desktop::addOptionsFile(app);
+    return perform(app, argc, argv, [&] { return run(options, seconds); });
+}
+
+int performPassword(int argc, char** argv) {
+    CLI::App app("Sets the password of the web interface's user, read from standard input. It counts at once.",
+                 "senvo password");
+    std::filesystem::path state;
+    bool random = false;
+    app.add_option("--state", state, "The camera's folder; by default that of senvo run");
+    app.add_flag("--random", random, "Make one and print it");
+    return perform(app, argc, argv, [&] { return setPassword(state, random); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Settings hold the passwords of followers, and the log may hold them, too.
+    umask(S_IRWXG | S_IRWXO);
+    const std::string subcommand = argc > 1 ? argv[1] : "";
+    if (subcommand == "run") {
+        return performRun(argc - 1, argv + 1);
+    }
+    if (subcommand == "password") {
+        return performPassword(argc - 1, argv + 1);
+    }
+    std::cerr << "senvo: expected the subcommand run or password, got \"" << subcommand << "\"\n";
+    return kUnusable;
 }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -31,6 +32,12 @@ std::string digestOf(const std::string& user, const std::string& password) {
 
 std::string lineStart(const std::string& user) {
     return user + ":" + kRealm + ":";
+}
+
+/** Gives a file that root writes to the folder's owner, for whom the web server reads it. */
+bool giveToOwnerOf(const std::filesystem::path& folder, int file) {
+    struct stat owner = {};
+    return geteuid() != 0 || (stat(folder.c_str(), &owner) == 0 && fchown(file, owner.st_uid, owner.st_gid) == 0);
 }
 
 std::vector<std::string> readLines(const std::filesystem::path& file) {
@@ -83,8 +90,8 @@ void Accounts::set(const std::string& user, const std::string& password) const {
     const std::string beside = m_file.string() + ".new";
     unlink(beside.c_str());
     const int file = open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    const bool written =
-        file >= 0 && write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size()) && fsync(file) == 0;
+    const bool written = file >= 0 && write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+                         giveToOwnerOf(m_file.parent_path(), file) && fsync(file) == 0;
     const int error = errno;
     if (file >= 0) {
         close(file);

@@ -22,8 +22,9 @@ public:
     bool has(const std::string& user) const;
 
     /**
-     * Sets a user's password, readable for the file's owner only. Throws std::runtime_error for a password that is
-     * empty, longer than 128 bytes or has control characters, and when the file cannot be written.
+     * Sets a user's password. The file is readable for its owner only: who calls, or, called by root, the owner of its
+     * folder. Throws std::runtime_error for a password that is empty, longer than 128 bytes or has control characters,
+     * and when the file cannot be written.
      */
     void set(const std::string& user, const std::string& password) const;
 

@@ -115,7 +115,8 @@ protected:
         Lines command = {program,  "run", "--video", "scene:plaza",
                          "--port", "0",   "--state", m_folder.path() / "camera"};
         command.insert(command.end(), options.begin(), options.end());
-        return runProgram(command, m_folder.path());
+        const std::string package = std::filesystem::path(CAMERA_PROGRAM).parent_path() / "package";
+        return runProgram(command, m_folder.path(), {"SENVO_PACKAGE=" + package});
     }
 
     TestFolder m_folder;
