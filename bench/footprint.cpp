@@ -20,7 +20,8 @@
 namespace {
 
 constexpr double kMiB = 1024.0 * 1024.0;
-constexpr const char* kCameraBuild = SENVO_CHECKOUT "/build/camera/bin/";
+constexpr const char* kCameraBuild = SENVO_CHECKOUT "/build/camera/";
+constexpr const char* kCameraPrograms = SENVO_CHECKOUT "/build/camera/bin/";
 
 struct Footprint {
     const char* what;
@@ -31,6 +32,17 @@ struct Footprint {
 };
 
 // --- The program on the camera's processor ---------------------------------------------------------------------------
+
+/** What the camera's build was prepared with, such as "CMAKE_STRIP:FILEPATH". */
+std::string prepared(const std::string& what) {
+    std::ifstream cache(std::string(kCameraBuild) + "CMakeCache.txt");
+    for (std::string line; std::getline(cache, line);) {
+        if (line.rfind(what + "=", 0) == 0) {
+            return line.substr(what.size() + 1);
+        }
+    }
+    throw std::runtime_error("expected " + what + " in the cache of build/camera, found none");
+}
 
 /** Runs to its end; throws when it fails. */
 void run(const std::vector<std::string>& command, const std::filesystem::path& folder) {
@@ -43,8 +55,8 @@ void run(const std::vector<std::string>& command, const std::filesystem::path& f
 double strippedSize() {
     const TestFolder folder;
     const std::string stripped = folder.path() / "ostrel_senvo";
-    run({"/usr/bin/arm-linux-gnueabihf-strip", "--strip-all", "-o", stripped,
-         std::string(kCameraBuild) + "ostrel_senvo"},
+    run({prepared("CMAKE_STRIP:FILEPATH"), "--strip-all", "-o", stripped,
+         std::string(kCameraPrograms) + "ostrel_senvo"},
         folder.path());
     return static_cast<double>(std::filesystem::file_size(stripped)) / kMiB;
 }
@@ -57,8 +69,8 @@ constexpr uintptr_t kGuestSize = uintptr_t{1} << 32U;
 pid_t startEmulated(const ScriptedProcess& process, const std::string& frames) {
     char base[32];
     std::snprintf(base, sizeof(base), "0x%zx", static_cast<size_t>(kGuestBase));
-    return startProgram({"/usr/bin/qemu-arm", "-B", base, "-L", SENVO_CHECKOUT "/build/armhf",
-                         std::string(kCameraBuild) + "ostrel_senvo_scripted", frames, "1280", "720", "960", "540"},
+    return startProgram({"/usr/bin/env", "qemu-arm", "-B", base, "-L", prepared("SENVO_SYSROOT:PATH"),
+                         std::string(kCameraPrograms) + "ostrel_senvo_scripted", frames, "1280", "720", "960", "540"},
                         process.folder(), {"OSTREL_SENVO_ROOT=" + process.folder().string()}, {SIGTERM});
 }
 
@@ -84,16 +96,17 @@ double residentMemory(pid_t process) {
 double steadyMemory() {
     const ScriptedProcess process;
     Child child(startEmulated(process, "1000"));
-    const auto ended = [&] { return child.wait(0) != -1; };
+    int status = -1;
+    int answered = 0;
     double most = 0;
-    while (!ended()) {
+    while ((status = child.wait(0)) == -1) {
         for (const char* action : {"get_all_parameters", "get_data_panel_info", "get_occupancy_html"}) {
-            process.answers(action);
+            answered += process.answers(action) ? 1 : 0;
         }
         most = std::max(most, residentMemory(child.pid()));
     }
-    if (readFile(process.folder() / "out") != "1000\n" || most == 0) {
-        throw std::runtime_error("the emulated process did not analyse 1000 frames:\n" +
+    if (status != 0 || readFile(process.folder() / "out") != "1000\n" || answered < 10 || most == 0) {
+        throw std::runtime_error("the emulated process did not analyse 1000 frames and answer:\n" +
                                  readFile(process.folder() / "err"));
     }
     return most;
@@ -207,7 +220,7 @@ Flash dayOnTheFlash() {
 
 int measureFootprint(bool json) {
     for (const char* program : {"ostrel_senvo", "ostrel_senvo_scripted"}) {
-        if (!std::filesystem::exists(std::string(kCameraBuild) + program)) {
+        if (!std::filesystem::exists(std::string(kCameraPrograms) + program)) {
             throw std::runtime_error(std::string("expected the camera's build in build/camera; ") + program +
                                      " is not there");
         }

@@ -1,19 +1,32 @@
-# 32-bit ARM with hardware floating point, as the cameras have. SENVO_SYSROOT, in the environment, names the folder to
-# build against: a platform kit's, or the one that platform/camera/sysroot makes. CC and CXX name the kit's compilers.
+# 32-bit ARM with hardware floating point, as the cameras have. SENVO_SYSROOT, in the environment when a build is prepared
+# first, names a platform kit's folder to build against, CC and CXX then the kit's compilers; without it that is the
+# folder that platform/camera/sysroot makes, and Debian's cross compilers.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 
-if(DEFINED ENV{SENVO_SYSROOT})
-  set(CMAKE_SYSROOT $ENV{SENVO_SYSROOT})
-else()
-  get_filename_component(CMAKE_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../../build/armhf ABSOLUTE)
+if(NOT SENVO_SYSROOT)
+  set(sysroot ${CMAKE_CURRENT_LIST_DIR}/../../build/armhf)
+  set(c_compiler arm-linux-gnueabihf-gcc)
+  set(cxx_compiler arm-linux-gnueabihf-g++)
+  if(DEFINED ENV{SENVO_SYSROOT})
+    set(sysroot $ENV{SENVO_SYSROOT})
+    if(DEFINED ENV{CC})
+      set(c_compiler $ENV{CC})
+    endif()
+    if(DEFINED ENV{CXX})
+      set(cxx_compiler $ENV{CXX})
+    endif()
+  endif()
+  get_filename_component(sysroot ${sysroot} ABSOLUTE)
+  # Kept, so that preparing the build again takes the same.
+  set(SENVO_SYSROOT ${sysroot} CACHE PATH "What is built against")
+  set(SENVO_C_COMPILER ${c_compiler} CACHE STRING "The C compiler for it")
+  set(SENVO_CXX_COMPILER ${cxx_compiler} CACHE STRING "The C++ compiler for it")
 endif()
-if(NOT DEFINED ENV{CC})
-  set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
-endif()
-if(NOT DEFINED ENV{CXX})
-  set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
-endif()
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES SENVO_SYSROOT SENVO_C_COMPILER SENVO_CXX_COMPILER)
+set(CMAKE_SYSROOT ${SENVO_SYSROOT})
+set(CMAKE_C_COMPILER ${SENVO_C_COMPILER})
+set(CMAKE_CXX_COMPILER ${SENVO_CXX_COMPILER})
 
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
