@@ -4,7 +4,7 @@ import { createServer } from 'node:http';
 import { AddressInfo } from 'node:net';
 import { join } from 'node:path';
 import { describe, expect, test } from 'vitest';
-import { ask, building, eventually, expectText, isMissing, open, opened, show, store, useBrowser } from './browser';
+import { ask, building, eventually, expectText, isMissing, open, opened, show, store, stored, useBrowser } from './browser';
 
 /** One grey pixel. */
 const kJpeg = Buffer.from(
@@ -179,7 +179,8 @@ describe.skipIf(isMissing)('Live', () => {
     await show(page, 'live');
     const image = page.getByRole('img', { name: 'Live picture' });
     await eventually(() => image.evaluate((element: HTMLImageElement) => element.naturalWidth), (width) => width === 1);
-    expect(asked.filter((url) => !url.includes('resolution=1280x720'))).toEqual([]);
+    const drawn = await stored(page, 'SelectedDetectionOverlay');
+    expect(asked.filter((url) => !url.includes(`resolution=${drawn}`))).toEqual([]);
     await eventually(() => page.getByText('No picture').count(), (count) => count === 0);
     await page.getByLabel('Picture size').selectOption('640x360');
     await eventually(async () => asked.at(-1)!, (url) => url.includes('resolution=640x360'));

@@ -265,8 +265,9 @@ describe.skipIf(isMissing)('Advanced', () => {
 
   test('a stream on which nobody can be hidden is warned of', async () => {
     const page = await opened('advanced');
-    const before = { AnonOverlaysOn: '0', SelectedAnonOverlay: await stored(page, 'SelectedAnonOverlay'), DetectionOverlaysOn: '1', SelectedDetectionOverlay: '640x360' };
-    await store(page, { ...before, SelectedAnonOverlay: '' });
+    const tags = ['AnonOverlaysOn', 'SelectedAnonOverlay', 'DetectionOverlaysOn', 'SelectedDetectionOverlay'];
+    const before = await Promise.all(tags.map((tag) => stored(page, tag)));
+    await store(page, { AnonOverlaysOn: '0', SelectedAnonOverlay: '', DetectionOverlaysOn: '1', SelectedDetectionOverlay: '640x360' });
     await page.reload();
     const stream = page.locator('select[name=SelectedAnonOverlay]');
     const warning = page.locator('.field').filter({ has: stream }).locator('.warning');
@@ -281,7 +282,7 @@ describe.skipIf(isMissing)('Advanced', () => {
     await page.getByLabel('Draw what is found', { exact: true }).uncheck();
     await eventually(() => warning.textContent(), (text) => text === '');
     expect(await page.getByRole('button', { name: 'Save', exact: true }).isEnabled()).toBe(true);
-    await store(page, before);
+    await store(page, Object.fromEntries(tags.map((tag, i) => [tag, before[i]])));
   });
 
   test('streams come from the list of the camera, and everything is saved', async () => {
