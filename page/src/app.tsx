@@ -61,6 +61,34 @@ function useUnsavedGuard(): void {
   }, []);
 }
 
+const kFresh = 60_000;
+
+/**
+ * Settings are read when the camera is there, or there again, when somebody comes back to the page, and each minute: others
+ * change them, too. What could not be read is tried again.
+ */
+function useFreshSettings(): void {
+  useEffect(() => {
+    let generation = 0;
+    let readAt = -Infinity;
+    const comeBack = () => (readAt = -Infinity);
+    document.addEventListener('visibilitychange', comeBack);
+    // Behind an answer of the camera: before it, a login might be asked for twice.
+    const leave = pulse.watch(() => {
+      if (pulse.connection !== 'ok') return;
+      const isFresh = generation === pulse.generation && performance.now() - readAt < kFresh && !settings.trouble;
+      if (isFresh) return;
+      generation = pulse.generation;
+      readAt = performance.now();
+      void settings.load();
+    });
+    return () => {
+      document.removeEventListener('visibilitychange', comeBack);
+      leave();
+    };
+  }, []);
+}
+
 function ThemeButton() {
   const { chosen } = useStore(theme);
   return (
@@ -120,14 +148,8 @@ function Tabs({ current }: { current: TabName }) {
 export function App() {
   const tab = useTab();
   useUnsavedGuard();
-  useEffect(() => {
-    pulse.start();
-    void settings.load();
-    // What could not be read while the camera was away is read when it is back.
-    return pulse.watch(() => {
-      if (pulse.connection === 'ok' && settings.trouble) void settings.load();
-    });
-  }, []);
+  useFreshSettings();
+  useEffect(() => pulse.start(), []);
   useEffect(() => {
     document.title = `${texts.tabs[tab]} – ${texts.product}`;
     scrollTo(0, 0);

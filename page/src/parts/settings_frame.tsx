@@ -69,19 +69,20 @@ function sentence({ edits, problems, save }: SettingsStore): string {
   if (edits.size === 0) return saved.join('');
   const tabs = new Set([...edits.keys()].map(tabOf));
   const changes = texts.settings.unsaved(edits.size, tabNames.filter((tab) => tabs.has(tab)).map((tab) => texts.tabs[tab]));
-  return [...saved, problems.size > 0 ? `${changes}, ${texts.settings.invalid(problems.size)}` : changes].join(' ');
+  return [...saved, problems.size > 0 ? `${changes}, ${texts.settings.invalid(problems.size, ...firstOf(problems))}` : changes].join(' ');
 }
 
 const kMostShown = 12;
 
 /** What somebody else has changed: a line for each setting, and one for each area that was drawn anew. */
-function changesOf({ loaded, edits }: SettingsStore, theirs: string[], latest: ReadonlyMap<string, string>) {
+function changesOf(store: SettingsStore, theirs: string[], latest: ReadonlyMap<string, string>) {
+  const mine = store.mineOver(latest);
   const lines = new Map<string, { said: string; both: boolean }>();
   for (const tag of theirs) {
-    const [now, before] = [latest.get(tag) ?? '', loaded!.get(tag) ?? ''].map((value) => valueOf(tag, value));
+    const [now, before] = [latest.get(tag) ?? '', store.loaded!.get(tag) ?? ''].map((value) => valueOf(tag, value));
     const said = tag.endsWith('_Pwd') ? texts.settings.conflictHidden : isCoordinate(tag) ? texts.settings.conflictDrawn : texts.settings.conflictLine(now, before);
     const name = nameOf(tag);
-    lines.set(name, { said, both: edits.has(tag) || (lines.get(name)?.both ?? false) });
+    lines.set(name, { said, both: mine.has(tag) || (lines.get(name)?.both ?? false) });
   }
   return [...lines];
 }

@@ -343,6 +343,40 @@ describe.skipIf(isMissing)('Saving', () => {
     await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
   });
 
+  test.each([['Take theirs', [0.32, 0.42]], ['Save mine', [0.28, 0.464]]])('of an area that two people have drawn all corners are those of one: %s', async (button, expected) => {
+    const page = await opened('areas');
+    const usual = { Detection1_0: '0.28', Detection1_1: '0.42' };
+    await store(page, usual);
+    await page.reload();
+    await page.getByTestId('corner-1').focus();
+    await page.keyboard.press('Shift+ArrowDown');
+    // They have moved the corner sideways, and it was moved down here: both would be a third place.
+    await store(page, { Detection1_0: '0.32' });
+    await page.getByRole('button', { name: 'Save', exact: true }).click();
+    const dialog = page.getByRole('dialog');
+    await dialog.getByText('Area 1: Outline was drawn anew – changed here, too').waitFor();
+    await dialog.getByRole('button', { name: button }).click();
+    await dialog.waitFor({ state: 'detached' });
+    if (button === 'Save mine') await expectText(page, 'save-state', /^Saved/);
+    const told = await Promise.all(['Detection1_0', 'Detection1_1'].map((tag) => stored(page, tag)));
+    expect(told.map(Number)).toEqual(expected.map((value) => expect.closeTo(value, 2)));
+    await store(page, usual);
+  });
+
+  test('what others save shows when one comes back to the page, and when the camera comes back', async () => {
+    const page = await opened('detection');
+    const shown = () => page.getByLabel('From this many inside').inputValue();
+    await eventually(shown, (value) => value === '50');
+    await store(page, { Occupants: '61' });
+    await page.evaluate(() => document.dispatchEvent(new Event('visibilitychange')));
+    await eventually(shown, (value) => value === '61');
+    await store(page, { Occupants: '50' });
+    await page.context().setOffline(true);
+    await expectText(page, 'status', /^No answer$/);
+    await page.context().setOffline(false);
+    await eventually(shown, (value) => value === '50');
+  });
+
   test('what is typed while a save runs stays, unsaved', async () => {
     const page = await opened('detection');
     let go = () => {};
