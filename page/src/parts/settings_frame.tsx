@@ -7,8 +7,11 @@ import { settings, useSettings } from '../stores';
 import { texts } from '../texts';
 import { Dialog } from './dialog';
 
-/** What a tab with settings has around them: the words while there are none yet, and the bar that saves them. */
-export function SettingsFrame({ children }: { children: () => ComponentChildren }) {
+/**
+ * What a tab with settings has around them: the words while there are none yet, and the bar that saves them.
+ * warning: what is wrong with what was changed, though it can be saved.
+ */
+export function SettingsFrame({ children, warning = '' }: { children: () => ComponentChildren; warning?: string }) {
   const { loaded, trouble } = useSettings();
   if (!loaded) {
     return (
@@ -21,7 +24,7 @@ export function SettingsFrame({ children }: { children: () => ComponentChildren 
   return (
     <form autocomplete="off" onSubmit={(event) => { event.preventDefault(); if (canSave(settings)) void settings.submit(); }}>
       {children()}
-      <SaveBar />
+      <SaveBar warning={warning} />
     </form>
   );
 }
@@ -30,7 +33,7 @@ function canSave({ edits, problems, save }: SettingsStore): boolean {
   return edits.size > 0 && problems.size === 0 && save.is !== 'saving';
 }
 
-function SaveBar() {
+function SaveBar({ warning }: { warning: string }) {
   const store = useSettings();
   const { edits, problems, save, canUndo } = store;
   const bar = useRef<HTMLDivElement>(null);
@@ -46,6 +49,7 @@ function SaveBar() {
       <p ref={said} tabIndex={-1} class={save.is === 'failed' || problems.size > 0 ? 'problem' : ''} role={save.is === 'failed' ? 'alert' : 'status'} data-testid="save-state">
         {words}
       </p>
+      {warning && <p class="warning" data-testid="save-warning">{warning}</p>}
       {(edits.size > 0 || canUndo) && (
         <div class="actions">
           <button type="button" disabled={!canUndo} onClick={() => store.undo()}>{texts.settings.undo}</button>
@@ -57,6 +61,12 @@ function SaveBar() {
       {save.is === 'conflict' && <Conflict theirs={save.theirs} />}
     </div>
   );
+}
+
+/** The name of the first setting, and what is wrong with it: the bar may lie over where that is said. */
+function firstOf(problems: ReadonlyMap<string, string>): [string, string] {
+  const [[tag, problem]] = problems;
+  return [nameOf(tag), problem];
 }
 
 function sentence({ edits, problems, save }: SettingsStore): string {

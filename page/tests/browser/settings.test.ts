@@ -83,9 +83,9 @@ describe.skipIf(isMissing)('Detection', () => {
   ])('%s = %j is refused as it is typed: %s', async (tag, value, reason) => {
     const page = await opened('detection');
     await page.locator(`input[name=${tag}]`).fill(value);
-    await page.getByText(reason).waitFor();
+    await page.locator('.field > .problem').filter({ hasText: reason }).waitFor();
     expect(await page.locator(`input[name=${tag}]`).getAttribute('aria-invalid')).toBe('true');
-    await expectText(page, 'save-state', /1 value to correct first/);
+    await expectText(page, 'save-state', new RegExp(`1 value to correct first\\. .*: .*${reason.replace(/[.+]/g, '.')}`));
     expect(await page.getByRole('button', { name: 'Save', exact: true }).isDisabled()).toBe(true);
   });
 });
@@ -174,6 +174,19 @@ describe.skipIf(isMissing)('Cameras', () => {
     await first.getByLabel('Password').fill('');
     expect(await page.getByRole('button', { name: 'Save', exact: true }).count()).toBe(0);
     await store(page, { FO1_Name: 'Follower 1' });
+  });
+
+  test('a password that was taken out does not come back when another one is typed and deleted', async () => {
+    const page = await opened('cameras');
+    await store(page, { FO10_IP: '192.0.2.7', FO10_Pwd: 'an old password' });
+    await page.reload();
+    const tenth = page.getByTestId('follower-10');
+    await tenth.getByRole('button', { name: 'Empty this slot' }).click();
+    await tenth.getByLabel('Password').fill('x');
+    await tenth.getByLabel('Password').fill('');
+    expect(await tenth.getByLabel('Password').getAttribute('placeholder')).toBe('none stored');
+    await save(page);
+    expect([await stored(page, 'FO10_IP'), await stored(page, 'FO10_Pwd')]).toEqual(['', '']);
   });
 
   test.each([
@@ -474,6 +487,26 @@ describe.skipIf(isMissing)('Saving', () => {
     await show(page, 'live');
     await page.getByRole('link', { name: 'Detection' }).click();
     expect(await page.getByLabel('Number of objects').inputValue()).toBe('9');
+    await page.unroute('**/*action=set_post_parameters');
+    await save(page);
+    expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('9');
+    await store(page, { MinNumberOfPeopleForTrigger: '1' });
+  });
+
+  test('a value that the camera itself refuses is kept as it was typed', async () => {
+    const page = await opened('detection');
+    // The page lets no such value through.
+    await page.route('**/*action=set_post_parameters', (route) =>
+      route.continue({ postData: route.request().postData()!.replace(/(<MinNumberOfPeopleForTrigger>)9</, '$1many<') }));
+    await page.getByLabel('Number of objects').fill('9');
+    const [answer] = await Promise.all([
+      page.waitForResponse('**/*action=set_post_parameters'), page.getByRole('button', { name: 'Save', exact: true }).click(),
+    ]);
+    expect(answer.status()).toBe(500);
+    await page.getByRole('alert').filter({ hasText: 'the camera refused a value; its log says which.' }).waitFor();
+    expect(await page.getByLabel('Number of objects').inputValue()).toBe('9');
+    expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('1');
+    expect(await ask(page, 'get_logfile_as_plain_text')).toContain('trying to set post parameters');
     await page.unroute('**/*action=set_post_parameters');
     await save(page);
     expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('9');
