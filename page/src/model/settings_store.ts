@@ -76,9 +76,11 @@ export class SettingsStore extends Store {
   /** Changes settings, also while others are being saved. Changes in a row with the same key are one step for undo. */
   change(changes: [string, string][], key = ''): void {
     if (!this.loaded) return;
+    const next = edited(this.loaded, this.edits, changes);
+    if (differences(this.edits, next).length === 0) return;
     if (!key || key !== this.lastKey) this.history.push(this.edits);
     this.lastKey = key;
-    this.edits = edited(this.loaded, this.edits, changes);
+    this.edits = next;
     this.touched();
   }
 

@@ -140,6 +140,15 @@ test('theirs are taken, or the question is left open', async () => {
   expect([store.values.get('Occupants'), edits(), uploads]).toEqual(['60', {}, 0]);
 });
 
+test('what changes nothing is no step for undo', () => {
+  store.change(objects('1'));
+  expect(store.canUndo).toBe(false);
+  store.change(objects('2'));
+  store.change(objects('2'), 'typed');
+  store.undo();
+  expect([edits(), store.canUndo]).toEqual([{}, false]);
+});
+
 /** Holds answers up until it is told to let them go. */
 function hold(): () => void {
   let go = () => {};
