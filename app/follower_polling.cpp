@@ -28,18 +28,27 @@ bool FollowerPolling::isAsked(size_t follower) const {
            isCameraCallable(m_leaderMetrics, static_cast<int>(follower));
 }
 
+void FollowerPolling::forgetFormerFollowers() {
+    const CameraInfo& cameras = m_config.cameraInfo;
+    for (size_t i = 0; i < m_answeredFrom.size(); ++i) {
+        if (!cameras.followerActive[i] || cameras.followerIPAddress[i] != m_answeredFrom[i]) {
+            m_leaderMetrics.followerAnswered[i] = 0;
+        }
+    }
+}
+
 int FollowerPolling::calculate_total_follower_AOI() {
-    const auto crowds = askFollowers(
-        [&](size_t i) { return isAsked(i); },
-        [&](size_t i) {
-            return m_followers.get_crowd_sum_of_3_areas_from_followerip(m_config.cameraInfo.followerIPAddress[i]);
-        });
+    const auto addresses = m_config.cameraInfo.followerIPAddress;
+    const auto crowds =
+        askFollowers([&](size_t i) { return isAsked(i); },
+                     [&](size_t i) { return m_followers.get_crowd_sum_of_3_areas_from_followerip(addresses[i]); });
     int sum = 0;
     for (size_t i = 0; i < crowds.size(); ++i) {
         // The -1 of a follower without answer counts like any other number.
         m_leaderMetrics.followerCrowdCount[i] = crowds[i].value_or(0);
         if (crowds[i].value_or(-1) >= 0) {
             m_leaderMetrics.followerAnswered[i] = clockNow();
+            m_answeredFrom[i] = addresses[i];
         }
         sum += crowds[i].value_or(0);
     }
@@ -58,6 +67,7 @@ int FollowerPolling::calculate_total_follower_occupancy() {
 }
 
 void FollowerPolling::query_follower_cameras() {
+    forgetFormerFollowers();
     if (clockNow() < m_nextQuery) {
         return;
     }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <ctime>
+#include <string>
 
 #include "config_params.h"
 #include "http_request_controller.h"
@@ -32,10 +34,15 @@ private:
     int calculate_total_follower_AOI();
     bool isAsked(size_t follower) const;
 
+    /** When a camera last answered says nothing of one that has taken its place, nor of one that is asked no more. */
+    void forgetFormerFollowers();
+
     const ConfigParams& m_config;
     const MetricsParams& m_metrics;
     LeaderMetricsParams& m_leaderMetrics;
     http_request_controller& m_followers;
+    /** Where each follower's last answer came from. */
+    std::array<std::string, CameraInfo::kFollowers> m_answeredFrom;
     time_t m_nextStatus = 0;
     time_t m_nextQuery = 0;
 };

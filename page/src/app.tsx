@@ -4,7 +4,7 @@ import { Icon } from './icons';
 import { tabOf } from './model/fields';
 import { useStore } from './model/store';
 import { TabName, tabNames } from './model/tabs';
-import { StatusBadge } from './parts/status';
+import { CameraStatus, StatusBadge } from './parts/status';
 import { pulse, settings, usePulse, useSettings } from './stores';
 import { AdvancedTab } from './tabs/advanced';
 import { AreasTab } from './tabs/areas';
@@ -39,15 +39,20 @@ function useTab(): TabName {
   return tab;
 }
 
-/** Unsaved changes: the browser asks before they are lost, and Ctrl+Z takes the last one back. */
+/** Whether a key is pressed where the settings are seen, and means nothing else. */
+function isForSettings({ target }: KeyboardEvent): boolean {
+  const typing = (target as Element).matches?.('input:not([type=checkbox],[type=radio],[type=range]), textarea');
+  return !typing && !document.querySelector('dialog[open]') && document.querySelector('main form') !== null;
+}
+
+/** Unsaved changes: the browser asks before they are lost, and Ctrl+Z takes the last one back where settings are seen. */
 function useUnsavedGuard(): void {
   useEffect(() => {
     const ask = (event: BeforeUnloadEvent) => {
       if (settings.edits.size > 0) event.preventDefault();
     };
     const undo = (event: KeyboardEvent) => {
-      const typing = (event.target as Element).matches?.('input:not([type=checkbox],[type=radio],[type=range]), textarea');
-      if (event.key === 'z' && (event.ctrlKey || event.metaKey) && !event.shiftKey && !typing && settings.canUndo) {
+      if (event.key === 'z' && (event.ctrlKey || event.metaKey) && !event.shiftKey && settings.canUndo && isForSettings(event)) {
         event.preventDefault();
         settings.undo();
       }
@@ -57,6 +62,34 @@ function useUnsavedGuard(): void {
     return () => {
       removeEventListener('beforeunload', ask);
       removeEventListener('keydown', undo);
+    };
+  }, []);
+}
+
+const kFresh = 60_000;
+
+/**
+ * Settings are read when the camera is there, or there again, when somebody comes back to the page, and each minute: others
+ * change them, too. What could not be read is tried again.
+ */
+function useFreshSettings(): void {
+  useEffect(() => {
+    let generation = 0;
+    let readAt = -Infinity;
+    const comeBack = () => (readAt = -Infinity);
+    document.addEventListener('visibilitychange', comeBack);
+    // Behind an answer of the camera: before it, a login might be asked for twice.
+    const leave = pulse.watch(() => {
+      if (pulse.connection !== 'ok') return;
+      const isFresh = generation === pulse.generation && performance.now() - readAt < kFresh && !settings.trouble;
+      if (isFresh) return;
+      generation = pulse.generation;
+      readAt = performance.now();
+      void settings.load();
+    });
+    return () => {
+      document.removeEventListener('visibilitychange', comeBack);
+      leave();
     };
   }, []);
 }
@@ -72,11 +105,9 @@ function ThemeButton() {
 
 function ConnectionBadge() {
   const { connection, panel } = usePulse();
-  const status = connection === 'ok' ? panel!.cameras[0].status : texts.connection[connection];
-  const tone = connection === 'ok' ? undefined : connection === 'asking' ? 'neutral' : 'bad';
   return (
     <span role="status" data-testid="status">
-      <StatusBadge status={status} tone={tone} />
+      {panel ? <CameraStatus camera={panel.cameras[0]} /> : <StatusBadge status={texts.connection[connection]} tone={connection === 'asking' ? 'neutral' : 'bad'} />}
     </span>
   );
 }
@@ -120,14 +151,8 @@ function Tabs({ current }: { current: TabName }) {
 export function App() {
   const tab = useTab();
   useUnsavedGuard();
-  useEffect(() => {
-    pulse.start();
-    void settings.load();
-    // What could not be read while the camera was away is read when it is back.
-    return pulse.watch(() => {
-      if (pulse.connection === 'ok' && settings.trouble) void settings.load();
-    });
-  }, []);
+  useFreshSettings();
+  useEffect(() => pulse.start(), []);
   useEffect(() => {
     document.title = `${texts.tabs[tab]} – ${texts.product}`;
     scrollTo(0, 0);

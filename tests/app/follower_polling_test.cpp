@@ -142,6 +142,26 @@ TEST_F(Polling, NotesWhenAFollowerLastToldItsCounts) {
     EXPECT_EQ(m_leader.followerAnswered[0], 0);
 }
 
+TEST_F(Polling, ForgetsTheAnswerOfACameraThatIsNoFollowerAnyMore) {
+    follow(3);
+    follow(4);
+    follow(5);
+    after(60);
+    const time_t answered = m_clock.now();
+    m_config.cameraInfo.followerActive[3] = false;
+    m_config.cameraInfo.followerIPAddress[4] = "127.0.0.1:1";
+    m_client.set_followerip("127.0.0.1:1", "", "");
+    after(1);
+    EXPECT_EQ(m_leader.followerAnswered[3], 0) << "switched off";
+    EXPECT_EQ(m_leader.followerAnswered[4], 0) << "another camera";
+    EXPECT_EQ(m_leader.followerAnswered[5], answered) << "the same as before";
+    m_config.cameraInfo.followerActive[3] = true;
+    after(1);
+    EXPECT_EQ(m_leader.followerAnswered[3], 0) << "switched on, but not asked yet";
+    after(1);
+    EXPECT_EQ(m_leader.followerAnswered[3], m_clock.now());
+}
+
 TEST_F(Polling, AddsNothingForAnOccupancyBelowOne) {
     follow(0, "0");
     follow(1, "-7");

@@ -26,9 +26,12 @@ export class Pulse extends Store {
   buildingCrowd: number | null = null;
   cycleTime: number | null = null;
   passages: Passage[] = [];
-  /** Counted since the page was opened. */
+  /** Counted since the page was opened, and when that was. */
   cameIn = 0;
   wentOut = 0;
+  readonly since = new Date();
+  /** The same for each entrance of this camera. */
+  perEntrance = [1, 2, 3].map((entrance) => ({ entrance, cameIn: 0, wentOut: 0 }));
   /** Seconds since each follower last told this camera its counts, the first follower first; null when it has not. */
   ages: (number | null)[] = [];
   /** Rises whenever the camera is there again. */
@@ -126,14 +129,19 @@ export class Pulse extends Store {
     for (const passed of passagesBetween(this.counted, counted)) {
       const number = (this.passages[0]?.number ?? 0) + 1;
       this.passages = [{ ...passed, number, time: new Date() }, ...this.passages].slice(0, kPassagesKept);
-      if (passed.by > 0) this.cameIn += passed.by;
-      else this.wentOut -= passed.by;
+      for (const sum of [this, this.perEntrance[passed.entrance - 1]]) {
+        if (passed.by > 0) sum.cameIn += passed.by;
+        else sum.wentOut -= passed.by;
+      }
     }
     this.counted = counted;
   }
 }
 
+/** What a leader tells of a follower before it has asked it. */
+export const kNotAsked = 'Unknown default status';
+
 /** Whether a camera with this status has answered its leader. */
 export function answers(status: string): boolean {
-  return status !== 'No connection error' && status !== 'Unknown default status' && status !== '';
+  return status !== 'No connection error' && status !== kNotAsked && status !== '';
 }

@@ -3,6 +3,7 @@
  * goes back whole; an element that was not changed here goes back as it came.
  */
 
+import { isCoordinate } from './fields';
 import { Point, Size } from './geometry';
 import { kFollowers, readElements, readInteger } from './readers';
 import { kCycle, parameterOf } from './parameters';
@@ -60,6 +61,24 @@ export function isWritten(tag: string, sent: string, back: string, size: Size): 
   // Seconds are cut to whole cycles, scores to six digits.
   const step = tag === 'MaxDisappear' ? kCycle / 1000 : 1e-5;
   return Math.abs(Number(sent) - Number(back)) < step;
+}
+
+/**
+ * The edits with the whole outline of every area of which they change some: its corners mean nothing without one another.
+ * Where the camera's latest settings have another number of corners, which is one for all areas of a kind, these are
+ * outlines of the whole kind.
+ */
+export function withWholeOutlines(loaded: Values, edits: Values, latest: Values): Values {
+  const seen = withEdits(loaded, edits);
+  const whole = new Map(edits);
+  for (const kind of areaKinds) {
+    const count = cornersTag[kind];
+    const outlines = Array.from({ length: kAreas }, (_, i) => [...seen.keys()].filter((tag) => isCoordinate(tag) && tag.startsWith(`${kind}${i + 1}_`)));
+    const isEdited = (tags: string[]) => tags.some((tag) => edits.has(tag));
+    if (count && seen.get(count) !== latest.get(count) && isEdited([count, ...outlines.flat()])) outlines.push([count, ...outlines.flat()]);
+    for (const tags of outlines.filter(isEdited)) for (const tag of tags) whole.set(tag, seen.get(tag) ?? '');
+  }
+  return whole;
 }
 
 /** The edits that are left to make of settings that have changed underneath: what is now as it was wanted is none. */

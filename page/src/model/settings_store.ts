@@ -3,6 +3,7 @@ import { Point, Size } from './geometry';
 import { readResolution, readResolutions } from './readers';
 import {
   AreaKind, differences, edited, isWritten, polygonChanges, polygonOf, problems, readSettings, rebased, uploadBody, Values, withEdits,
+  withWholeOutlines,
 } from './settings';
 import { Store } from './store';
 
@@ -24,6 +25,9 @@ export class SettingsStore extends Store {
   private history: Values[] = [];
   private lastKey = '';
   private isSaving = false;
+  /** Rises with every save: what was asked for before tells nothing of it. */
+  private saves = 0;
+  private reading: Promise<void> | null = null;
   /** What was sent since the settings were last read: the camera may have it, even if its answer never came. */
   private sent: [string, string][] = [];
 
@@ -43,10 +47,24 @@ export class SettingsStore extends Store {
     return polygonOf(this.values, kind, number, this.size);
   }
 
-  async load(): Promise<void> {
+  /**
+   * Reads the settings, if they are not being read already. Nothing is read while there are unsaved changes, for these were
+   * made to what is shown: a save looks by itself what others have changed.
+   */
+  load(): Promise<void> {
+    this.reading ??= this.read().finally(() => (this.reading = null));
+    return this.reading;
+  }
+
+  private async read(): Promise<void> {
+    if (this.isSaving || this.edits.size > 0) return;
+    const { saves } = this;
     try {
       const [loaded, resolution] = await Promise.all([this.latest(), ask('get_analysis_resolution')]);
+      if (this.saves !== saves || this.edits.size > 0) return;
       this.size = readResolution(resolution) ?? kFallbackSize;
+      // What can be undone was done to other settings.
+      if (this.loaded && differences(this.loaded, loaded).length > 0) this.forget();
       this.take(loaded);
       this.trouble = null;
     } catch (error) {
@@ -58,9 +76,11 @@ export class SettingsStore extends Store {
   /** Changes settings, also while others are being saved. Changes in a row with the same key are one step for undo. */
   change(changes: [string, string][], key = ''): void {
     if (!this.loaded) return;
+    const next = edited(this.loaded, this.edits, changes);
+    if (differences(this.edits, next).length === 0) return;
     if (!key || key !== this.lastKey) this.history.push(this.edits);
     this.lastKey = key;
-    this.edits = edited(this.loaded, this.edits, changes);
+    this.edits = next;
     this.touched();
   }
 
@@ -103,6 +123,11 @@ export class SettingsStore extends Store {
     this.changed();
   }
 
+  /** What saving mine puts in place of what the camera has. */
+  mineOver(latest: Values): Values {
+    return withWholeOutlines(this.loaded!, this.edits, latest);
+  }
+
   dismissConflict(): void {
     if (this.save.is !== 'conflict') return;
     this.save = { is: 'idle' };
@@ -120,8 +145,9 @@ export class SettingsStore extends Store {
     return value !== undefined && this.sent.some(([name, mine]) => name === tag && isWritten(tag, mine, value, this.size));
   }
 
-  private async send(latest: Values, mine: Values): Promise<void> {
+  private async send(latest: Values, changes: Values): Promise<void> {
     const before = this.loaded!;
+    const mine = withWholeOutlines(before, changes, latest);
     this.sent.push(...mine);
     await post('set_post_parameters', uploadBody(withEdits(latest, mine)));
     // From here on they are saved, even if the camera does not answer again. What was typed meanwhile is a change to them,
@@ -145,6 +171,7 @@ export class SettingsStore extends Store {
   private async saving(steps: (mine: Values) => Promise<void>): Promise<void> {
     if (!this.loaded || this.isSaving) return;
     this.isSaving = true;
+    ++this.saves;
     this.save = { is: 'saving' };
     this.changed();
     try {

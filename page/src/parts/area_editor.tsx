@@ -55,6 +55,8 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
   const svg = useRef<SVGSVGElement>(null);
   const scale = useScale(svg, size);
   const pressedAdd = useRef(false);
+  const tapped = useRef<SVGElement | null>(null);
+  const following = useRef(false);
   const resolution = `${size.width}x${size.height}`;
   const shown = areaKinds.flatMap((kind) => [1, 2, 3].map((number) => ({ kind, number })))
     .filter(({ kind, number }) => store.values.get(`${kind}${number}_Active`) === '1' || isSelected(kind, number));
@@ -85,8 +87,10 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     corner: dataset.corner === undefined ? null : Number(dataset.corner),
   });
 
-  /** Adds a corner where its sign was clicked. */
+  /** Adds a corner where its sign was clicked, or selects the area that was tapped. */
   function click(event: MouseEvent): void {
+    if (tapped.current) onSelect(partOf(tapped.current));
+    tapped.current = null;
     // The end of a drag is a click, too. One without a pointer comes from a screen reader.
     const sign = pressedAdd.current || event.detail === 0 ? (meant(event, '.add') as SVGElement | null) : null;
     if (!sign) return;
@@ -96,13 +100,19 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
 
   /** Follows the pointer until it is let go; one drag is one step for undo. */
   function drag(event: PointerEvent): void {
+    tapped.current = null;
     if (event.button !== 0) return;
     const corner = meant(event, '.corner');
     pressedAdd.current = !corner && meant(event, '.add') !== null;
-    const part = (corner ?? meant(event, 'polygon')) as SVGElement | null;
-    if (!part || pressedAdd.current) return;
+    const found = (corner ?? meant(event, 'polygon')) as SVGElement | null;
+    if (!found || pressedAdd.current) return;
+    if (event.pointerType === 'touch' && !found.closest('.selected')) {
+      // It may be about to scroll.
+      tapped.current = found;
+      return;
+    }
     event.preventDefault();
-    follow(event, part);
+    follow(event, found);
   }
 
   function follow(event: PointerEvent, part: SVGElement): void {
@@ -110,6 +120,7 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     const target = svg.current!;
     part.focus({ preventScroll: true });
     target.setPointerCapture(event.pointerId);
+    following.current = true;
     onSelect({ kind, number, corner });
     const from = at(event);
     const before = settings.polygon(kind, number);
@@ -121,6 +132,7 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
       settings.draw(kind, number, corner === null ? moved(before, by, size) : withCorner(before, corner, by), key);
     };
     const end = () => {
+      following.current = false;
       target.removeEventListener('pointermove', move);
       target.removeEventListener('pointerup', end);
       target.removeEventListener('pointercancel', end);
@@ -134,6 +146,8 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     return polygon.map((p, i) => (i === corner ? insidePicture({ x: p.x + by.x, y: p.y + by.y }, size) : p));
   }
 
+  const partNamed = (kind: AreaKind, number: number, what: string) => svg.current!.querySelector<SVGElement>(`${what}[data-kind=${kind}][data-number="${number}"]`)!;
+
   function press(event: KeyboardEvent, kind: AreaKind, number: number, corner: number | null): void {
     const arrow = arrows[event.key];
     if (arrow) {
@@ -141,13 +155,16 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
       const by = { x: arrow.x * step, y: arrow.y * step };
       const before = settings.polygon(kind, number);
       settings.draw(kind, number, corner === null ? moved(before, by, size) : withCorner(before, corner, by), `keys ${kind}${number} ${corner}`);
+    } else if (event.key === 'Enter' || event.key === ' ') {
+      // Into the area, to its first corner, and out of it again.
+      partNamed(kind, number, corner === null ? '.corner' : 'polygon').focus({ preventScroll: true });
     } else if (event.key === 'Insert' || event.key === '+') {
       onAdd(kind, number, corner);
     } else if ((event.key === 'Delete' || event.key === 'Backspace') && corner !== null) {
       if (onRemove(kind, number, corner)) {
         onSelect({ kind, number, corner: null });
         // The corner is gone, and with it the focus.
-        svg.current!.querySelector<SVGElement>(`polygon[data-kind=${kind}][data-number="${number}"]`)!.focus({ preventScroll: true });
+        partNamed(kind, number, 'polygon').focus({ preventScroll: true });
       }
     } else {
       return;
@@ -200,8 +217,8 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
 
   return (
     <Picture resolution={store.resolutions.includes(resolution) ? resolution : ''} size={size}>
-      <svg ref={svg} class="editor" viewBox={`0 0 ${size.width} ${size.height}`} preserveAspectRatio="none" role="group" aria-label={t.editor}
-        onPointerDown={drag} onClick={click}>
+      <svg ref={svg} class="editor" viewBox={`0 0 ${size.width} ${size.height}`} preserveAspectRatio="none" role="application" aria-label={t.editor} aria-describedby="areas-help"
+        onPointerDown={drag} onClick={click} onTouchStart={(event) => following.current && event.preventDefault()}>
         {shown.map(({ kind, number }) => area(kind, number))}
         {/* The grips of the selected area once more, on top of everything. */}
         <use href="#grips" aria-hidden="true" pointer-events="none" />

@@ -118,8 +118,13 @@ async function seenAgain(milliseconds: number, over: AbortSignal): Promise<void>
   do {
     if (over.aborted) return;
     await new Promise<void>((resolve) => {
-      const timer = setTimeout(resolve, milliseconds);
-      over.addEventListener('abort', () => { clearTimeout(timer); resolve(); }, { once: true });
+      const done = () => {
+        clearTimeout(timer);
+        over.removeEventListener('abort', done);
+        resolve();
+      };
+      const timer = setTimeout(done, milliseconds);
+      over.addEventListener('abort', done);
     });
   } while (document.hidden);
 }

@@ -7,8 +7,11 @@ import { settings, useSettings } from '../stores';
 import { texts } from '../texts';
 import { Dialog } from './dialog';
 
-/** What a tab with settings has around them: the words while there are none yet, and the bar that saves them. */
-export function SettingsFrame({ children }: { children: () => ComponentChildren }) {
+/**
+ * What a tab with settings has around them: the words while there are none yet, and the bar that saves them.
+ * warning: what is wrong with what was changed, though it can be saved.
+ */
+export function SettingsFrame({ children, warning = '' }: { children: () => ComponentChildren; warning?: string }) {
   const { loaded, trouble } = useSettings();
   if (!loaded) {
     return (
@@ -21,7 +24,7 @@ export function SettingsFrame({ children }: { children: () => ComponentChildren 
   return (
     <form autocomplete="off" onSubmit={(event) => { event.preventDefault(); if (canSave(settings)) void settings.submit(); }}>
       {children()}
-      <SaveBar />
+      <SaveBar warning={warning} />
     </form>
   );
 }
@@ -30,7 +33,7 @@ function canSave({ edits, problems, save }: SettingsStore): boolean {
   return edits.size > 0 && problems.size === 0 && save.is !== 'saving';
 }
 
-function SaveBar() {
+function SaveBar({ warning }: { warning: string }) {
   const store = useSettings();
   const { edits, problems, save, canUndo } = store;
   const bar = useRef<HTMLDivElement>(null);
@@ -46,6 +49,7 @@ function SaveBar() {
       <p ref={said} tabIndex={-1} class={save.is === 'failed' || problems.size > 0 ? 'problem' : ''} role={save.is === 'failed' ? 'alert' : 'status'} data-testid="save-state">
         {words}
       </p>
+      {warning && <p class="warning" data-testid="save-warning">{warning}</p>}
       {(edits.size > 0 || canUndo) && (
         <div class="actions">
           <button type="button" disabled={!canUndo} onClick={() => store.undo()}>{texts.settings.undo}</button>
@@ -59,6 +63,12 @@ function SaveBar() {
   );
 }
 
+/** The name of the first setting, and what is wrong with it: the bar may lie over where that is said. */
+function firstOf(problems: ReadonlyMap<string, string>): [string, string] {
+  const [[tag, problem]] = problems;
+  return [nameOf(tag), problem];
+}
+
 function sentence({ edits, problems, save }: SettingsStore): string {
   if (save.is === 'saving') return texts.settings.saving;
   if (save.is === 'failed') {
@@ -69,19 +79,20 @@ function sentence({ edits, problems, save }: SettingsStore): string {
   if (edits.size === 0) return saved.join('');
   const tabs = new Set([...edits.keys()].map(tabOf));
   const changes = texts.settings.unsaved(edits.size, tabNames.filter((tab) => tabs.has(tab)).map((tab) => texts.tabs[tab]));
-  return [...saved, problems.size > 0 ? `${changes}, ${texts.settings.invalid(problems.size)}` : changes].join(' ');
+  return [...saved, problems.size > 0 ? `${changes}, ${texts.settings.invalid(problems.size, ...firstOf(problems))}` : changes].join(' ');
 }
 
 const kMostShown = 12;
 
 /** What somebody else has changed: a line for each setting, and one for each area that was drawn anew. */
-function changesOf({ loaded, edits }: SettingsStore, theirs: string[], latest: ReadonlyMap<string, string>) {
+function changesOf(store: SettingsStore, theirs: string[], latest: ReadonlyMap<string, string>) {
+  const mine = store.mineOver(latest);
   const lines = new Map<string, { said: string; both: boolean }>();
   for (const tag of theirs) {
-    const [now, before] = [latest.get(tag) ?? '', loaded!.get(tag) ?? ''].map((value) => valueOf(tag, value));
+    const [now, before] = [latest.get(tag) ?? '', store.loaded!.get(tag) ?? ''].map((value) => valueOf(tag, value));
     const said = tag.endsWith('_Pwd') ? texts.settings.conflictHidden : isCoordinate(tag) ? texts.settings.conflictDrawn : texts.settings.conflictLine(now, before);
     const name = nameOf(tag);
-    lines.set(name, { said, both: edits.has(tag) || (lines.get(name)?.both ?? false) });
+    lines.set(name, { said, both: mine.has(tag) || (lines.get(name)?.both ?? false) });
   }
   return [...lines];
 }

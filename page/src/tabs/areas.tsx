@@ -15,10 +15,27 @@ const areaNumbers = Array.from({ length: kAreas }, (_, i) => i + 1);
 
 export const activeTag = (kind: AreaKind, number: number) => `${kind}${number}_Active`;
 
+/** Whether something of an area is not saved yet. */
+function isChanged({ edits }: SettingsStore, kind: AreaKind, number: number): boolean {
+  return [...edits.keys()].some((tag) => tag.startsWith(`${kind}${number}`));
+}
+
+/** The first warning of an area that was changed, for the bar that may lie over those of the area. */
+function firstWarning(store: SettingsStore): string {
+  for (const kind of areaKinds) {
+    for (const number of areaNumbers) {
+      const warning = isChanged(store, kind, number) && warningsOf(store, kind, number)[0];
+      if (warning) return `${t.name[kind](number)}: ${warning}`;
+    }
+  }
+  return '';
+}
+
 export function AreasTab() {
   const [selected, setSelected] = useState<Selected>({ kind: 'Detection', number: 1, corner: null });
+  const store = useSettings();
   return (
-    <SettingsFrame>
+    <SettingsFrame warning={store.loaded ? firstWarning(store) : ''}>
       {() => (
         <div class="areas">
           <section class="card picture-card">
@@ -85,10 +102,11 @@ function AreaList({ selected, onSelect }: { selected: Selected; onSelect: (selec
               const active = store.values.get(activeTag(kind, number)) === '1';
               const chosen = selected.kind === kind && selected.number === number;
               const warned = active && warningsOf(store, kind, number).length > 0;
-              const name = [t.name[kind](number), ...(active ? [] : [t.off]), ...(warned ? [t.warned] : [])].join(', ');
+              const changed = isChanged(store, kind, number);
+              const name = [t.name[kind](number), ...(active ? [] : [t.off]), ...(changed ? [texts.tabs.unsaved] : []), ...(warned ? [t.warned] : [])].join(', ');
               return (
-                <button key={number} type="button" aria-pressed={chosen} aria-label={name} title={warned ? name : undefined} class={active ? '' : 'off'} onClick={() => onSelect({ kind, number, corner: null })}>
-                  {number}{!active && <span class="muted"> {t.off}</span>}{warned && <span class="warned"> !</span>}
+                <button key={number} type="button" aria-pressed={chosen} aria-label={name} title={warned || changed ? name : undefined} class={active ? '' : 'off'} onClick={() => onSelect({ kind, number, corner: null })}>
+                  {number}{!active && <span class="muted"> {t.off}</span>}{changed && <span class="unsaved"> •</span>}{warned && <span class="warned"> !</span>}
                 </button>
               );
             })}
@@ -138,7 +156,7 @@ function warningsOf(store: SettingsStore, kind: AreaKind, number: number): strin
   if (crossesItself(polygon)) warnings.push(t.warnings.crossing);
   if (leavesPicture(polygon, store.size)) warnings.push(t.warnings.leaving);
   const narrowest = narrowestPassage(polygon, step / 2);
-  if (narrowest < step) warnings.push(t.warnings.small(Math.round(narrowest), Math.round(step)));
+  if (kind !== 'Exclusion' && narrowest < step) warnings.push(t.warnings.small(Math.round(narrowest), Math.round(step)));
   return warnings;
 }
 

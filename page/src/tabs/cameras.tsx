@@ -2,7 +2,7 @@ import { useId, useState } from 'preact/hooks';
 import { kFollowers } from '../model/readers';
 import { described, Frame, NumberSetting, SwitchSetting, TextSetting } from '../parts/fields';
 import { SettingsFrame } from '../parts/settings_frame';
-import { StatusBadge } from '../parts/status';
+import { CameraStatus } from '../parts/status';
 import { settings, usePulse, useSettings } from '../stores';
 import { texts } from '../texts';
 import { ageOf } from './live';
@@ -53,7 +53,7 @@ function Follower({ number }: { number: number }) {
         <h3>{texts.follower(number)}</h3>
         {state?.active ? (
           <span>
-            <StatusBadge status={state.status} /> <span class="muted">{ageOf(number)}</span>
+            <CameraStatus camera={state} /> <span class="muted">{ageOf(number)}</span>
           </span>
         ) : (
           <span class="muted">{t.notUsed}</span>
@@ -77,6 +77,9 @@ function Follower({ number }: { number: number }) {
   );
 }
 
+/** Passwords that were taken out, which deleting what was typed then does not bring back. */
+const takenOut = new Set<string>();
+
 /** A stored password stays unseen; what is typed replaces it, and nothing typed leaves it as it is. */
 function Password({ tag }: { tag: string }) {
   const id = useId();
@@ -84,11 +87,16 @@ function Password({ tag }: { tag: string }) {
   const stored = store.loaded!.get(tag) ?? '';
   const typed = store.edits.get(tag);
   const problem = store.problems.get(tag);
+  const take = (value: string) => {
+    if (typed === '') takenOut.add(tag);
+    else if (typed === undefined) takenOut.delete(tag);
+    settings.change([[tag, value || (takenOut.has(tag) ? '' : stored)]], tag);
+  };
   return (
     <Frame id={id} tag={tag} problem={problem} changed={typed !== undefined}>
       <input id={id} name={tag} type="password" autocomplete="new-password" value={typed ?? ''}
         placeholder={stored && typed !== '' ? t.stored : t.noPassword} aria-invalid={!!problem} aria-describedby={described(id)}
-        onInput={(event) => settings.change([[tag, event.currentTarget.value || stored]], tag)} />
+        onInput={(event) => take(event.currentTarget.value)} />
     </Frame>
   );
 }

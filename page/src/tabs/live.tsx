@@ -1,12 +1,12 @@
 import { useEffect, useMemo, useState } from 'preact/hooks';
-import { ask, CameraError } from '../model/api';
+import { ask, CameraError, Trouble } from '../model/api';
 import { shownParameter } from '../model/parameters';
 import { PanelCamera, readInteger } from '../model/readers';
 import { dayOf, passedOn } from '../model/report';
 import { Confirm, Question } from '../parts/dialog';
 import { Picture } from '../parts/picture';
-import { StatusBadge } from '../parts/status';
-import { answers } from '../model/pulse';
+import { CameraStatus } from '../parts/status';
+import { answers, Connection } from '../model/pulse';
 import { pulse, reports, usePulse, useReports, useSettings } from '../stores';
 import { texts } from '../texts';
 
@@ -86,10 +86,18 @@ function Figures() {
   );
 }
 
+/** What there is to say of what the reports have of today. */
+function ofReports(isRead: boolean, trouble: Trouble | null, connection: Connection, hasToday: boolean): string {
+  if (connection !== 'ok' && connection !== 'asking') return texts.connection[connection];
+  if (trouble) return texts.reports.failed + texts.trouble[trouble];
+  if (!isRead) return texts.reports.loading;
+  return hasToday ? '' : t.noReport;
+}
+
 function Passages() {
-  const { passages, cameIn, wentOut, panel, connection } = usePulse();
+  const { passages, cameIn, wentOut, since, perEntrance, panel, connection } = usePulse();
   const { loaded } = useSettings();
-  const { report } = useReports();
+  const { report, trouble } = useReports();
   const stored = readInteger(loaded?.get('RepInt')) ?? 0;
   // A period of 0 minutes would have the report fetched without end.
   const period = stored > 0 ? stored : Number(shownParameter('RepInt').default);
@@ -104,7 +112,11 @@ function Passages() {
   }, [connection, period]);
   const camera = panel?.cameras[0].name;
   const today = dayOf(new Date());
-  const perEntrance = useMemo(() => (report && camera !== undefined ? passedOn(report, camera, today) : null), [report, camera, today]);
+  const todays = useMemo(() => (report && camera !== undefined ? passedOn(report, camera, today) : null), [report, camera, today]);
+  const ofToday = (entrance: number) => todays?.get(String(entrance));
+  const shown = perEntrance.filter(({ entrance, cameIn, wentOut }) =>
+    loaded?.get(`Entrance${entrance}_Active`) !== '0' || cameIn + wentOut > 0 || ofToday(entrance) !== undefined);
+  const said = ofReports(report !== null, trouble, connection, (todays?.size ?? 0) > 0);
   return (
     <section class="card passages">
       <h2>{t.passages}</h2>
@@ -122,20 +134,25 @@ function Passages() {
         ))}
       </ul>
       <h3>{t.perEntrance}</h3>
-      {perEntrance && perEntrance.size > 0 ? (
-        <table>
-          <thead>
-            <tr><th scope="col">{t.perEntranceAll}</th><th scope="col" class="number">{t.cameIn}</th><th scope="col" class="number">{t.wentOut}</th></tr>
-          </thead>
-          <tbody>
-            {[...perEntrance].map(([entrance, sum]) => (
-              <tr key={entrance}><th scope="row">{t.entrance(Number(entrance))}</th><td class="number">{sum.entries}</td><td class="number">{sum.exits}</td></tr>
-            ))}
-          </tbody>
-        </table>
-      ) : (
-        <p class="muted">{t.noReport}</p>
-      )}
+      <table>
+        <thead>
+          <tr><td /><th scope="colgroup" colSpan={2}>{t.sinceTime(since.toLocaleTimeString([], { timeStyle: 'short' }))}</th><th scope="colgroup" colSpan={2}>{t.today}</th></tr>
+          <tr>
+            <th scope="col">{t.perEntranceAll}</th>
+            {[0, 1].flatMap((i) => [t.cameIn, t.wentOut].map((name) => <th key={`${i}${name}`} scope="col" class="number">{name}</th>))}
+          </tr>
+        </thead>
+        <tbody>
+          {shown.map((sum) => (
+            <tr key={sum.entrance}>
+              <th scope="row">{t.entrance(sum.entrance)}</th>
+              <td class="number">{sum.cameIn}</td><td class="number">{sum.wentOut}</td>
+              <td class="number">{number(ofToday(sum.entrance)?.entries ?? null)}</td><td class="number">{number(ofToday(sum.entrance)?.exits ?? null)}</td>
+            </tr>
+          ))}
+        </tbody>
+      </table>
+      {said && <p class="muted" role="status">{said}</p>}
       {loaded && <p class="help">{t.perEntranceNote(period)}</p>}
     </section>
   );
@@ -172,7 +189,7 @@ function Cameras() {
             {cameras.map((camera) => (
               <tr key={camera.index}>
                 <th scope="row">{camera.name || (camera.index === 0 ? texts.thisCamera : texts.follower(camera.index))}</th>
-                <td><StatusBadge status={camera.status || texts.unknown} /></td>
+                <td><CameraStatus camera={camera} /></td>
                 <td class="number">{number(isCounted(camera) ? camera.crowd : null)}</td>
                 <td class="number">{ageOf(camera.index)}</td>
               </tr>

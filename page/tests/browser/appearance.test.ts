@@ -1,13 +1,11 @@
 import { createRequire } from 'node:module';
-import { readdirSync, readFileSync } from 'node:fs';
+import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { gzipSync } from 'node:zlib';
 import { Page } from 'playwright-core';
 import { describe, expect, test } from 'vitest';
 import { eventually, expectText, isMissing, open, opened, screenshots, show, store, stored, tabs, useBrowser } from './browser';
 
 const kAxe = createRequire(import.meta.url).resolve('axe-core/axe.min.js');
-const kMostBytes = 150 * 1024;
 
 interface Violation {
   id: string;
@@ -226,13 +224,4 @@ describe.skipIf(isMissing)('Appearance', () => {
     await page.goBack();
     await page.getByRole('heading', { level: 1, name: 'Cameras' }).waitFor();
   });
-});
-
-test('the built page stays small', () => {
-  const folder = join(__dirname, '../../../package/html');
-  const files = readdirSync(folder).map((file) => [file, gzipSync(readFileSync(join(folder, file))).length] as const);
-  const bytes = files.reduce((sum, [, size]) => sum + size, 0);
-  console.log(`the built page: ${bytes} bytes compressed`);
-  expect(files.map(([file]) => file)).toContain('index.html');
-  expect(bytes).toBeLessThan(kMostBytes);
 });

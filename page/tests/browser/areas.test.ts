@@ -252,24 +252,111 @@ describe.skipIf(isMissing)('Areas', () => {
     expect(await warnings.count()).toBe(0);
     await drag(page, 'Detection1', 0, 0.7, 0.6);
     await warnings.filter({ hasText: 'crosses itself' }).waitFor();
+    await expectText(page, 'save-warning', /^Area 1: .*crosses itself/);
     await page.getByRole('button', { name: 'Undo' }).click();
     expect(await warnings.count()).toBe(0);
     await drawRectangle(page, 'Detection1', [0.4, 0.4, 0.41, 0.9]);
     await warnings.filter({ hasText: 'between two looks' }).waitFor();
-    await page.getByRole('button', { name: 'Area 1, has warnings, see below', exact: true }).waitFor();
+    await page.getByRole('button', { name: 'Area 1, unsaved changes, has warnings, see below', exact: true }).waitFor();
     await page.getByRole('button', { name: 'Discard all' }).click();
     expect(await warnings.count()).toBe(0);
     await store(page, { Detection1_2: '1.2' });
     await page.reload();
     await warnings.filter({ hasText: 'leaves the picture' }).waitFor();
+    expect(await page.getByTestId('save-warning').count()).toBe(0);
     await store(page, kUsual);
+  });
+
+  test('a narrow exclusion is nothing to warn of: nobody is counted by stepping into it', async () => {
+    const page = await areas();
+    await choose(page, 'Exclusions', 'Exclusion 1');
+    await drawRectangle(page, 'Exclusion1', [0.4, 0.4, 0.41, 0.9]);
+    expect(await page.getByTestId('warnings').locator('li').count()).toBe(0);
+    // That would be warned of there, too.
+    await drag(page, 'Exclusion1', 1, 0.2, 0.6);
+    await page.getByTestId('warnings').locator('li').filter({ hasText: 'crosses itself' }).waitFor();
+  });
+
+  test('Enter goes into an area and out again, and the arrow keys come through screen readers', async () => {
+    const page = await areas();
+    const area = page.getByRole('application', { name: 'Areas on the picture' });
+    await area.getByRole('button', { name: 'Area 1, move as a whole' }).focus();
+    await page.keyboard.press('Enter');
+    expect(await focused(page)).toMatch(/^Area 1, corner 1,/);
+    await page.keyboard.press('Space');
+    expect(await focused(page)).toBe('Area 1, move as a whole');
+    expect(await page.getByRole('button', { name: 'Undo' }).count()).toBe(0);
+  });
+
+  test('Ctrl+Z means the settings only where they are seen', async () => {
+    const page = await areas();
+    await corners(page, 'Detection1').first().focus();
+    await page.keyboard.press('ArrowRight');
+    const [drawn] = [await points(page, 'Detection1')];
+    await page.evaluate(() => (location.hash = '#/live'));
+    await page.getByRole('button', { name: 'Reset this camera' }).waitFor();
+    await page.keyboard.press('Control+z');
+    await page.evaluate(() => (location.hash = '#/advanced'));
+    await page.getByRole('button', { name: 'Clear log' }).click();
+    await page.getByRole('dialog').waitFor();
+    await page.keyboard.press('Control+z');
+    await page.keyboard.press('Escape');
+    await page.evaluate(() => (location.hash = '#/detection'));
+    await page.getByLabel('Number of objects').focus();
+    await page.keyboard.press('Control+z');
+    await page.evaluate(() => (location.hash = '#/areas'));
+    expect(await points(page, 'Detection1')).toEqual(drawn);
+    await page.keyboard.press('Control+z');
+    await eventually(() => points(page, 'Detection1'), (now) => now[0][0] < drawn[0][0]);
+  });
+
+  test('the corners of an area at the edge of the picture are seen whole', async () => {
+    const page = await areas();
+    await drawRectangle(page, 'Detection1', [0, 0, 1, 1]);
+    await page.locator('svg.editor').scrollIntoViewIfNeeded();
+    for (const corner of ['corner-1', 'corner-2', 'corner-4']) {
+      const grip = (await page.getByTestId(corner).locator('.grip').boundingBox())!;
+      const outer = { x: corner === 'corner-2' ? grip.x + grip.width - 2 : grip.x + 2, y: grip.y + grip.height / 2 };
+      expect(await page.evaluate(({ x, y }) => document.elementFromPoint(x, y)?.closest('.corner')?.getAttribute('data-testid'), outer)).toBe(corner);
+    }
+  });
+
+  test('a finger on the picture scrolls, but on the chosen area draws', async () => {
+    const page = await areas({ hasTouch: true, viewport: { width: 390, height: 600 }, isMobile: true });
+    await choose(page, 'Entrances', 'Entrance 2');
+    await page.evaluate(() => scrollTo(0, 0));
+    const before = await points(page, 'Detection1');
+    const session = await page.context().newCDPSession(page);
+    const swipe = async (dy: number) => {
+      const from = await spot(page, 0.4, 0.6);
+      await session.send('Input.dispatchTouchEvent', { type: 'touchStart', touchPoints: [from] });
+      for (const step of [1, 2, 3, 4]) await session.send('Input.dispatchTouchEvent', { type: 'touchMove', touchPoints: [{ x: from.x, y: from.y + (dy * step) / 4 }] });
+      await session.send('Input.dispatchTouchEvent', { type: 'touchEnd', touchPoints: [] });
+    };
+    await swipe(-80);
+    await eventually(() => page.evaluate(() => scrollY), (y) => y > 40);
+    expect(await points(page, 'Detection1')).toEqual(before);
+    // A tap while the page still glides only stops it.
+    await eventually(async () => {
+      await page.evaluate(() => scrollTo(0, 0));
+      const tapped = await spot(page, 0.4, 0.6);
+      await page.touchscreen.tap(tapped.x, tapped.y);
+      return details(page).locator('h2').textContent();
+    }, (name) => name === 'Area 1');
+    // Far more than the page may still glide.
+    const scrolled = await page.evaluate(() => scrollY);
+    await swipe(-50);
+    await eventually(() => points(page, 'Detection1'), (now) => before[0][1] - now[0][1] > 100);
+    expect(Math.abs((await page.evaluate(() => scrollY)) - scrolled)).toBeLessThan(20);
   });
 
   test('unsaved changes are marked and undone one by one', async () => {
     const page = await areas();
     const before = await points(page, 'Detection1');
+    const marked = () => page.getByRole('button', { name: /unsaved changes/ }).evaluateAll((buttons) => buttons.map((button) => button.getAttribute('aria-label')));
     await drag(page, 'Detection1', 0, 0.2, 0.3);
     await expectText(page, 'save-state', /^2 unsaved changes in Areas$/);
+    expect(await marked()).toEqual(['Area 1, unsaved changes']);
     await drag(page, 'Detection1', 2, 0.6, 0.9);
     await expectText(page, 'save-state', /^4 unsaved changes in Areas$/);
     await page.getByRole('button', { name: 'Undo' }).click();

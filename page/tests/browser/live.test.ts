@@ -41,6 +41,17 @@ describe.skipIf(isMissing)('Live', () => {
     }
   });
 
+  test('a follower that was not asked yet is said so', async () => {
+    const panel = '<app><TotalOcc>4</TotalOcc><NameCam_0>Here</NameCam_0><NameCam_1>New</NameCam_1><AOICam_0>1</AOICam_0><AOICam_1>0</AOICam_1>' +
+      '<ActiveCam_1>1</ActiveCam_1><StatusCam_0>Running</StatusCam_0><StatusCam_1>Unknown default status</StatusCam_1></app>';
+    const page = await open({}, (one) => one.route('**/*action=get_data_panel_info', (route) => route.fulfill({ contentType: 'text/xml', body: panel })));
+    await show(page, 'live');
+    const status = page.getByTestId('cameras').locator('tbody tr').filter({ hasText: 'New' }).locator('.badge');
+    await eventually(() => status.textContent(), (text) => text === 'not asked yet');
+    expect(await status.getAttribute('title')).toBe('Unknown default status');
+    await page.getByRole('columnheader', { name: 'Age of counts' }).waitFor();
+  });
+
   test('a follower that does not answer has words and no count', async () => {
     const panel = '<app><TotalOcc>4</TotalOcc><NameCam_0>Here</NameCam_0><NameCam_1>Gone</NameCam_1><AOICam_0>1</AOICam_0><AOICam_1>-1</AOICam_1>' +
       '<ActiveCam_1>1</ActiveCam_1><StatusCam_0>Running</StatusCam_0><StatusCam_1>No connection error</StatusCam_1></app>';
@@ -115,18 +126,48 @@ describe.skipIf(isMissing)('Live', () => {
     });
     await show(page, 'live');
     const today = page.locator('.passages tbody tr');
-    await eventually(() => today.allInnerTexts(), (lines) => lines.length === 1 && /Entrance 1\s+7\s+0/.test(lines[0]));
+    await eventually(() => today.allInnerTexts(), (lines) => /^Entrance 1\s+\d+\s+\d+\s+7\s+0$/.test(lines[0]));
     await page.clock.runFor(180_000);
     await page.getByText('The reports have nothing of today yet.').waitFor();
     csv = `${rows}2026-03-31 00:01:00,2\n`;
     await page.clock.runFor(180_000);
-    await eventually(() => today.allInnerTexts(), (lines) => lines.length === 1 && /Entrance 1\s+2\s+0/.test(lines[0]));
+    await eventually(() => today.allInnerTexts(), (lines) => /^Entrance 1\s+\d+\s+\d+\s+2\s+0$/.test(lines[0]));
   });
 
-  test('tells who comes and goes as it happens', async () => {
+  test('says that reports are being read, or why they cannot be', async () => {
+    let go = () => {};
+    const held = new Promise<void>((resolve) => (go = resolve));
+    const page = await open({}, (one) => one.context().route('**/*action=get_occupancy_csv', async (route) => {
+      await held;
+      await route.fulfill({ status: 503 });
+    }));
+    await show(page, 'live');
+    const passages = page.locator('.passages');
+    await passages.getByText('Reading the reports …').waitFor();
+    go();
+    await passages.getByText(/the camera is restarting\./).waitFor();
+    expect(await passages.getByText('nothing of today').count()).toBe(0);
+  });
+
+  test('tells who comes and goes as it happens, and through which entrance', async () => {
+    let counts = '20,12,31,32,0,0';
+    const page = await open({}, (one) => one.route('**/*action=get_passages', (route) => route.fulfill({ contentType: 'text/plain', body: counts })));
+    await show(page, 'live');
+    const rows = page.locator('.passages tbody tr');
+    const since = async () => (await rows.allInnerTexts()).map((row) => row.split(/\s*\t\s*|\n/).slice(0, 3).join(' ')).join('|');
+    await eventually(since, (sums) => sums === 'Entrance 1 0 0|Entrance 2 0 0');
+    counts = '20,14,34,33,0,1';
+    await eventually(since, (sums) => sums === 'Entrance 1 0 2|Entrance 2 3 1|Entrance 3 0 1');
+    await expectText(page, 'came-in', /^3$/);
+    await expectText(page, 'went-out', /^4$/);
+    await page.getByText('3 objects came in through entrance 2').waitFor();
+    await page.getByText('2 objects went out through entrance 1').waitFor();
+  });
+
+  test.each(['came in', 'went out'])('tells of those that the camera really sees: %s', async (what) => {
     const page = await opened('live');
-    await expectText(page, 'came-in', /^[1-9]/);
-    await page.getByText(/\d object(s)? came in through entrance [12]/).first().waitFor();
+    await expectText(page, what === 'came in' ? 'came-in' : 'went-out', /^[1-9]/);
+    await page.getByText(new RegExp(`\\d objects? ${what} through entrance [12]`)).first().waitFor();
   });
 
   test('a reset asks first', async () => {
@@ -148,9 +189,11 @@ describe.skipIf(isMissing)('Live', () => {
     await page.getByRole('button', { name: 'Reset this camera' }).click();
     await page.getByRole('dialog').getByRole('button', { name: 'Reset this camera' }).click();
     await expectText(page, 'reset-said', /has been reset/);
+    await expectText(page, 'occupancy', /^0$/);
     await page.getByRole('button', { name: 'Reset the building' }).click();
     await page.getByRole('dialog').getByRole('button', { name: 'Reset the building' }).click();
     await expectText(page, 'reset-said', /has been reset/);
+    await expectText(page, 'building', /^0$/);
     expect(asked.filter((url) => /action=reset_(total_)?occupancy$/.test(url)).length).toBe(2);
     expect(await ask(page, 'get_logfile_as_plain_text')).toContain('Total occupancy reset.');
   });

@@ -83,9 +83,9 @@ describe.skipIf(isMissing)('Detection', () => {
   ])('%s = %j is refused as it is typed: %s', async (tag, value, reason) => {
     const page = await opened('detection');
     await page.locator(`input[name=${tag}]`).fill(value);
-    await page.getByText(reason).waitFor();
+    await page.locator('.field > .problem').filter({ hasText: reason }).waitFor();
     expect(await page.locator(`input[name=${tag}]`).getAttribute('aria-invalid')).toBe('true');
-    await expectText(page, 'save-state', /1 value to correct first/);
+    await expectText(page, 'save-state', new RegExp(`1 value to correct first\\. .*: .*${reason.replace(/[.+]/g, '.')}`));
     expect(await page.getByRole('button', { name: 'Save', exact: true }).isDisabled()).toBe(true);
   });
 });
@@ -174,6 +174,19 @@ describe.skipIf(isMissing)('Cameras', () => {
     await first.getByLabel('Password').fill('');
     expect(await page.getByRole('button', { name: 'Save', exact: true }).count()).toBe(0);
     await store(page, { FO1_Name: 'Follower 1' });
+  });
+
+  test('a password that was taken out does not come back when another one is typed and deleted', async () => {
+    const page = await opened('cameras');
+    await store(page, { FO10_IP: '192.0.2.7', FO10_Pwd: 'an old password' });
+    await page.reload();
+    const tenth = page.getByTestId('follower-10');
+    await tenth.getByRole('button', { name: 'Empty this slot' }).click();
+    await tenth.getByLabel('Password').fill('x');
+    await tenth.getByLabel('Password').fill('');
+    expect(await tenth.getByLabel('Password').getAttribute('placeholder')).toBe('none stored');
+    await save(page);
+    expect([await stored(page, 'FO10_IP'), await stored(page, 'FO10_Pwd')]).toEqual(['', '']);
   });
 
   test.each([
@@ -344,6 +357,40 @@ describe.skipIf(isMissing)('Saving', () => {
     await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
   });
 
+  test.each([['Take theirs', [0.32, 0.42]], ['Save mine', [0.28, 0.464]]])('of an area that two people have drawn all corners are those of one: %s', async (button, expected) => {
+    const page = await opened('areas');
+    const usual = { Detection1_0: '0.28', Detection1_1: '0.42' };
+    await store(page, usual);
+    await page.reload();
+    await page.getByTestId('corner-1').focus();
+    await page.keyboard.press('Shift+ArrowDown');
+    // They have moved the corner sideways, and it was moved down here: both would be a third place.
+    await store(page, { Detection1_0: '0.32' });
+    await page.getByRole('button', { name: 'Save', exact: true }).click();
+    const dialog = page.getByRole('dialog');
+    await dialog.getByText('Area 1: Outline was drawn anew – changed here, too').waitFor();
+    await dialog.getByRole('button', { name: button }).click();
+    await dialog.waitFor({ state: 'detached' });
+    if (button === 'Save mine') await expectText(page, 'save-state', /^Saved/);
+    const told = await Promise.all(['Detection1_0', 'Detection1_1'].map((tag) => stored(page, tag)));
+    expect(told.map(Number)).toEqual(expected.map((value) => expect.closeTo(value, 2)));
+    await store(page, usual);
+  });
+
+  test('what others save shows when one comes back to the page, and when the camera comes back', async () => {
+    const page = await opened('detection');
+    const shown = () => page.getByLabel('From this many inside').inputValue();
+    await eventually(shown, (value) => value === '50');
+    await store(page, { Occupants: '61' });
+    await page.evaluate(() => document.dispatchEvent(new Event('visibilitychange')));
+    await eventually(shown, (value) => value === '61');
+    await store(page, { Occupants: '50' });
+    await page.context().setOffline(true);
+    await expectText(page, 'status', /^No answer$/);
+    await page.context().setOffline(false);
+    await eventually(shown, (value) => value === '50');
+  });
+
   test('what is typed while a save runs stays, unsaved', async () => {
     const page = await opened('detection');
     let go = () => {};
@@ -441,6 +488,26 @@ describe.skipIf(isMissing)('Saving', () => {
     await show(page, 'live');
     await page.getByRole('link', { name: 'Detection' }).click();
     expect(await page.getByLabel('Number of objects').inputValue()).toBe('9');
+    await page.unroute('**/*action=set_post_parameters');
+    await save(page);
+    expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('9');
+    await store(page, { MinNumberOfPeopleForTrigger: '1' });
+  });
+
+  test('a value that the camera itself refuses is kept as it was typed', async () => {
+    const page = await opened('detection');
+    // The page lets no such value through.
+    await page.route('**/*action=set_post_parameters', (route) =>
+      route.continue({ postData: route.request().postData()!.replace(/(<MinNumberOfPeopleForTrigger>)9</, '$1many<') }));
+    await page.getByLabel('Number of objects').fill('9');
+    const [answer] = await Promise.all([
+      page.waitForResponse('**/*action=set_post_parameters'), page.getByRole('button', { name: 'Save', exact: true }).click(),
+    ]);
+    expect(answer.status()).toBe(500);
+    await page.getByRole('alert').filter({ hasText: 'the camera refused a value; its log says which.' }).waitFor();
+    expect(await page.getByLabel('Number of objects').inputValue()).toBe('9');
+    expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('1');
+    expect(await ask(page, 'get_logfile_as_plain_text')).toContain('trying to set post parameters');
     await page.unroute('**/*action=set_post_parameters');
     await save(page);
     expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('9');

@@ -64,8 +64,13 @@ describe.skipIf(isMissing)('Trouble', () => {
 
   test('a camera that is not there at all is said to give no answer', async () => {
     const page = await opened('live');
+    const rows = page.getByTestId('cameras').locator('tbody tr');
+    await rows.nth(2).waitFor();
     await page.context().setOffline(true);
     await expectText(page, 'status', /^No answer$/);
+    expect(await rows.locator('.badge').allTextContents()).toEqual(['No answer', 'not known now', 'not known now']);
+    await page.evaluate(() => (location.hash = '#/cameras'));
+    await page.getByTestId('follower-1').locator('.badge').filter({ hasText: /^not known now$/ }).waitFor();
     await page.context().setOffline(false);
     await expectText(page, 'status', /Running|active|Slow/);
   });

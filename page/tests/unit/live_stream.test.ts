@@ -1,4 +1,4 @@
-import { describe, expect, test } from 'vitest';
+import { afterEach, beforeEach, describe, expect, test, vi } from 'vitest';
 import { PartReader, pictures, StandsStill } from '../../src/model/live_stream';
 
 const bytes = (text: string) => new TextEncoder().encode(text);
@@ -31,7 +31,9 @@ describe('a multipart stream', () => {
 });
 
 describe('pictures', () => {
-  const kForever = 600_000;
+  const kPatience = 10_000;
+  beforeEach(() => void vi.useFakeTimers());
+  afterEach(() => void vi.useRealTimers());
   const answer = (pieces: string[], end: boolean, type = 'multipart/x-mixed-replace; boundary=edge') =>
     new Response(new ReadableStream({
       start(controller) {
@@ -40,30 +42,37 @@ describe('pictures', () => {
       },
     }), { headers: { 'Content-Type': type } });
 
-  async function all(response: Response, patience: number): Promise<string[]> {
+  /** What is seen until the patience is over, and then. */
+  async function all(response: Response): Promise<string[]> {
     const seen: string[] = [];
-    try {
-      for await (const picture of pictures(response, patience)) seen.push(await picture.text());
-    } catch (error) {
-      seen.push(error instanceof StandsStill ? 'stands still' : String(error));
-    }
+    const end = (async () => {
+      try {
+        for await (const picture of pictures(response, kPatience)) seen.push(await picture.text());
+      } catch (error) {
+        seen.push(error instanceof StandsStill ? 'stands still' : String(error));
+      }
+    })();
+    await vi.advanceTimersByTimeAsync(kPatience - 1);
+    expect(seen).not.toContain('stands still');
+    await vi.advanceTimersByTimeAsync(kPatience);
+    await end;
     return seen;
   }
 
   test('come one by one', async () => {
-    expect(await all(answer([part('one'), part('two')], true), kForever)).toEqual(['one', 'two']);
+    expect(await all(answer([part('one'), part('two')], true))).toEqual(['one', 'two']);
   });
   test('of several at once are the newest', async () => {
-    expect(await all(answer([part('one') + part('two')], true), kForever)).toEqual(['two']);
+    expect(await all(answer([part('one') + part('two')], true))).toEqual(['two']);
   });
   test('a stream that goes silent stands still', async () => {
-    expect(await all(answer([part('one')], false), 20)).toEqual(['one', 'stands still']);
-    expect(await all(answer([], false, 'image/jpeg'), 20)).toEqual(['stands still']);
+    expect(await all(answer([part('one')], false))).toEqual(['one', 'stands still']);
+    expect(await all(answer([], false, 'image/jpeg'))).toEqual(['stands still']);
   });
   test('so does one that never finishes a picture', async () => {
-    expect(await all(answer([part('one'), part('two').slice(0, 56)], false), 20)).toEqual(['one', 'stands still']);
+    expect(await all(answer([part('one'), part('two').slice(0, 56)], false))).toEqual(['one', 'stands still']);
   });
   test('an answer that is no stream is one picture', async () => {
-    expect(await all(answer(['jpeg'], true, 'image/jpeg'), kForever)).toEqual(['jpeg']);
+    expect(await all(answer(['jpeg'], true, 'image/jpeg'))).toEqual(['jpeg']);
   });
 });

@@ -1,4 +1,4 @@
-import { afterEach, beforeEach, expect, test, vi } from 'vitest';
+import { afterEach, beforeEach, describe, expect, test, vi } from 'vitest';
 import { SettingsStore } from '../../src/model/settings_store';
 
 vi.mock('../../src/camera', () => ({ webService: 'http://camera.example/webservices.cgi', loginCheck: '' }));
@@ -6,6 +6,9 @@ vi.mock('../../src/camera', () => ({ webService: 'http://camera.example/webservi
 /** What the camera holds; it writes scores with six digits. */
 let held: Map<string, string>;
 let uploads: number;
+let downloads: number;
+/** What holds the next answer up. */
+let answer: () => Promise<unknown>;
 /** What becomes of the next upload, before or after the camera has taken it. */
 let before: () => Promise<unknown>;
 let after: () => Promise<unknown>;
@@ -13,7 +16,12 @@ let after: () => Promise<unknown>;
 const documentOf = (values: Map<string, string>) => `<app>${[...values].map(([tag, value]) => `<${tag}>${value}</${tag}>`).join('')}</app>`;
 
 async function camera(address: string, options: RequestInit = {}): Promise<Response> {
-  if (address.includes('get_all_parameters')) return new Response(documentOf(held));
+  if (address.includes('get_all_parameters')) {
+    ++downloads;
+    const told = documentOf(held);
+    await answer();
+    return new Response(told);
+  }
   if (address.includes('get_analysis_resolution')) return new Response('1280x720');
   ++uploads;
   await before();
@@ -30,11 +38,12 @@ const edits = () => Object.fromEntries(store.edits);
 
 beforeEach(async () => {
   held = new Map([['MinNumberOfPeopleForTrigger', '1'], ['Sensitivity', '0.350000'], ['Occupants', '50'], ['Detection1_0', '0.000000'], ['CamName', 'Lobby']]);
-  uploads = 0;
-  before = after = async () => {};
+  uploads = downloads = 0;
+  before = after = answer = async () => {};
   vi.stubGlobal('fetch', camera);
   store = new SettingsStore();
   await store.load();
+  downloads = 0;
 });
 afterEach(() => vi.unstubAllGlobals());
 
@@ -129,4 +138,108 @@ test('theirs are taken, or the question is left open', async () => {
   await store.submit();
   store.takeTheirs();
   expect([store.values.get('Occupants'), edits(), uploads]).toEqual(['60', {}, 0]);
+});
+
+test('what changes nothing is no step for undo', () => {
+  store.change(objects('1'));
+  expect(store.canUndo).toBe(false);
+  store.change(objects('2'));
+  store.change(objects('2'), 'typed');
+  store.undo();
+  expect([edits(), store.canUndo]).toEqual([{}, false]);
+});
+
+/** Holds answers up until it is told to let them go. */
+function hold(): () => void {
+  let go = () => {};
+  const held = new Promise<void>((resolve) => (go = resolve));
+  answer = () => held;
+  return go;
+}
+
+test('of several wishes to read the settings one is enough', async () => {
+  const go = hold();
+  const all = [store.load(), store.load(), store.load()];
+  go();
+  await Promise.all(all);
+  expect(downloads).toBe(1);
+  await store.load();
+  expect(downloads).toBe(2);
+});
+
+test('what others have saved is taken up, and nothing from before it can be undone', async () => {
+  store.change(objects('2'));
+  store.change(objects('1'));
+  held.set('MinNumberOfPeopleForTrigger', '9');
+  await store.load();
+  expect([store.values.get('MinNumberOfPeopleForTrigger'), edits(), store.canUndo]).toEqual(['9', {}, false]);
+});
+
+test('with unsaved changes nothing is read, also where they came meanwhile', async () => {
+  const go = hold();
+  held.set('Occupants', '60');
+  const reading = store.load();
+  store.change(objects('2'));
+  go();
+  await reading;
+  expect([store.values.get('Occupants'), edits()]).toEqual(['50', { MinNumberOfPeopleForTrigger: '2' }]);
+  await store.load();
+  expect(downloads).toBe(1);
+  // So the save still finds what others have changed.
+  await store.submit();
+  expect(store.save).toMatchObject({ is: 'conflict', theirs: ['Occupants'] });
+});
+
+test('an answer that a save has overtaken is dropped', async () => {
+  const go = hold();
+  const reading = store.load();
+  answer = async () => {};
+  store.change(objects('2'));
+  await store.submit();
+  expect(store.save.is).toBe('saved');
+  go();
+  await reading;
+  expect(store.values.get('MinNumberOfPeopleForTrigger')).toBe('2');
+});
+
+describe('an area that two people draw', () => {
+  const outline = (area: string, value: string): [string, string][] => Array.from({ length: 16 }, (_, i) => [`${area}_${i}`, value]);
+  const drawn = (area: string) => [0, 1, 6].map((i) => held.get(`${area}_${i}`));
+  beforeEach(async () => {
+    held = new Map([...held, ['DetectionControlPoints', '4'], ...outline('Detection1', '0.1'), ...outline('Detection2', '0.2'), ...outline('Entrance1', '0.3')]);
+    await store.load();
+  });
+
+  test('is saved whole as it was drawn here', async () => {
+    store.change([['Detection1_0', '0.5']]);
+    for (const tag of ['Detection1_6', 'Detection2_6', 'Entrance1_6']) held.set(tag, '0.9');
+    await store.submit();
+    expect(store.save.is).toBe('conflict');
+    const mine = store.mineOver(held);
+    expect(['Detection1_6', 'Detection2_6', 'Entrance1_6', 'DetectionControlPoints'].filter((tag) => mine.has(tag))).toEqual(['Detection1_6']);
+    await store.saveMine();
+    expect([drawn('Detection1'), drawn('Detection2'), drawn('Entrance1')]).toEqual([['0.5', '0.1', '0.1'], ['0.2', '0.2', '0.9'], ['0.3', '0.3', '0.9']]);
+    expect([store.save.is, edits()]).toEqual(['saved', {}]);
+  });
+
+  test('is taken whole as it was drawn there', async () => {
+    store.change([['Detection1_0', '0.5']]);
+    held.set('Detection1_6', '0.9');
+    await store.submit();
+    store.takeTheirs();
+    expect([store.values.get('Detection1_0'), store.values.get('Detection1_6'), edits(), uploads]).toEqual(['0.1', '0.9', {}, 0]);
+  });
+
+  test.each([['there', '4', '5'], ['here', '5', '4']])('with another number of corners %s is of one piece with the others of its kind', async (_, mine, theirs) => {
+    store.change([['Detection1_0', '0.5'], ['DetectionControlPoints', mine]]);
+    held.set('DetectionControlPoints', theirs);
+    held.set('Detection2_6', '0.9');
+    held.set('Entrance1_6', '0.9');
+    await store.submit();
+    expect(store.save.is).toBe('conflict');
+    expect([store.mineOver(held).has('DetectionControlPoints'), store.mineOver(held).has('Detection2_6')]).toEqual([true, true]);
+    await store.saveMine();
+    expect([held.get('DetectionControlPoints'), drawn('Detection1'), drawn('Detection2'), drawn('Entrance1')]).toEqual(
+      [mine, ['0.5', '0.1', '0.1'], ['0.2', '0.2', '0.2'], ['0.3', '0.3', '0.9']]);
+  });
 });
