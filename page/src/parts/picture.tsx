@@ -3,7 +3,7 @@ import { useEffect, useRef, useState } from 'preact/hooks';
 import { liveImage, liveStream } from '../camera';
 import { Size } from '../model/geometry';
 import { pictures, StandsStill } from '../model/live_stream';
-import { usePulse } from '../stores';
+import { usePulse, useSettings } from '../stores';
 import { texts } from '../texts';
 
 const kRetry = 4000;
@@ -17,8 +17,11 @@ const kLongestReason = 160;
  */
 export function Picture({ resolution, size, children }: { resolution: string; size: Size; children?: ComponentChildren }) {
   const { connection, generation } = usePulse();
+  const { loaded, trouble } = useSettings();
   const image = useRef<HTMLImageElement>(null);
-  const words = usePicture(image, resolution, connection === 'ok', generation);
+  // The settings name the stream: one that is begun before them would be begun twice.
+  const wanted = connection === 'ok' && (loaded !== null || trouble !== null);
+  const words = usePicture(image, resolution, wanted, generation);
   const said = connection === 'ok' ? words : texts.connection[connection];
   return (
     <div class={`picture ${children ? 'edited' : ''}`} style={{ aspectRatio: `${size.width} / ${size.height}`, maxWidth: `calc(75vh * ${size.width / size.height})` }}>
