@@ -30,6 +30,9 @@ const kColours = 9;
 const kLeastLabelWidth = 76;
 const kHalfHour = 1800;
 
+/** A building has more cameras than there are colours that can be told apart: the later lines are dashed. */
+const isDashed = (line: number) => line >= kColours;
+
 /** Times are drawn as they are, without a time zone. */
 const zoneless = (seconds: number) => {
   const utc = new Date(seconds * 1000);
@@ -52,7 +55,7 @@ export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
       width: element.clientWidth,
       height: kHeight,
       tzDate: zoneless,
-      legend: { live: true },
+      legend: { live: true, markers: { dash: (_, line) => (isDashed(line - 1) ? 'dashed' : 'solid') } },
       padding: [12, 24, 0, 0],
       cursor: { drag: { x: true, y: false, setScale: false } },
       scales: { y: { range: (_, __, most) => [0, Math.max(4, most * 1.1)] } },
@@ -66,6 +69,7 @@ export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
           label: line.label,
           stroke: colour(`--series-${(i % kColours) + 1}`),
           fill: bars ? `${colour(`--series-${(i % kColours) + 1}`)}66` : undefined,
+          dash: isDashed(i) ? [7, 4] : undefined,
           width: bars ? 1 : 2,
           paths: bars ? uPlot.paths.bars!({ size: [0.7, 60] }) : uPlot.paths.stepped!({ align: 1 }),
           points: { show: times.length < 3 },

@@ -19,13 +19,13 @@ export function LiveTab() {
       <div class="main column">
         <LivePicture />
         <Cameras />
+        <Alerts />
       </div>
       <div class="side column">
         <Figures />
         <Passages />
+        <Resets />
       </div>
-      <Resets />
-      <Alerts />
     </div>
   );
 }
