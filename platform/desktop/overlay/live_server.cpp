@@ -1,6 +1,7 @@
 #include "live_server.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -78,12 +79,15 @@ int LiveServer::timeout() const {
 }
 
 void LiveServer::serveSockets(int timeout) {
-    std::vector<pollfd> sockets = {{m_wakeUp.get(), POLLIN, 0}, {m_listener.get(), POLLIN, 0}};
+    // A viewer for whom there was no descriptor would wake the poll at once, again and again.
+    const bool rests = std::exchange(m_descriptorsRanOut, false);
+    std::vector<pollfd> sockets = {{m_wakeUp.get(), POLLIN, 0},
+                                   {m_listener.get(), static_cast<short>(rests ? 0 : POLLIN), 0}};
     for (const Viewer& viewer : m_viewers) {
         const int events = POLLIN | (viewer.hasMoreToWrite() ? POLLOUT : 0);
         sockets.push_back({viewer.descriptor(), static_cast<short>(events), 0});
     }
-    poll(sockets.data(), sockets.size(), timeout);
+    poll(sockets.data(), sockets.size(), rests && timeout < 0 ? kLookAround : timeout);
     if ((sockets[0].revents & POLLIN) != 0) {
         eventfd_t ignored = 0;
         eventfd_read(m_wakeUp.get(), &ignored);
@@ -109,6 +113,7 @@ void LiveServer::acceptViewers() {
     for (;;) {
         FileDescriptor socket(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (socket.get() < 0) {
+            m_descriptorsRanOut = errno == EMFILE || errno == ENFILE;
             return;
         }
         m_viewers.emplace_back(std::move(socket), m_parts.clock.now());

@@ -93,9 +93,10 @@ private:
     std::atomic<bool> m_stop = false;
     std::atomic<uint64_t> m_picturesMade = 0;
     std::atomic<std::size_t> m_watching = 0;
-    std::list<Viewer> m_viewers;      // of the thread alone
-    std::map<Key, Stream> m_streams;  // of the thread alone
-    std::thread m_thread;             // last, so that it starts when all else is there
+    std::list<Viewer> m_viewers;       // of the thread alone
+    std::map<Key, Stream> m_streams;   // of the thread alone
+    bool m_descriptorsRanOut = false;  // of the thread alone
+    std::thread m_thread;              // last, so that it starts when all else is there
 };
 
 }  // namespace desktop

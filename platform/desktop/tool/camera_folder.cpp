@@ -1,9 +1,13 @@
 #include "camera_folder.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <sys/file.h>
 
 namespace desktop {
 namespace {
@@ -31,6 +35,18 @@ void writeFile(const fs::path& path, const std::string& text) {
         throw std::runtime_error("cannot write " + path.string());
     }
     fs::rename(beside, path);
+}
+
+/** Holds a camera's folder for as long as the descriptor, or this process, lives. */
+FileDescriptor lockFolder(const fs::path& folder) {
+    FileDescriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+        throw std::runtime_error(errno == EWOULDBLOCK
+                                     ? "a camera runs in " + folder.string() + " already: expected a folder of its own"
+                                     : "cannot lock the camera's folder " + folder.string() + ": " +
+                                           std::strerror(errno));
+    }
+    return lock;
 }
 
 }  // namespace
@@ -61,6 +77,7 @@ CameraFolder::CameraFolder(const fs::path& folder) : m_path(fs::absolute(folder)
         throw std::runtime_error("cannot lay out the camera's folder " + m_path.string() + ": " +
                                  error.code().message());
     }
+    m_lock = lockFolder(m_path);
 }
 
 fs::path CameraFolder::application() const {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "desktop_config.h"
+#include "file_descriptor.h"
 
 /**
  * The folder in which one camera lives on a desktop: its parameters and events, and under root/ what a camera's file
@@ -26,7 +27,10 @@ std::filesystem::path findModelCard(const std::string& nameOrPath);
 
 class CameraFolder {
 public:
-    /** Lays the folder out, or uses what is there. Throws std::runtime_error naming the folder and the reason. */
+    /**
+     * Lays the folder out, or uses what is there, and has it to itself from then on: two cameras would write over each
+     * other's counts. Throws std::runtime_error naming the folder and the reason.
+     */
     explicit CameraFolder(const std::filesystem::path& folder);
 
     const std::filesystem::path& path() const { return m_path; }
@@ -57,6 +61,7 @@ public:
 
 private:
     std::filesystem::path m_path;
+    FileDescriptor m_lock;
 };
 
 }  // namespace desktop

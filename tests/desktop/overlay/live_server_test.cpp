@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <list>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "live_fixture.h"
@@ -253,6 +254,19 @@ TEST_F(LiveServerTest, HasRoomForAHundredViewers) {
         return next.hasNews(0);
     }));
     EXPECT_EQ(next.head().rfind("HTTP/1.1 200 ", 0), 0U);
+}
+
+TEST_F(LiveServerTest, TakesAViewerOnceThereIsADescriptor) {
+    rlimit limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlim_t before = limit.rlim_cur;
+    limit.rlim_cur = static_cast<rlim_t>(desktop::FileDescriptor(dup(0)).get()) + 1;  // room for the viewer's own end
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    LiveClient waiting = client("/live/image.jpg?resolution=1x1");
+    EXPECT_FALSE(waiting.hasNews(100));
+    limit.rlim_cur = before;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(waiting.head().rfind("HTTP/1.1 400 ", 0), 0U);
 }
 
 TEST_F(LiveServerTest, SaysWhyThereIsNoPicture) {

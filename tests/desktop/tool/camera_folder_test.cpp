@@ -22,14 +22,23 @@ std::string errorOf(Call call) {
 
 TEST(CameraFolder, IsLaidOutAndUsedAgain) {
     const TestFolder folder;
-    const desktop::CameraFolder camera(folder.path() / "a/camera");
-    EXPECT_EQ(camera.root(), folder.path() / "a/camera/root");
-    EXPECT_TRUE(fs::is_directory(camera.application() / "localdata"));
-    EXPECT_TRUE(fs::is_directory(camera.root() / "tmp"));
-    EXPECT_TRUE(fs::is_directory(camera.root() / "mnt/flash/usr/local/packages/ostrel_senvo"));
-    writeFile(camera.log(), "kept");
+    {
+        const desktop::CameraFolder camera(folder.path() / "a/camera");
+        EXPECT_EQ(camera.root(), folder.path() / "a/camera/root");
+        EXPECT_TRUE(fs::is_directory(camera.application() / "localdata"));
+        EXPECT_TRUE(fs::is_directory(camera.root() / "tmp"));
+        EXPECT_TRUE(fs::is_directory(camera.root() / "mnt/flash/usr/local/packages/ostrel_senvo"));
+        writeFile(camera.log(), "kept");
+    }
     const desktop::CameraFolder again(folder.path() / "a/camera");
     EXPECT_EQ(readFile(again.log()), "kept");
+}
+
+TEST(CameraFolder, HoldsOneCamera) {
+    const TestFolder folder;
+    const desktop::CameraFolder camera(folder.path());
+    EXPECT_EQ(errorOf([&] { const desktop::CameraFolder second(folder.path()); }),
+              "a camera runs in " + folder.path().string() + " already: expected a folder of its own");
 }
 
 TEST(CameraFolder, ThatCannotBeLaidOutIsNamed) {
