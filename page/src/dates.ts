@@ -7,6 +7,8 @@ const format = (options: Intl.DateTimeFormatOptions) => {
 
 export const dateOf = format({ dateStyle: 'medium' });
 export const dateTimeOf = format({ dateStyle: 'medium', timeStyle: 'short' });
+/** The time of day of a moment, by this device's clock. */
+export const momentOf = (moment: Date) => moment.toLocaleTimeString([], { timeStyle: 'short' });
 const timeOf = format({ timeStyle: 'short' });
 const dayOf = format({ day: 'numeric', month: 'short' });
 const monthOf = format({ month: 'short', year: 'numeric' });

@@ -1,6 +1,7 @@
 /* The parameters behind the settings, as the package's manifest declares them: type, default, range, unit and help. */
 
 import manifest from '../../../package/manifest.json';
+import { readInteger } from './readers';
 
 export interface Parameter {
   name: string;
@@ -65,4 +66,10 @@ export function shownParameter(tag: string): Parameter {
   const parameter = parameterOf(tag);
   if (!parameter) throw new Error(`the manifest declares no parameter for the setting "${tag}"`);
   return parameter;
+}
+
+/** Minutes from one report to the next, by the stored setting. A period of 0 would have the report fetched without end. */
+export function reportMinutes(stored: string | undefined): number {
+  const minutes = readInteger(stored) ?? 0;
+  return minutes > 0 ? minutes : Number(shownParameter('RepInt').default);
 }

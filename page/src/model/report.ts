@@ -16,7 +16,7 @@ export interface Column {
 }
 
 export interface Report {
-  /** Seconds since 1970 as if the camera's local time were UTC, ascending. */
+  /** When the period of each row ended: seconds since 1970 as if the camera's local time were UTC, ascending. */
   times: Float64Array;
   columns: Column[];
   /** Lines that were no rows. */
@@ -153,11 +153,13 @@ export interface Question {
   /** Only this camera or class; null for all. A camera's name may be "". */
   camera: string | null;
   objectClass: string | null;
-  /** Seconds, from the first to before the second. */
+  /** Seconds: the periods that began from the first to before the second. */
   from: number;
   to: number;
   /** Seconds that are put together to one point; 0 for every period by itself. */
   bucket: number;
+  /** How many seconds a period has. */
+  period: number;
 }
 
 export interface Series {
@@ -167,16 +169,22 @@ export interface Series {
 }
 
 export interface Answer {
+  /** When each bucket began; of single periods, when each ended. */
   times: number[];
   series: Series[];
 }
 
-/** The first row at or after a time. */
-export function rowAt(times: Float64Array, time: number): number {
+/** When the period of a row began: at the end of the one before, or later when the camera was away in between. */
+export function startOf(times: Float64Array, row: number, period: number): number {
+  return Math.max(times[row] - period, row > 0 ? times[row - 1] : -Infinity);
+}
+
+/** The first row whose period began at or after a time. */
+export function rowAt(times: Float64Array, time: number, period: number): number {
   let [low, high] = [0, times.length];
   while (low < high) {
     const middle = (low + high) >> 1;
-    if (times[middle] < time) low = middle + 1;
+    if (startOf(times, middle, period) < time) low = middle + 1;
     else high = middle;
   }
   return low;
@@ -196,16 +204,16 @@ export function answer(report: Report, question: Question): Answer {
     groups.set(key, [...(groups.get(key) ?? []), column.values]);
   }
   const adds = question.measure === 'entries' || question.measure === 'exits';
-  const first = rowAt(report.times, question.from);
-  const last = rowAt(report.times, question.to);
+  const first = rowAt(report.times, question.from, question.period);
+  const last = rowAt(report.times, question.to, question.period);
   const times: number[] = [];
   const series = [...groups.keys()].map((key): Series => ({ key, values: [] }));
   const columns = [...groups.values()];
   for (let row = first; row < last; ++row) {
-    const time = report.times[row];
-    const start = question.bucket > 0 ? Math.floor(time / question.bucket) * question.bucket : time;
-    const isNew = times[times.length - 1] !== start;
-    if (isNew) times.push(start);
+    const { bucket, period } = question;
+    const time = bucket > 0 ? Math.floor(startOf(report.times, row, period) / bucket) * bucket : report.times[row];
+    const isNew = times[times.length - 1] !== time;
+    if (isNew) times.push(time);
     for (let i = 0; i < columns.length; ++i) {
       let sum = 0;
       for (const values of columns[i]) sum += values[row];
@@ -231,16 +239,16 @@ export function dayOf(moment: Date): number {
 }
 
 /**
- * What went through each entrance of a camera on a day, by the entrance's number; null when the report has no row of that
- * day. A camera whose clock is ahead may already be in the next one.
+ * What went through each entrance of a camera on a day, by the entrance's number, in periods of so many seconds that
+ * began on it; null when the report has none. A camera whose clock is ahead may already be in the next day.
  */
-export function passedOn(report: Report, camera: string, day: number): Map<string, PassedThrough> | null {
-  const last = report.times.length > 0 ? report.times[report.times.length - 1] : -Infinity;
+export function passedOn(report: Report, camera: string, day: number, period: number): Map<string, PassedThrough> | null {
+  const last = report.times.length > 0 ? startOf(report.times, report.times.length - 1, period) : -Infinity;
   const from = Math.max(day, Math.floor(last / kDay) * kDay);
   if (last < from) return null;
   const sums = new Map<string, PassedThrough>();
   for (const measure of ['entries', 'exits'] as const) {
-    for (const { key, values } of answer(report, { measure, split: 'place', camera, objectClass: null, from, to: Infinity, bucket: 0 }).series) {
+    for (const { key, values } of answer(report, { measure, split: 'place', camera, objectClass: null, from, to: Infinity, bucket: 0, period }).series) {
       const sum = sums.get(key) ?? { entries: 0, exits: 0 };
       sum[measure] = values.reduce((all, value) => all + value, 0);
       sums.set(key, sum);

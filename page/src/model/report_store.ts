@@ -8,6 +8,8 @@ export class ReportStore extends Store {
   report: Report | null = null;
   trouble: Trouble | null = null;
   loading = false;
+  /** When the report was read. */
+  read: Date | null = null;
   private readAt = -Infinity;
 
   /** Reads the report, unless it was read in the last so many minutes. */
@@ -21,7 +23,10 @@ export class ReportStore extends Store {
       this.loading = false;
       this.trouble = answer.trouble ?? null;
       this.report = answer.report ?? this.report;
-      if (answer.report) this.readAt = performance.now();
+      if (answer.report) {
+        this.readAt = performance.now();
+        this.read = new Date();
+      }
       this.changed();
     };
     worker.onmessage = (event: MessageEvent<{ report?: Report; trouble?: Trouble }>) => done(event.data);

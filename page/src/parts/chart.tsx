@@ -18,6 +18,8 @@ export type Window = [number, number] | null;
 interface Props {
   label: string;
   times: number[];
+  /** Whether the times are the ends of what the values stand for, rather than the beginnings. */
+  areEnds: boolean;
   lines: Line[];
   /** Bars for what adds up, steps for what lasts. */
   bars: boolean;
@@ -43,10 +45,12 @@ function colour(name: string): string {
   return getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 }
 
-export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
+export function Chart({ label, times, areEnds, lines, bars, window, onWindow }: Props) {
   const place = useRef<HTMLDivElement>(null);
   const plot = useRef<uPlot | null>(null);
   const { dark } = useStore(theme);
+
+  const align = areEnds ? -1 : 1;
 
   useEffect(() => {
     const element = place.current!;
@@ -64,14 +68,14 @@ export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
         { ...axis, size: 56, incrs: [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10_000, 100_000, 1_000_000], values: (_, points) => points.map(String) },
       ],
       series: [
-        { label: texts.reports.time, value: (_, seconds) => (seconds === null ? texts.reports.pointAt : dateTimeOf(seconds)) },
+        { label: areEnds ? texts.reports.until : texts.reports.from, value: (_, seconds) => (seconds === null ? texts.reports.pointAt : dateTimeOf(seconds)) },
         ...lines.map((line, i) => ({
           label: line.label,
           stroke: colour(`--series-${(i % kColours) + 1}`),
           fill: bars ? `${colour(`--series-${(i % kColours) + 1}`)}66` : undefined,
           dash: isDashed(i) ? [7, 4] : undefined,
           width: bars ? 1 : 2,
-          paths: bars ? uPlot.paths.bars!({ size: [0.7, 60] }) : uPlot.paths.stepped!({ align: 1 }),
+          paths: bars ? uPlot.paths.bars!({ align, size: [0.7, 60] }) : uPlot.paths.stepped!({ align }),
           points: { show: times.length < 3 },
           value: (_: uPlot, value: number | null) => (value === null ? '' : String(value)),
         })),
@@ -101,15 +105,17 @@ export function Chart({ label, times, lines, bars, window, onWindow }: Props) {
       drawn.destroy();
       plot.current = null;
     };
-  }, [times, lines, bars, dark]);
+  }, [times, align, lines, bars, dark]);
 
   useEffect(() => {
     if (times.length === 0) return;
-    // A bar stands on the middle of its time, a single point in the middle of an hour.
-    const beside = times.length === 1 ? kHalfHour : bars ? (times[1] - times[0]) / 2 : 0;
-    const [min, max] = window ?? [times[0] - beside, times[times.length - 1] + beside];
+    // A bar has room for its time, a single point stands in the middle of an hour.
+    const room = bars && times.length > 1 ? times[1] - times[0] : 0;
+    const beside = times.length === 1 ? kHalfHour : 0;
+    const [first, last] = [times[0] - beside, times[times.length - 1] + beside];
+    const [min, max] = window ?? (align < 0 ? [first - room, last] : [first, last + room]);
     plot.current?.setScale('x', { min, max });
-  }, [times, lines, bars, dark, window]);
+  }, [times, align, lines, bars, dark, window]);
 
   return <div ref={place} class="chart" role="group" aria-label={label} onDblClick={() => onWindow(null)} />;
 }

@@ -1,13 +1,12 @@
-import { useEffect, useMemo, useState } from 'preact/hooks';
+import { useMemo, useState } from 'preact/hooks';
 import { ask, CameraError, Trouble } from '../model/api';
-import { shownParameter } from '../model/parameters';
-import { PanelCamera, readInteger } from '../model/readers';
+import { PanelCamera } from '../model/readers';
 import { dayOf, passedOn } from '../model/report';
 import { Confirm, Question } from '../parts/dialog';
 import { Picture } from '../parts/picture';
 import { CameraStatus } from '../parts/status';
 import { answers, Connection } from '../model/pulse';
-import { pulse, reports, usePulse, useReports, useSettings } from '../stores';
+import { pulse, useFreshReports, usePulse, useSettings } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.live;
@@ -97,22 +96,10 @@ function ofReports(isRead: boolean, trouble: Trouble | null, connection: Connect
 function Passages() {
   const { passages, cameIn, wentOut, since, perEntrance, panel, connection } = usePulse();
   const { loaded } = useSettings();
-  const { report, trouble } = useReports();
-  const stored = readInteger(loaded?.get('RepInt')) ?? 0;
-  // A period of 0 minutes would have the report fetched without end.
-  const period = stored > 0 ? stored : Number(shownParameter('RepInt').default);
-  useEffect(() => {
-    if (connection !== 'ok') return;
-    const read = () => {
-      if (!document.hidden) reports.load(period);
-    };
-    read();
-    const timer = setInterval(read, 10_000);
-    return () => clearInterval(timer);
-  }, [connection, period]);
+  const [{ report, trouble }, period] = useFreshReports();
   const camera = panel?.cameras[0].name;
   const today = dayOf(new Date());
-  const todays = useMemo(() => (report && camera !== undefined ? passedOn(report, camera, today) : null), [report, camera, today]);
+  const todays = useMemo(() => (report && camera !== undefined ? passedOn(report, camera, today, period * 60) : null), [report, camera, today, period]);
   const ofToday = (entrance: number) => todays?.get(String(entrance));
   const shown = perEntrance.filter(({ entrance, cameIn, wentOut }) =>
     loaded?.get(`Entrance${entrance}_Active`) !== '0' || cameIn + wentOut > 0 || ofToday(entrance) !== undefined);

@@ -1,9 +1,10 @@
 import { useEffect, useId, useMemo, useState } from 'preact/hooks';
-import { dateOf, dateTimeOf } from '../dates';
+import { dateOf, dateTimeOf, momentOf } from '../dates';
 import { actionAddress } from '../model/api';
-import { Answer, answer, Measure, measures, Report, Split } from '../model/report';
+import { Answer, answer, Measure, measures, Report, Split, startOf } from '../model/report';
+import { Button } from '../parts/button';
 import { Chart, Line, Window } from '../parts/chart';
-import { reports, useReports } from '../stores';
+import { reports, useFreshReports } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.reports;
@@ -17,27 +18,27 @@ const splits: Split[] = ['place', 'objectClass', 'camera', 'none'];
 const buckets: Record<Span, number> = { day: 0, week: kHour, month: kDay, all: kDay };
 
 export function ReportsTab() {
-  const { report, trouble, loading } = useReports();
+  const [{ report, trouble, loading, read }, minutes] = useFreshReports();
   useEffect(() => reports.load(0.25), []);
   return (
     <>
       <div class="actions">
-        <button type="button" disabled={loading} onClick={() => reports.load()}>{t.again}</button>
+        <Button disabled={loading} onClick={() => reports.load()}>{t.again}</Button>
         <a class="button" href={actionAddress('get_occupancy_csv')} download="senvo-report.csv">{t.csv}</a>
         <a class="button" href={actionAddress('get_occupancy_html')} target="_blank" rel="noopener">{t.html}</a>
         <span class="muted" role="status" data-testid="report-state">
-          {loading ? t.loading : report ? t.rows(report.times.length) : ''}
+          {loading ? t.loading : report && read ? t.rows(report.times.length, momentOf(read)) : ''}
         </span>
       </div>
       {trouble && <p class="banner bad" role="alert">{t.failed + texts.trouble[trouble]}</p>}
       {report && report.skipped > 0 && <p class="banner warn">{t.skipped(report.skipped)}</p>}
-      {report && (report.times.length > 0 ? <Figures report={report} /> : <p class="card">{t.empty}</p>)}
+      {report && (report.times.length > 0 ? <Figures report={report} period={minutes * 60} /> : <p class="card">{t.empty}</p>)}
     </>
   );
 }
 
 /** The days from the one of a time back, as [from, to). */
-function period(span: Span, last: number, first: number, back: number): [number, number] {
+function days(span: Span, last: number, first: number, back: number): [number, number] {
   if (span === 'all') return [first, Infinity];
   const tomorrow = (Math.floor(last / kDay) + 1) * kDay;
   if (span === 'month') {
@@ -51,7 +52,7 @@ function period(span: Span, last: number, first: number, back: number): [number,
 
 const unique = (values: string[]) => [...new Set(values)].sort();
 
-function Figures({ report }: { report: Report }) {
+function Figures({ report, period }: { report: Report; period: number }) {
   const [measure, setMeasure] = useState<Measure>('occupancy');
   const [split, setSplit] = useState<Split>('camera');
   const [span, setSpan] = useState<Span>('day');
@@ -60,17 +61,19 @@ function Figures({ report }: { report: Report }) {
   const [objectClass, setObjectClass] = useState<string | null>(null);
   const [window, setWindow] = useState<Window>(null);
   const { times, columns } = report;
-  const [from, to] = period(span, times[times.length - 1], times[0], back);
+  const [first, last] = [startOf(times, 0, period), startOf(times, times.length - 1, period)];
+  const [from, to] = days(span, last, first, back);
   const cameras = useMemo(() => unique(columns.map((column) => column.camera)), [columns]);
   const classes = useMemo(() => unique(columns.map((column) => column.objectClass)), [columns]);
   // What is shown changes with every choice, but not with every stroke of the zoom.
   const shown = useMemo(
-    () => answer(report, { measure, split, camera, objectClass, from, to, bucket: buckets[span] }),
-    [report, measure, split, camera, objectClass, from, to, span],
+    () => answer(report, { measure, split, camera, objectClass, from, to, bucket: buckets[span], period }),
+    [report, measure, split, camera, objectClass, from, to, span, period],
   );
   const lines = useMemo(() => shown.series.map(({ key, values }): Line => ({ label: labelOf(key, split, measure), values })), [shown, split, measure]);
-  useEffect(() => setWindow(null), [shown]);
-  const [firstDay, lastDay] = [dateOf(Math.max(from, times[0])), dateOf(Math.min(to, times[times.length - 1] + 1) - 1)];
+  // A report that goes on leaves the zoom as it is.
+  useEffect(() => setWindow(null), [measure, split, camera, objectClass, from, to, span]);
+  const [firstDay, lastDay] = [dateOf(Math.max(from, first)), dateOf(Math.min(to, last + 1) - 1)];
   const when = firstDay === lastDay ? firstDay : `${firstDay} – ${lastDay}`;
   const adds = measure === 'entries' || measure === 'exits';
   const bucket = buckets[span];
@@ -88,20 +91,20 @@ function Figures({ report }: { report: Report }) {
         <div class="card-head">
           <h2 data-testid="shown">{t.measures[measure]}, {when}</h2>
           <div class="actions">
-            <button type="button" disabled={from <= times[0]} onClick={() => setBack(back + 1)}>{t.earlier}</button>
-            <button type="button" disabled={back === 0} onClick={() => setBack(back - 1)}>{t.later}</button>
-            <button type="button" disabled={shown.times.length < 3} onClick={() => setWindow(zoomed(shown, window, 0.5))}>{t.zoomIn}</button>
-            <button type="button" disabled={!window} onClick={() => setWindow(zoomed(shown, window, 2))}>{t.zoomOut}</button>
+            <Button disabled={from <= first} onClick={() => setBack(back + 1)}>{t.earlier}</Button>
+            <Button disabled={back === 0} onClick={() => setBack(back - 1)}>{t.later}</Button>
+            <Button disabled={shown.times.length < 3} onClick={() => setWindow(zoomed(shown, window, 0.5))}>{t.zoomIn}</Button>
+            <Button disabled={!window} onClick={() => setWindow(zoomed(shown, window, 2))}>{t.zoomOut}</Button>
           </div>
         </div>
         <p class="help">{t.perBucket[bucket]}{bucket > 0 && `: ${adds ? t.sum : t.highest}`}. <span class="keys">{t.zoomHelp}</span><span class="touch">{t.zoomTouchHelp}</span></p>
         {shown.times.length > 0 && lines.length > 0 ? (
-          <Chart label={t.chart(t.measures[measure], when)} times={shown.times} lines={lines} bars={adds && lines.length === 1} window={window} onWindow={setWindow} />
+          <Chart label={t.chart(t.measures[measure], when)} times={shown.times} lines={lines} areEnds={bucket === 0} bars={adds && lines.length === 1} window={window} onWindow={setWindow} />
         ) : (
           <p class="empty">{t.nothing}</p>
         )}
       </section>
-      <Table times={shown.times} lines={lines} window={window} dayOnly={bucket === kDay} />
+      <Table key={`${measure} ${split} ${span} ${back}`} times={shown.times} lines={lines} window={window} bucket={bucket} />
     </>
   );
 }
@@ -137,13 +140,13 @@ function zoomed({ times }: Answer, window: Window, factor: number): Window {
 
 const kRowsPerPage = 50;
 
-function Table({ times, lines, window, dayOnly }: { times: number[]; lines: Line[]; window: Window; dayOnly: boolean }) {
+function Table({ times, lines, window, bucket }: { times: number[]; lines: Line[]; window: Window; bucket: number }) {
   const [page, setPage] = useState(0);
   const rows = useMemo(() => {
     const inside = times.map((_, i) => i).filter((i) => !window || (times[i] >= window[0] && times[i] <= window[1]));
     return inside.reverse();
   }, [times, window]);
-  useEffect(() => setPage(0), [rows]);
+  useEffect(() => setPage(0), [window]);
   const first = page * kRowsPerPage;
   const shown = rows.slice(first, first + kRowsPerPage);
   if (rows.length === 0) return null;
@@ -153,19 +156,19 @@ function Table({ times, lines, window, dayOnly }: { times: number[]; lines: Line
         <h2>{t.table}</h2>
         <div class="actions">
           <span class="muted" role="status">{t.page(first + 1, first + shown.length, rows.length)}</span>
-          <button type="button" disabled={page === 0} onClick={() => setPage(page - 1)}>{t.newer}</button>
-          <button type="button" disabled={first + kRowsPerPage >= rows.length} onClick={() => setPage(page + 1)}>{t.older}</button>
+          <Button disabled={page === 0} onClick={() => setPage(page - 1)}>{t.newer}</Button>
+          <Button disabled={first + kRowsPerPage >= rows.length} onClick={() => setPage(page + 1)}>{t.older}</Button>
         </div>
       </div>
       <div class="scroll" tabIndex={0} role="region" aria-label={t.table}>
         <table data-testid="report">
           <thead>
-            <tr><th scope="col">{t.time}</th>{lines.map((line, i) => <th key={i} scope="col" class="number">{line.label}</th>)}</tr>
+            <tr><th scope="col">{bucket === 0 ? t.until : t.from}</th>{lines.map((line, i) => <th key={i} scope="col" class="number">{line.label}</th>)}</tr>
           </thead>
           <tbody>
             {shown.map((row) => (
               <tr key={row}>
-                <th scope="row">{dayOnly ? dateOf(times[row]) : dateTimeOf(times[row])}</th>
+                <th scope="row">{bucket === kDay ? dateOf(times[row]) : dateTimeOf(times[row])}</th>
                 {lines.map((line, i) => <td key={i} class="number">{line.values[row]}</td>)}
               </tr>
             ))}

@@ -4,12 +4,12 @@ import { BrowserContextOptions, Page, Route } from 'playwright-core';
 import { describe, expect, test } from 'vitest';
 import { ask, building, eventually, expectText, isMissing, open, opened, show, useBrowser } from './browser';
 
-/** Rows of so many periods of a quarter of an hour up to the end of March 2026. */
+/** Rows of so many periods of a quarter of an hour up to the end of March 2026, each with the time at which it ended. */
 function report(rows: number): string {
   const columns = ['AOI1_Person_Lobby', 'AverageAOI1_Person_Lobby', 'Entrance1_Entrances_Person_Lobby', 'Entrance2_Entrances_Person_Lobby',
     'Entrance1_Exits_Person_Lobby', 'Entrance1_Entrances_Car_Yard', 'Occup_Person_Lobby', 'Occup_Car_Yard'];
   const lines = [`Date,${columns.join(',')}`];
-  const end = Date.UTC(2026, 2, 31, 23, 45);
+  const end = Date.UTC(2026, 3, 1);
   for (let i = rows - 1; i >= 0; --i) {
     const date = new Date(end - i * 900_000).toISOString().slice(0, 19).replace('T', ' ');
     lines.push(`${date},${i % 7},${i % 5},2,1,1,3,${i % 40},${i % 90}`);
@@ -69,7 +69,7 @@ describe.skipIf(isMissing)('Reports', () => {
     expect(await page.locator('.chart .u-legend').innerText()).not.toContain('--');
     await page.locator('.chart .u-legend').getByText('point at the chart').waitFor();
     for (const fraction of [0.7, 0.85, 0.999]) {
-      const { Time: time, ...figures } = await figuresAt(page, fraction);
+      const { Until: time, ...figures } = await figuresAt(page, fraction);
       expect(Object.keys(figures)).toEqual(['Lobby', 'Yard']);
       expect(await tableAt(time)).toEqual(Object.values(figures));
     }
@@ -132,12 +132,12 @@ describe.skipIf(isMissing)('Reports', () => {
   test('a camera without a name is one to choose, not all of them', async () => {
     const page = await withReport('Date,Occup_Person_,Occup_Person_Door\n2026-03-31 10:00:00,1,2\n2026-03-31 10:15:00,3,4\n');
     await page.getByText('2 report rows').waitFor();
-    expect(await head(page)).toEqual(['Time', '(no name)', 'Door']);
+    expect(await head(page)).toEqual(['Until', '(no name)', 'Door']);
     await page.getByLabel('Camera', { exact: true }).selectOption('(no name)');
-    expect(await head(page)).toEqual(['Time', '(no name)']);
+    expect(await head(page)).toEqual(['Until', '(no name)']);
     expect(await rows(page).first().locator('td').allTextContents()).toEqual(['3']);
     await page.getByLabel('Camera', { exact: true }).selectOption('All cameras');
-    expect(await head(page)).toEqual(['Time', '(no name)', 'Door']);
+    expect(await head(page)).toEqual(['Until', '(no name)', 'Door']);
   });
 
   test('zooms and moves by two fingers', async () => {
@@ -173,7 +173,7 @@ describe.skipIf(isMissing)('Reports', () => {
       await page.getByLabel('Show', { exact: true }).selectOption(measure);
       await page.getByLabel('By', { exact: true }).selectOption('area or entrance');
       await expectText(page, 'shown', new RegExp(`^${measure},`));
-      expect(await head(page)).toEqual(['Time', ...columns]);
+      expect(await head(page)).toEqual(['Until', ...columns]);
     }
     await page.getByRole('button', { name: 'Older rows' }).click();
     await page.getByText('51 to 96 of 96, newest first').waitFor();
@@ -189,11 +189,11 @@ describe.skipIf(isMissing)('Reports', () => {
     await eventually(async (): Promise<string[]> => {
       await page.getByRole('button', { name: 'Read again' }).click();
       return (await page.getByTestId('report').count()) === 1 ? head(page) : [];
-    }, (names) => ['Time', 'Follower 1', 'Follower 2', 'Leader'].every((name) => names.includes(name)));
+    }, (names) => ['Until', 'Follower 1', 'Follower 2', 'Leader'].every((name) => names.includes(name)));
     await page.locator('.chart canvas').waitFor();
     await page.getByLabel('Show', { exact: true }).selectOption('Entries');
     await page.getByLabel('By', { exact: true }).selectOption('area or entrance');
-    expect(await head(page)).toEqual(['Time', 'Entrance 1', 'Entrance 2']);
+    expect(await head(page)).toEqual(['Until', 'Entrance 1', 'Entrance 2']);
 
     const [download] = await Promise.all([page.waitForEvent('download'), page.getByRole('link', { name: 'Download as CSV' }).click()]);
     expect(readFileSync(await download.path(), 'utf8')).toMatch(/^Date,AOI1_/);
@@ -218,9 +218,9 @@ describe.skipIf(isMissing)('Reports', () => {
     await page.getByLabel('By', { exact: true }).selectOption('area or entrance');
     expect(await rows(page).first().locator('td').allTextContents()).toEqual([String(96 * (2 + 3)), String(96)]);
     await page.getByLabel('By', { exact: true }).selectOption('class');
-    expect(await head(page)).toEqual(['Time', 'Cars', 'Persons']);
+    expect(await head(page)).toEqual(['Until', 'Cars', 'Persons']);
     await page.getByLabel('Camera', { exact: true }).selectOption('Lobby');
-    expect(await head(page)).toEqual(['Time', 'Persons']);
+    expect(await head(page)).toEqual(['Until', 'Persons']);
     await page.getByRole('button', { name: 'Earlier' }).click();
     await expectText(page, 'shown', /^Entries, 20 Feb 2026 – 28 Feb 2026$/);
     expect(await page.getByRole('button', { name: 'Earlier' }).isDisabled()).toBe(true);

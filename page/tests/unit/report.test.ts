@@ -1,5 +1,5 @@
 import { describe, expect, test } from 'vitest';
-import { answer, dayOf, passedOn, Question, readHeader, readHeading, Report, ReportReader, rowAt } from '../../src/model/report';
+import { answer, dayOf, passedOn, Question, readHeader, readHeading, Report, ReportReader, rowAt, startOf } from '../../src/model/report';
 import { hostileTexts } from '../hostile';
 
 function read(text: string, piece = 1 << 20): Report {
@@ -62,14 +62,14 @@ describe('reading', () => {
     const report = read(`Date,Occup_Person_A\n${rows.join('\n')}\n`);
     expect(report.times.length).toBe(5000);
     expect(report.columns[0].values[4999]).toBe(4999);
-    expect(rowAt(report.times, start + 60 * 1234)).toBe(1234);
+    expect(rowAt(report.times, start + 60 * 1234, 60)).toBe(1235);
   });
 });
 
 describe('answering', () => {
   const report = read(kReport);
   const question: Question = {
-    measure: 'entries', split: 'camera', camera: null, objectClass: null, from: seconds('2026-03-01T00:00:00'), to: seconds('2026-03-03T00:00:00'), bucket: 0,
+    measure: 'entries', split: 'camera', camera: null, objectClass: null, from: seconds('2026-03-01T00:00:00'), to: seconds('2026-03-03T00:00:00'), bucket: 0, period: 900,
   };
 
   test('one series per camera', () => {
@@ -77,12 +77,13 @@ describe('answering', () => {
   });
   test('entries of an hour add up', () => {
     const hourly = answer(report, { ...question, split: 'none', bucket: 3600 });
-    expect(hourly.times).toEqual([seconds('2026-03-01T10:00:00'), seconds('2026-03-02T00:00:00')]);
-    expect(hourly.series).toEqual([{ key: '', values: [33, 300] }]);
+    // The first period began at 9:45, the last ended at midnight.
+    expect(hourly.times).toEqual([seconds('2026-03-01T09:00:00'), seconds('2026-03-01T10:00:00'), seconds('2026-03-01T23:00:00')]);
+    expect(hourly.series).toEqual([{ key: '', values: [30, 3, 300] }]);
   });
   test('of a crowd the highest counts', () => {
     expect(answer(report, { ...question, measure: 'crowd', split: 'place', bucket: 3600 }).series).toEqual([
-      { key: '1', values: [4, 9] }, { key: '2', values: [2, 9] },
+      { key: '1', values: [1, 4, 9] }, { key: '2', values: [2, 0, 9] },
     ]);
   });
   test('a camera without a name is one camera, not all of them', () => {
@@ -91,28 +92,45 @@ describe('answering', () => {
     expect(answer(two, question).series).toEqual([{ key: '', values: [1] }, { key: 'Door', values: [2] }]);
   });
   test('only the chosen time, camera and class', () => {
-    const chosen = answer(report, { ...question, camera: 'Lobby', objectClass: 'Person', to: seconds('2026-03-02T00:00:00') });
-    expect(chosen.series).toEqual([{ key: 'Lobby', values: [20, 2] }]);
+    const chosen = answer(report, { ...question, camera: 'Lobby', objectClass: 'Person', to: seconds('2026-03-01T10:00:00') });
+    expect(chosen.series).toEqual([{ key: 'Lobby', values: [20] }]);
     expect(answer(report, { ...question, objectClass: 'Boat' }).series).toEqual([]);
+  });
+});
+
+describe('a period', () => {
+  const at = (...times: string[]) => Float64Array.from(times, (time) => seconds(`2026-03-01T${time}`));
+
+  test('begins where the one before ended', () => {
+    expect(startOf(at('10:00:00', '10:15:03'), 1, 1000)).toBe(seconds('2026-03-01T10:00:00'));
+  });
+  test('is no longer than the camera makes them: it was away', () => {
+    expect(startOf(at('10:00:00', '12:00:00'), 1, 900)).toBe(seconds('2026-03-01T11:45:00'));
+    expect(startOf(at('10:00:00'), 0, 900)).toBe(seconds('2026-03-01T09:45:00'));
   });
 });
 
 describe('what passed on a day', () => {
   const report = read(
     'Date,Entrance1_Entrances_Person_Lobby,Entrance1_Entrances_Car_Lobby,Entrance1_Exits_Person_Lobby,Entrance2_Exits_Person_Lobby,Entrance1_Entrances_Person_Door\n' +
-      '2026-03-01 23:45:00,100,100,100,100,100\n2026-03-02 00:15:00,1,2,3,0,50\n2026-03-02 00:30:00,4,5,6,7,50\n',
+      '2026-03-02 00:00:00,100,100,100,100,100\n2026-03-02 00:15:00,1,2,3,0,50\n2026-03-02 00:30:00,4,5,6,7,50\n',
   );
   const today = seconds('2026-03-02T00:00:00');
 
   test('adds up per entrance, over the classes and from midnight on', () => {
-    expect([...passedOn(report, 'Lobby', today)!]).toEqual([['1', { entries: 12, exits: 9 }], ['2', { entries: 0, exits: 7 }]]);
+    expect([...passedOn(report, 'Lobby', today, 900)!]).toEqual([['1', { entries: 12, exits: 9 }], ['2', { entries: 0, exits: 7 }]]);
+  });
+  test('a period that ended after midnight is of the day on which it began', () => {
+    const late = read('Date,Entrance1_Entrances_Person_Lobby\n2026-03-02 00:05:00,40\n');
+    expect(passedOn(late, 'Lobby', today, 600)).toBeNull();
+    expect(passedOn(late, 'Lobby', today, 300)!.get('1')!.entries).toBe(40);
   });
   test('yesterday is not today', () => {
-    expect(passedOn(report, 'Lobby', today + 86_400)).toBeNull();
-    expect(passedOn(read('Date\n'), 'Lobby', today)).toBeNull();
+    expect(passedOn(report, 'Lobby', today + 86_400, 900)).toBeNull();
+    expect(passedOn(read('Date\n'), 'Lobby', today, 900)).toBeNull();
   });
   test('a camera whose clock is ahead may be in the next day', () => {
-    expect(passedOn(report, 'Lobby', today - 86_400)!.get('1')).toEqual({ entries: 12, exits: 9 });
+    expect(passedOn(report, 'Lobby', today - 86_400, 900)!.get('1')).toEqual({ entries: 12, exits: 9 });
   });
   test('the day is that of the device', () => {
     expect(dayOf(new Date(2026, 2, 2, 0, 0, 1))).toBe(today);
