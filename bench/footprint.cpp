@@ -175,6 +175,7 @@ Flash dayOnTheFlash() {
     const TimeZone utc("UTC0");
     const ScriptedProcess folder;
     setenv("OSTREL_SENVO_ROOT", folder.folder().c_str(), 1);
+    const WorkingFolder inFolder(folder.folder());  // the log's path is relative
     TestClock clock;
     scripted::reset();
     scripted::offerResolutions(1, {{1280, 720}});
@@ -212,6 +213,9 @@ Flash dayOnTheFlash() {
         throw std::runtime_error("nothing was archived in a day");
     }
     applicationLog().flush();
+    if (std::filesystem::file_size("localdata/SenvoLog.txt") == 0) {
+        throw std::runtime_error("nothing was logged in a day");
+    }
     const auto all = static_cast<double>(bytesWritten() - written);
     return {all / records, all / 1024.0};
 }

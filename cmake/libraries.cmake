@@ -63,6 +63,8 @@ endfunction()
 
 # senvo_library(PREFIX MODULE...): finds modules by pkg-config and offers them together as PkgConfig::PREFIX.
 function(senvo_library prefix)
+  # Asked anew each time: the answer is kept otherwise, and a library that became another since goes unnoticed.
+  unset(__pkg_config_checked_${prefix} CACHE)
   pkg_check_modules(${prefix} REQUIRED IMPORTED_TARGET ${ARGN})
   foreach(module ${ARGN})
     if(${prefix}_${module}_VERSION)
@@ -70,6 +72,8 @@ function(senvo_library prefix)
     else()
       senvo_found_library(${module} ${${prefix}_VERSION})
     endif()
+    pkg_get_variable(folder ${module} pcfiledir)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${folder}/${module}.pc)
   endforeach()
 endfunction()
 
@@ -94,9 +98,14 @@ function(senvo_found_runtime)
   senvo_found_library(libstdc++ ${CMAKE_MATCH_1})
 endfunction()
 
-# Refuses to finish a program that draws in a library which is not on the list.
+# Refuses to finish a program that draws in a library which is not on the list, or not in the bill of materials.
+set(SENVO_SBOM ${CMAKE_BINARY_DIR}/sbom.cdx.json)
+set(SENVO_LINKED_BY -DREADELF=${CMAKE_READELF} -DSBOM=${SENVO_SBOM} -DCAMERA=$<NOT:$<BOOL:${SENVO_DESKTOP}>>)
 function(senvo_check_linked program)
+  if(SENVO_SANITIZE)
+    return()  # sanitizers bring libraries of their own
+  endif()
   add_custom_command(TARGET ${program} POST_BUILD
-    COMMAND ${CMAKE_COMMAND} -DREADELF=${CMAKE_READELF} -DPROGRAM=$<TARGET_FILE:${program}> -P ${SENVO_CHECK_LINKED}
+    COMMAND ${CMAKE_COMMAND} ${SENVO_LINKED_BY} -DPROGRAM=$<TARGET_FILE:${program}> -P ${SENVO_CHECK_LINKED}
     VERBATIM)
 endfunction()

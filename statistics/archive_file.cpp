@@ -79,8 +79,18 @@ bool forEachLine(const std::string& path, const LineVisitor& visit) {
 }
 
 void rewrite(const std::string& path, const LineFilter& filter) {
-    Replacement replacement(path);
     std::string kept;
+    bool changes = false;
+    off_t size = 0;
+    const bool readable = forEachLine(path, [&](const std::string& line) {
+        changes = changes || !filter(line, kept) || kept != line;
+        size += static_cast<off_t>(line.size()) + 1;
+    });
+    struct stat status = {};
+    if (readable && !changes && stat(path.c_str(), &status) == 0 && status.st_size == size) {
+        return;
+    }
+    Replacement replacement(path);
     const bool complete = forEachLine(path, [&](const std::string& line) {
         if (filter(line, kept)) {
             replacement.add(kept);
@@ -88,7 +98,7 @@ void rewrite(const std::string& path, const LineFilter& filter) {
         }
     });
     // What could not be read must not be taken for what does not stay.
-    if (!complete || !replacement.replace()) {
+    if (!readable || !complete || !replacement.replace()) {
         reportFailure("rewrite", path, errno);
     }
 }

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -137,6 +138,24 @@ TEST_F(Archive, PurgeDropsUnreadableDatesAndRewritesLinesOfAnotherShape) {
     m_archive.purgeRecords();
     EXPECT_EQ(content(),
               "2024-01-01 00:00:00,,100,100,0\n2024-01-01 00:00:00,,100,100,0\n2023-12-31 00:00:00,c,100,100,1\n");
+}
+
+TEST_F(Archive, PurgeLeavesAFileOfWhichAllStays) {
+    m_archive.addRecords({record(kStart - 749 * kDay, 1), record(kStart, 2)}, false);
+    const auto inode = [&] {
+        struct stat status = {};
+        EXPECT_EQ(stat(m_archive.path().c_str(), &status), 0);
+        return status.st_ino;
+    };
+    const ino_t before = inode();
+    EXPECT_TRUE(m_archive.purgeRecords());
+    EXPECT_EQ(inode(), before) << "written anew";
+    EXPECT_TRUE(m_archive.purgeByDaysAgo(748));
+    EXPECT_NE(inode(), before);
+    EXPECT_EQ(content(), record(kStart, 2).serialize() + "\n");
+    write("2023-12-31 00:00:00,c,0,0,1");
+    EXPECT_TRUE(m_archive.purgeRecords());
+    EXPECT_EQ(content(), "2023-12-31 00:00:00,c,0,0,1\n");
 }
 
 TEST_F(Archive, PurgeOfAMissingFileMakesAnEmptyOne) {
@@ -327,6 +346,7 @@ TEST_F(BrokenDisk, KeepsNothingOfAFlushThatDoesNotFit) {
 }
 
 TEST_F(BrokenDisk, LeavesTheOldFileWhenAPurgeDoesNotFit) {
+    m_archive.addRecords({record(kStart - 751 * kDay, 1)}, false);
     m_archive.addRecords(std::vector<CrowdCountRecord>(10'000, record(m_clock.now(), 1)), false);
     const std::string before = content();
     {
@@ -340,8 +360,9 @@ TEST_F(BrokenDisk, LeavesTheOldFileWhenAPurgeDoesNotFit) {
 
 TEST_F(BrokenDisk, LeavesTheOldFileWhenAPurgeCannotOpenIt) {
     m_archive.addRecords({record(m_clock.now(), 1)}, false);
-    const std::string before = content();
     m_archive.purgeRecords();  // UndefinedBehaviorSanitizer opens files when it meets a type for the first time
+    m_archive.addRecords({record(kStart - 751 * kDay, 1)}, false);
+    const std::string before = content();
     for (int more = 0; more < 3; ++more) {
         const FewFilesMore limit(more);
         EXPECT_TRUE(m_archive.purgeRecords());

@@ -64,7 +64,8 @@ void installPage(const fs::path& html) {
 }  // namespace
 
 fs::path defaultStateFolder(const std::string& name) {
-    if (const char* const state = std::getenv("XDG_STATE_HOME")) {
+    // A folder that is not named from the root is to be ignored.
+    if (const char* const state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state == '/') {
         return fs::path(state) / "ostrel-senvo" / name;
     }
     const char* const home = std::getenv("HOME");
