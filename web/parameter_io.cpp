@@ -42,22 +42,38 @@ public:
     Upload(std::map<std::string, std::string> values, int32_t width, int32_t height)
         : m_values(std::move(values)), m_width(width), m_height(height) {}
 
-    /** A tag that did not come has an empty value. */
-    std::string operator[](const std::string& tag) { return m_values[tag]; }
+    /** What read makes of a tag's value; the log tells which value it was that made it throw. */
+    auto number(const std::string& tag, const auto& read) {
+        // A tag that did not come has an empty value.
+        const std::string& text = m_values[tag];
+        try {
+            return read(text);
+        } catch (const std::exception&) {
+            applicationLog().error("set_post_parameters: Expected a number that can be stored in " + tag + ", got \"" +
+                                   text.substr(0, kMostLogged) + "\"");
+            throw;
+        }
+    }
 
     void text(const std::string& tag, std::string& value) { value = m_values[tag]; }
     void flag(const std::string& tag, bool& value) { value = m_values[tag] == "1"; }
-    void integer(const std::string& tag, int32_t& value) { value = std::stoi(m_values[tag]); }
+    void integer(const std::string& tag, int32_t& value) {
+        value = number(tag, [](const std::string& text) { return std::stoi(text); });
+    }
     template <size_t size>
     void points(const std::string& area, std::array<int32_t, size>& points) {
         std::array<int32_t, size> read = {};
         for (size_t i = 0; i < size; ++i) {
-            read[i] = settings_text::pixel(m_values[area + "_" + std::to_string(i)], i % 2 == 0 ? m_width : m_height);
+            read[i] = number(area + "_" + std::to_string(i), [&](const std::string& text) {
+                return settings_text::pixel(text, i % 2 == 0 ? m_width : m_height);
+            });
         }
         points = read;
     }
 
 private:
+    static constexpr size_t kMostLogged = 40;
+
     std::map<std::string, std::string> m_values;
     int32_t m_width;
     int32_t m_height;
@@ -219,12 +235,13 @@ void parameter_io::upload(std::map<std::string, std::string> tags, SettingsUpdat
     config.i_WStream = static_cast<int32_t>(m_parts.detector.get_stream_width());
     Upload values(std::move(tags), config.i_WStream, config.i_HStream);
     values.integer("MinNumberOfPeopleForTrigger", config.i_MinNumberOfPeopleForTrigger);
-    config.f_Sensitivity = std::stof(values["Sensitivity"]);
+    config.f_Sensitivity = values.number("Sensitivity", [](const std::string& text) { return std::stof(text); });
     walkOverlays(values, config);
     walkClasses(values, config);
     walkRules(values, config);
     update.overlays = true;
-    config.i_MaxDisappeared = settings_text::cycles(values["MaxDisappear"], config.i_MainLoopTime);
+    config.i_MaxDisappeared = values.number(
+        "MaxDisappear", [&](const std::string& text) { return settings_text::cycles(text, config.i_MainLoopTime); });
     m_parts.detector.set_sensitivity(config.f_Sensitivity);
     update.maxDisappeared = true;
     walkDetectionAreas(values, config);

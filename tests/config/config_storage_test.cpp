@@ -164,13 +164,44 @@ TEST_F(Store, EveryParameterReachesItsFieldAndComesBack) {
     EXPECT_EQ(std::to_string(config.i_ModelHeight), expected["ModelHeight"]);
     EXPECT_EQ(std::to_string(config.i_MainLoopTime), expected["MainLoopTime"]);
     EXPECT_EQ(config.f_Sensitivity, 0.25F);
-    EXPECT_EQ(std::to_string(config.i_Detection2[2 * 3 + 1]), expected["Detection23y"]);
-    EXPECT_EQ(std::to_string(config.i_Exclusion3[2 * 1]), expected["Exclusion31x"]);
-    EXPECT_EQ(std::to_string(config.i_Occupancy1[2 * 7 + 1]), expected["Occupancy17y"]);
-    EXPECT_EQ(config.cameraInfo.followerIPAddress[0], expected["Follower1IP"]);
-    EXPECT_EQ(config.cameraInfo.followerLogin[9], expected["Follower10login"]);
-    EXPECT_EQ(config.cameraInfo.followerPassword[4], expected["Follower5PWD"]);
-    EXPECT_EQ(config.cameraInfo.followerCameraName[9], expected["Follower10CameraName"]);
+    const auto expectCorners = [&](const std::string& area, const auto& points) {
+        for (size_t i = 0; i < points.size(); ++i) {
+            const std::string name = area + std::to_string(i / 2) + (i % 2 == 0 ? "x" : "y");
+            EXPECT_EQ(std::to_string(points[i]), expected[name]) << name;
+        }
+    };
+    expectCorners("Detection1", config.i_Detection1);
+    expectCorners("Detection2", config.i_Detection2);
+    expectCorners("Detection3", config.i_Detection3);
+    expectCorners("Exclusion1", config.i_Exclusion1);
+    expectCorners("Exclusion2", config.i_Exclusion2);
+    expectCorners("Exclusion3", config.i_Exclusion3);
+    expectCorners("Occupancy1", config.i_Occupancy1);
+    expectCorners("Occupancy2", config.i_Occupancy2);
+    expectCorners("Occupancy3", config.i_Occupancy3);
+    const std::map<std::string, int32_t> integers = {
+        {"Detection1ThreshSeconds", config.i_Detection1ThreshSeconds},
+        {"Detection2ThreshSeconds", config.i_Detection2ThreshSeconds},
+        {"Detection3ThreshSeconds", config.i_Detection3ThreshSeconds},
+        {"DetectionControlPoints", config.i_DetectionControlPoints},
+        {"EntrancesControlPoints", config.i_EntrancesControlPoints},
+        {"MinNumberOfPeopleForTrigger", config.i_MinNumberOfPeopleForTrigger},
+        {"MinOccupantsForTrigger", config.i_MinOccupantsForTrigger},
+        {"MaxDisappeared", config.i_MaxDisappeared},
+        {"AoiLogicComparison", static_cast<int32_t>(config.e_AoiLogicComparison)}};
+    for (const auto& [name, value] : integers) {
+        EXPECT_EQ(std::to_string(value), expected[name]) << name;
+    }
+    EXPECT_EQ(config.str_DetectionOverlay, expected["SelectedDetectionOverlay"]);
+    EXPECT_EQ(config.str_AnonOverlay, expected["SelectedAnonOverlay"]);
+    EXPECT_EQ(config.str_OccupancyAutoResetTime, expected["OccupancyAutoResetTime"]);
+    for (size_t i = 0; i < CameraInfo::kFollowers; ++i) {
+        const std::string follower = "Follower" + std::to_string(i + 1);
+        EXPECT_EQ(config.cameraInfo.followerIPAddress[i], expected[follower + "IP"]);
+        EXPECT_EQ(config.cameraInfo.followerLogin[i], expected[follower + "login"]);
+        EXPECT_EQ(config.cameraInfo.followerPassword[i], expected[follower + "PWD"]);
+        EXPECT_EQ(config.cameraInfo.followerCameraName[i], expected[follower + "CameraName"]);
+    }
     EXPECT_EQ(config.cameraInfo.thisCameraName, expected["ThisDeviceCameraName"]);
     EXPECT_EQ(std::to_string(config.cameraInfo.i_PeriodTime), expected["PeriodTime"]);
 
@@ -245,6 +276,34 @@ INSTANTIATE_TEST_SUITE_P(Table, Flag,
                                                    &ConfigParams::b_OccupancyAutoResetActive}),
                          [](const auto& instance) { return std::string(instance.param.parameter); });
 
+TEST_F(Store, AFollowersFlagIsThatOfNoOther) {
+    open();
+    for (size_t set = 0; set < CameraInfo::kFollowers; ++set) {
+        for (size_t i = 0; i < CameraInfo::kFollowers; ++i) {
+            scripted::parameters()["isFollower" + std::to_string(i + 1) + "Active"] = i == set ? "true" : "false";
+        }
+        const CameraInfo cameras = m_store.load_cameraInfo();
+        for (size_t i = 0; i < CameraInfo::kFollowers; ++i) {
+            EXPECT_EQ(cameras.followerActive[i], i == set) << i;
+        }
+    }
+}
+
+TEST(Records, AreZeroWhenMade) {
+    const MetricsParams metrics;
+    EXPECT_EQ(metrics.occupancyCount, 0);
+    EXPECT_EQ(metrics.crowdCount1, 0);
+    EXPECT_EQ(metrics.crowdCount2, 0);
+    EXPECT_EQ(metrics.crowdCount3, 0);
+    const LeaderMetricsParams leader;
+    EXPECT_EQ(leader.totalOccupancy, 0);
+    EXPECT_EQ(leader.totalCrowdCount, 0);
+    for (size_t i = 0; i < CameraInfo::kFollowers; ++i) {
+        EXPECT_EQ(leader.followerCrowdCount[i], 0);
+        EXPECT_EQ(leader.followerStatus[i], 0);
+    }
+}
+
 TEST_F(Store, NegativeNumbersAreWrittenUnsignedAndReadBack) {
     open();
     ConfigParams config;
@@ -260,9 +319,14 @@ TEST_F(Store, NegativeNumbersAreWrittenUnsignedAndReadBack) {
 
 TEST_F(Store, TheModelFilesAreAlwaysTheSame) {
     open();
-    const ConfigParams config = m_store.load_config_params();
-    EXPECT_EQ(config.s_LandscapeModelFileName, "detect_960_540_tpu.tflite");
-    EXPECT_EQ(config.s_PortraitModelFileName, "detect_540_960_tpu.tflite");
+    for (const char* held : {"0", "other.tflite"}) {
+        for (auto& [name, value] : scripted::parameters()) {
+            value = held;
+        }
+        const ConfigParams config = m_store.load_config_params();
+        EXPECT_EQ(config.s_LandscapeModelFileName, "detect_960_540_tpu.tflite");
+        EXPECT_EQ(config.s_PortraitModelFileName, "detect_540_960_tpu.tflite");
+    }
 }
 
 TEST_F(Store, AFailedReadGoesOnWithTheNext) {

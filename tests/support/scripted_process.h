@@ -37,14 +37,17 @@ public:
         return FastCgiClient(m_folder.path() / "usr/local/packages/ostrel_senvo/html/ostrel_senvo_fcgi.socket");
     }
 
-    /** Whether the web service answers this request; while nobody listens, it does not. */
-    bool answers(const std::string& action) const {
+    /** What the web service answers to this request; nothing while nobody listens. */
+    std::string answer(const std::string& action) const {
         try {
-            return service().get("action=" + action).rfind("Status: 200 OK\r\n", 0) == 0;
+            return service().get("action=" + action);
         } catch (const std::runtime_error&) {
-            return false;
+            return "";
         }
     }
+
+    /** Whether the web service answers this request, and well. */
+    bool answers(const std::string& action) const { return answer(action).rfind("Status: 200 OK\r\n", 0) == 0; }
 
 private:
     TestFolder m_folder;
