@@ -30,7 +30,8 @@ bool forEachLine(const std::string& path, const LineVisitor& visit);
 
 /**
  * Replaces the file by the lines that stay, line by line, so that a power cut leaves the old file or the new one; an
- * empty one when there was none. Where nothing would change nothing is written, which spares the flash. Failures are logged and leave the old one; so do exceptions of the filter, which pass.
+ * empty one when there was none. Where nothing would change nothing is written, which spares the flash. Failures are
+ * logged and leave the old one; so do exceptions of the filter, which pass.
  */
 void rewrite(const std::string& path, const LineFilter& filter);
 

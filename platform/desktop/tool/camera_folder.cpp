@@ -41,10 +41,9 @@ void writeFile(const fs::path& path, const std::string& text) {
 FileDescriptor lockFolder(const fs::path& folder) {
     FileDescriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-        throw std::runtime_error(errno == EWOULDBLOCK
-                                     ? "a camera runs in " + folder.string() + " already: expected a folder of its own"
-                                     : "cannot lock the camera's folder " + folder.string() + ": " +
-                                           std::strerror(errno));
+        throw std::runtime_error(
+            errno == EWOULDBLOCK ? "a camera runs in " + folder.string() + " already: expected a folder of its own"
+                                 : "cannot lock the camera's folder " + folder.string() + ": " + std::strerror(errno));
     }
     return lock;
 }
