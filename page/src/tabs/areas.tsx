@@ -34,6 +34,9 @@ function firstWarning(store: SettingsStore): string {
 export function AreasTab() {
   const [selected, setSelected] = useState<Selected>({ kind: 'Detection', number: 1, corner: null });
   const store = useSettings();
+  // The corner may be gone: taken back, or drawn otherwise by somebody else.
+  const { kind, number, corner } = selected;
+  if (corner !== null && corner >= store.polygon(kind, number).length) setSelected({ kind, number, corner: null });
   return (
     <SettingsFrame warning={store.loaded ? firstWarning(store) : ''}>
       {() => (

@@ -210,6 +210,25 @@ describe.skipIf(isMissing)('Areas', () => {
     expect((await points(page, 'Exclusion1')).length).toBe(4);
   });
 
+  test('a chosen corner that is taken back is chosen no more', async () => {
+    const page = await areas();
+    const before = await points(page, 'Detection1');
+    const takeBack = async () => {
+      await page.getByRole('button', { name: 'Area 1, add a corner after corner 4', exact: true }).click();
+      expect((await points(page, 'Detection1')).length).toBe(5);
+      await page.getByRole('button', { name: 'Undo' }).click();
+      expect(await points(page, 'Detection1')).toEqual(before);
+    };
+    await takeBack();
+    await details(page).getByRole('button', { name: 'Remove corner' }).click();
+    const removed = await points(page, 'Detection1');
+    expect([removed.length, removed.every((point) => before.some(([x, y]) => x === point[0] && y === point[1]))]).toEqual([3, true]);
+    await page.getByRole('button', { name: 'Undo' }).click();
+    await takeBack();
+    await details(page).getByRole('button', { name: 'Add corner' }).click();
+    expect((await points(page, 'Detection1')).length).toBe(5);
+  });
+
   test('areas of every kind are switched on and drawn', async () => {
     const page = await areas();
     await details(page).getByLabel('Alert after').fill('17');

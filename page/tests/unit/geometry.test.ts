@@ -70,6 +70,10 @@ describe('corners', () => {
     expect(withCornerAfter(square, 0)[1]).toEqual({ x: 50, y: 0 });
     expect(withCornerAfter(square, 3)).toEqual([...square, { x: 0, y: 50 }]);
   });
+  test.each([4, -1, 0.5])('that are not there are refused: %d', (corner) => {
+    expect(() => withCornerAfter(square, corner)).toThrow(`expected a corner from 0 to 3, got ${corner}`);
+    expect(() => withoutCorner(square, corner)).toThrow(`expected a corner from 0 to 3, got ${corner}`);
+  });
   test('the longest edge may be the closing one', () => {
     expect(longestEdge(polygon([0, 0], [10, 0], [10, 90]))).toBe(2);
   });
