@@ -127,7 +127,9 @@ describe.skipIf(isMissing)('Live', () => {
     await show(page, 'live');
     const today = page.locator('.passages tbody tr');
     await eventually(() => today.allInnerTexts(), (lines) => /^Entrance 1\s+\d+\s+\d+\s+7\s+0$/.test(lines[0]));
+    await page.getByRole('columnheader', { name: 'Since 23:58', exact: true }).waitFor();
     await page.clock.runFor(180_000);
+    await page.getByRole('columnheader', { name: 'Since 30 Mar 2026, 23:58', exact: true }).waitFor();
     await page.getByText('The reports have nothing of today yet.').waitFor();
     csv = `${rows}2026-03-31 00:01:00,2\n`;
     await page.clock.runFor(180_000);
