@@ -131,7 +131,7 @@ function Passages() {
         {passages.length === 0 && <li class="muted">{t.noPassage}</li>}
         {passages.map((passage) => (
           <li key={passage.number}>
-            <time>{momentOf(passage.time, now, 'medium')}</time> {t.passage(passage.by)} {t.entranceHere(passage.entrance)}
+            {passage.time && <time>{momentOf(passage.time, now, 'medium')}</time>} {t.passage(passage.by)} {t.entranceHere(passage.entrance)} {!passage.time && t.unseen}
           </li>
         ))}
       </ul>

@@ -72,6 +72,7 @@ export const english = {
     cameIn: 'In',
     wentOut: 'Out',
     passage: (by: number) => (by > 0 ? `${plural(by, 'object', 'objects')} came in` : `${plural(-by, 'object', 'objects')} went out`),
+    unseen: 'while this page was hidden',
     noPassage: 'Nobody has come or gone yet.',
     perEntrance: 'Per entrance',
     sinceTime: (time: string) => `Since ${time}`,

@@ -32,7 +32,7 @@ describe.skipIf(isMissing)('Hostile texts', () => {
             .map((i) => `<AOICam_${i}>${current}</AOICam_${i}><ActiveCam_${i}>1</ActiveCam_${i}><StatusCam_${i}>${current}</StatusCam_${i}>`)
             .join('')}</app>`,
         }));
-      for (const action of ['get_occupancy_count', 'get_total_crowd', 'get_crowd_2', 'get_crowd_3', 'get_execution_time', 'get_analysis_resolution']) {
+      for (const action of ['get_occupancy_count', 'get_total_crowd', 'get_execution_time', 'get_analysis_resolution']) {
         await context.route(`**/*action=${action}`, (route) => route.fulfill({ contentType: 'text/plain', body: current }));
       }
       await context.route('**/*action=get_occupancy_csv', (route) =>

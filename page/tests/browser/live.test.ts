@@ -166,6 +166,42 @@ describe.skipIf(isMissing)('Live', () => {
     await page.getByText('2 objects went out through entrance 1').waitFor();
   });
 
+  test('who comes back to the page is shown nothing of before as if it were so now', async () => {
+    let counts = '20,12,31,32,0,0';
+    const page = await open({}, async (one) => {
+      await one.clock.install();
+      await one.route('**/*action=get_passages', (route) => route.fulfill({ contentType: 'text/plain', body: counts }));
+      await one.route('**/live/video.mjpg*', (route) => route.fulfill({ contentType: 'image/jpeg', body: kJpeg }));
+    });
+    await show(page, 'live');
+    const image = page.getByRole('img', { name: 'Live picture' });
+    await eventually(() => image.isVisible(), (visible) => visible);
+    await expectText(page, 'came-in', /^0$/);
+    const turn = (hidden: boolean) => page.evaluate((value) => {
+      Object.defineProperty(document, 'hidden', { value, configurable: true });
+      document.dispatchEvent(new Event('visibilitychange'));
+    }, hidden);
+    await turn(true);
+    await page.clock.runFor(60_000);
+    counts = '22,12,31,32,0,0';
+    let go = () => {};
+    const held = new Promise<void>((resolve) => (go = resolve));
+    await page.route('**/icon.svg', async (route) => {
+      await held;
+      await route.continue();
+    });
+    await turn(false);
+    await expectText(page, 'status', /^Asking the camera …$/);
+    await page.getByText('Fetching the picture …').waitFor();
+    expect(await image.isVisible()).toBe(false);
+    await expectText(page, 'occupancy', /^–$/);
+    go();
+    await expectText(page, 'status', /Running|active|Slow/);
+    await page.locator('.ticker').getByText(/^\s*2 objects came in through entrance 1 while this page was hidden$/).waitFor();
+    await expectText(page, 'came-in', /^2$/);
+    await eventually(() => image.isVisible(), (visible) => visible);
+  });
+
   test.each(['came in', 'went out'])('tells of those that the camera really sees: %s', async (what) => {
     const page = await opened('live');
     await expectText(page, what === 'came in' ? 'came-in' : 'went-out', /^[1-9]/);
