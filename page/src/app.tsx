@@ -156,6 +156,7 @@ export function App() {
   useEffect(() => {
     document.title = `${texts.tabs[tab]} – ${texts.product}`;
     scrollTo(0, 0);
+    settings.turnedTo();
   }, [tab]);
   const Tab = tabs[tab];
   return (

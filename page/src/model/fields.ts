@@ -34,6 +34,13 @@ export function nameOf(tag: string): string {
   return `${whose}: ${labelOf(tag)}`;
 }
 
+/** Settings by their names, in their order: the corners of an outline have one together. */
+export function byName(tags: Iterable<string>): Map<string, string[]> {
+  const named = new Map<string, string[]>();
+  for (const tag of tags) named.set(nameOf(tag), [...(named.get(nameOf(tag)) ?? []), tag]);
+  return named;
+}
+
 /** 0.350000 is how the camera writes 0.35. */
 export const plain = (value: string) => (/^\d+\.\d+$/.test(value) ? String(Number(value)) : value);
 

@@ -1,7 +1,7 @@
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { describe, expect, test } from 'vitest';
-import { helpOf, isCoordinate, labelOf, nameOf, tabOf, valueOf } from '../../src/model/fields';
+import { byName, helpOf, isCoordinate, labelOf, nameOf, tabOf, valueOf } from '../../src/model/fields';
 import { parameterOf, shownParameter } from '../../src/model/parameters';
 import { problemOf } from '../../src/model/rules';
 
@@ -67,6 +67,15 @@ test.each([
   ['CamName', '1.0', '1.0'], ['Unknown', '<b>', '<b>'],
 ])('%s of %j reads "%s"', (tag, value, words) => {
   expect(valueOf(tag, value)).toBe(words);
+});
+
+test('an outline is one of several settings, and every other setting is one', () => {
+  const tags = ['Detection1_0', 'DetectionControlPoints', 'Detection1_1', 'Detection2_0', 'Detection1_Active', 'FO1_Name', 'CamName'];
+  expect([...byName(tags)]).toEqual([
+    ['Area 1: Outline', ['Detection1_0', 'Detection1_1']], ['Corners of detection areas', ['DetectionControlPoints']], ['Area 2: Outline', ['Detection2_0']],
+    [nameOf('Detection1_Active'), ['Detection1_Active']], ['Follower 1: Name', ['FO1_Name']], [nameOf('CamName'), ['CamName']],
+  ]);
+  expect([...byName(fields).values()].filter(({ length }) => length > 1)).toEqual([]);
 });
 
 test('corners are told from other settings of an area', () => {
