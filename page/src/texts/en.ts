@@ -5,6 +5,8 @@
 
 const list = new Intl.ListFormat('en-GB');
 const plural = (count: number, one: string, many: string) => `${count} ${count === 1 ? one : many}`;
+/** Units of an age: below how many seconds it is told in them, and how many seconds they have. */
+const ages: [number, number, string][] = [[120, 1, 's'], [7200, 60, 'min'], [172_800, 3600, 'h'], [Infinity, 86_400, 'days']];
 
 export const english = {
   product: 'Ostrel Senvo',
@@ -88,7 +90,10 @@ export const english = {
     age: 'Age of counts',
     noFollowers: 'No follower is active. Followers are set up under Cameras.',
     justNow: 'now',
-    secondsAgo: (seconds: number) => (seconds < 120 ? `${seconds} s ago` : `${Math.round(seconds / 60)} min ago`),
+    secondsAgo: (seconds: number) => {
+      const [, size, unit] = ages.find(([most]) => seconds < most)!;
+      return `${Math.round(seconds / size)} ${unit} ago`;
+    },
     never: 'none yet',
     reset: 'Start counting anew',
     resetHere: 'Reset this camera',
@@ -209,6 +214,7 @@ export const english = {
     activeNamed: (number: number) => `Follower ${number} is counted in`,
     stored: 'stored, type to replace it',
     noPassword: 'none stored',
+    removePassword: 'Remove password',
     show: 'Set up',
     notUsed: 'not used',
     empty: 'Empty this slot',
@@ -234,6 +240,7 @@ export const english = {
     asCsv: 'Download as CSV',
     clearLog: 'Clear log',
     clearLogAsk: 'Clear the log of this camera?',
+    logCleared: 'The log has been cleared.',
     clearLogWarning: 'All its lines are gone then. Download them first if they may still be needed.',
     overlays: 'Overlays',
     hides: {

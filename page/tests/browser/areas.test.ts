@@ -191,14 +191,15 @@ describe.skipIf(isMissing)('Areas', () => {
     const page = await areas();
     const add = details(page).getByRole('button', { name: 'Add corner' });
     const remove = details(page).getByRole('button', { name: 'Remove corner' });
-    for (let i = 0; i < 4; ++i) await add.click();
+    await add.focus();
+    for (let i = 0; i < 5; ++i) await page.keyboard.press('Enter');
     expect((await points(page, 'Detection1')).length).toBe(8);
-    expect(await add.isDisabled()).toBe(true);
+    expect([await add.isDisabled(), await focused(page)]).toEqual([true, 'Add corner']);
     await choose(page, 'Detection areas', 'Area 2');
     expect((await points(page, 'Detection2')).length).toBe(8);
     for (let i = 0; i < 5; ++i) await remove.click();
     expect((await points(page, 'Detection2')).length).toBe(3);
-    expect(await remove.isDisabled()).toBe(true);
+    expect([await remove.isDisabled(), await focused(page)]).toEqual([true, 'Remove corner']);
     await save(page);
     expect(await stored(page, 'DetectionControlPoints')).toBe('3');
 
@@ -284,6 +285,26 @@ describe.skipIf(isMissing)('Areas', () => {
     await warnings.filter({ hasText: 'leaves the picture' }).waitFor();
     expect(await page.getByTestId('save-warning').count()).toBe(0);
     await store(page, kUsual);
+  });
+
+  test('warns when the camera becomes too slow for an area', async () => {
+    const page = await areas();
+    let time = '100';
+    await page.route('**/*action=get_execution_time', (route) => route.fulfill({ contentType: 'text/plain', body: time }));
+    const warnings = page.getByTestId('warnings').locator('li');
+    expect(await warnings.count()).toBe(0);
+    time = '2000';
+    await warnings.filter({ hasText: 'between two looks' }).waitFor();
+  });
+
+  test('a corner that is taken back leaves the focus to its area', async () => {
+    const page = await areas();
+    await corners(page, 'Detection1').last().focus();
+    await page.keyboard.press('Insert');
+    await corners(page, 'Detection1').last().focus();
+    expect(await focused(page)).toMatch(/^Area 1, corner 5, at/);
+    await page.keyboard.press('Control+z');
+    expect(await focused(page)).toBe('Area 1, move as a whole');
   });
 
   test('a narrow exclusion is nothing to warn of: nobody is counted by stepping into it', async () => {

@@ -2,6 +2,7 @@ import { describe, expect, test } from 'vitest';
 import { axisLabels, dateOf, dateTimeOf, momentOf } from '../../src/dates';
 import { pinched } from '../../src/parts/pinch';
 import { chosenLanguage } from '../../src/texts';
+import { english } from '../../src/texts/en';
 
 const at = (text: string) => Date.parse(`${text}Z`) / 1000;
 const format = (text: string, options: Intl.DateTimeFormatOptions) => new Intl.DateTimeFormat(undefined, { timeZone: 'UTC', ...options }).format(at(text) * 1000);
@@ -27,6 +28,12 @@ test('a moment has a date where that is not today\'s', () => {
   expect(momentOf(today, now, 'medium')).toBe(words(today, { timeStyle: 'medium' }));
   expect(momentOf(yesterday, now, 'short')).toBe(words(yesterday, { dateStyle: 'medium', timeStyle: 'short' }));
   expect(momentOf(yesterday, now, 'short')).toContain(words(yesterday, { dateStyle: 'medium' }));
+});
+
+test.each([
+  [6, '6 s ago'], [119, '119 s ago'], [120, '2 min ago'], [600, '10 min ago'], [7199, '120 min ago'], [7200, '2 h ago'], [100_000, '28 h ago'], [259_200, '3 days ago'],
+])('%d seconds are %s', (seconds, words) => {
+  expect(english.live.secondsAgo(seconds)).toBe(words);
 });
 
 describe('two fingers', () => {
