@@ -130,6 +130,12 @@ export function stepPerCycle(size: Size, cycleMilliseconds: number): number {
   return (Math.max(size.width, size.height) * cycleMilliseconds) / (kSecondsAcrossPicture * 1000);
 }
 
+/** A width that is less than a step, and the step, in percent of the picture's longer side: with a decimal, and never the same. */
+export function narrowness(width: number, step: number, size: Size): [number, number] {
+  const tenths = (length: number) => (length / Math.max(size.width, size.height)) * 1000;
+  return [Math.floor(tenths(width)) / 10, Math.ceil(tenths(step)) / 10];
+}
+
 export function centre(polygon: Point[]): Point {
   const xs = polygon.map((p) => p.x);
   const ys = polygon.map((p) => p.y);

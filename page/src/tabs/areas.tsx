@@ -1,6 +1,6 @@
 import { useState } from 'preact/hooks';
 import { helpOf } from '../model/fields';
-import { crossesItself, leastCorner, leavesPicture, longestEdge, narrowestPassage, Point, stepPerCycle, withCornerAfter, withoutCorner } from '../model/geometry';
+import { crossesItself, leastCorner, leavesPicture, longestEdge, narrowestPassage, narrowness, Point, stepPerCycle, withCornerAfter, withoutCorner } from '../model/geometry';
 import { kCycle } from '../model/parameters';
 import { AreaKind, areaKinds, cornersTag, kAreas, kLeastCorners, kMostCorners, polygonChanges } from '../model/settings';
 import { SettingsStore } from '../model/settings_store';
@@ -168,7 +168,7 @@ function useWarnings(): Warnings {
     if (crossesItself(polygon)) warnings.push(t.warnings.crossing);
     if (leavesPicture(polygon, size)) warnings.push(t.warnings.leaving);
     const narrowest = narrowestPassage(polygon, step / 2);
-    if (kind !== 'Exclusion' && narrowest < step) warnings.push(t.warnings.small(Math.round(narrowest), Math.round(step)));
+    if (kind !== 'Exclusion' && narrowest < step) warnings.push(t.warnings.small(...narrowness(narrowest, step, size)));
     return warnings;
   };
 }

@@ -133,7 +133,7 @@ export const english = {
     corner: (area: string, corner: number, x: number, y: number) => `${area}, corner ${corner}, at ${x} % from the left and ${y} % from the top`,
     whole: (area: string) => `${area}, move as a whole`,
     addHere: (area: string, corner: number) => `${area}, add a corner after corner ${corner}`,
-    activeNamed: (area: string) => `${area} in force`,
+    activeNamed: (area: string) => `${area} in use`,
     off: 'off',
     warned: 'has warnings, see below',
     corners: (count: number) => `${count} corners`,
@@ -143,7 +143,8 @@ export const english = {
     warnings: {
       crossing: 'The outline crosses itself: what lies in the overlap may not count.',
       leaving: 'The area leaves the picture.',
-      small: (pixels: number, step: number) => `So narrow in one place, ${pixels} pixels, that a walking person may step across between two looks (${step} pixels).`,
+      small: (width: number, least: number) =>
+        `In its narrowest place it is ${width} % of the picture's longer side wide: a walking person may step across it between two looks and not be counted. Draw it at least ${least} % wide.`,
     },
     outsideHelp: 'Stepping from the scene into an entrance counts as entering; stepping out of it into the scene as leaving.',
     insideHelp: 'Stepping out of an entrance into the scene counts as entering; stepping into it as leaving.',
@@ -152,8 +153,8 @@ export const english = {
     sample: 'An object with its locator point',
   },
   detection: {
-    classes: 'What is counted',
-    classesHelp: 'More classes count more kinds of objects; a class that is not chosen still shows in the picture but counts in no area.',
+    classes: 'What counts in areas and reports',
+    classesHelp: 'Only these classes count in detection areas and appear in the reports. Entrances, and with them how many are inside, count every class; what is not chosen still shows in the picture.',
     tracking: 'Finding and following',
     areaAlert: 'Area alerts',
     comparisonHelps: [
@@ -314,9 +315,9 @@ export const english = {
     off: 'off',
     outline: 'Outline',
     of: {
-      Detection_Active: 'In force',
-      Exclusion_Active: 'In force',
-      Entrance_Active: 'In force',
+      Detection_Active: 'In use',
+      Exclusion_Active: 'In use',
+      Entrance_Active: 'In use',
       DetectionThreshSeconds: 'Alert after',
       DetectionControlPoints: 'Corners of detection areas',
       EntrancesControlPoints: 'Corners of entrances',
@@ -336,8 +337,8 @@ export const english = {
       AoiLogicComparison: 'Raise the alert when the number that stayed is',
       MinNumberOfPeopleForTrigger: 'Number of objects',
       Occupants: 'From this many inside',
-      ResetByOccupanyCount: 'Start counting anew when it is raised',
-      CamName: 'Name',
+      ResetByOccupanyCount: 'Start counting anew when the occupancy alert is raised',
+      CamName: 'Name of this camera',
       RepInt: 'Report period',
       FO_Active: 'Counted in',
       FO_Name: 'Name',
@@ -349,7 +350,7 @@ export const english = {
       AnonOverlaysOn: 'Hide people',
       SelectedAnonOverlay: 'Stream: hide people',
       IsOccResOn: 'Start counting anew every day',
-      OccAutoResTime: 'At',
+      OccAutoResTime: 'Time of the daily reset',
       VerboseLog: 'Verbose log',
     },
     /** By the number that stands for them. */

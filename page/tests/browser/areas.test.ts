@@ -234,13 +234,13 @@ describe.skipIf(isMissing)('Areas', () => {
     const page = await areas();
     await details(page).getByLabel('Alert after').fill('17');
     await choose(page, 'Exclusions', 'Exclusion 1');
-    await details(page).getByLabel('Exclusion 1 in force').check();
+    await details(page).getByLabel('Exclusion 1 in use').check();
     await drawRectangle(page, 'Exclusion1', [0.1, 0.1, 0.2, 0.3]);
     await choose(page, 'Entrances', 'Entrance 3');
-    await details(page).getByLabel('Entrance 3 in force').check();
+    await details(page).getByLabel('Entrance 3 in use').check();
     await drawRectangle(page, 'Entrance3', [0.02, 0.5, 0.15, 0.95]);
     await choose(page, 'Entrances', 'Entrance 2');
-    await details(page).getByLabel('Entrance 2 in force').uncheck();
+    await details(page).getByLabel('Entrance 2 in use').uncheck();
     await save(page);
     const told = async (tag: string) => Number(await stored(page, tag));
     expect(await told('Detection1ThreshSeconds')).toBe(17);

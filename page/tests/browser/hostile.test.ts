@@ -101,7 +101,7 @@ describe.skipIf(isMissing)('Hostile texts', () => {
       await page.getByRole('button', { name: 'Save', exact: true }).click();
       const lines = page.getByRole('dialog').locator('li');
       await lines.first().waitFor();
-      expect(await lines.allTextContents()).toEqual(['Follower 1: Name', ...Array.from({ length: 9 }, (_, i) => `Follower ${i + 2}: Name`), 'Name'].map(
+      expect(await lines.allTextContents()).toEqual(['Follower 1: Name', ...Array.from({ length: 9 }, (_, i) => `Follower ${i + 2}: Name`), 'Name of this camera'].map(
         (name) => `${name} is now “${text}”, was “as it was”`));
       await expectHarmless(page);
       await page.getByRole('dialog').getByRole('button', { name: 'Take theirs' }).click();

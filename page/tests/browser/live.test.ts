@@ -87,7 +87,7 @@ describe.skipIf(isMissing)('Live', () => {
     await page.locator('dt').filter({ hasText: /^Area 2.*off/ }).waitFor();
     await page.evaluate(() => (location.hash = '#/areas'));
     await page.getByRole('button', { name: /^Area 2/ }).first().click();
-    await page.getByLabel('Area 2 in force').check();
+    await page.getByLabel('Area 2 in use').check();
     await page.evaluate(() => (location.hash = '#/cameras'));
     await page.getByLabel('Report period').fill('7');
     await page.evaluate(() => (location.hash = '#/live'));

@@ -16,7 +16,7 @@ describe.skipIf(isMissing)('Detection', () => {
     await page.getByLabel('exactly').check();
     await page.getByLabel('Number of objects').fill('3');
     await page.getByLabel('From this many inside').fill('77');
-    await page.getByLabel('Start counting anew when it is raised').check();
+    await page.getByLabel('Start counting anew when the occupancy alert is raised').check();
     await expectText(page, 'save-state', /^8 unsaved changes in Detection$/);
     await save(page);
     const expected = {

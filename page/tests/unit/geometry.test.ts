@@ -1,6 +1,6 @@
 import { describe, expect, test } from 'vitest';
 import {
-  crossesItself, insidePicture, leastCorner, leavesPicture, longestEdge, moved, narrowestPassage, Point, stepPerCycle, withCornerAfter, withoutCorner,
+  crossesItself, insidePicture, leastCorner, leavesPicture, longestEdge, moved, narrowestPassage, narrowness, Point, stepPerCycle, withCornerAfter, withoutCorner,
 } from '../../src/model/geometry';
 
 const polygon = (...pairs: [number, number][]): Point[] => pairs.map(([x, y]) => ({ x, y }));
@@ -63,6 +63,13 @@ test('a corner that is cut off by a pixel is still a corner', () => {
 test('a walking person crosses a fortieth of the picture in a tenth of a second', () => {
   expect(stepPerCycle({ width: 1280, height: 720 }, 100)).toBe(32);
   expect(stepPerCycle({ width: 720, height: 1280 }, 200)).toBe(64);
+});
+
+test.each([
+  [12, 32, { width: 1280, height: 720 }, [0.9, 2.5]], [31.9, 32, { width: 1280, height: 720 }, [2.4, 2.5]], [0, 64, { width: 720, height: 1280 }, [0, 5]],
+  [33, 33.1, { width: 1280, height: 720 }, [2.5, 2.6]],
+])('%d pixels where a step has %d are told in percent', (width, step, picture, expected) => {
+  expect(narrowness(width, step, picture)).toEqual(expected);
 });
 
 describe('corners', () => {

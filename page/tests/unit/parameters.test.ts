@@ -55,9 +55,10 @@ test('every parameter but corners is shown by some field, or told by the page, o
 });
 
 test.each([
-  ['FO3_Active', 'Follower 3: Counted in', 'cameras'], ['Detection2_Active', 'Area 2: In force', 'areas'], ['Entrance1_14', 'Entrance 1: Outline', 'areas'],
+  ['FO3_Active', 'Follower 3: Counted in', 'cameras'], ['Detection2_Active', 'Area 2: In use', 'areas'], ['Entrance1_14', 'Entrance 1: Outline', 'areas'],
   ['Exclusion3_0', 'Exclusion 3: Outline', 'areas'], ['DetectionOverlaysOn', 'Draw what is found', 'advanced'], ['Sensitivity', 'Lowest score', 'detection'],
-  ['FromALaterVersion', 'FromALaterVersion', 'detection'],
+  ['CamName', 'Name of this camera', 'cameras'], ['OccAutoResTime', 'Time of the daily reset', 'advanced'],
+  ['ResetByOccupanyCount', 'Start counting anew when the occupancy alert is raised', 'detection'], ['FromALaterVersion', 'FromALaterVersion', 'detection'],
 ])('%s is called "%s" and is on %s', (tag, name, tab) => {
   expect([nameOf(tag), tabOf(tag)]).toEqual([name, tab]);
 });
