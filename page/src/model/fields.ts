@@ -53,6 +53,11 @@ export function valueOf(tag: string, value: string): string {
   return type === 'float' ? plain(value) : value;
 }
 
+/** A status, of which the camera tells in its own words, as people read it. */
+export function statusOf(told: string, words: Record<string, string> = texts.status): string {
+  return Object.hasOwn(words, told) ? words[told] : told;
+}
+
 /** One or two sentences on what a setting does: the manifest's, where the language has none of its own. */
 export function helpOf(tag: string): string {
   const { name, help } = shownParameter(tag);

@@ -1,9 +1,10 @@
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { describe, expect, test } from 'vitest';
-import { byName, helpOf, isCoordinate, labelOf, nameOf, tabOf, valueOf } from '../../src/model/fields';
+import { byName, helpOf, isCoordinate, labelOf, nameOf, statusOf, tabOf, valueOf } from '../../src/model/fields';
 import { parameterOf, shownParameter } from '../../src/model/parameters';
 import { problemOf } from '../../src/model/rules';
+import { texts } from '../../src/texts';
 
 interface Declared { name: string; type: string; default: string; range: string; help: string }
 const declared: Declared[] = JSON.parse(readFileSync(join(__dirname, '../../../package/manifest.json'), 'utf8')).parameters;
@@ -82,3 +83,15 @@ test('an outline is one of several settings, and every other setting is one', ()
 test('corners are told from other settings of an area', () => {
   expect(['Detection1_0', 'Entrance3_15', 'Detection1_Active', 'Detection1ThreshSeconds', 'FO1_IP'].filter(isCoordinate)).toEqual(['Detection1_0', 'Entrance3_15']);
 });
+
+test('the texts have every status of the camera', () => {
+  const source = readFileSync(join(__dirname, '../../../web/data_panel.cpp'), 'utf8');
+  const own = [...source.matchAll(/^ +\{\d+, "(.*)"\},$/gm)].map(([, words]) => words);
+  expect(own).toContain('Running');
+  expect(Object.keys(texts.status)).toEqual(own);
+});
+
+test.each([['Running', 'Läuft'], ['Something new', 'Something new'], ['<b>', '<b>'], ['constructor', 'constructor'], ['__proto__', '__proto__'], ['', '']])(
+  'the status %j reads "%s" where the texts have one', (told, words) => {
+    expect(statusOf(told, { Running: 'Läuft' })).toBe(words);
+  });
