@@ -72,7 +72,7 @@ export function NumberSetting({ tag, step }: { tag: string; step?: number }) {
   return (
     <Frame {...{ id, tag, problem, changed }} help={`${helpOf(tag)} ${texts.settings.usual(parameter.default)}`}>
       {step !== undefined && (
-        <input type="range" aria-label={labelOf(tag)} min={least} max={most} step={step} value={shown} onInput={take} />
+        <input type="range" aria-label={labelOf(tag)} min={least} max={most} step={step} value={value} onInput={take} />
       )}
       <input id={id} name={tag} type="text" inputMode="decimal" class="number" value={shown} autocomplete="off"
         aria-invalid={!!problem} aria-describedby={described(id)} onInput={take} />
