@@ -119,7 +119,7 @@ function ConnectionBanner() {
     <div class="banner bad" role="alert">
       <p>{texts.connectionLong[connection]}</p>
       {connection === 'signedOut' && (
-        <button type="button" onClick={() => pulse.signIn()}>
+        <button type="button" onClick={() => void pulse.signIn()}>
           {texts.signIn}
         </button>
       )}
@@ -156,6 +156,7 @@ export function App() {
   useEffect(() => {
     document.title = `${texts.tabs[tab]} – ${texts.product}`;
     scrollTo(0, 0);
+    settings.turnedTo();
   }, [tab]);
   const Tab = tabs[tab];
   return (

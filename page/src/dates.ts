@@ -1,14 +1,18 @@
-/* Dates and times of the reports, as the browser's locale writes them. The camera's local time stands there as if it were UTC. */
+/* Dates and times as the browser's locale writes them. In the reports the camera's local time stands as if it were UTC. */
 
 const format = (options: Intl.DateTimeFormatOptions) => {
   const shown = new Intl.DateTimeFormat(undefined, { timeZone: 'UTC', ...options });
   return (seconds: number) => shown.format(seconds * 1000);
 };
 
+/** A moment by the clock of this device; with its date where that is another than today's. */
+export function momentOf(moment: Date, now: Date, timeStyle: 'short' | 'medium'): string {
+  const isToday = moment.toDateString() === now.toDateString();
+  return moment.toLocaleString([], isToday ? { timeStyle } : { dateStyle: 'medium', timeStyle });
+}
+
 export const dateOf = format({ dateStyle: 'medium' });
 export const dateTimeOf = format({ dateStyle: 'medium', timeStyle: 'short' });
-/** The time of day of a moment, by this device's clock. */
-export const momentOf = (moment: Date) => moment.toLocaleTimeString([], { timeStyle: 'short' });
 const timeOf = format({ timeStyle: 'short' });
 const dayOf = format({ day: 'numeric', month: 'short' });
 const monthOf = format({ month: 'short', year: 'numeric' });

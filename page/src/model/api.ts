@@ -14,15 +14,17 @@ export class CameraError extends Error {
 }
 
 const kMostWait = 15_000;
+/** For somebody who is asked for the login. */
+const kMostSignIn = 180_000;
 
-/** Asks; throws CameraError when the camera does not answer, or not with what was asked for. */
+/** Asks; throws CameraError when the camera does not answer, or not with what was asked for, or what it is given up with. */
 export async function request(address: string, options: RequestInit = {}): Promise<Response> {
   let response: Response;
   try {
     response = await fetch(address, { cache: 'no-store', ...options });
-  } catch (error) {
-    if (options.signal?.aborted && (options.signal.reason as Error)?.name !== 'TimeoutError') throw error;
-    throw new CameraError('unreachable', 0);
+  } catch {
+    const reason: unknown = options.signal?.reason;
+    throw reason instanceof CameraError ? reason : new CameraError('unreachable', 0);
   }
   if (response.ok) return response;
   throw new CameraError(troubleOf(response.status), response.status);
@@ -36,20 +38,26 @@ export function troubleOf(status: number): Trouble {
 
 /**
  * Waits until the login is accepted. A browser may ask its user for it meanwhile, for minutes, and would stop asking were
- * the request given up: `asks` is called when that seems to be so. Throws CameraError.
+ * the request given up: `asks` is called when that seems to be so. Whoever aborts the question ends the waiting; after three
+ * minutes it ends by itself. Throws CameraError.
  */
-export async function signIn(asks: () => void): Promise<void> {
-  const noAnswer = new AbortController();
-  const timer = setTimeout(async () => {
+export async function signIn(question: AbortController, asks: () => void): Promise<void> {
+  let isOver = false;
+  const giveUp = (trouble: Trouble) => question.abort(new CameraError(trouble, 0));
+  const probe = setTimeout(async () => {
     // Without a login the web server refuses at once, if it is there.
     const refused = await fetch(loginCheck, { cache: 'no-store', credentials: 'omit', signal: AbortSignal.timeout(kMostWait) }).catch(() => null);
+    if (isOver) return;
     if (refused?.status === 401) asks();
-    else noAnswer.abort(new DOMException('', 'TimeoutError'));
+    else giveUp('unreachable');
   }, kMostWait);
+  const limit = setTimeout(() => giveUp('signedOut'), kMostSignIn);
   try {
-    await request(loginCheck, { signal: noAnswer.signal });
+    await request(loginCheck, { signal: question.signal });
   } finally {
-    clearTimeout(timer);
+    isOver = true;
+    clearTimeout(probe);
+    clearTimeout(limit);
   }
 }
 
@@ -59,6 +67,11 @@ export function actionAddress(action: string): string {
 
 export async function ask(action: string): Promise<string> {
   return (await request(actionAddress(action), { signal: AbortSignal.timeout(kMostWait) })).text();
+}
+
+/** Asks for several things of one moment. They come in one answer, each but the first behind a head of its own. */
+export async function askTogether(actions: string[]): Promise<string[]> {
+  return (await ask(actions.join('&action='))).split(/Status: 200 OK\r\n(?:[^\r\n]+\r\n)*\r\n/);
 }
 
 export async function post(action: string, body: string): Promise<void> {

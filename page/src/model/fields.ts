@@ -34,6 +34,13 @@ export function nameOf(tag: string): string {
   return `${whose}: ${labelOf(tag)}`;
 }
 
+/** Settings by their names, in their order: the corners of an outline have one together. */
+export function byName(tags: Iterable<string>): Map<string, string[]> {
+  const named = new Map<string, string[]>();
+  for (const tag of tags) named.set(nameOf(tag), [...(named.get(nameOf(tag)) ?? []), tag]);
+  return named;
+}
+
 /** 0.350000 is how the camera writes 0.35. */
 export const plain = (value: string) => (/^\d+\.\d+$/.test(value) ? String(Number(value)) : value);
 
@@ -44,6 +51,11 @@ export function valueOf(tag: string, value: string): string {
   if (choices) return choices[Number(value)] ?? value;
   if (type === 'bool') return value === '1' ? texts.fields.on : texts.fields.off;
   return type === 'float' ? plain(value) : value;
+}
+
+/** A status, of which the camera tells in its own words, as people read it. */
+export function statusOf(told: string, words: Record<string, string> = texts.status): string {
+  return Object.hasOwn(words, told) ? words[told] : told;
 }
 
 /** One or two sentences on what a setting does: the manifest's, where the language has none of its own. */

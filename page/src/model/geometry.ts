@@ -130,14 +130,25 @@ export function stepPerCycle(size: Size, cycleMilliseconds: number): number {
   return (Math.max(size.width, size.height) * cycleMilliseconds) / (kSecondsAcrossPicture * 1000);
 }
 
+/** A width that is less than a step, and the step, in percent of the picture's longer side: with a decimal, and never the same. */
+export function narrowness(width: number, step: number, size: Size): [number, number] {
+  const tenths = (length: number) => (length / Math.max(size.width, size.height)) * 1000;
+  return [Math.floor(tenths(width)) / 10, Math.ceil(tenths(step)) / 10];
+}
+
 export function centre(polygon: Point[]): Point {
   const xs = polygon.map((p) => p.x);
   const ys = polygon.map((p) => p.y);
   return { x: (Math.min(...xs) + Math.max(...xs)) / 2, y: (Math.min(...ys) + Math.max(...ys)) / 2 };
 }
 
-/** The polygon with a corner in the middle of the edge that follows corner i. */
+function expectCorner(polygon: Point[], i: number): void {
+  if (!(i in polygon)) throw new RangeError(`expected a corner from 0 to ${polygon.length - 1}, got ${i}`);
+}
+
+/** The polygon with a corner in the middle of the edge that follows corner i. Throws RangeError when there is no such corner. */
 export function withCornerAfter(polygon: Point[], i: number): Point[] {
+  expectCorner(polygon, i);
   const next = polygon[(i + 1) % polygon.length];
   const middle = { x: Math.round((polygon[i].x + next.x) / 2), y: Math.round((polygon[i].y + next.y) / 2) };
   return [...polygon.slice(0, i + 1), middle, ...polygon.slice(i + 1)];
@@ -159,7 +170,9 @@ export function leastCorner(polygon: Point[]): number {
   return shares.indexOf(Math.min(...shares));
 }
 
+/** Throws RangeError when there is no corner i. */
 export function withoutCorner(polygon: Point[], i: number): Point[] {
+  expectCorner(polygon, i);
   return polygon.filter((_, at) => at !== i);
 }
 

@@ -1,4 +1,4 @@
-import { ask, CameraError, signIn, Trouble } from './api';
+import { ask, askTogether, CameraError, signIn, Trouble } from './api';
 import { Panel, Passed, passagesBetween, readAges, readInteger, readPanel, readPassages } from './readers';
 import { Store } from './store';
 
@@ -7,12 +7,15 @@ export type Connection = 'asking' | 'ok' | Trouble;
 export interface Passage extends Passed {
   /** Rises from passage to passage. */
   number: number;
-  time: Date;
+  /** When it was seen to happen; null where nobody looked. */
+  time: Date | null;
 }
 
 const kInterval = 1000;
 const kIntervalInTrouble = 2000;
 const kPassagesKept = 8;
+/** Who was away for longer is shown nothing of before as if it were so now. */
+const kLongAway = 5000;
 /** On which the tabs of a browser tell one another that the camera lets them in. */
 const kChannel = 'senvo-signed-in';
 
@@ -38,13 +41,17 @@ export class Pulse extends Store {
   generation = 0;
   private counted: number[] | null = null;
   private timer: ReturnType<typeof setTimeout> | undefined;
-  private beating = false;
+  private beating: Promise<void> | null = null;
+  /** The question for the login that is open. */
+  private question = new AbortController();
+  private hiddenAt = Infinity;
+  private wasAway = false;
   private readonly otherTabs = new BroadcastChannel(kChannel);
 
   start(): void {
-    // Who comes back to the page may have signed in elsewhere, or is asked for the login then.
     document.addEventListener('visibilitychange', () => {
-      if (!document.hidden) void this.beat();
+      if (document.hidden) this.hiddenAt = performance.now();
+      else this.comeBack();
     });
     this.otherTabs.onmessage = () => {
       if (this.connection === 'signedOut') void this.beat();
@@ -52,18 +59,41 @@ export class Pulse extends Store {
     void this.beat();
   }
 
-  /** Asks once more after the camera has refused the login: the browser asks its user for it by itself. */
-  signIn(): void {
+  /**
+   * Asks once more after the camera has refused the login: the browser asks its user for it by itself. A question of before
+   * that is still open is given up.
+   */
+  async signIn(): Promise<void> {
+    this.question.abort(new CameraError('signedOut', 0));
+    await this.beating;
+    await this.beat();
+  }
+
+  /** Who comes back to the page may have signed in elsewhere, or is asked for the login now. */
+  private comeBack(): void {
+    if (this.connection === 'ok' && performance.now() - this.hiddenAt > kLongAway) {
+      this.connection = 'asking';
+      this.wasAway = true;
+      this.forget();
+      this.changed();
+    }
+    this.hiddenAt = Infinity;
     void this.beat();
   }
 
-  private async beat(): Promise<void> {
-    if (this.beating) return;
+  private beat(): Promise<void> {
+    this.beating ??= this.askOnce().finally(() => (this.beating = null));
+    return this.beating;
+  }
+
+  private async askOnce(): Promise<void> {
     clearTimeout(this.timer);
     if (document.hidden) return;
-    this.beating = true;
     try {
-      if (this.connection !== 'ok') await signIn(() => this.saySignedOut());
+      if (this.connection !== 'ok') {
+        this.question = new AbortController();
+        await signIn(this.question, () => this.saySignedOut());
+      }
       await this.askAll();
       if (this.connection !== 'ok') {
         ++this.generation;
@@ -73,8 +103,10 @@ export class Pulse extends Store {
     } catch (error) {
       this.connection = error instanceof CameraError ? error.trouble : 'unreachable';
       this.forget();
+      // The camera may come back as another one: nobody knows what passed meanwhile.
+      this.counted = null;
     }
-    this.beating = false;
+    this.wasAway = false;
     this.changed();
     // Signed out, every question would make the browser ask for the login anew: then only somebody's coming asks.
     if (this.connection !== 'signedOut') {
@@ -101,34 +133,30 @@ export class Pulse extends Store {
   }
 
   private async askAll(): Promise<void> {
-    // One first: were the login refused, each would ask for it.
-    const panel = await ask('get_data_panel_info');
-    const [occupancy, passages, building, crowd2, crowd3, cycleTime, ages] = await Promise.all([
+    // One first: were the login refused, each would ask for it. The crowd of an area and the sum of all are of one moment.
+    const together = await askTogether(['get_crowd_2', 'get_crowd_3', 'get_data_panel_info']);
+    const [occupancy, passages, building, cycleTime, ages] = await Promise.all([
       ask('get_occupancy_count'),
       ask('get_passages'),
       ask('get_total_crowd'),
-      ask('get_crowd_2'),
-      ask('get_crowd_3'),
       ask('get_execution_time'),
       ask('get_follower_ages'),
     ]);
-    this.panel = readPanel(panel);
+    this.panel = readPanel(together.pop()!);
     this.occupancy = readInteger(occupancy);
     this.note(readPassages(passages));
     this.buildingCrowd = readInteger(building);
-    const [second, third] = [readInteger(crowd2), readInteger(crowd3)];
-    // Area 1 is not asked for by itself: the camera answers there with the building.
-    const all = this.panel.cameras[0].crowd;
-    const first = all === null ? null : Math.max(0, all - (second ?? 0) - (third ?? 0));
-    this.crowd = [first, second, third];
+    const [second, third] = together.length === 2 ? together.map(readInteger) : [null, null];
+    this.crowd = crowdOfAreas(this.panel.cameras[0].crowd, second, third);
     this.cycleTime = readInteger(cycleTime);
     this.ages = readAges(ages);
   }
 
   private note(counted: number[] | null): void {
+    const time = this.wasAway ? null : new Date();
     for (const passed of passagesBetween(this.counted, counted)) {
       const number = (this.passages[0]?.number ?? 0) + 1;
-      this.passages = [{ ...passed, number, time: new Date() }, ...this.passages].slice(0, kPassagesKept);
+      this.passages = [{ ...passed, number, time }, ...this.passages].slice(0, kPassagesKept);
       for (const sum of [this, this.perEntrance[passed.entrance - 1]]) {
         if (passed.by > 0) sum.cameIn += passed.by;
         else sum.wentOut -= passed.by;
@@ -136,6 +164,12 @@ export class Pulse extends Store {
     }
     this.counted = counted;
   }
+}
+
+/** Area 1 is not asked for by itself, for the camera answers there with the building: it has what the others leave of all. */
+function crowdOfAreas(all: number | null, second: number | null, third: number | null): (number | null)[] {
+  const first = all === null || second === null || third === null ? null : all - second - third;
+  return [first !== null && first >= 0 ? first : null, second, third];
 }
 
 /** What a leader tells of a follower before it has asked it. */

@@ -18,7 +18,6 @@ function number(least: number, most: number, whole: boolean): Rule {
 
 const text: Rule = (value) => {
   if (value.includes('<')) return texts.rules.noLess;
-  // eslint-disable-next-line no-control-regex
   if (/[\u0000-\u001f\u007f\ufffd]/.test(value)) return texts.rules.noControl;
   return value.length > 200 ? texts.rules.tooLong(200) : null;
 };

@@ -63,6 +63,11 @@ export function isWritten(tag: string, sent: string, back: string, size: Size): 
   return Math.abs(Number(sent) - Number(back)) < step;
 }
 
+/** The settings of which the camera holds something else than it was sent. */
+export function altered(sent: Values, back: Values, size: Size): string[] {
+  return [...sent].filter(([tag, value]) => tag !== kDownloadOnly && !isWritten(tag, value, back.get(tag) ?? '', size)).map(([tag]) => tag);
+}
+
 /**
  * The edits with the whole outline of every area of which they change some: its corners mean nothing without one another.
  * Where the camera's latest settings have another number of corners, which is one for all areas of a kind, these are

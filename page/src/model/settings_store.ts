@@ -2,13 +2,15 @@ import { ask, CameraError, post, Trouble } from './api';
 import { Point, Size } from './geometry';
 import { readResolution, readResolutions } from './readers';
 import {
-  AreaKind, differences, edited, isWritten, polygonChanges, polygonOf, problems, readSettings, rebased, uploadBody, Values, withEdits,
+  altered, AreaKind, differences, edited, isWritten, polygonChanges, polygonOf, problems, readSettings, rebased, uploadBody, Values, withEdits,
   withWholeOutlines,
 } from './settings';
 import { Store } from './store';
 
 export type SaveState =
-  | { is: 'idle' | 'saving' | 'saved' }
+  | { is: 'idle' | 'saving' | 'saved' | 'discarded' }
+  /** The camera has taken the settings, but holds something else of these. */
+  | { is: 'altered'; tags: string[] }
   | { is: 'failed'; trouble: Trouble; status: number }
   /** Somebody else has changed these settings since they were loaded. */
   | { is: 'conflict'; theirs: string[]; latest: Values };
@@ -63,8 +65,11 @@ export class SettingsStore extends Store {
       const [loaded, resolution] = await Promise.all([this.latest(), ask('get_analysis_resolution')]);
       if (this.saves !== saves || this.edits.size > 0) return;
       this.size = readResolution(resolution) ?? kFallbackSize;
-      // What can be undone was done to other settings.
-      if (this.loaded && differences(this.loaded, loaded).length > 0) this.forget();
+      // What can be undone was done to other settings, and what was said was said of them.
+      if (this.loaded && differences(this.loaded, loaded).length > 0) {
+        this.forget();
+        this.save = { is: 'idle' };
+      }
       this.take(loaded);
       this.trouble = null;
     } catch (error) {
@@ -94,9 +99,19 @@ export class SettingsStore extends Store {
     this.touched();
   }
 
+  /** Takes back every change, as one step that undo brings back. */
   discard(): void {
-    this.forget();
-    this.touched();
+    this.history.push(this.edits);
+    this.lastKey = '';
+    this.edits = new Map();
+    this.touched('discarded');
+  }
+
+  /** Another tab was opened: that something was saved is no longer of interest. */
+  turnedTo(): void {
+    if (this.save.is !== 'saved') return;
+    this.save = { is: 'idle' };
+    this.changed();
   }
 
   /** Sends the settings, unless somebody else has changed some since they were loaded. */
@@ -149,16 +164,31 @@ export class SettingsStore extends Store {
     const before = this.loaded!;
     const mine = withWholeOutlines(before, changes, latest);
     this.sent.push(...mine);
-    await post('set_post_parameters', uploadBody(withEdits(latest, mine)));
+    const all = withEdits(latest, mine);
+    await this.upload(all);
     // From here on they are saved, even if the camera does not answer again. What was typed meanwhile is a change to them,
     // also where it put something back.
     const wanted = new Map([...mine.keys()].map((tag): [string, string] => [tag, before.get(tag) ?? '']));
-    this.loaded = withEdits(latest, mine);
+    this.loaded = all;
     this.edits = rebased(this.loaded, withEdits(wanted, this.edits));
     this.history = this.edits.size > 0 ? [new Map()] : [];
     this.lastKey = '';
-    await this.latest().then((written) => this.take(written), () => {});
     this.save = { is: 'saved' };
+    const written = await this.latest().catch(() => null);
+    if (!written) return;
+    const tags = altered(all, written, this.size);
+    if (tags.length > 0) this.save = { is: 'altered', tags };
+    this.take(written);
+  }
+
+  private async upload(all: Values): Promise<void> {
+    try {
+      await post('set_post_parameters', uploadBody(all));
+    } catch (error) {
+      // Of what was refused the camera may hold some already, but it has stored nothing: every edit is still to be saved.
+      if (error instanceof CameraError && error.trouble === 'refused') this.loaded = await this.latest().catch(() => this.loaded);
+      throw error;
+    }
   }
 
   /** Takes up the settings as the camera has them. */
@@ -185,8 +215,8 @@ export class SettingsStore extends Store {
   }
 
   /** Something was changed: what was said of the last save is no longer of interest. */
-  private touched(): void {
-    if (!this.isSaving) this.save = { is: 'idle' };
+  private touched(is: 'idle' | 'discarded' = 'idle'): void {
+    if (!this.isSaving) this.save = { is };
     this.changed();
   }
 

@@ -3,6 +3,7 @@ import { centre, insidePicture, moved, Point, Size } from '../model/geometry';
 import { AreaKind, areaKinds, cornersTag, kMostCorners } from '../model/settings';
 import { settings, useSettings } from '../stores';
 import { texts } from '../texts';
+import { useFocusKept } from './focus';
 import { Picture } from './picture';
 
 const t = texts.areas;
@@ -147,6 +148,9 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
   }
 
   const partNamed = (kind: AreaKind, number: number, what: string) => svg.current!.querySelector<SVGElement>(`${what}[data-kind=${kind}][data-number="${number}"]`)!;
+
+  // A corner that is taken back has its area left.
+  useFocusKept(svg, () => partNamed(selected.kind, selected.number, 'polygon'));
 
   function press(event: KeyboardEvent, kind: AreaKind, number: number, corner: number | null): void {
     const arrow = arrows[event.key];

@@ -1,12 +1,7 @@
 import { ComponentChildren } from 'preact';
 import { useId, useLayoutEffect, useRef } from 'preact/hooks';
 import { texts } from '../texts';
-
-/** Gives the focus back to what had it, or to the page's content where that is gone or takes none any more. */
-function giveBack(opener: Element | null): void {
-  (opener as HTMLElement | null)?.focus?.();
-  if (!opener || document.activeElement !== opener) document.getElementById('content')?.focus({ preventScroll: true });
-}
+import { focusOn } from './focus';
 
 /** A question in front of everything else. Escape is the same as cancelling. However it closes, its opener has the focus again. */
 export function Dialog({ title, children, onClose }: { title: string; children: ComponentChildren; onClose: () => void }) {
@@ -19,7 +14,7 @@ export function Dialog({ title, children, onClose }: { title: string; children: 
     return () => {
       // What lies behind takes no focus before the dialog is closed.
       shown.close();
-      giveBack(opener === document.body ? null : opener);
+      focusOn(opener === document.body ? null : (opener as HTMLElement | null));
     };
   }, []);
   return (

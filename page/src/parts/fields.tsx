@@ -1,7 +1,7 @@
 /* Controls that each show one setting and change it as it is typed. Label, help, range and unit are those of the setting. */
 
 import { ComponentChildren } from 'preact';
-import { useId } from 'preact/hooks';
+import { useId, useState } from 'preact/hooks';
 import { helpOf, labelOf, plain } from '../model/fields';
 import { shownParameter } from '../model/parameters';
 import { useSettings } from '../stores';
@@ -61,15 +61,18 @@ export function NumberSetting({ tag, step }: { tag: string; step?: number }) {
   const parameter = shownParameter(tag);
   const [least, most] = parameter.range!;
   const unit = texts.fields.units[parameter.unit] ?? '';
+  const [typed, setTyped] = useState<string | null>(null);
+  const meant = (text: string) => (text.trim() === plain(loaded) ? loaded : text.trim());
   const take = (event: { currentTarget: HTMLInputElement }) => {
-    const typed = event.currentTarget.value.trim();
-    set(typed === plain(loaded) ? loaded : typed);
+    setTyped(event.currentTarget.value);
+    set(meant(event.currentTarget.value));
   };
-  const shown = changed ? value : plain(value);
+  // What was typed stays as it was typed, as long as it is what the setting has.
+  const shown = typed !== null && meant(typed) === value ? typed : changed ? value : plain(value);
   return (
     <Frame {...{ id, tag, problem, changed }} help={`${helpOf(tag)} ${texts.settings.usual(parameter.default)}`}>
       {step !== undefined && (
-        <input type="range" aria-label={labelOf(tag)} min={least} max={most} step={step} value={shown} onInput={take} />
+        <input type="range" aria-label={labelOf(tag)} min={least} max={most} step={step} value={value} onInput={take} />
       )}
       <input id={id} name={tag} type="text" inputMode="decimal" class="number" value={shown} autocomplete="off"
         aria-invalid={!!problem} aria-describedby={described(id)} onInput={take} />

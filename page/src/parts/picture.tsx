@@ -22,7 +22,7 @@ export function Picture({ resolution, size, children }: { resolution: string; si
   // The settings name the stream: one that is begun before them would be begun twice.
   const wanted = connection === 'ok' && (loaded !== null || trouble !== null);
   const words = usePicture(image, resolution, wanted, generation);
-  const said = connection === 'ok' ? words : texts.connection[connection];
+  const said = connection === 'ok' ? words : connection === 'asking' ? texts.picture.loading : texts.connection[connection];
   return (
     <div class={`picture ${children ? 'edited' : ''}`} style={{ aspectRatio: `${size.width} / ${size.height}`, maxWidth: `calc(75vh * ${size.width / size.height})` }}>
       <img ref={image} hidden={said !== ''} alt={texts.picture.label} draggable={false} />

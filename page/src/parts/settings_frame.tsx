@@ -1,11 +1,12 @@
 import { ComponentChildren } from 'preact';
-import { useLayoutEffect, useRef } from 'preact/hooks';
-import { isCoordinate, nameOf, tabOf, valueOf } from '../model/fields';
+import { useRef } from 'preact/hooks';
+import { byName, isCoordinate, nameOf, tabOf, valueOf } from '../model/fields';
 import { SettingsStore } from '../model/settings_store';
 import { tabNames } from '../model/tabs';
 import { settings, useSettings } from '../stores';
 import { texts } from '../texts';
 import { Dialog } from './dialog';
+import { useFocusKept } from './focus';
 
 /**
  * What a tab with settings has around them: the words while there are none yet, and the bar that saves them.
@@ -39,23 +40,25 @@ function SaveBar({ warning }: { warning: string }) {
   const bar = useRef<HTMLDivElement>(null);
   const said = useRef<HTMLParagraphElement>(null);
   const words = sentence(store);
-  const hadFocus = bar.current?.contains(document.activeElement);
-  useLayoutEffect(() => {
-    // The buttons go when there is nothing left to save: what was said of it is next.
-    if (hadFocus && !bar.current!.contains(document.activeElement) && document.activeElement === document.body) said.current!.focus({ preventScroll: true });
-  });
+  const isBad = save.is === 'failed' || save.is === 'altered';
+  // The buttons go when there is nothing left to save: what is said of it is next.
+  useFocusKept(bar, () => said.current);
   return (
     <div ref={bar} class={`save-bar ${edits.size > 0 || words ? 'shown' : ''}`}>
-      <p ref={said} tabIndex={-1} class={save.is === 'failed' || problems.size > 0 ? 'problem' : ''} role={save.is === 'failed' ? 'alert' : 'status'} data-testid="save-state">
+      <p ref={said} tabIndex={-1} class={isBad || problems.size > 0 ? 'problem' : ''} role={isBad ? 'alert' : 'status'} data-testid="save-state">
         {words}
       </p>
       {warning && <p class="warning" data-testid="save-warning">{warning}</p>}
       {(edits.size > 0 || canUndo) && (
         <div class="actions">
-          <button type="button" disabled={!canUndo} onClick={() => store.undo()}>{texts.settings.undo}</button>
-          <button type="button" disabled={edits.size === 0} onClick={() => store.discard()}>{texts.settings.discard}</button>
-          {/* While it saves it keeps the focus, and does nothing. */}
-          <button type="submit" class="primary" disabled={edits.size === 0 || problems.size > 0} aria-disabled={save.is === 'saving'}>{texts.settings.save}</button>
+          {canUndo && <button type="button" onClick={() => store.undo()}>{texts.settings.undo}</button>}
+          {edits.size > 0 && (
+            <>
+              <button type="button" onClick={() => store.discard()}>{texts.settings.discard}</button>
+              {/* While it saves it keeps the focus, and does nothing. */}
+              <button type="submit" class="primary" disabled={problems.size > 0} aria-disabled={save.is === 'saving'}>{texts.settings.save}</button>
+            </>
+          )}
         </div>
       )}
       {save.is === 'conflict' && <Conflict theirs={save.theirs} />}
@@ -75,11 +78,22 @@ function sentence({ edits, problems, save }: SettingsStore): string {
     const reasons: Record<number, string> = { 500: texts.settings.refusedValue, 400: texts.settings.refusedDocument };
     return texts.settings.notSaved + (reasons[save.status] ?? texts.trouble[save.trouble]) + texts.settings.kept;
   }
-  const saved = save.is === 'saved' ? [texts.settings.saved] : [];
-  if (edits.size === 0) return saved.join('');
+  const said = outcomeOf(save);
+  if (edits.size === 0) return said;
   const tabs = new Set([...edits.keys()].map(tabOf));
-  const changes = texts.settings.unsaved(edits.size, tabNames.filter((tab) => tabs.has(tab)).map((tab) => texts.tabs[tab]));
-  return [...saved, problems.size > 0 ? `${changes}, ${texts.settings.invalid(problems.size, ...firstOf(problems))}` : changes].join(' ');
+  const changes = texts.settings.unsaved(byName(edits.keys()).size, tabNames.filter((tab) => tabs.has(tab)).map((tab) => texts.tabs[tab]));
+  return `${said} ${problems.size > 0 ? `${changes}, ${texts.settings.invalid(problems.size, ...firstOf(problems))}` : changes}`.trim();
+}
+
+const kMostNamed = 4;
+
+/** What has become of the changes that are gone. */
+function outcomeOf(save: SettingsStore['save']): string {
+  if (save.is === 'saved') return texts.settings.saved;
+  if (save.is === 'discarded') return texts.settings.discarded;
+  if (save.is !== 'altered') return '';
+  const names = [...byName(save.tags).keys()];
+  return texts.settings.altered(names.length > kMostNamed ? [...names.slice(0, kMostNamed - 1), texts.settings.others(names.length - kMostNamed + 1)] : names);
 }
 
 const kMostShown = 12;
@@ -87,14 +101,12 @@ const kMostShown = 12;
 /** What somebody else has changed: a line for each setting, and one for each area that was drawn anew. */
 function changesOf(store: SettingsStore, theirs: string[], latest: ReadonlyMap<string, string>) {
   const mine = store.mineOver(latest);
-  const lines = new Map<string, { said: string; both: boolean }>();
-  for (const tag of theirs) {
+  return [...byName(theirs)].map(([name, tags]) => {
+    const [tag] = tags;
     const [now, before] = [latest.get(tag) ?? '', store.loaded!.get(tag) ?? ''].map((value) => valueOf(tag, value));
     const said = tag.endsWith('_Pwd') ? texts.settings.conflictHidden : isCoordinate(tag) ? texts.settings.conflictDrawn : texts.settings.conflictLine(now, before);
-    const name = nameOf(tag);
-    lines.set(name, { said, both: mine.has(tag) || (lines.get(name)?.both ?? false) });
-  }
-  return [...lines];
+    return { name, said, both: tags.some((one) => mine.has(one)) };
+  });
 }
 
 function Conflict({ theirs }: { theirs: string[] }) {
@@ -105,7 +117,7 @@ function Conflict({ theirs }: { theirs: string[] }) {
     <Dialog title={texts.settings.conflict} onClose={() => store.dismissConflict()}>
       <p>{texts.settings.conflictText}</p>
       <ul class="changes">
-        {changes.slice(0, kMostShown).map(([name, { said, both }]) => (
+        {changes.slice(0, kMostShown).map(({ name, said, both }) => (
           <li key={name}>
             <strong>{name}</strong> {said}
             {both && <em> – {texts.settings.conflictBoth}</em>}

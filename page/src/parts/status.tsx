@@ -1,3 +1,4 @@
+import { statusOf } from '../model/fields';
 import { kNotAsked } from '../model/pulse';
 import { PanelCamera } from '../model/readers';
 import { usePulse } from '../stores';
@@ -5,15 +6,15 @@ import { texts } from '../texts';
 
 export type Tone = 'good' | 'warn' | 'bad' | 'neutral';
 
-/** The colour that goes with a status text; the text itself says everything. */
+/** The colour that goes with the camera's own words for a status; words for people say everything. */
 export function toneOf(status: string): Tone {
   if (status === 'Running') return 'good';
   if (/event active|^Slow/.test(status)) return 'warn';
   return /error/i.test(status) ? 'bad' : 'neutral';
 }
 
-export function StatusBadge({ status, tone, title }: { status: string; tone?: Tone; title?: string }) {
-  return <span class={`badge ${tone ?? toneOf(status)}`} title={title}>{status}</span>;
+export function StatusBadge({ status, tone, title }: { status: string; tone: Tone; title?: string }) {
+  return <span class={`badge ${tone}`} title={title}>{status}</span>;
 }
 
 /** The status of a camera, or why it is not known. */
@@ -24,5 +25,5 @@ export function CameraStatus({ camera: { index, status } }: { camera: PanelCamer
     return <StatusBadge status={words} tone={index === 0 && connection !== 'asking' ? 'bad' : 'neutral'} />;
   }
   if (index > 0 && status === kNotAsked) return <StatusBadge status={texts.followerStatus.notAsked} tone="neutral" title={status} />;
-  return <StatusBadge status={status || texts.followerStatus.unknown} />;
+  return <StatusBadge status={statusOf(status) || texts.followerStatus.unknown} tone={toneOf(status)} />;
 }

@@ -1,9 +1,10 @@
-import { useEffect, useState } from 'preact/hooks';
+import { useEffect, useRef, useState } from 'preact/hooks';
 import { actionAddress, ask, CameraError } from '../model/api';
 import { LogLevel, LogLine, readLog } from '../model/readers';
 import { whyNobodyIsHidden } from '../model/settings';
 import { Confirm } from '../parts/dialog';
 import { SelectSetting, SwitchSetting, TextSetting } from '../parts/fields';
+import { useFocusKept } from '../parts/focus';
 import { SettingsFrame } from '../parts/settings_frame';
 import { usePulse, useSettings } from '../stores';
 import { texts } from '../texts';
@@ -73,8 +74,10 @@ function Log() {
   const [lines, setLines] = useState<LogLine[] | null>(null);
   const [trouble, setTrouble] = useState('');
   const [asking, setAsking] = useState(false);
+  const [said, setSaid] = useState('');
 
   const read = async () => {
+    setSaid('');
     try {
       setLines(readLog(await ask('get_logfile_as_serialized_text')).reverse());
       setTrouble('');
@@ -83,13 +86,16 @@ function Log() {
     }
   };
   const clear = async () => {
+    setSaid('');
     try {
       await ask('clear_logfile');
     } catch (error) {
       setTrouble(texts.live.failed + texts.trouble[error instanceof CameraError ? error.trouble : 'unreachable']);
       return;
     }
-    await read();
+    setTrouble('');
+    if (open) await read();
+    setSaid(t.logCleared);
   };
   useEffect(() => {
     if (open) void read();
@@ -106,6 +112,7 @@ function Log() {
         <button type="button" class="danger" onClick={() => setAsking(true)}>{t.clearLog}</button>
       </div>
       {trouble && <p class="problem" role="alert">{trouble}</p>}
+      <p role="status" data-testid="log-said">{said}</p>
       {open && lines && <LogLines lines={lines} />}
       {asking && (
         <Confirm question={{ title: t.clearLogAsk, text: t.clearLogWarning, yes: t.clearLog, then: () => void clear() }} onClose={() => setAsking(false)} />
@@ -118,6 +125,9 @@ function LogLines({ lines }: { lines: LogLine[] }) {
   const [wanted, setWanted] = useState<LogLevel[]>(levels);
   const [filter, setFilter] = useState('');
   const [most, setMost] = useState(kFirstLines);
+  const table = useRef<HTMLDivElement>(null);
+  // The button for older lines goes when there are no more.
+  useFocusKept(table, () => table.current);
   const needle = filter.toLowerCase();
   const matching = lines.filter((line) => wanted.includes(line.level) && line.message.toLowerCase().includes(needle));
   const shown = matching.slice(0, most);
@@ -140,7 +150,7 @@ function LogLines({ lines }: { lines: LogLine[] }) {
         </label>
       </div>
       <p class="help" role="status">{matching.length === 0 ? t.logEmpty : t.logCount(shown.length, matching.length)}</p>
-      <div class="scroll log-lines" tabIndex={0} role="region" aria-label={t.log}>
+      <div ref={table} class="scroll log-lines" tabIndex={0} role="region" aria-label={t.log}>
         <table data-testid="log">
           <thead><tr><th scope="col">{t.time}</th><th scope="col">{t.level}</th><th scope="col">{t.message}</th></tr></thead>
           <tbody>

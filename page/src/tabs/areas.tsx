@@ -1,13 +1,13 @@
 import { useState } from 'preact/hooks';
 import { helpOf } from '../model/fields';
-import { crossesItself, leastCorner, leavesPicture, longestEdge, narrowestPassage, Point, stepPerCycle, withCornerAfter, withoutCorner } from '../model/geometry';
+import { crossesItself, leastCorner, leavesPicture, longestEdge, narrowestPassage, narrowness, Point, stepPerCycle, withCornerAfter, withoutCorner } from '../model/geometry';
 import { kCycle } from '../model/parameters';
 import { AreaKind, areaKinds, cornersTag, kAreas, kLeastCorners, kMostCorners, polygonChanges } from '../model/settings';
 import { SettingsStore } from '../model/settings_store';
 import { AreaEditor, Selected } from '../parts/area_editor';
 import { ChoiceSetting, NumberSetting, SwitchSetting } from '../parts/fields';
 import { SettingsFrame } from '../parts/settings_frame';
-import { pulse, settings, useSettings } from '../stores';
+import { settings, usePulse, useSettings } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.areas;
@@ -21,10 +21,10 @@ function isChanged({ edits }: SettingsStore, kind: AreaKind, number: number): bo
 }
 
 /** The first warning of an area that was changed, for the bar that may lie over those of the area. */
-function firstWarning(store: SettingsStore): string {
+function firstWarning(store: SettingsStore, warningsOf: Warnings): string {
   for (const kind of areaKinds) {
     for (const number of areaNumbers) {
-      const warning = isChanged(store, kind, number) && warningsOf(store, kind, number)[0];
+      const warning = isChanged(store, kind, number) && warningsOf(kind, number)[0];
       if (warning) return `${t.name[kind](number)}: ${warning}`;
     }
   }
@@ -34,8 +34,12 @@ function firstWarning(store: SettingsStore): string {
 export function AreasTab() {
   const [selected, setSelected] = useState<Selected>({ kind: 'Detection', number: 1, corner: null });
   const store = useSettings();
+  const warningsOf = useWarnings();
+  // The corner may be gone: taken back, or drawn otherwise by somebody else.
+  const { kind, number, corner } = selected;
+  if (corner !== null && corner >= store.polygon(kind, number).length) setSelected({ kind, number, corner: null });
   return (
-    <SettingsFrame warning={store.loaded ? firstWarning(store) : ''}>
+    <SettingsFrame warning={store.loaded ? firstWarning(store, warningsOf) : ''}>
       {() => (
         <div class="areas">
           <section class="card picture-card">
@@ -92,6 +96,7 @@ function removeCorner(kind: AreaKind, number: number, corner: number | null): bo
 
 function AreaList({ selected, onSelect }: { selected: Selected; onSelect: (selected: Selected) => void }) {
   const store = useSettings();
+  const warningsOf = useWarnings();
   return (
     <>
       {areaKinds.map((kind) => (
@@ -101,7 +106,7 @@ function AreaList({ selected, onSelect }: { selected: Selected; onSelect: (selec
             {areaNumbers.map((number) => {
               const active = store.values.get(activeTag(kind, number)) === '1';
               const chosen = selected.kind === kind && selected.number === number;
-              const warned = active && warningsOf(store, kind, number).length > 0;
+              const warned = active && warningsOf(kind, number).length > 0;
               const changed = isChanged(store, kind, number);
               const name = [t.name[kind](number), ...(active ? [] : [t.off]), ...(changed ? [texts.tabs.unsaved] : []), ...(warned ? [t.warned] : [])].join(', ');
               return (
@@ -122,7 +127,7 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
   const { kind, number, corner } = selected;
   const name = t.name[kind](number);
   const corners = store.polygon(kind, number).length;
-  const warnings = warningsOf(store, kind, number);
+  const warnings = useWarnings()(kind, number);
   return (
     <div data-testid="area-details">
       <h2>{name}</h2>
@@ -133,8 +138,8 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
         <div class="field">
           <span>{t.corners(corners)}</span>
           <div class="actions">
-            <button type="button" disabled={corners >= kMostCorners} onClick={() => addCorner(kind, number, corner)}>{t.addCorner}</button>
-            <button type="button" disabled={corners <= kLeastCorners} title={t.removesElsewhere}
+            <button type="button" aria-disabled={corners >= kMostCorners} onClick={() => addCorner(kind, number, corner)}>{t.addCorner}</button>
+            <button type="button" aria-disabled={corners <= kLeastCorners} title={t.removesElsewhere}
               onClick={() => removeCorner(kind, number, corner) && onSelect({ kind, number, corner: null })}>{t.removeCorner}</button>
           </div>
           <p class="help">{helpOf(cornersTag[kind])} {t.removesElsewhere}</p>
@@ -149,15 +154,23 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
   );
 }
 
-function warningsOf(store: SettingsStore, kind: AreaKind, number: number): string[] {
-  const polygon = store.polygon(kind, number);
-  const step = stepPerCycle(store.size, Math.max(kCycle, pulse.cycleTime ?? 0));
-  const warnings = [];
-  if (crossesItself(polygon)) warnings.push(t.warnings.crossing);
-  if (leavesPicture(polygon, store.size)) warnings.push(t.warnings.leaving);
-  const narrowest = narrowestPassage(polygon, step / 2);
-  if (kind !== 'Exclusion' && narrowest < step) warnings.push(t.warnings.small(Math.round(narrowest), Math.round(step)));
-  return warnings;
+type Warnings = (kind: AreaKind, number: number) => string[];
+
+/** What is wrong with an area, though it can be saved. That depends on how long the camera takes from look to look. */
+function useWarnings(): Warnings {
+  const store = useSettings();
+  const { cycleTime } = usePulse();
+  const { size } = store;
+  const step = stepPerCycle(size, Math.max(kCycle, cycleTime ?? 0));
+  return (kind, number) => {
+    const polygon = store.polygon(kind, number);
+    const warnings = [];
+    if (crossesItself(polygon)) warnings.push(t.warnings.crossing);
+    if (leavesPicture(polygon, size)) warnings.push(t.warnings.leaving);
+    const narrowest = narrowestPassage(polygon, step / 2);
+    if (kind !== 'Exclusion' && narrowest < step) warnings.push(t.warnings.small(...narrowness(narrowest, step, size)));
+    return warnings;
+  };
 }
 
 function LocatorSample() {

@@ -1,6 +1,7 @@
-import { useId, useState } from 'preact/hooks';
+import { useId, useRef, useState } from 'preact/hooks';
 import { kFollowers } from '../model/readers';
 import { described, Frame, NumberSetting, SwitchSetting, TextSetting } from '../parts/fields';
+import { useFocusKept } from '../parts/focus';
 import { SettingsFrame } from '../parts/settings_frame';
 import { CameraStatus } from '../parts/status';
 import { settings, usePulse, useSettings } from '../stores';
@@ -40,15 +41,18 @@ function Follower({ number }: { number: number }) {
   const { panel } = usePulse();
   const store = useSettings();
   const [opened, setOpened] = useState(false);
+  const slot = useRef<HTMLElement>(null);
+  // "Set up" goes, for what it opens.
+  useFocusKept(slot, () => slot.current!.querySelector('input'));
   const value = (field: string) => store.values.get(`FO${number}_${field}`) ?? '';
   const used = value('Active') === '1' || fields.some((field) => value(field) !== '');
   // What was open once stays open: an address that is typed anew is empty for a moment.
   if (used && !opened) setOpened(true);
   const state = panel?.cameras[number];
   const tag = (field: string) => `FO${number}_${field}`;
-  const empty = () => settings.change([...fields.map((field): [string, string] => [tag(field), '']), [tag('Active'), '0']]);
+  const empty = () => used && settings.change([...fields.map((field): [string, string] => [tag(field), '']), [tag('Active'), '0']]);
   return (
-    <section class="card follower" data-testid={`follower-${number}`} aria-label={texts.follower(number)}>
+    <section ref={slot} class="card follower" data-testid={`follower-${number}`} aria-label={texts.follower(number)}>
       <div class="card-head">
         <h3>{texts.follower(number)}</h3>
         {state?.active ? (
@@ -68,7 +72,7 @@ function Follower({ number }: { number: number }) {
             <TextSetting tag={tag('Login')} />
             <Password tag={tag('Pwd')} />
           </div>
-          <button type="button" class="quiet" disabled={!used} onClick={empty}>{t.empty}</button>
+          <button type="button" class="quiet" aria-disabled={!used} onClick={empty}>{t.empty}</button>
         </>
       ) : (
         <button type="button" onClick={() => setOpened(true)}>{t.show}</button>
@@ -92,11 +96,18 @@ function Password({ tag }: { tag: string }) {
     else if (typed === undefined) takenOut.delete(tag);
     settings.change([[tag, value || (takenOut.has(tag) ? '' : stored)]], tag);
   };
+  const input = useRef<HTMLInputElement>(null);
+  const remove = () => {
+    settings.change([[tag, '']]);
+    // The button goes.
+    input.current!.focus();
+  };
   return (
     <Frame id={id} tag={tag} problem={problem} changed={typed !== undefined}>
-      <input id={id} name={tag} type="password" autocomplete="new-password" value={typed ?? ''}
+      <input ref={input} id={id} name={tag} type="password" autocomplete="new-password" value={typed ?? ''}
         placeholder={stored && typed !== '' ? t.stored : t.noPassword} aria-invalid={!!problem} aria-describedby={described(id)}
         onInput={(event) => take(event.currentTarget.value)} />
+      {stored && typed !== '' && <button type="button" class="quiet" onClick={remove}>{t.removePassword}</button>}
     </Frame>
   );
 }

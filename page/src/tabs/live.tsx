@@ -1,4 +1,5 @@
 import { useMemo, useState } from 'preact/hooks';
+import { momentOf } from '../dates';
 import { ask, CameraError, Trouble } from '../model/api';
 import { PanelCamera } from '../model/readers';
 import { dayOf, passedOn } from '../model/report';
@@ -98,7 +99,8 @@ function Passages() {
   const { loaded } = useSettings();
   const [{ report, trouble }, period] = useFreshReports();
   const camera = panel?.cameras[0].name;
-  const today = dayOf(new Date());
+  const now = new Date();
+  const today = dayOf(now);
   const todays = useMemo(() => (report && camera !== undefined ? passedOn(report, camera, today, period * 60) : null), [report, camera, today, period]);
   const ofToday = (entrance: number) => todays?.get(String(entrance));
   const shown = perEntrance.filter(({ entrance, cameIn, wentOut }) =>
@@ -116,14 +118,14 @@ function Passages() {
         {passages.length === 0 && <li class="muted">{t.noPassage}</li>}
         {passages.map((passage) => (
           <li key={passage.number}>
-            <time>{passage.time.toLocaleTimeString()}</time> {t.passage(passage.by)} {t.entranceHere(passage.entrance)}
+            {passage.time && <time>{momentOf(passage.time, now, 'medium')}</time>} {t.passage(passage.by)} {t.entranceHere(passage.entrance)} {!passage.time && t.unseen}
           </li>
         ))}
       </ul>
       <h3>{t.perEntrance}</h3>
       <table>
         <thead>
-          <tr><td /><th scope="colgroup" colSpan={2}>{t.sinceTime(since.toLocaleTimeString([], { timeStyle: 'short' }))}</th><th scope="colgroup" colSpan={2}>{t.today}</th></tr>
+          <tr><td /><th scope="colgroup" colSpan={2}>{t.sinceTime(momentOf(since, now, 'short'))}</th><th scope="colgroup" colSpan={2}>{t.today}</th></tr>
           <tr>
             <th scope="col">{t.perEntranceAll}</th>
             {[0, 1].flatMap((i) => [t.cameIn, t.wentOut].map((name) => <th key={`${i}${name}`} scope="col" class="number">{name}</th>))}

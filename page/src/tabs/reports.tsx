@@ -27,7 +27,7 @@ export function ReportsTab() {
         <a class="button" href={actionAddress('get_occupancy_csv')} download="senvo-report.csv">{t.csv}</a>
         <a class="button" href={actionAddress('get_occupancy_html')} target="_blank" rel="noopener">{t.html}</a>
         <span class="muted" role="status" data-testid="report-state">
-          {loading ? t.loading : report && read ? t.rows(report.times.length, momentOf(read)) : ''}
+          {loading ? t.loading : report && read ? t.rows(report.times.length, momentOf(read, new Date(), 'short')) : ''}
         </span>
       </div>
       {trouble && <p class="banner bad" role="alert">{t.failed + texts.trouble[trouble]}</p>}

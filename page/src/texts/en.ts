@@ -5,6 +5,8 @@
 
 const list = new Intl.ListFormat('en-GB');
 const plural = (count: number, one: string, many: string) => `${count} ${count === 1 ? one : many}`;
+/** Units of an age: below how many seconds it is told in them, and how many seconds they have. */
+const ages: [number, number, string][] = [[120, 1, 's'], [7200, 60, 'min'], [172_800, 3600, 'h'], [Infinity, 86_400, 'days']];
 
 export const english = {
   product: 'Ostrel Senvo',
@@ -29,6 +31,26 @@ export const english = {
   followerStatus: {
     notAsked: 'not asked yet',
     unknown: 'not known now',
+  },
+  /** By the camera's own words, which are English; others are shown as they come. */
+  status: {
+    'Unknown status': 'Unknown status',
+    Starting: 'Starting',
+    Running: 'Running',
+    Stopped: 'Stopped',
+    'Data error': 'Data error',
+    'AI error': 'AI error',
+    'Locations error': 'Locations error',
+    'AOI error': 'AOI error',
+    'Findings error': 'Findings error',
+    'Events error': 'Events error',
+    'Area event active': 'Area event active',
+    'Occupancy event active': 'Occupancy event active',
+    'Area 1 event active': 'Area 1 event active',
+    'Area 2 event active': 'Area 2 event active',
+    'Area 3 event active': 'Area 3 event active',
+    Slow: 'Slow',
+    'No connection error': 'No connection error',
   },
   unknown: '–',
   connection: {
@@ -72,6 +94,7 @@ export const english = {
     cameIn: 'In',
     wentOut: 'Out',
     passage: (by: number) => (by > 0 ? `${plural(by, 'object', 'objects')} came in` : `${plural(-by, 'object', 'objects')} went out`),
+    unseen: 'while this page was hidden',
     noPassage: 'Nobody has come or gone yet.',
     perEntrance: 'Per entrance',
     sinceTime: (time: string) => `Since ${time}`,
@@ -87,7 +110,10 @@ export const english = {
     age: 'Age of counts',
     noFollowers: 'No follower is active. Followers are set up under Cameras.',
     justNow: 'now',
-    secondsAgo: (seconds: number) => (seconds < 120 ? `${seconds} s ago` : `${Math.round(seconds / 60)} min ago`),
+    secondsAgo: (seconds: number) => {
+      const [, size, unit] = ages.find(([most]) => seconds < most)!;
+      return `${Math.round(seconds / size)} ${unit} ago`;
+    },
     never: 'none yet',
     reset: 'Start counting anew',
     resetHere: 'Reset this camera',
@@ -127,7 +153,7 @@ export const english = {
     corner: (area: string, corner: number, x: number, y: number) => `${area}, corner ${corner}, at ${x} % from the left and ${y} % from the top`,
     whole: (area: string) => `${area}, move as a whole`,
     addHere: (area: string, corner: number) => `${area}, add a corner after corner ${corner}`,
-    activeNamed: (area: string) => `${area} in force`,
+    activeNamed: (area: string) => `${area} in use`,
     off: 'off',
     warned: 'has warnings, see below',
     corners: (count: number) => `${count} corners`,
@@ -137,7 +163,8 @@ export const english = {
     warnings: {
       crossing: 'The outline crosses itself: what lies in the overlap may not count.',
       leaving: 'The area leaves the picture.',
-      small: (pixels: number, step: number) => `So narrow in one place, ${pixels} pixels, that a walking person may step across between two looks (${step} pixels).`,
+      small: (width: number, least: number) =>
+        `In its narrowest place it is ${width} % of the picture's longer side wide: a walking person may step across it between two looks and not be counted. Draw it at least ${least} % wide.`,
     },
     outsideHelp: 'Stepping from the scene into an entrance counts as entering; stepping out of it into the scene as leaving.',
     insideHelp: 'Stepping out of an entrance into the scene counts as entering; stepping into it as leaving.',
@@ -146,8 +173,8 @@ export const english = {
     sample: 'An object with its locator point',
   },
   detection: {
-    classes: 'What is counted',
-    classesHelp: 'More classes count more kinds of objects; a class that is not chosen still shows in the picture but counts in no area.',
+    classes: 'What counts in areas and reports',
+    classesHelp: 'Only these classes count in detection areas and appear in the reports. Entrances, and with them how many are inside, count every class; what is not chosen still shows in the picture.',
     tracking: 'Finding and following',
     areaAlert: 'Area alerts',
     comparisonHelps: [
@@ -209,6 +236,7 @@ export const english = {
     activeNamed: (number: number) => `Follower ${number} is counted in`,
     stored: 'stored, type to replace it',
     noPassword: 'none stored',
+    removePassword: 'Remove password',
     show: 'Set up',
     notUsed: 'not used',
     empty: 'Empty this slot',
@@ -234,6 +262,7 @@ export const english = {
     asCsv: 'Download as CSV',
     clearLog: 'Clear log',
     clearLogAsk: 'Clear the log of this camera?',
+    logCleared: 'The log has been cleared.',
     clearLogWarning: 'All its lines are gone then. Download them first if they may still be needed.',
     overlays: 'Overlays',
     hides: {
@@ -259,11 +288,13 @@ export const english = {
     save: 'Save',
     saving: 'Saving …',
     saved: 'Saved. The camera counts with it from now on.',
+    altered: (names: string[]) => `The camera has taken the settings, but holds something else than was sent of: ${list.format(names)}.`,
     undo: 'Undo',
     discard: 'Discard all',
+    discarded: 'The changes on all tabs are discarded. “Undo” brings them back.',
     notSaved: 'Not saved: ',
     kept: ' What was typed is kept.',
-    refusedValue: 'the camera refused a value; its log says which.',
+    refusedValue: 'the camera refused a value. Some of the others may count already, until it restarts; its log says more.',
     refusedDocument: 'the camera could not read the settings.',
     conflict: 'Somebody else has changed the settings meanwhile',
     conflictText: 'These settings are no longer as this page had read them:',
@@ -275,6 +306,7 @@ export const english = {
     conflictHidden: 'changed',
     conflictLine: (theirs: string, before: string) => `is now “${theirs}”, was “${before}”`,
     conflictDrawn: 'was drawn anew',
+    others: (count: number) => plural(count, 'other', 'others'),
     more: (count: number) => `and ${plural(count, 'other', 'others')}`,
   },
   trouble: {
@@ -304,9 +336,9 @@ export const english = {
     off: 'off',
     outline: 'Outline',
     of: {
-      Detection_Active: 'In force',
-      Exclusion_Active: 'In force',
-      Entrance_Active: 'In force',
+      Detection_Active: 'In use',
+      Exclusion_Active: 'In use',
+      Entrance_Active: 'In use',
       DetectionThreshSeconds: 'Alert after',
       DetectionControlPoints: 'Corners of detection areas',
       EntrancesControlPoints: 'Corners of entrances',
@@ -326,8 +358,8 @@ export const english = {
       AoiLogicComparison: 'Raise the alert when the number that stayed is',
       MinNumberOfPeopleForTrigger: 'Number of objects',
       Occupants: 'From this many inside',
-      ResetByOccupanyCount: 'Start counting anew when it is raised',
-      CamName: 'Name',
+      ResetByOccupanyCount: 'Start counting anew when the occupancy alert is raised',
+      CamName: 'Name of this camera',
       RepInt: 'Report period',
       FO_Active: 'Counted in',
       FO_Name: 'Name',
@@ -339,7 +371,7 @@ export const english = {
       AnonOverlaysOn: 'Hide people',
       SelectedAnonOverlay: 'Stream: hide people',
       IsOccResOn: 'Start counting anew every day',
-      OccAutoResTime: 'At',
+      OccAutoResTime: 'Time of the daily reset',
       VerboseLog: 'Verbose log',
     },
     /** By the number that stands for them. */

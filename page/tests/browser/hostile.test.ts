@@ -32,7 +32,7 @@ describe.skipIf(isMissing)('Hostile texts', () => {
             .map((i) => `<AOICam_${i}>${current}</AOICam_${i}><ActiveCam_${i}>1</ActiveCam_${i}><StatusCam_${i}>${current}</StatusCam_${i}>`)
             .join('')}</app>`,
         }));
-      for (const action of ['get_occupancy_count', 'get_total_crowd', 'get_crowd_2', 'get_crowd_3', 'get_execution_time', 'get_analysis_resolution']) {
+      for (const action of ['get_occupancy_count', 'get_total_crowd', 'get_execution_time', 'get_analysis_resolution']) {
         await context.route(`**/*action=${action}`, (route) => route.fulfill({ contentType: 'text/plain', body: current }));
       }
       await context.route('**/*action=get_occupancy_csv', (route) =>
@@ -101,7 +101,7 @@ describe.skipIf(isMissing)('Hostile texts', () => {
       await page.getByRole('button', { name: 'Save', exact: true }).click();
       const lines = page.getByRole('dialog').locator('li');
       await lines.first().waitFor();
-      expect(await lines.allTextContents()).toEqual(['Follower 1: Name', ...Array.from({ length: 9 }, (_, i) => `Follower ${i + 2}: Name`), 'Name'].map(
+      expect(await lines.allTextContents()).toEqual(['Follower 1: Name', ...Array.from({ length: 9 }, (_, i) => `Follower ${i + 2}: Name`), 'Name of this camera'].map(
         (name) => `${name} is now “${text}”, was “as it was”`));
       await expectHarmless(page);
       await page.getByRole('dialog').getByRole('button', { name: 'Take theirs' }).click();

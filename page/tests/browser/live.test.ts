@@ -87,7 +87,7 @@ describe.skipIf(isMissing)('Live', () => {
     await page.locator('dt').filter({ hasText: /^Area 2.*off/ }).waitFor();
     await page.evaluate(() => (location.hash = '#/areas'));
     await page.getByRole('button', { name: /^Area 2/ }).first().click();
-    await page.getByLabel('Area 2 in force').check();
+    await page.getByLabel('Area 2 in use').check();
     await page.evaluate(() => (location.hash = '#/cameras'));
     await page.getByLabel('Report period').fill('7');
     await page.evaluate(() => (location.hash = '#/live'));
@@ -127,7 +127,9 @@ describe.skipIf(isMissing)('Live', () => {
     await show(page, 'live');
     const today = page.locator('.passages tbody tr');
     await eventually(() => today.allInnerTexts(), (lines) => /^Entrance 1\s+\d+\s+\d+\s+7\s+0$/.test(lines[0]));
+    await page.getByRole('columnheader', { name: 'Since 23:58', exact: true }).waitFor();
     await page.clock.runFor(180_000);
+    await page.getByRole('columnheader', { name: 'Since 30 Mar 2026, 23:58', exact: true }).waitFor();
     await page.getByText('The reports have nothing of today yet.').waitFor();
     csv = `${rows}2026-03-31 00:01:00,2\n`;
     await page.clock.runFor(180_000);
@@ -162,6 +164,42 @@ describe.skipIf(isMissing)('Live', () => {
     await expectText(page, 'went-out', /^4$/);
     await page.getByText('3 objects came in through entrance 2').waitFor();
     await page.getByText('2 objects went out through entrance 1').waitFor();
+  });
+
+  test('who comes back to the page is shown nothing of before as if it were so now', async () => {
+    let counts = '20,12,31,32,0,0';
+    const page = await open({}, async (one) => {
+      await one.clock.install();
+      await one.route('**/*action=get_passages', (route) => route.fulfill({ contentType: 'text/plain', body: counts }));
+      await one.route('**/live/video.mjpg*', (route) => route.fulfill({ contentType: 'image/jpeg', body: kJpeg }));
+    });
+    await show(page, 'live');
+    const image = page.getByRole('img', { name: 'Live picture' });
+    await eventually(() => image.isVisible(), (visible) => visible);
+    await expectText(page, 'came-in', /^0$/);
+    const turn = (hidden: boolean) => page.evaluate((value) => {
+      Object.defineProperty(document, 'hidden', { value, configurable: true });
+      document.dispatchEvent(new Event('visibilitychange'));
+    }, hidden);
+    await turn(true);
+    await page.clock.runFor(60_000);
+    counts = '22,12,31,32,0,0';
+    let go = () => {};
+    const held = new Promise<void>((resolve) => (go = resolve));
+    await page.route('**/icon.svg', async (route) => {
+      await held;
+      await route.continue();
+    });
+    await turn(false);
+    await expectText(page, 'status', /^Asking the camera …$/);
+    await page.getByText('Fetching the picture …').waitFor();
+    expect(await image.isVisible()).toBe(false);
+    await expectText(page, 'occupancy', /^–$/);
+    go();
+    await expectText(page, 'status', /Running|active|Slow/);
+    await page.locator('.ticker').getByText(/^\s*2 objects came in through entrance 1 while this page was hidden$/).waitFor();
+    await expectText(page, 'came-in', /^2$/);
+    await eventually(() => image.isVisible(), (visible) => visible);
   });
 
   test.each(['came in', 'went out'])('tells of those that the camera really sees: %s', async (what) => {

@@ -1,7 +1,8 @@
 import { describe, expect, test } from 'vitest';
-import { axisLabels, dateOf, dateTimeOf } from '../../src/dates';
+import { axisLabels, dateOf, dateTimeOf, momentOf } from '../../src/dates';
 import { pinched } from '../../src/parts/pinch';
 import { chosenLanguage } from '../../src/texts';
+import { english } from '../../src/texts/en';
 
 const at = (text: string) => Date.parse(`${text}Z`) / 1000;
 const format = (text: string, options: Intl.DateTimeFormatOptions) => new Intl.DateTimeFormat(undefined, { timeZone: 'UTC', ...options }).format(at(text) * 1000);
@@ -18,6 +19,21 @@ describe('labels of an axis', () => {
     expect(axisLabels([at('2026-03-01T00:00')], 31 * 86_400)).toEqual([format('2026-03-01T00:00', { month: 'short', year: 'numeric' })]);
     expect(dateTimeOf(at('2026-03-05T13:45'))).toContain(dateOf(at('2026-03-05T00:00')));
   });
+});
+
+test('a moment has a date where that is not today\'s', () => {
+  const now = new Date(2026, 2, 31, 0, 5);
+  const words = (moment: Date, options: Intl.DateTimeFormatOptions) => new Intl.DateTimeFormat(undefined, options).format(moment);
+  const [today, yesterday] = [new Date(2026, 2, 31, 0, 1, 7), new Date(2026, 2, 30, 23, 59, 7)];
+  expect(momentOf(today, now, 'medium')).toBe(words(today, { timeStyle: 'medium' }));
+  expect(momentOf(yesterday, now, 'short')).toBe(words(yesterday, { dateStyle: 'medium', timeStyle: 'short' }));
+  expect(momentOf(yesterday, now, 'short')).toContain(words(yesterday, { dateStyle: 'medium' }));
+});
+
+test.each([
+  [6, '6 s ago'], [119, '119 s ago'], [120, '2 min ago'], [600, '10 min ago'], [7199, '120 min ago'], [7200, '2 h ago'], [100_000, '28 h ago'], [259_200, '3 days ago'],
+])('%d seconds are %s', (seconds, words) => {
+  expect(english.live.secondsAgo(seconds)).toBe(words);
 });
 
 describe('two fingers', () => {

@@ -1,6 +1,6 @@
 import { describe, expect, test } from 'vitest';
 import {
-  crossesItself, insidePicture, leastCorner, leavesPicture, longestEdge, moved, narrowestPassage, Point, stepPerCycle, withCornerAfter, withoutCorner,
+  crossesItself, insidePicture, leastCorner, leavesPicture, longestEdge, moved, narrowestPassage, narrowness, Point, stepPerCycle, withCornerAfter, withoutCorner,
 } from '../../src/model/geometry';
 
 const polygon = (...pairs: [number, number][]): Point[] => pairs.map(([x, y]) => ({ x, y }));
@@ -65,10 +65,21 @@ test('a walking person crosses a fortieth of the picture in a tenth of a second'
   expect(stepPerCycle({ width: 720, height: 1280 }, 200)).toBe(64);
 });
 
+test.each([
+  [12, 32, { width: 1280, height: 720 }, [0.9, 2.5]], [31.9, 32, { width: 1280, height: 720 }, [2.4, 2.5]], [0, 64, { width: 720, height: 1280 }, [0, 5]],
+  [33, 33.1, { width: 1280, height: 720 }, [2.5, 2.6]],
+])('%d pixels where a step has %d are told in percent', (width, step, picture, expected) => {
+  expect(narrowness(width, step, picture)).toEqual(expected);
+});
+
 describe('corners', () => {
   test('are added in the middle of an edge, also of the last', () => {
     expect(withCornerAfter(square, 0)[1]).toEqual({ x: 50, y: 0 });
     expect(withCornerAfter(square, 3)).toEqual([...square, { x: 0, y: 50 }]);
+  });
+  test.each([4, -1, 0.5])('that are not there are refused: %d', (corner) => {
+    expect(() => withCornerAfter(square, corner)).toThrow(`expected a corner from 0 to 3, got ${corner}`);
+    expect(() => withoutCorner(square, corner)).toThrow(`expected a corner from 0 to 3, got ${corner}`);
   });
   test('the longest edge may be the closing one', () => {
     expect(longestEdge(polygon([0, 0], [10, 0], [10, 90]))).toBe(2);

@@ -1,9 +1,10 @@
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { describe, expect, test } from 'vitest';
-import { helpOf, isCoordinate, labelOf, nameOf, tabOf, valueOf } from '../../src/model/fields';
+import { byName, helpOf, isCoordinate, labelOf, nameOf, statusOf, tabOf, valueOf } from '../../src/model/fields';
 import { parameterOf, shownParameter } from '../../src/model/parameters';
 import { problemOf } from '../../src/model/rules';
+import { texts } from '../../src/texts';
 
 interface Declared { name: string; type: string; default: string; range: string; help: string }
 const declared: Declared[] = JSON.parse(readFileSync(join(__dirname, '../../../package/manifest.json'), 'utf8')).parameters;
@@ -55,9 +56,10 @@ test('every parameter but corners is shown by some field, or told by the page, o
 });
 
 test.each([
-  ['FO3_Active', 'Follower 3: Counted in', 'cameras'], ['Detection2_Active', 'Area 2: In force', 'areas'], ['Entrance1_14', 'Entrance 1: Outline', 'areas'],
+  ['FO3_Active', 'Follower 3: Counted in', 'cameras'], ['Detection2_Active', 'Area 2: In use', 'areas'], ['Entrance1_14', 'Entrance 1: Outline', 'areas'],
   ['Exclusion3_0', 'Exclusion 3: Outline', 'areas'], ['DetectionOverlaysOn', 'Draw what is found', 'advanced'], ['Sensitivity', 'Lowest score', 'detection'],
-  ['FromALaterVersion', 'FromALaterVersion', 'detection'],
+  ['CamName', 'Name of this camera', 'cameras'], ['OccAutoResTime', 'Time of the daily reset', 'advanced'],
+  ['ResetByOccupanyCount', 'Start counting anew when the occupancy alert is raised', 'detection'], ['FromALaterVersion', 'FromALaterVersion', 'detection'],
 ])('%s is called "%s" and is on %s', (tag, name, tab) => {
   expect([nameOf(tag), tabOf(tag)]).toEqual([name, tab]);
 });
@@ -69,6 +71,27 @@ test.each([
   expect(valueOf(tag, value)).toBe(words);
 });
 
+test('an outline is one of several settings, and every other setting is one', () => {
+  const tags = ['Detection1_0', 'DetectionControlPoints', 'Detection1_1', 'Detection2_0', 'Detection1_Active', 'FO1_Name', 'CamName'];
+  expect([...byName(tags)]).toEqual([
+    ['Area 1: Outline', ['Detection1_0', 'Detection1_1']], ['Corners of detection areas', ['DetectionControlPoints']], ['Area 2: Outline', ['Detection2_0']],
+    [nameOf('Detection1_Active'), ['Detection1_Active']], ['Follower 1: Name', ['FO1_Name']], [nameOf('CamName'), ['CamName']],
+  ]);
+  expect([...byName(fields).values()].filter(({ length }) => length > 1)).toEqual([]);
+});
+
 test('corners are told from other settings of an area', () => {
   expect(['Detection1_0', 'Entrance3_15', 'Detection1_Active', 'Detection1ThreshSeconds', 'FO1_IP'].filter(isCoordinate)).toEqual(['Detection1_0', 'Entrance3_15']);
 });
+
+test('the texts have every status of the camera', () => {
+  const source = readFileSync(join(__dirname, '../../../web/data_panel.cpp'), 'utf8');
+  const own = [...source.matchAll(/^ +\{\d+, "(.*)"\},$/gm)].map(([, words]) => words);
+  expect(own).toContain('Running');
+  expect(Object.keys(texts.status)).toEqual(own);
+});
+
+test.each([['Running', 'Läuft'], ['Something new', 'Something new'], ['<b>', '<b>'], ['constructor', 'constructor'], ['__proto__', '__proto__'], ['', '']])(
+  'the status %j reads "%s" where the texts have one', (told, words) => {
+    expect(statusOf(told, { Running: 'Läuft' })).toBe(words);
+  });

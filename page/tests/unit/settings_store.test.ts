@@ -12,6 +12,8 @@ let answer: () => Promise<unknown>;
 /** What becomes of the next upload, before or after the camera has taken it. */
 let before: () => Promise<unknown>;
 let after: () => Promise<unknown>;
+/** With which it answers an upload: of one that it refuses it takes the first element. */
+let status: number;
 
 const documentOf = (values: Map<string, string>) => `<app>${[...values].map(([tag, value]) => `<${tag}>${value}</${tag}>`).join('')}</app>`;
 
@@ -27,9 +29,10 @@ async function camera(address: string, options: RequestInit = {}): Promise<Respo
   await before();
   for (const [, tag, value] of String(options.body).matchAll(/<(\w+)>([^<]*)<\/\1>/g)) {
     if (held.has(tag)) held.set(tag, tag === 'Sensitivity' ? Number(value).toFixed(6) : value);
+    if (status !== 200) break;
   }
   await after();
-  return new Response('');
+  return new Response('', { status });
 }
 
 let store: SettingsStore;
@@ -39,6 +42,7 @@ const edits = () => Object.fromEntries(store.edits);
 beforeEach(async () => {
   held = new Map([['MinNumberOfPeopleForTrigger', '1'], ['Sensitivity', '0.350000'], ['Occupants', '50'], ['Detection1_0', '0.000000'], ['CamName', 'Lobby']]);
   uploads = downloads = 0;
+  status = 200;
   before = after = answer = async () => {};
   vi.stubGlobal('fetch', camera);
   store = new SettingsStore();
@@ -127,6 +131,64 @@ test('what somebody else has changed after a lost answer is still theirs', async
   after = async () => {};
   await store.saveMine();
   expect([held.get('MinNumberOfPeopleForTrigger'), held.get('Occupants')]).toEqual(['2', '60']);
+});
+
+test('what the camera holds otherwise than it was sent is named, and shown', async () => {
+  store.change([...objects('2'), ['Sensitivity', '0.4']]);
+  after = async () => held.set('MinNumberOfPeopleForTrigger', '1').set('CamName', 'Hall');
+  await store.submit();
+  expect(store.save).toEqual({ is: 'altered', tags: ['MinNumberOfPeopleForTrigger', 'CamName'] });
+  expect([store.values.get('MinNumberOfPeopleForTrigger'), store.values.get('CamName'), edits()]).toEqual(['1', 'Hall', {}]);
+});
+
+test('of a refused save all is kept to be saved, over what the camera holds of it', async () => {
+  status = 500;
+  store.change([...objects('2'), ['Occupants', '60']]);
+  await store.submit();
+  expect([store.save.is, store.loaded!.get('MinNumberOfPeopleForTrigger'), edits()]).toEqual(['failed', '2', { MinNumberOfPeopleForTrigger: '2', Occupants: '60' }]);
+  status = 200;
+  await store.submit();
+  expect([store.save.is, held.get('MinNumberOfPeopleForTrigger'), held.get('Occupants')]).toEqual(['saved', '2', '60']);
+});
+
+test('a refused save that is discarded leaves what the camera holds', async () => {
+  status = 500;
+  store.change(objects('2'));
+  await store.submit();
+  store.discard();
+  expect([store.values.get('MinNumberOfPeopleForTrigger'), edits()]).toEqual(['2', {}]);
+});
+
+test('discarded changes are brought back as one, and what was before them, too', async () => {
+  store.change(objects('2'));
+  store.change([['CamName', 'Door']]);
+  store.discard();
+  expect([store.save.is, edits()]).toEqual(['discarded', {}]);
+  await store.load();
+  expect(store.save.is).toBe('discarded');
+  store.undo();
+  expect([store.save.is, edits()]).toEqual(['idle', { MinNumberOfPeopleForTrigger: '2', CamName: 'Door' }]);
+  store.undo();
+  expect(edits()).toEqual({ MinNumberOfPeopleForTrigger: '2' });
+});
+
+test.each(['another tab is opened', 'others have saved'])('that something was saved is said until %s', async (what) => {
+  store.change(objects('2'));
+  await store.submit();
+  await store.load();
+  expect(store.save.is).toBe('saved');
+  if (what === 'others have saved') held.set('Occupants', '60');
+  else store.turnedTo();
+  await store.load();
+  expect(store.save.is).toBe('idle');
+});
+
+test('that a save failed is said on every tab', async () => {
+  status = 503;
+  store.change(objects('2'));
+  await store.submit();
+  store.turnedTo();
+  expect(store.save.is).toBe('failed');
 });
 
 test('theirs are taken, or the question is left open', async () => {

@@ -1,0 +1,207 @@
+import { afterEach, beforeEach, describe, expect, test, vi } from 'vitest';
+import { Pulse } from '../../src/model/pulse';
+
+vi.mock('../../src/camera', () => ({ webService: 'http://camera.example/webservices.cgi', loginCheck: 'http://camera.example/icon.svg' }));
+
+/** What the camera answers, by action. */
+let told: Record<string, string>;
+/** In place of any answer. */
+let trouble: Error | number | null;
+/** What becomes of a login: the status of its answer, or none. Without one everybody is refused. */
+let login: number | 'hangs';
+let logins: number;
+let page: { hidden: boolean; addEventListener: (_: string, listener: () => void) => void };
+let visibilityChanges: () => void;
+let pulse: Pulse;
+
+/** As the camera answers several questions at once: each answer but the first comes with its head. */
+const together = (answers: string[]) => answers.join('Status: 200 OK\r\nContent-Type: text/plain\r\n\r\n');
+
+async function camera(address: string, { credentials, signal }: RequestInit = {}): Promise<Response> {
+  if (trouble instanceof Error) throw trouble;
+  if (trouble) return new Response('', { status: trouble });
+  if (address.includes('icon.svg')) {
+    if (credentials === 'omit') return new Response('', { status: 401 });
+    ++logins;
+    if (login !== 'hangs') return new Response('', { status: login });
+    return new Promise((_, reject) => signal!.addEventListener('abort', () => reject(signal!.reason as Error)));
+  }
+  return new Response(together(new URL(address).searchParams.getAll('action').map((action) => told[action] ?? '')));
+}
+
+/** In, out of each entrance. */
+const passed = (...counts: number[]) => (told.get_passages = counts.join());
+const panel = (crowd: string) =>
+  (told.get_data_panel_info = `<app><TotalOcc>9</TotalOcc><NameCam_0>Lobby</NameCam_0><AOICam_0>${crowd}</AOICam_0><StatusCam_0>Running</StatusCam_0></app>`);
+const beat = () => vi.advanceTimersByTimeAsync(1000);
+const ticker = () => pulse.passages.map(({ by, entrance, time }) => `${by} at ${entrance}${time ? '' : ' unseen'}`);
+
+async function hideFor(milliseconds: number): Promise<void> {
+  page.hidden = true;
+  visibilityChanges();
+  await vi.advanceTimersByTimeAsync(milliseconds);
+  page.hidden = false;
+  visibilityChanges();
+}
+
+beforeEach(async () => {
+  vi.useFakeTimers({ now: new Date(2026, 2, 31, 10, 14) });
+  told = { get_occupancy_count: '4', get_total_crowd: '20', get_crowd_2: '5', get_crowd_3: '1', get_execution_time: '100', get_follower_ages: '' };
+  passed(20, 12, 31, 32, 0, 0);
+  panel('9');
+  trouble = null;
+  login = 200;
+  logins = 0;
+  page = { hidden: false, addEventListener: (_, listener) => (visibilityChanges = listener) };
+  vi.stubGlobal('document', page);
+  vi.stubGlobal('fetch', camera);
+  vi.stubGlobal('BroadcastChannel', class { postMessage() {} });
+  pulse = new Pulse();
+  pulse.start();
+  await vi.advanceTimersByTimeAsync(1);
+  expect(pulse.connection).toBe('ok');
+});
+afterEach(() => {
+  vi.useRealTimers();
+  vi.unstubAllGlobals();
+});
+
+describe('who comes and goes', () => {
+  test('is told as it happens', async () => {
+    expect([ticker(), pulse.cameIn, pulse.wentOut]).toEqual([[], 0, 0]);
+    passed(20, 14, 34, 32, 0, 0);
+    await beat();
+    expect([ticker(), pulse.cameIn, pulse.wentOut]).toEqual([['3 at 2', '-2 at 1'], 3, 2]);
+    expect(pulse.perEntrance.map(({ cameIn, wentOut }) => [cameIn, wentOut])).toEqual([[0, 2], [3, 0], [0, 0]]);
+    expect(pulse.passages.every(({ time }) => Date.now() - time!.getTime() < 1000)).toBe(true);
+  });
+  test.each([['no answer', new TypeError('no network')], ['a restart', 503], ['a refused login', 401]])('is not known of the time of %s', async (_, what) => {
+    trouble = what;
+    passed(25, 12, 31, 32, 0, 0);
+    await beat();
+    expect(pulse.connection).not.toBe('ok');
+    trouble = null;
+    void pulse.signIn();
+    await beat();
+    expect([pulse.connection, ticker(), pulse.cameIn]).toEqual(['ok', [], 0]);
+    passed(26, 12, 31, 32, 0, 0);
+    await beat();
+    expect([ticker(), pulse.cameIn]).toEqual([['1 at 1'], 1]);
+  });
+  test('begins anew with a camera that counts anew', async () => {
+    passed(2, 0, 0, 0, 0, 0);
+    await beat();
+    expect(ticker()).toEqual([]);
+    passed(3, 0, 0, 0, 0, 0);
+    await beat();
+    expect(ticker()).toEqual(['1 at 1']);
+  });
+  test('while the page was hidden counts, but did not happen just now', async () => {
+    await hideFor(3_600_000);
+    passed(27, 13, 31, 32, 0, 0);
+    await beat();
+    expect([ticker(), pulse.cameIn, pulse.wentOut]).toEqual([['-1 at 1 unseen', '7 at 1 unseen'], 7, 1]);
+    passed(28, 13, 31, 32, 0, 0);
+    await beat();
+    expect([ticker()[0], pulse.cameIn]).toEqual(['1 at 1', 8]);
+  });
+  test('during a glance elsewhere did', async () => {
+    passed(21, 12, 31, 32, 0, 0);
+    await hideFor(3000);
+    await beat();
+    expect(ticker()).toEqual(['1 at 1']);
+  });
+});
+
+describe('back from elsewhere', () => {
+  test('the figures of before are asked for', async () => {
+    await hideFor(60_000);
+    expect([pulse.connection, pulse.occupancy, pulse.crowd, pulse.panel!.occupancy, pulse.panel!.cameras[0]]).toEqual(
+      ['asking', null, [null, null, null], null, expect.objectContaining({ name: 'Lobby', status: '' })]);
+    const { generation } = pulse;
+    await beat();
+    expect([pulse.connection, pulse.occupancy, pulse.panel!.cameras[0].status, pulse.generation]).toEqual(['ok', 4, 'Running', generation + 1]);
+  });
+  test('after a glance they stay', async () => {
+    await hideFor(3000);
+    expect([pulse.connection, pulse.occupancy]).toEqual(['ok', 4]);
+  });
+  test('trouble stays what it was until there is an answer', async () => {
+    trouble = 503;
+    await beat();
+    await hideFor(60_000);
+    expect(pulse.connection).toBe('restarting');
+  });
+});
+
+describe('the crowd of area 1 is what the others leave of all', () => {
+  test.each([
+    ['of three that differ', '9', '5', '1', [3, 5, 1]],
+    ['when the others have all', '6', '5', '1', [0, 5, 1]],
+    ['and unknown without area 2', '9', '', '1', [null, null, 1]],
+    ['and unknown without area 3', '9', '5', 'many', [null, 5, null]],
+    ['and unknown without the sum', '', '5', '1', [null, 5, 1]],
+    ['and unknown where the others have more than all', '4', '5', '1', [null, 5, 1]],
+  ])('%s', async (_, all, second, third, expected) => {
+    panel(all);
+    told.get_crowd_2 = second;
+    told.get_crowd_3 = third;
+    await beat();
+    expect(pulse.crowd).toEqual(expected);
+    expect(pulse.panel!.cameras[0].name).toBe('Lobby');
+  });
+  test('and the camera is asked for all three at once', async () => {
+    const asked: string[][] = [];
+    vi.stubGlobal('fetch', (address: string, options: RequestInit) => {
+      asked.push(new URL(address).searchParams.getAll('action'));
+      return camera(address, options);
+    });
+    await beat();
+    expect(asked.find((actions) => actions.includes('get_data_panel_info'))).toEqual(['get_crowd_2', 'get_crowd_3', 'get_data_panel_info']);
+  });
+});
+
+describe('a login that hangs', () => {
+  beforeEach(async () => {
+    login = 'hangs';
+    trouble = 401;
+    await beat();
+    trouble = null;
+    expect(pulse.connection).toBe('signedOut');
+    logins = 0;
+  });
+  test('is given up for another one', async () => {
+    void pulse.signIn();
+    await beat();
+    expect([logins, pulse.connection]).toEqual([1, 'signedOut']);
+    login = 200;
+    void pulse.signIn();
+    await beat();
+    expect([logins, pulse.connection]).toEqual([2, 'ok']);
+  });
+  test('ends by itself, and nothing is asked after it', async () => {
+    void pulse.signIn();
+    await vi.advanceTimersByTimeAsync(181_000);
+    await vi.advanceTimersByTimeAsync(60_000);
+    expect([logins, pulse.connection]).toEqual([1, 'signedOut']);
+    login = 200;
+    visibilityChanges();
+    await beat();
+    expect([logins, pulse.connection]).toEqual([2, 'ok']);
+  });
+  test('says nothing any more once it is let in', async () => {
+    void pulse.signIn();
+    await beat();
+    // The probe is on its way when the next login is accepted.
+    let answer = (_: Response) => {};
+    vi.stubGlobal('fetch', (address: string, options: RequestInit) =>
+      options.credentials === 'omit' ? new Promise<Response>((resolve) => (answer = resolve)) : camera(address, options));
+    await vi.advanceTimersByTimeAsync(15_000);
+    login = 200;
+    void pulse.signIn();
+    await beat();
+    answer(new Response('', { status: 401 }));
+    await vi.advanceTimersByTimeAsync(1);
+    expect(pulse.connection).toBe('ok');
+  });
+});
