@@ -2,7 +2,7 @@ import { readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { BrowserContextOptions, Page, Route } from 'playwright-core';
 import { describe, expect, test } from 'vitest';
-import { ask, building, eventually, expectText, isMissing, open, opened, show, useBrowser } from './browser';
+import { ask, building, eventually, expectText, focused, isMissing, open, opened, show, useBrowser } from './browser';
 
 /** Rows of so many periods of a quarter of an hour up to the end of March 2026, each with the time at which it ended. */
 function report(rows: number): string {
@@ -218,9 +218,9 @@ describe.skipIf(isMissing)('Reports', () => {
     await page.getByLabel('By', { exact: true }).selectOption('area or entrance');
     expect(await rows(page).first().locator('td').allTextContents()).toEqual([String(96 * (2 + 3)), String(96)]);
     await page.getByLabel('By', { exact: true }).selectOption('class');
-    expect(await head(page)).toEqual(['Until', 'Cars', 'Persons']);
+    expect(await head(page)).toEqual(['From', 'Cars', 'Persons']);
     await page.getByLabel('Camera', { exact: true }).selectOption('Lobby');
-    expect(await head(page)).toEqual(['Until', 'Persons']);
+    expect(await head(page)).toEqual(['From', 'Persons']);
     await page.getByRole('button', { name: 'Earlier' }).click();
     await expectText(page, 'shown', /^Entries, 20 Feb 2026 – 28 Feb 2026$/);
     expect(await page.getByRole('button', { name: 'Earlier' }).isDisabled()).toBe(true);
@@ -251,6 +251,23 @@ describe.skipIf(isMissing)('Reports', () => {
     await page.getByText('1 to 50 of 96, newest first').waitFor();
     await page.getByRole('button', { name: 'Older rows' }).click();
     await page.getByText('51 to 96 of 96, newest first').waitFor();
+  });
+
+  test('a report that goes on is read again, and the zoom stays', async () => {
+    let rows = 48;
+    const page = await open({}, async (one) => {
+      await one.clock.install();
+      await one.context().route('**/*action=get_occupancy_csv', (route) => route.fulfill({ contentType: 'text/csv', body: report(rows) }));
+    });
+    await show(page, 'reports');
+    await page.getByText('48 report rows').waitFor();
+    await page.getByRole('button', { name: 'Zoom in' }).click();
+    await page.getByRole('button', { name: 'Zoom in' }).focus();
+    rows = 96;
+    await page.clock.fastForward(120_000);
+    await page.getByText('96 report rows').waitFor();
+    expect(await page.getByRole('button', { name: 'Zoom out' }).isEnabled()).toBe(true);
+    expect(await focused(page)).toBe('Zoom in');
   });
 
   test('a hundred thousand rows stay usable', async () => {
