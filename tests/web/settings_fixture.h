@@ -76,9 +76,10 @@ protected:
 
     /** A whole upload, every value different from that of an empty record. */
     static Tags everything() {
+        static const std::regex kCoordinate("(Detection|Exclusion|Entrance)\\d_\\d+");
         Tags tags;
         for (const std::string& name : elementsInOrder()) {
-            const bool coordinate = std::regex_match(name, std::regex("(Detection|Exclusion|Entrance)\\d_\\d+"));
+            const bool coordinate = std::regex_match(name, kCoordinate);
             const bool flag = name.ends_with("Active") || name.ends_with("On") ||
                               (name.rfind("Detect", 0) == 0 && name.rfind("Detection", 0) != 0) ||
                               name == "VerboseLog" || name == "ResetByOccupanyCount" || name == "LocatorAtBottom" ||
