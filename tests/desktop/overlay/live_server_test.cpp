@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include "live_fixture.h"
+#include "sanitized.h"
 
 namespace {
 
@@ -257,8 +258,9 @@ TEST_F(LiveServerTest, HasRoomForAHundredViewers) {
 }
 
 TEST_F(LiveServerTest, TakesAViewerOnceThereIsADescriptor) {
-    // UndefinedBehaviorSanitizer opens files when it meets a type for the first time.
-    EXPECT_EQ(client("/live/image.jpg?resolution=1x1").head().rfind("HTTP/1.1 400 ", 0), 0U);
+    if (kSanitized) {
+        GTEST_SKIP() << "sanitizers want descriptors of their own";
+    }
     rlimit limit = {};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlim_t before = limit.rlim_cur;
