@@ -1,0 +1,215 @@
+#include "ledger_keeping.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <random>
+#include <utility>
+
+#include "Logger.h"
+#include "camera_paths.h"
+#include "clock.h"
+
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr const char* kFolder = "/usr/local/packages/ostrel_senvo/localdata/ledger";
+constexpr int64_t kMostMebibytes = int64_t{1} << 20;
+constexpr int64_t kLongestSync = 3'600;
+constexpr int64_t kErrorInterval = 60;
+constexpr int64_t kIndexStep = int64_t{1} << 20;    // bytes between two looks whether the process ends
+constexpr std::chrono::milliseconds kPatience(80);  // of a request, for a sync
+
+/** A number from the environment; nothing, logged, for one outside its range. */
+std::optional<int64_t> numberFrom(const char* variable, int64_t most) {
+    const char* const text = std::getenv(variable);
+    if (text == nullptr) {
+        return std::nullopt;
+    }
+    char* end = nullptr;
+    const long long number = std::strtoll(text, &end, 10);
+    if (end == text || *end != '\0' || number < 1 || number > most) {
+        applicationLog().error(std::string("fromEnvironment: expected ") + variable + " from 1 to " +
+                               std::to_string(most) + ", got \"" + text + "\"");
+        return std::nullopt;
+    }
+    return number;
+}
+
+std::string randomEpoch() {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::random_device random;
+    std::string epoch;
+    for (int i = 0; i < 16; ++i) {
+        epoch += kDigits[random() % 16];
+    }
+    return epoch;
+}
+
+int64_t zoneOffsetSeconds() {
+    return localTime(clockNow()).tm_gmtoff;
+}
+
+}  // namespace
+
+LedgerSettings LedgerSettings::fromEnvironment() {
+    LedgerSettings settings;
+    settings.folder = cameraPath(kFolder);
+    if (const std::optional<int64_t> mebibytes = numberFrom("OSTREL_SENVO_LEDGER_MIB", kMostMebibytes)) {
+        settings.mostBytes = *mebibytes << 20;
+    }
+    if (const std::optional<int64_t> seconds = numberFrom("OSTREL_SENVO_LEDGER_SYNC", kLongestSync)) {
+        settings.syncSeconds = static_cast<int32_t>(*seconds);
+    }
+    return settings;
+}
+
+LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version, ledger::ObjectPath::SideOf sideOf)
+    : m_settings(std::move(settings)),
+      m_disk(ledger::openFolder(m_settings.folder)),
+      m_book(*m_disk, {m_settings.mostBytes, [this] { return m_clock.moment(); }, randomEpoch}),
+      m_index(*m_disk, m_book),
+      m_recorder([this](const std::string& kind, const ordered_json& body) { write(kind, body); }, std::move(sideOf)),
+      m_periodBegin(m_clock.now()) {
+    if (const std::string dropped = m_book.open(); !dropped.empty()) {
+        applicationLog().warning("LedgerKeeping: mended the ledger, dropping " + dropped);
+    }
+    write("start", {{"version", version}, {"boot", m_clock.boot()}, {"last_run", howTheLastRunEnded()}});
+    m_thread = std::thread([this] { run(); });
+}
+
+LedgerKeeping::~LedgerKeeping() {
+    m_recorder.finish(m_clock.now(), m_occupancy);
+    write("stop", {{"reason", "stopped in order"}, {"occupancy", m_occupancy}});
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isEnding = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
+
+/** In words: what the last line and the last start before it say. */
+std::string LedgerKeeping::howTheLastRunEnded() const {
+    const std::vector<ledger::LedgerFile> files = m_book.files();
+    ledger::LineHead last;
+    nlohmann::json start;
+    for (auto file = files.rbegin(); file != files.rend() && start.is_null(); ++file) {
+        forEachLine(*m_disk, *file, 0, [&](std::string_view line, int64_t) {
+            const std::optional<ledger::LineHead> head = ledger::headOf(line);
+            if (head && head->kind == "start") {
+                start = ledger::parseLine(line);
+            }
+            last = head && head->seq > last.seq ? *head : last;
+            return true;
+        });
+    }
+    if (last.seq == 0) {
+        return "none";
+    }
+    if (last.kind == "stop") {
+        return "stopped in order";
+    }
+    return start.is_object() && start.value("boot", "") == m_clock.boot() ? "killed"
+                                                                          : "power lost or machine restarted";
+}
+
+void LedgerKeeping::add(const std::vector<one_find>& findings, ledger::PictureSize picture, int32_t occupancy,
+                        bool isSlow) {
+    if (const std::optional<ordered_json> change = m_clock.look()) {
+        write("clock", *change);
+    }
+    m_occupancy = occupancy;
+    m_recorder.add({findings, picture, m_clock.now(), occupancy, isSlow});
+}
+
+void LedgerKeeping::addFailure() {
+    m_recorder.addFailure(m_clock.now(), m_occupancy);
+}
+
+void LedgerKeeping::addPeriod(const std::map<std::string, std::string>& tallies) {
+    const ledger::Instant now = m_clock.now();
+    const int64_t length = now.monoMillis - m_periodBegin.monoMillis;
+    const int64_t watched = m_recorder.watchedMillis() - m_watchedBefore;
+    ordered_json numbers = ordered_json::object();
+    for (const auto& [name, text] : tallies) {
+        numbers[name] = std::strtoll(text.c_str(), nullptr, 10);
+    }
+    const auto timeOf = [&](int64_t mono) {
+        return now.isDated ? ordered_json(ledger::utcText(mono + now.utcOffset)) : ordered_json(mono);
+    };
+    write("period",
+          {{"begin", timeOf(m_periodBegin.monoMillis)},
+           {"end", timeOf(now.monoMillis)},
+           {"offset", zoneOffsetSeconds()},
+           {"coverage", length > 0 ? std::min(1.0, static_cast<double>(watched) / static_cast<double>(length)) : 0},
+           {"tallies", std::move(numbers)}});
+    m_periodBegin = now;
+    m_watchedBefore = m_recorder.watchedMillis();
+}
+
+void LedgerKeeping::write(const std::string& kind, const ordered_json& body) {
+    if (!m_book.append(kind, body)) {
+        complain("write to");
+    }
+}
+
+void LedgerKeeping::complain(const char* what) {
+    const std::string reason = std::strerror(errno);
+    const int64_t now = clockNow();
+    int64_t next = m_nextError;
+    if (now >= next && m_nextError.compare_exchange_strong(next, now + kErrorInterval)) {
+        applicationLog().error(std::string("LedgerKeeping: cannot ") + what + " " + m_settings.folder + ": " + reason +
+                               "; " + std::to_string(m_book.droppedLines()) + " lines are lost so far");
+    }
+}
+
+void LedgerKeeping::run() {
+    for (bool isEnding = false; !isEnding;) {
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_changed.wait_for(lock, std::chrono::seconds(m_settings.syncSeconds),
+                               [this] { return m_isEnding || m_isHurried; });
+            isEnding = m_isEnding;
+            m_isHurried = false;
+            ++m_begun;
+        }
+        if (!m_book.keep()) {
+            complain("keep");
+        }
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_done = m_begun;
+        }
+        m_changed.notify_all();
+        bool isUpToDate = isEnding;
+        while (!isUpToDate) {
+            isUpToDate = m_index.update(kIndexStep);
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            isUpToDate = isUpToDate || m_isEnding;
+        }
+        m_index.save();
+    }
+}
+
+std::string LedgerKeeping::safeLines(int64_t fromSeq, int64_t mostBytes) {
+    if (m_book.safeSeq() < m_book.end().seq) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        // The one that goes on may have begun before the newest line.
+        const int64_t enough = m_begun + 1;
+        m_isHurried = true;
+        m_changed.notify_all();
+        m_changed.wait_for(lock, kPatience, [&] { return m_done >= enough || m_isEnding; });
+    }
+    return m_book.lines(fromSeq, m_book.safeSeq(), mostBytes);
+}
+
+const ledger::Index& LedgerKeeping::index() {
+    m_index.update(kIndexStep);
+    return m_index;
+}

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <thread>
+
+#include "index.h"
+#include "ledger.h"
+#include "ledger_actions.h"
+#include "machine_clock.h"
+#include "mutex.h"
+#include "recorder.h"
+
+/** How a ledger is kept; what no environment says is a camera's. */
+struct LedgerSettings {
+    std::string folder;
+    int64_t mostBytes = int64_t{32} << 20; /**< of all files */
+    int32_t syncSeconds = 300;             /**< a power cut loses at most so much; each sync wears the flash */
+
+    /**
+     * A camera's, in its folder, changed by the environment: OSTREL_SENVO_LEDGER_MIB, 1 to 1,048,576, and
+     * OSTREL_SENVO_LEDGER_SYNC, 1 to 3,600 seconds. Another value is logged, saying what was expected, and not taken.
+     */
+    static LedgerSettings fromEnvironment();
+};
+
+/**
+ * The ledger of a running application: its lines are written by the thread that knows them, and synced, bounded and
+ * indexed by a thread of its own.
+ */
+class LedgerKeeping : public LedgerAccess {
+public:
+    /**
+     * Opens the ledger, writes the line of the start and starts the thread. version: the application's. sideOf: which
+     * areas and entrances a point is in; called by the analysis.
+     */
+    LedgerKeeping(LedgerSettings settings, const std::string& version, ledger::ObjectPath::SideOf sideOf);
+
+    /** Writes what is open and the line of an orderly stop, and syncs. */
+    ~LedgerKeeping() override;
+
+    LedgerKeeping(const LedgerKeeping&) = delete;
+    LedgerKeeping& operator=(const LedgerKeeping&) = delete;
+
+    /** A successful cycle. The analysis thread. */
+    void add(const std::vector<one_find>& findings, ledger::PictureSize picture, int32_t occupancy, bool isSlow);
+
+    /** A cycle whose model failed. The analysis thread. */
+    void addFailure();
+
+    /** A period's tallies, by name. The analysis thread. */
+    void addPeriod(const std::map<std::string, std::string>& tallies);
+
+    /** A line of another kind. Any thread. A disk that refuses it is logged once a minute. */
+    void write(const std::string& kind, const nlohmann::ordered_json& body);
+
+    // For requests; any thread but the analysis's.
+    std::string safeLines(int64_t fromSeq, int64_t mostBytes) override;
+    [[nodiscard]] const ledger::Ledger& book() const override { return m_book; }
+    const ledger::Index& index() override;
+
+private:
+    void run();
+    void complain(const char* what);
+    [[nodiscard]] std::string howTheLastRunEnded() const;
+
+    const LedgerSettings m_settings;
+    ledger::MachineClock m_clock;
+    const std::unique_ptr<ledger::Disk> m_disk;
+    ledger::Ledger m_book;
+    ledger::Index m_index;
+    ledger::Recorder m_recorder;
+    int32_t m_occupancy = 0;              /**< after the last cycle */
+    ledger::Instant m_periodBegin;        /**< of the period that goes on */
+    int64_t m_watchedBefore = 0;          /**< milliseconds watched before it began */
+    std::atomic<int64_t> m_nextError = 0; /**< second in which a refused line may be logged again */
+    std::mutex m_mutex;                   /**< guards the four below */
+    bool m_isEnding = false;
+    bool m_isHurried = false; /**< somebody waits for a sync */
+    int64_t m_begun = 0;      /**< syncs that were begun */
+    int64_t m_done = 0;       /**< and that are done */
+    std::condition_variable m_changed;
+    std::thread m_thread;
+};

@@ -1,0 +1,174 @@
+#include "counts.h"
+
+#include <algorithm>
+#include <glib.h>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+
+namespace ledger {
+
+namespace {
+
+constexpr size_t kMostRows = 20'000;
+constexpr int kQuartersPerDay = 96;
+constexpr size_t kDateDigits = std::string_view("2026-11-22").size();
+
+struct UnrefZone {
+    void operator()(GTimeZone* zone) const { g_time_zone_unref(zone); }
+};
+using Zone = std::unique_ptr<GTimeZone, UnrefZone>;
+
+struct UnrefTime {
+    void operator()(GDateTime* time) const { g_date_time_unref(time); }
+};
+using Time = std::unique_ptr<GDateTime, UnrefTime>;
+
+struct FreeText {
+    void operator()(char* text) const { g_free(text); }
+};
+
+Zone zoneOf(const std::string& name) {
+    Zone zone(name.empty() ? g_time_zone_new_local() : g_time_zone_new_identifier(name.c_str()));
+    if (!zone) {
+        throw std::invalid_argument("expected a time zone such as Europe/Berlin, got \"" + name + "\"");
+    }
+    return zone;
+}
+
+Time timeIn(const Zone& zone, int64_t utcMillis) {
+    const Time utc(g_date_time_new_from_unix_utc(utcMillis / 1000));
+    return Time(utc ? g_date_time_to_timezone(utc.get(), zone.get()) : nullptr);
+}
+
+int64_t millisOf(const Time& time) {
+    return g_date_time_to_unix(time.get()) * 1000;
+}
+
+std::string textOf(const Zone& zone, int64_t utcMillis) {
+    const Time time = timeIn(zone, utcMillis);
+    const std::unique_ptr<char, FreeText> text(g_date_time_format(time.get(), "%Y-%m-%dT%H:%M:%S%:z"));
+    return text.get();
+}
+
+/** Where the day begins that lies so many days from a time's, or its month, or its year. */
+int64_t midnight(const Zone& zone, const Time& time, int days, int months, int years) {
+    const Time there(g_date_time_add_full(time.get(), years, months, days, 0, 0, 0));
+    const bool byMonth = months != 0;
+    const bool byYear = years != 0;
+    const Time begin(g_date_time_new(zone.get(), g_date_time_get_year(there.get()),
+                                     byYear ? 1 : g_date_time_get_month(there.get()),
+                                     byMonth || byYear ? 1 : g_date_time_get_day_of_month(there.get()), 0, 0, 0));
+    return millisOf(begin);
+}
+
+/** The first moment behind another one at which a step ends. */
+int64_t nextBoundary(const Zone& zone, int64_t utcMillis, Step step) {
+    const Time time = timeIn(zone, utcMillis);
+    switch (step) {
+        case Step::Quarter:
+            break;
+        case Step::Hour:
+            // Where clocks are set by half an hour, an hour may have six quarters.
+            for (int64_t next = utcMillis + kQuarterMillis, i = 0; i < kQuartersPerDay; ++i, next += kQuarterMillis) {
+                if (g_date_time_get_minute(timeIn(zone, next).get()) == 0) {
+                    return next;
+                }
+            }
+            break;
+        case Step::Day:
+            return midnight(zone, time, 1, 0, 0);
+        case Step::Week:
+            return midnight(zone, time, 8 - g_date_time_get_day_of_week(time.get()), 0, 0);
+        case Step::Month:
+            return midnight(zone, time, 0, 1, 0);
+        case Step::Year:
+            return midnight(zone, time, 0, 0, 1);
+    }
+    return utcMillis + kQuarterMillis;
+}
+
+void addTo(CountsRow& row, const Quarter& quarter, const CountsBy& by) {
+    for (const auto& [key, count] : quarter.crossings) {
+        Count told;
+        told.entrance = by.entrance ? std::optional(key.entrance) : std::nullopt;
+        told.isIn = by.direction ? std::optional(key.isIn) : std::nullopt;
+        told.classId = by.classes ? std::optional(key.classId) : std::nullopt;
+        row.counts[told] += count;
+    }
+}
+
+}  // namespace
+
+Step stepOf(const std::string& text) {
+    static const std::map<std::string, Step> kSteps = {{"quarter", Step::Quarter}, {"hour", Step::Hour},
+                                                       {"day", Step::Day},         {"week", Step::Week},
+                                                       {"month", Step::Month},     {"year", Step::Year}};
+    const auto known = kSteps.find(text);
+    if (known == kSteps.end()) {
+        throw std::invalid_argument("expected a step of quarter, hour, day, week, month or year, got \"" + text + "\"");
+    }
+    return known->second;
+}
+
+CountsBy countsByOf(const std::string& text) {
+    CountsBy by = {false, false, false};
+    std::istringstream words(text);
+    for (std::string word; std::getline(words, word, ',');) {
+        if (word == "entrance") {
+            by.entrance = true;
+        } else if (word == "direction") {
+            by.direction = true;
+        } else if (word == "class") {
+            by.classes = true;
+        } else {
+            throw std::invalid_argument("expected by=entrance, direction or class, joined by commas, got \"" + word +
+                                        "\"");
+        }
+    }
+    return by;
+}
+
+int64_t momentOf(const std::string& text, const std::string& zone) {
+    const std::string whole = text.size() == kDateDigits ? text + "T00:00:00" : text;
+    const Time time(g_date_time_new_from_iso8601(whole.c_str(), zoneOf(zone).get()));
+    if (!time) {
+        throw std::invalid_argument("expected a time such as 2026-11-22 or 2026-11-22T07:00:00Z, got \"" + text + "\"");
+    }
+    return millisOf(time);
+}
+
+std::vector<CountsRow> countsOf(const Index& index, const CountsQuery& query) {
+    const Zone zone = zoneOf(query.zone);
+    if (query.from >= query.until) {
+        throw std::invalid_argument("expected an end behind the begin, got " + textOf(zone, query.from) + " to " +
+                                    textOf(zone, query.until));
+    }
+    const int64_t first = query.from / kQuarterMillis;
+    const int64_t last = (query.until + kQuarterMillis - 1) / kQuarterMillis;
+    const Quarters quarters = index.quarters(first, last);
+    std::vector<CountsRow> rows;
+    for (int64_t begin = first * kQuarterMillis; begin < last * kQuarterMillis;) {
+        if (rows.size() == kMostRows) {
+            throw std::invalid_argument("expected a question of at most " + std::to_string(kMostRows) +
+                                        " rows, got more; ask for longer steps or less time");
+        }
+        CountsRow row;
+        row.begin = begin;
+        row.end = std::min(nextBoundary(zone, begin, query.step), last * kQuarterMillis);
+        row.beginText = textOf(zone, row.begin);
+        row.endText = textOf(zone, row.end);
+        int64_t watched = 0;
+        const auto behind = quarters.lower_bound(row.end / kQuarterMillis);
+        for (auto at = quarters.lower_bound(row.begin / kQuarterMillis); at != behind; ++at) {
+            addTo(row, at->second, query.by);
+            watched += at->second.watchedMillis;
+        }
+        row.coverage = std::min(1.0, static_cast<double>(watched) / static_cast<double>(row.end - row.begin));
+        begin = row.end;
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+}  // namespace ledger

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "index.h"
+
+namespace ledger {
+
+/** How long a row of counts is, in the time of a zone. */
+enum class Step {
+    Quarter,
+    Hour,
+    Day,
+    Week, /**< from Monday on */
+    Month,
+    Year
+};
+
+/** By what counts are told apart. */
+struct CountsBy {
+    bool entrance = true;
+    bool direction = true;
+    bool classes = false;
+};
+
+/** A question for counts. Texts as a request gives them. */
+struct CountsQuery {
+    int64_t from = 0;  /**< UTC, milliseconds; a part of a quarter of an hour counts as the whole */
+    int64_t until = 0; /**< likewise, not included */
+    Step step = Step::Hour;
+    CountsBy by;
+    std::string zone; /**< such as "Europe/Berlin"; empty for the machine's */
+};
+
+/** One count of a row; what the question does not tell apart is not set. */
+struct Count {
+    std::optional<int> entrance;
+    std::optional<bool> isIn;
+    std::optional<int> classId;
+
+    auto operator<=>(const Count&) const = default;
+};
+
+struct CountsRow {
+    int64_t begin = 0; /**< UTC, milliseconds */
+    int64_t end = 0;
+    std::string beginText; /**< in the zone, with its offset: "2026-11-22T00:00:00+01:00" */
+    std::string endText;
+    double coverage = 0; /**< the share of it that was watched, 0..1 */
+    std::map<Count, int32_t> counts;
+};
+
+/** Reads "quarter", "hour", "day", "week", "month" or "year"; throws std::invalid_argument, saying so. */
+Step stepOf(const std::string& text);
+
+/** Reads "entrance,direction,class" or some of them; throws std::invalid_argument, saying so. */
+CountsBy countsByOf(const std::string& text);
+
+/**
+ * Reads a moment: "2026-11-22" and "2026-11-22T08:00:00" in a zone, "2026-11-22T07:00:00Z" and with an offset as they
+ * say. Throws std::invalid_argument with what was expected.
+ */
+int64_t momentOf(const std::string& text, const std::string& zone);
+
+/**
+ * Counts per step, every step of the time asked for; hours and days as the zone has them, a night of 25 hours included.
+ * Throws std::invalid_argument for an unknown zone, an end before the begin, and for more than 20,000 rows.
+ */
+std::vector<CountsRow> countsOf(const Index& index, const CountsQuery& query);
+
+}  // namespace ledger

@@ -1,0 +1,259 @@
+#include "index.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "finding.h"
+
+namespace ledger {
+
+namespace {
+
+constexpr int kClasses = 9;
+constexpr std::string_view kEnding = ".index";
+
+std::string indexName(const LedgerFile& file) {
+    return fileName(file.firstSeq, file.day, false) + std::string(kEnding);
+}
+
+int classOf(const std::string& label) {
+    for (int i = 0; i < kClasses; ++i) {
+        if (label == class_index_to_label(i)) {
+            return i;
+        }
+    }
+    return -1;
+}
+
+int64_t quarterOf(int64_t utcMillis) {
+    return utcMillis / kQuarterMillis;
+}
+
+/** What one line adds to the index. */
+struct Addition {
+    std::optional<CountKey> crossing;
+    int32_t watchedMillis = 0;
+};
+
+std::optional<Addition> additionOf(const nlohmann::json& line, const std::string& kind) {
+    Addition addition;
+    if (kind == "crossing") {
+        const CountKey key = {line.value("entrance", 0), line.value("direction", "") == "in",
+                              classOf(line.value("class", ""))};
+        if (key.entrance < 1 || key.entrance > 3 || key.classId < 0) {
+            return std::nullopt;
+        }
+        addition.crossing = key;
+    } else {
+        addition.watchedMillis = static_cast<int32_t>(line.value("seconds", 0.0) * 1000);
+    }
+    return addition;
+}
+
+void add(Quarters& quarters, int64_t utcMillis, const std::optional<CountKey>& crossing, int32_t watchedMillis) {
+    Quarter& quarter = quarters[quarterOf(utcMillis)];
+    if (crossing) {
+        ++quarter.crossings[*crossing];
+    }
+    quarter.watchedMillis += watchedMillis;
+}
+
+}  // namespace
+
+bool Index::update(int64_t mostBytes) {
+    const MutexLock updating(m_updating);
+    for (const LedgerFile& file : m_book.files()) {
+        if (mostBytes <= 0) {
+            return false;
+        }
+        mostBytes -= read(file, mostBytes);
+    }
+    return mostBytes > 0;
+}
+
+/** Brings a file's part up to the file; returns how many bytes that took. */
+int64_t Index::read(const LedgerFile& file, int64_t mostBytes) {
+    Part part;
+    {
+        const MutexLock lock(m_mutex);
+        part = std::move(m_parts[file.firstSeq]);
+    }
+    if (part.version != file.version) {
+        // Retention takes lines that the index does not count.
+        part = part.lastSeq == file.lastSeq ? std::move(part) : Part{};
+        part.bytes = part.lastSeq == file.lastSeq ? file.bytes : 0;
+        part.version = file.version;
+        part.isSaved = false;
+    }
+    if (part.bytes == 0) {
+        load(file, part);
+    }
+    const int64_t before = part.bytes;
+    if (part.bytes < file.bytes && mostBytes > 0) {
+        forEachLine(m_disk, file, part.bytes, [&](std::string_view line, int64_t at) REQUIRES(m_updating) {
+            if (at - before >= mostBytes) {
+                return false;
+            }
+            take(line, part);
+            part.bytes = at + static_cast<int64_t>(line.size()) + 1;
+            return true;
+        });
+        part.isSaved = false;
+    }
+    const int64_t taken = part.bytes - before;
+    const MutexLock lock(m_mutex);
+    m_parts[file.firstSeq] = std::move(part);
+    return taken;
+}
+
+void Index::take(std::string_view line, Part& part) {
+    const std::optional<LineHead> head = headOf(line);
+    if (!head) {
+        return;
+    }
+    part.lastSeq = head->seq;
+    const Moment& moment = head->moment;
+    if (moment.isDated() && !part.begin) {
+        part.begin = moment.utcMillis;
+    }
+    const bool counts = head->kind == "crossing" || head->kind == "watched";
+    if (!counts && head->kind != "clock") {
+        return;
+    }
+    const nlohmann::json parsed = parseLine(line);
+    if (parsed.is_discarded()) {
+        return;
+    }
+    if (head->kind == "clock") {
+        if (moment.isDated() && parsed.contains("boot")) {
+            date(parsed.value("boot", ""), moment.utcMillis - parsed.value("mono", int64_t{0}), part);
+        }
+        return;
+    }
+    const std::optional<Addition> addition = additionOf(parsed, head->kind);
+    if (!addition) {
+        return;
+    }
+    if (!moment.isDated()) {
+        part.hasUndated = true;
+        m_undated.push_back({moment.boot, moment.monoMillis, addition->crossing, addition->watchedMillis});
+        return;
+    }
+    // A minute's line is written when the next one has begun.
+    const bool isMinute = head->kind == "watched";
+    const std::optional<int64_t> minute = isMinute ? utcOf(parsed.value("minute", "")) : std::nullopt;
+    add(part.quarters, minute.value_or(moment.utcMillis), addition->crossing, addition->watchedMillis);
+}
+
+/** Counts what was seen since a start of the machine whose time is known now. */
+void Index::date(const std::string& boot, int64_t offset, Part& part) {
+    const auto known = std::stable_partition(m_undated.begin(), m_undated.end(),
+                                             [&](const Undated& line) { return line.boot != boot; });
+    for (auto line = known; line != m_undated.end(); ++line) {
+        add(part.quarters, line->monoMillis + offset, line->crossing, line->watchedMillis);
+    }
+    // Without the lines of the file before, this part cannot be had again.
+    part.hasUndated = part.hasUndated || known != m_undated.end();
+    m_undated.erase(known, m_undated.end());
+}
+
+void Index::load(const LedgerFile& file, Part& part) {
+    const std::string name = indexName(file);
+    const std::optional<int64_t> size = m_disk.size(name);
+    const std::optional<std::string> text = size ? m_disk.read(name, 0, *size) : std::nullopt;
+    const nlohmann::json saved = text ? nlohmann::json::parse(*text, nullptr, false) : nlohmann::json();
+    try {
+        if (!saved.is_object() || saved.at("bytes") != file.bytes || saved.at("last_seq") != file.lastSeq) {
+            return;
+        }
+        Part loaded;
+        for (const nlohmann::json& entry : saved.at("quarters")) {
+            Quarter& quarter = loaded.quarters[entry.at(0)];
+            quarter.watchedMillis = entry.at(1);
+            for (const nlohmann::json& count : entry.at(2)) {
+                quarter.crossings[{count.at(0), count.at(1), count.at(2)}] = count.at(3);
+            }
+        }
+        if (saved.contains("begin")) {
+            loaded.begin = saved.at("begin");
+        }
+        loaded.bytes = file.bytes;
+        loaded.lastSeq = file.lastSeq;
+        loaded.version = file.version;
+        loaded.isSaved = true;
+        part = std::move(loaded);
+    } catch (const nlohmann::json::exception&) {
+        // Made by nobody that we know; the lines tell.
+    }
+}
+
+void Index::save() {
+    const std::vector<LedgerFile> files = m_book.files();
+    std::vector<std::pair<const LedgerFile*, Part>> unsaved;
+    {
+        const MutexLock lock(m_mutex);
+        for (size_t i = 0; i + 1 < files.size(); ++i) {
+            const Part& part = m_parts[files[i].firstSeq];
+            if (!part.isSaved && !part.hasUndated && part.bytes == files[i].bytes) {
+                unsaved.emplace_back(&files[i], part);
+            }
+        }
+    }
+    for (const auto& [file, part] : unsaved) {
+        nlohmann::json quarters = nlohmann::json::array();
+        for (const auto& [number, quarter] : part.quarters) {
+            nlohmann::json counts = nlohmann::json::array();
+            for (const auto& [key, count] : quarter.crossings) {
+                counts.push_back({key.entrance, key.isIn, key.classId, count});
+            }
+            quarters.push_back({number, quarter.watchedMillis, std::move(counts)});
+        }
+        nlohmann::json saved = {{"bytes", part.bytes}, {"last_seq", part.lastSeq}, {"quarters", std::move(quarters)}};
+        if (part.begin) {
+            saved["begin"] = *part.begin;
+        }
+        const bool isWritten = m_disk.replace(indexName(*file), saved.dump());
+        const MutexLock lock(m_mutex);
+        m_parts[file->firstSeq].isSaved = isWritten;
+    }
+    const auto isKnown = [&](const std::string& name) {
+        return std::any_of(files.begin(), files.end(), [&](const auto& file) { return indexName(file) == name; });
+    };
+    for (const std::string& name : m_disk.list()) {
+        if (name.ends_with(kEnding) && !isKnown(name)) {
+            m_disk.remove(name);
+        }
+    }
+    const MutexLock lock(m_mutex);
+    std::erase_if(m_parts, [&](const auto& part) {
+        return std::none_of(files.begin(), files.end(), [&](const auto& file) { return file.firstSeq == part.first; });
+    });
+}
+
+Quarters Index::quarters(int64_t from, int64_t before) const {
+    Quarters result;
+    const MutexLock lock(m_mutex);
+    for (const auto& [firstSeq, part] : m_parts) {
+        for (auto at = part.quarters.lower_bound(from); at != part.quarters.end() && at->first < before; ++at) {
+            Quarter& quarter = result[at->first];
+            quarter.watchedMillis += at->second.watchedMillis;
+            for (const auto& [key, count] : at->second.crossings) {
+                quarter.crossings[key] += count;
+            }
+        }
+    }
+    return result;
+}
+
+std::optional<int64_t> Index::begin() const {
+    const MutexLock lock(m_mutex);
+    for (const auto& [firstSeq, part] : m_parts) {
+        if (part.begin) {
+            return part.begin;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace ledger

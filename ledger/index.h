@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ledger.h"
+#include "mutex.h"
+
+namespace ledger {
+
+/** What is counted: which way through which entrance, by which class. */
+struct CountKey {
+    int entrance = 1; /**< 1..3 */
+    bool isIn = true;
+    int classId = 0; /**< 0..8 */
+
+    auto operator<=>(const CountKey&) const = default;
+};
+
+/** A quarter of an hour of UTC: what crossed and how much was watched. */
+struct Quarter {
+    std::map<CountKey, int32_t> crossings;
+    int32_t watchedMillis = 0;
+};
+
+inline constexpr int64_t kQuarterMillis = 15 * 60 * 1000;
+
+/** Quarters by their number since 1970. */
+using Quarters = std::map<int64_t, Quarter>;
+
+/**
+ * The ledger's crossings and watched minutes by the quarter of an hour, which is what every time zone's hours and days
+ * are made of. What closed files hold is kept in a small file beside each, so that a start reads the newest lines only;
+ * it is made again from the lines where the small file does not fit.
+ *
+ * Any thread.
+ */
+class Index {
+public:
+    /** disk, book: outlive the index. */
+    Index(Disk& disk, const Ledger& book) : m_disk(disk), m_book(book) {}
+
+    /** Reads what the ledger holds and the index does not yet, up to about so many bytes; true when nothing is left. */
+    bool update(int64_t mostBytes) EXCLUDES(m_updating, m_mutex);
+
+    /** Writes the small files that are missing and removes those of files that are gone. */
+    void save() EXCLUDES(m_updating, m_mutex);
+
+    /** The quarters from..before, numbers since 1970, as far as update has come. */
+    [[nodiscard]] Quarters quarters(int64_t from, int64_t before) const EXCLUDES(m_mutex);
+
+    /** The UTC of the first line that tells it, in milliseconds; nothing while there is none. */
+    [[nodiscard]] std::optional<int64_t> begin() const EXCLUDES(m_mutex);
+
+private:
+    /** What one file holds. */
+    struct Part {
+        int64_t bytes = 0; /**< of the file that were read */
+        int64_t lastSeq = 0;
+        int version = 0;
+        std::optional<int64_t> begin; /**< UTC of its first dated line */
+        Quarters quarters;
+        bool hasUndated = false; /**< lines whose time a later file tells */
+        bool isSaved = false;
+    };
+    /** A line from before the clock was known. */
+    struct Undated {
+        std::string boot;
+        int64_t monoMillis;
+        std::optional<CountKey> crossing;
+        int32_t watchedMillis;
+    };
+
+    int64_t read(const LedgerFile& file, int64_t mostBytes) REQUIRES(m_updating) EXCLUDES(m_mutex);
+    void load(const LedgerFile& file, Part& part);
+    void take(std::string_view line, Part& part) REQUIRES(m_updating);
+    void date(const std::string& boot, int64_t offset, Part& part) REQUIRES(m_updating);
+
+    Disk& m_disk;
+    const Ledger& m_book;
+    Mutex m_updating; /**< lets one thread read lines; held over reads, never over a sync */
+    std::vector<Undated> m_undated GUARDED_BY(m_updating);
+    mutable Mutex m_mutex;                               /**< guards m_parts */
+    std::map<int64_t, Part> m_parts GUARDED_BY(m_mutex); /**< by the number of the file's first line */
+};
+
+}  // namespace ledger

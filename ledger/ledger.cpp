@@ -1,0 +1,312 @@
+#include "ledger.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+namespace ledger {
+
+namespace {
+
+constexpr size_t kMostWaitingBytes = size_t{1} << 20U;
+constexpr int64_t kMostFileBytes = int64_t{16} << 20;  // retention holds one in memory
+constexpr int64_t kFilesOfAFullLedger = 8;
+constexpr const char* kObject = "object";
+constexpr const char* kEverything = "all";
+
+int64_t totalBytes(const std::vector<LedgerFile>& files) {
+    int64_t total = 0;
+    for (const LedgerFile& file : files) {
+        total += file.bytes;
+    }
+    return total;
+}
+
+/** Whether retention left all files alone, but for lines added at the end and files that grew up. */
+bool untouched(const std::vector<LedgerFile>& before, const std::vector<LedgerFile>& after) {
+    return before.size() <= after.size() &&
+           std::equal(before.begin(), before.end(), after.begin(), [](const LedgerFile& was, const LedgerFile& is) {
+               return was.name == is.name && was.version == is.version;
+           });
+}
+
+}  // namespace
+
+Ledger::Ledger(Disk& disk, LedgerOptions options) : m_disk(disk), m_options(std::move(options)) {}
+
+std::string Ledger::open() {
+    std::vector<LedgerFile> found;
+    for (const std::string& name : m_disk.list()) {
+        if (std::optional<LedgerFile> file = fileOf(name)) {
+            file->bytes = m_disk.size(name).value_or(0);
+            found.push_back(std::move(*file));
+        }
+    }
+    std::string dropped;
+    std::optional<LineHead> last;
+    while (!last && !found.empty()) {
+        last = mendEnd(found, dropped);
+    }
+    for (size_t i = 0; i + 1 < found.size(); ++i) {
+        found[i].lastSeq = std::max(found[i].firstSeq, found[i + 1].firstSeq - 1);
+    }
+    // What lies before the last file that is not young has reached the disk.
+    size_t first = found.empty() ? 0 : found.size() - 1;
+    while (first > 0 && found[first].isYoung()) {
+        --first;
+    }
+    const MutexLock lock(m_mutex);
+    m_safeSeq = first > 0 ? found[first - 1].lastSeq : 0;
+    m_files = std::move(found);
+    if (last) {
+        m_epoch = last->epoch;
+        m_lastSeq = last->seq;
+    }
+    return dropped;
+}
+
+/**
+ * Mends the last file found, and from the one before the first young one on: none of them may ever have reached the
+ * disk as it was written. Returns how the last line begins; nothing when the last file was none and is gone.
+ */
+std::optional<LineHead> Ledger::mendEnd(std::vector<LedgerFile>& found, std::string& dropped) {
+    const auto note = [&](const LedgerFile& file, int64_t bytes, const char* why) {
+        if (bytes > 0) {
+            dropped += (dropped.empty() ? "" : "; ") + std::to_string(bytes) + " bytes of " + file.name + ", " + why;
+        }
+    };
+    size_t first = found.size() - 1;
+    while (first > 0 && found[first].isYoung()) {
+        --first;
+    }
+    std::optional<LineHead> last;
+    for (size_t i = first; i < found.size(); ++i) {
+        const MendedFile mended = mendFile(m_disk, found[i]);
+        note(mended.file, mended.dropped, "torn");
+        const bool continues = i == first || mended.file.firstSeq == found[i - 1].lastSeq + 1;
+        if (!mended.last || !continues) {
+            for (size_t gone = i; gone < found.size(); ++gone) {
+                note(found[gone], gone == i ? mended.file.bytes : found[gone].bytes, "which continued what is lost");
+                m_disk.remove(found[gone].name);
+            }
+            found.resize(i);
+            break;
+        }
+        found[i] = mended.file;
+        last = mended.last;
+    }
+    return last;
+}
+
+Position Ledger::end() const {
+    const MutexLock lock(m_mutex);
+    return {m_epoch, m_lastSeq};
+}
+
+int64_t Ledger::safeSeq() const {
+    const MutexLock lock(m_mutex);
+    return m_safeSeq;
+}
+
+int64_t Ledger::droppedLines() const {
+    const MutexLock lock(m_mutex);
+    return m_dropped;
+}
+
+std::vector<LedgerFile> Ledger::files() const {
+    const MutexLock lock(m_mutex);
+    return m_files;
+}
+
+bool Ledger::append(const std::string& kind, const nlohmann::ordered_json& body) {
+    Waiting line = {m_options.now(), kind, bodyText(body)};
+    const MutexLock lock(m_mutex);
+    m_waitingBytes += line.body.size();
+    m_waiting.push_back(std::move(line));
+    return writeWaiting();
+}
+
+bool Ledger::writeWaiting() {
+    while (!m_waiting.empty()) {
+        if (!write(m_waiting.front())) {
+            const int reason = errno;
+            for (; m_waitingBytes > kMostWaitingBytes; ++m_dropped) {
+                m_waitingBytes -= m_waiting.front().body.size();
+                m_waiting.pop_front();
+            }
+            errno = reason;
+            return false;
+        }
+        m_waitingBytes -= m_waiting.front().body.size();
+        m_waiting.pop_front();
+    }
+    return true;
+}
+
+bool Ledger::write(const Waiting& line) {
+    if (m_epoch.empty()) {
+        m_epoch = m_options.makeEpoch();
+    }
+    LedgerFile& file = fileFor(line.moment);
+    const std::string text = lineText({m_lastSeq + 1, m_epoch, line.moment, line.kind}, line.body);
+    if (!m_disk.append(file.name, text)) {
+        return false;
+    }
+    file.bytes += static_cast<int64_t>(text.size());
+    file.lastSeq = ++m_lastSeq;
+    return true;
+}
+
+LedgerFile& Ledger::fileFor(const Moment& moment) {
+    // What nobody can date yet goes where the lines before it are.
+    const std::string day = moment.isDated()  ? utcDay(moment.utcMillis)
+                            : m_files.empty() ? "undated"
+                                              : m_files.back().day;
+    const int64_t mostBytes = std::min(kMostFileBytes, m_options.mostBytes / kFilesOfAFullLedger);
+    if (!m_files.empty() && m_files.back().lastSeq == 0) {
+        m_files.pop_back();  // the disk refused its first line
+    }
+    if (m_files.empty() || m_files.back().day != day || m_files.back().bytes >= mostBytes) {
+        LedgerFile file;
+        file.firstSeq = m_lastSeq + 1;
+        file.day = day;
+        file.name = fileName(file.firstSeq, day, !m_files.empty());
+        m_files.push_back(std::move(file));
+    }
+    return m_files.back();
+}
+
+LedgerFile* Ledger::known(const std::string& name) {
+    const auto at = std::find_if(m_files.begin(), m_files.end(), [&](const auto& file) { return file.name == name; });
+    return at == m_files.end() ? nullptr : &*at;
+}
+
+bool Ledger::keep() {
+    bool written = true;
+    {
+        const MutexLock lock(m_mutex);
+        written = writeWaiting();
+    }
+    return sync() && retain() && written;
+}
+
+bool Ledger::sync() {
+    std::vector<LedgerFile> dirty;
+    int64_t through = 0;
+    {
+        const MutexLock lock(m_mutex);
+        through = m_lastSeq;
+        std::copy_if(m_files.begin(), m_files.end(), std::back_inserter(dirty),
+                     [this](const LedgerFile& file) REQUIRES(m_mutex) { return file.lastSeq > m_safeSeq; });
+    }
+    // In their order, so that no file is safe before the one that it continues.
+    for (const LedgerFile& file : dirty) {
+        if (!m_disk.sync(file.name) || (file.isYoung() && !growUp(file))) {
+            return false;
+        }
+    }
+    const MutexLock lock(m_mutex);
+    m_safeSeq = through;
+    return true;
+}
+
+bool Ledger::growUp(const LedgerFile& young) {
+    const std::string name = fileName(young.firstSeq, young.day, false);
+    {
+        // A line may be on its way into the file.
+        const MutexLock lock(m_mutex);
+        if (!m_disk.rename(young.name, name)) {
+            return false;
+        }
+        known(young.name)->name = name;
+    }
+    return m_disk.sync(name);
+}
+
+bool Ledger::retain() {
+    for (;;) {
+        const std::vector<LedgerFile> all = files();
+        if (totalBytes(all) <= m_options.mostBytes || all.size() < 2) {
+            return true;
+        }
+        const auto closed = all.end() - 1;
+        const auto withObjects = std::find_if(all.begin(), closed, [](const auto& file) { return file.hasObjects; });
+        if (!(withObjects != closed ? dropObjects(*withObjects) : dropFile(all.front()))) {
+            return false;
+        }
+    }
+}
+
+bool Ledger::announceCut(const char* removed, int64_t from, int64_t through) {
+    return append("cut", {{"removed", removed}, {"from", from}, {"through", through}}) && sync();
+}
+
+bool Ledger::dropObjects(const LedgerFile& file) {
+    std::string kept;
+    int64_t first = 0;
+    int64_t last = 0;
+    const bool read = forEachLine(m_disk, file, 0, [&](std::string_view line, int64_t) {
+        const std::optional<LineHead> head = headOf(line);
+        if (head && head->kind == kObject) {
+            first = first == 0 ? head->seq : first;
+            last = head->seq;
+        } else {
+            kept += line;
+            kept += '\n';
+        }
+        return true;
+    });
+    // The word goes before the deed: a power cut in between leaves lines that nobody misses.
+    if (!read || (first != 0 && (!announceCut(kObject, first, last) || !m_disk.replace(file.name, kept)))) {
+        return false;
+    }
+    const MutexLock lock(m_mutex);
+    LedgerFile* const rewritten = known(file.name);
+    rewritten->bytes = static_cast<int64_t>(kept.size());
+    rewritten->hasObjects = false;
+    ++rewritten->version;
+    return true;
+}
+
+bool Ledger::dropFile(const LedgerFile& file) {
+    // All from the beginning on: the words about what went earlier may go with this file.
+    if (!announceCut(kEverything, 1, file.lastSeq) || !m_disk.remove(file.name)) {
+        return false;
+    }
+    const MutexLock lock(m_mutex);
+    m_files.erase(m_files.begin());
+    return true;
+}
+
+std::string Ledger::lines(int64_t fromSeq, int64_t through, int64_t mostBytes) const {
+    for (;;) {
+        const std::vector<LedgerFile> before = files();
+        std::string text;
+        bool isRead = true;
+        bool goesOn = true;
+        for (auto file = before.begin(); file != before.end() && isRead && goesOn; ++file) {
+            if (file->lastSeq < fromSeq || file->bytes == 0) {
+                continue;
+            }
+            const int64_t from = file->firstSeq < fromSeq ? findLine(m_disk, *file, fromSeq) : 0;
+            isRead = forEachLine(m_disk, *file, from, [&](std::string_view line, int64_t) {
+                const std::optional<LineHead> head = headOf(line);
+                const bool fits = text.empty() || static_cast<int64_t>(text.size() + line.size()) < mostBytes;
+                goesOn = fits && (!head || head->seq <= through);
+                if (goesOn) {
+                    text += line;
+                    text += '\n';
+                }
+                return goesOn;
+            });
+        }
+        // A file that was rewritten or removed meanwhile may have been read half and half.
+        const std::vector<LedgerFile> after = files();
+        if (untouched(before, after)) {
+            return isRead ? text : "";
+        }
+    }
+}
+
+}  // namespace ledger

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "disk.h"
+#include "line.h"
+
+namespace ledger {
+
+/**
+ * One file of the ledger: whole lines in the order of their numbers, all of one UTC day. Its name begins with the
+ * number of its first line, so that names and lines are in one order even when the clock was set back:
+ * "000000000017-2026-11-22.ndjson".
+ *
+ * The file that follows one which may not be safe on the disk yet is called ".young" until both are: after a power cut
+ * that took the end of the one, what the other holds continues nothing.
+ */
+struct LedgerFile {
+    std::string name;
+    std::string day;        /**< "2026-11-22"; "undated" where no line tells */
+    int64_t firstSeq = 0;   /**< as the name says; retention may have taken that line */
+    int64_t lastSeq = 0;    /**< 0 while there is no line */
+    int64_t bytes = 0;      /**< up to the end of the last line */
+    int version = 0;        /**< another one when retention has rewritten it */
+    bool hasObjects = true; /**< whether retention may find lines of kind "object" in it */
+
+    [[nodiscard]] bool isYoung() const;
+};
+
+/** The name of a file. */
+std::string fileName(int64_t firstSeq, const std::string& day, bool young);
+
+/** The file that a name tells of, its content unread; nothing for another kind of file. */
+std::optional<LedgerFile> fileOf(const std::string& name);
+
+/**
+ * Calls visit with each whole line, its end not included, and where it begins, until visit returns false. False, with
+ * errno set, when the file could not be read to the end.
+ */
+bool forEachLine(Disk& disk, const LedgerFile& file, int64_t from,
+                 const std::function<bool(std::string_view line, int64_t at)>& visit);
+
+/** Where the first line with at least this number begins; file.bytes when there is none or it cannot be read. */
+int64_t findLine(Disk& disk, const LedgerFile& file, int64_t seq);
+
+/** What mendFile found. */
+struct MendedFile {
+    LedgerFile file;
+    std::optional<LineHead> last; /**< how the last good line begins */
+    int64_t dropped = 0;          /**< bytes that were cut off */
+};
+
+/**
+ * Cuts a file off before a line near its end that is none, which a power cut or a killed process left, and tells what
+ * it holds. A file that cannot be read is left as it is.
+ */
+MendedFile mendFile(Disk& disk, LedgerFile file);
+
+}  // namespace ledger

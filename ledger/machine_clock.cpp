@@ -1,0 +1,87 @@
+#include "machine_clock.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+#include <sys/timex.h>
+#include <unistd.h>
+#include <utility>
+
+#include "clock.h"
+#include "unique_fd.h"
+
+namespace ledger {
+
+namespace {
+
+constexpr int64_t kLongestWait = 600'000;  // for word of synchronisation, since the machine's start
+constexpr int64_t kSmallestStep = 1'000;   // what time services correct bit by bit is no step
+
+int64_t millisSinceBoot() {
+    timespec now = {};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+bool kernelIsSynchronised() {
+    timex state = {};
+    return adjtimex(&state) != TIME_ERROR && (state.status & STA_UNSYNC) == 0;
+}
+
+/** The kernel's name for this start of the machine; "unknown" where it has none. */
+std::string bootName() {
+    const UniqueFd file(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
+    std::array<char, 36> name = {};
+    const bool isRead = file && read(file.get(), name.data(), name.size()) == static_cast<ssize_t>(name.size());
+    return isRead ? std::string(name.begin(), name.end()) : "unknown";
+}
+
+}  // namespace
+
+ClockSources::ClockSources()
+    : wallMicros(clockNowMicros), monoMillis(millisSinceBoot), isSynchronised(kernelIsSynchronised), boot(bootName()) {}
+
+MachineClock::MachineClock(ClockSources sources)
+    : m_sources(std::move(sources)),
+      m_isDated(m_sources.monoMillis() >= kLongestWait || m_sources.isSynchronised()),
+      m_offset(offset()) {}
+
+int64_t MachineClock::offset() const {
+    return m_sources.wallMicros() / 1000 - m_sources.monoMillis();
+}
+
+Instant MachineClock::now() const {
+    const int64_t mono = m_sources.monoMillis();
+    const int64_t current = offset();
+    const MutexLock lock(m_mutex);
+    return {mono, current, m_isDated};
+}
+
+Moment MachineClock::moment() const {
+    const Instant instant = now();
+    return instant.isDated ? Moment{instant.monoMillis + instant.utcOffset, "", 0}
+                           : Moment{0, m_sources.boot, instant.monoMillis};
+}
+
+std::optional<nlohmann::ordered_json> MachineClock::look() {
+    const int64_t mono = m_sources.monoMillis();
+    const int64_t current = offset();
+    const MutexLock lock(m_mutex);
+    const int64_t before = std::exchange(m_offset, current);
+    if (!m_isDated) {
+        const bool isSynchronised = m_sources.isSynchronised();
+        m_isDated = isSynchronised || mono >= kLongestWait;
+        return m_isDated ? std::optional<nlohmann::ordered_json>(
+                               {{"boot", m_sources.boot}, {"mono", mono}, {"synchronised", isSynchronised}})
+                         : std::nullopt;
+    }
+    if (std::abs(current - before) <= kSmallestStep) {
+        return std::nullopt;
+    }
+    return nlohmann::ordered_json({{"before", utcText(mono + before)}, {"after", utcText(mono + current)}});
+}
+
+}  // namespace ledger

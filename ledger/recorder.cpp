@@ -1,0 +1,187 @@
+#include "recorder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "line.h"
+
+namespace ledger {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr int64_t kMillisPerMinute = 60'000;
+constexpr size_t kMostPoints = 60;
+// A longer silence between two cycles was not watched.
+constexpr int64_t kLongestCycle = 2'000;
+
+ordered_json pointJson(t_one_locator at) {
+    return ordered_json::array({at.first, at.second});
+}
+
+ordered_json sizeJson(PictureSize picture) {
+    return ordered_json::array({picture.width, picture.height});
+}
+
+double seconds(int64_t millis) {
+    return static_cast<double>(millis / 100) / 10;
+}
+
+/** A time of the machine: in UTC, or as it is before UTC is known. */
+ordered_json timeJson(int64_t monoMillis, const Instant& now) {
+    return now.isDated ? ordered_json(utcText(monoMillis + now.utcOffset)) : ordered_json(monoMillis);
+}
+
+int areaOf(footings footing) {
+    return (static_cast<int>(footing) + 1) / 2;
+}
+
+}  // namespace
+
+Recorder::Recorder(Append append, ObjectPath::SideOf sideOf)
+    : m_append(std::move(append)), m_sideOf(std::move(sideOf)) {}
+
+void Recorder::add(const SeenCycle& cycle) {
+    m_picture = cycle.picture;
+    ++m_cycleNumber;
+    for (const one_find& finding : cycle.findings) {
+        follow(finding, cycle);
+    }
+    for (auto object = m_objects.begin(); object != m_objects.end();) {
+        if (object->second.lastCycle == m_cycleNumber) {
+            ++object;
+        } else {
+            writePath(object->first, object->second, true, cycle.now);
+            object = m_objects.erase(object);
+        }
+    }
+    watch(cycle.now, cycle.occupancy);
+    ++m_cycles;
+    m_slow += cycle.isSlow ? 1 : 0;
+    const int64_t since = cycle.now.monoMillis - m_lastCycle;
+    if (since <= kLongestCycle) {
+        m_watchedMillis += since;
+        m_watchedInAll += since;
+    }
+    m_lastCycle = cycle.now.monoMillis;
+}
+
+void Recorder::follow(const one_find& finding, const SeenCycle& cycle) {
+    const int64_t now = cycle.now.monoMillis;
+    Followed& object =
+        m_objects.try_emplace(finding.id, Followed{ObjectPath(cycle.picture, m_sideOf), now, now, finding.locator})
+            .first->second;
+    if (finding.entranceAct != entranceActivity::unknown) {
+        writeCrossing(finding, object, cycle);
+    }
+    object.path.add(finding.locator, now);
+    object.last = now;
+    object.at = finding.locator;
+    object.lastCycle = m_cycleNumber;
+    ++object.cycles;
+    if (finding.detect.ClassId >= 0 && finding.detect.ClassId < static_cast<int32_t>(object.votes.size())) {
+        ++object.votes.at(static_cast<size_t>(finding.detect.ClassId));
+    }
+    const int area = areaOf(finding.footing);
+    if (object.area != 0) {
+        object.stays.back().leave = now;
+    }
+    if (area != 0 && area != object.area) {
+        object.stays.push_back({area, now, now});
+    }
+    object.area = area;
+    if (object.path.size() >= kMostPoints - 1) {
+        writePath(finding.id, object, false, cycle.now);
+    }
+}
+
+void Recorder::writeCrossing(const one_find& finding, const Followed& object, const SeenCycle& cycle) {
+    const int activity = static_cast<int>(finding.entranceAct);
+    m_append("crossing", {{"entrance", activity / 2 + 1},
+                          {"direction", activity % 2 == 0 ? "in" : "out"},
+                          {"class", class_index_to_label(finding.detect.ClassId)},
+                          {"object", finding.id},
+                          {"before", pointJson(object.at)},
+                          {"after", pointJson(finding.locator)},
+                          {"size", sizeJson(cycle.picture)},
+                          {"followed", seconds(cycle.now.monoMillis - object.first)},
+                          {"occupancy", cycle.occupancy}});
+}
+
+void Recorder::writePath(int32_t id, Followed& object, bool ended, const Instant& now) {
+    // What flickered up for one cycle crossed nothing and went nowhere.
+    if (ended && object.cycles < 2) {
+        return;
+    }
+    const int64_t begin = object.path.begin();
+    ordered_json points = ordered_json::array();
+    for (const PathPoint& point : object.path.take()) {
+        ordered_json entry = ordered_json::array({point.millis, point.at.first, point.at.second});
+        if (point.between > 0) {
+            entry.push_back(point.between);
+        }
+        points.push_back(std::move(entry));
+    }
+    ordered_json areas = ordered_json::array();
+    for (const AreaStay& stay : object.stays) {
+        areas.push_back(
+            {{"area", stay.area}, {"enter", timeJson(stay.enter, now)}, {"leave", timeJson(stay.leave, now)}});
+    }
+    const auto votes = std::max_element(object.votes.begin(), object.votes.end());
+    m_append("object", {{"object", id},
+                        {"class", class_index_to_label(static_cast<int32_t>(votes - object.votes.begin()))},
+                        {"first", timeJson(object.first, now)},
+                        {"last", timeJson(object.last, now)},
+                        {"part", ++object.parts},
+                        {"ended", ended},
+                        {"size", sizeJson(m_picture)},
+                        {"begin", timeJson(begin, now)},
+                        {"path", std::move(points)},
+                        {"areas", std::move(areas)}});
+    object.stays.clear();
+    if (object.area != 0) {
+        object.stays.push_back({object.area, object.last, object.last});
+    }
+}
+
+void Recorder::addFailure(const Instant& now, int32_t occupancy) {
+    watch(now, occupancy);
+    ++m_failed;
+}
+
+void Recorder::watch(const Instant& now, int32_t occupancy) {
+    const int64_t minute = (now.isDated ? now.monoMillis + now.utcOffset : now.monoMillis) / kMillisPerMinute;
+    if (m_minute && *m_minute != minute) {
+        writeWatched(now, occupancy);
+    }
+    m_minute = minute;
+}
+
+void Recorder::writeWatched(const Instant& now, int32_t occupancy) {
+    const int64_t begin = *m_minute * kMillisPerMinute;
+    m_append("watched", {{"minute", now.isDated ? ordered_json(utcText(begin)) : ordered_json(begin)},
+                         {"seconds", seconds(std::min(m_watchedMillis, kMillisPerMinute))},
+                         {"cycles", m_cycles},
+                         {"slow", m_slow},
+                         {"failed", m_failed},
+                         {"occupancy", occupancy}});
+    m_watchedMillis = 0;
+    m_cycles = m_slow = m_failed = 0;
+}
+
+void Recorder::finish(const Instant& now, int32_t occupancy) {
+    for (auto& [id, object] : m_objects) {
+        writePath(id, object, true, now);
+    }
+    m_objects.clear();
+    if (m_minute) {
+        watch(now, occupancy);
+        writeWatched(now, occupancy);
+    }
+    m_minute.reset();
+}
+
+}  // namespace ledger

@@ -1,0 +1,144 @@
+#pragma once
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "disk.h"
+
+/**
+ * A folder in memory whose power can be cut: what was not synced by then may be there, not be there, be there in blocks
+ * of which some are holes, and in another order than it was written. Also one that can be full.
+ */
+class FailingPower : public ledger::Disk {
+public:
+    explicit FailingPower(unsigned seed) : m_random(seed) {}
+
+    /** From here on appends and replacements fail for lack of space, or no longer do. */
+    void setFull(bool full) { m_full = full; }
+
+    /** Leaves of each file what is safe, and by chance some of the rest. */
+    void cutPower() {
+        std::map<std::string, File> left;
+        for (auto& [name, file] : m_files) {
+            // A name that was never synced is there or not; a rename of a safe file has happened or not.
+            const bool newName = file.nameIsSafe || chance(2);
+            if (!newName && file.safeName.empty()) {
+                continue;
+            }
+            File after;
+            after.content = tear(file);
+            after.safe = after.content;
+            after.safeName = newName ? name : file.safeName;
+            after.nameIsSafe = true;
+            left[after.safeName] = after;
+        }
+        m_files = left;
+    }
+
+    std::vector<std::string> list() override {
+        std::vector<std::string> names;
+        for (const auto& [name, file] : m_files) {
+            names.push_back(name);
+        }
+        return names;
+    }
+
+    bool append(const std::string& name, std::string_view text) override {
+        if (m_full) {
+            errno = ENOSPC;
+            return false;
+        }
+        m_files[name].content += text;
+        return true;
+    }
+
+    bool sync(const std::string& name) override {
+        const auto at = m_files.find(name);
+        if (at == m_files.end()) {
+            errno = ENOENT;
+            return false;
+        }
+        at->second.safe = at->second.content;
+        at->second.safeName = name;
+        at->second.nameIsSafe = true;
+        return true;
+    }
+
+    bool truncate(const std::string& name, int64_t size) override {
+        m_files.at(name).content.resize(static_cast<size_t>(size));
+        return true;
+    }
+
+    bool replace(const std::string& name, std::string_view content) override {
+        if (m_full) {
+            errno = ENOSPC;
+            return false;
+        }
+        m_files[name].content = content;
+        return sync(name);
+    }
+
+    bool rename(const std::string& from, const std::string& to) override {
+        auto node = m_files.extract(from);
+        node.key() = to;
+        node.mapped().nameIsSafe = false;
+        m_files.insert(std::move(node));
+        return true;
+    }
+
+    bool remove(const std::string& name) override {
+        m_files.erase(name);
+        return true;
+    }
+
+    std::optional<int64_t> size(const std::string& name) override {
+        const auto at = m_files.find(name);
+        return at == m_files.end() ? std::nullopt : std::optional(static_cast<int64_t>(at->second.content.size()));
+    }
+
+    std::optional<std::string> read(const std::string& name, int64_t from, int64_t most) override {
+        const auto at = m_files.find(name);
+        if (at == m_files.end() || from > static_cast<int64_t>(at->second.content.size())) {
+            return std::nullopt;
+        }
+        return at->second.content.substr(static_cast<size_t>(from), static_cast<size_t>(most));
+    }
+
+private:
+    struct File {
+        std::string content;
+        std::string safe;     /**< what is on the disk for certain */
+        std::string safeName; /**< under which name; empty when under none */
+        bool nameIsSafe = false;
+    };
+
+    static constexpr size_t kBlock = 64;
+
+    bool chance(unsigned oneIn) { return m_random() % oneIn == 0; }
+
+    std::string tear(const File& file) {
+        if (!file.content.starts_with(file.safe)) {
+            return chance(2) ? file.content : file.safe;  // cut off, as mending does
+        }
+        const size_t unsafe = file.content.size() - file.safe.size();
+        std::string content = file.content.substr(0, file.safe.size() + (unsafe == 0 ? 0 : m_random() % (unsafe + 1)));
+        if (chance(2)) {
+            for (size_t at = file.safe.size(); at < content.size(); at += kBlock) {
+                if (chance(3)) {
+                    std::fill_n(content.begin() + static_cast<std::ptrdiff_t>(at),
+                                std::min(kBlock, content.size() - at), '\0');
+                }
+            }
+        }
+        return content;
+    }
+
+    std::map<std::string, File> m_files;
+    std::mt19937 m_random;
+    bool m_full = false;
+};
