@@ -101,7 +101,9 @@ int main(int argc, char** argv) {
     app.add_option("CLIP", options.clip, "A video file, or scene:plaza")->required();
     app.add_option("--truth", truthFile, "Compare with this truth file; its settings are used");
     app.add_option("--settings", settingsFile, "Use the settings of this JSON file");
-    app.add_option("--model", options.model, "Model card: a file, or a name such as motion")->capture_default_str();
+    app.add_option("--model", options.model,
+                   "Model card: a file, a name such as motion, or auto: the best whose network is there, else motion")
+        ->capture_default_str();
     app.add_option("--networks", options.networksFolder, "Folder of the network files that the card names");
     app.add_option("--out", options.outFolder,
                    "Keep what was found in this folder: tracks.jsonl, events.jsonl, the archives and the report");

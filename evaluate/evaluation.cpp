@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
@@ -11,6 +12,8 @@
 #include "application.h"
 #include "camera_folder.h"
 #include "clock.h"
+#include "event_file.h"
+#include "last_fetched.h"
 #include "virtual_time.h"
 
 namespace {
@@ -69,6 +72,7 @@ void count(const std::vector<one_find>& findings, Results& results) {
 
 void writeTracks(std::ostream& out, const Application& application, double seconds) {
     nlohmann::ordered_json line = {{"cycle", application.frameCounter()}, {"seconds", seconds}};
+    line["picture"] = {application.detector().get_stream_width(), application.detector().get_stream_height()};
     line["occupancy"] = application.metrics().occupancyCount.load();
     line["objects"] = nlohmann::ordered_json::array();
     for (const one_find& finding : application.processing().findings()) {
@@ -86,13 +90,12 @@ void writeTracks(std::ostream& out, const Application& application, double secon
     out << line.dump() << '\n';
 }
 
-std::vector<AlertChange> readAlertChanges(const fs::path& events) {
+void readAlertChanges(const fs::path& events, std::vector<AlertChange>& changes) {
     static const std::map<std::string, std::string> kAlerts = {{friendlyToKey(alerts::kBreached), "breached"},
                                                                {friendlyToKey(alerts::kArea1), "area1"},
                                                                {friendlyToKey(alerts::kArea2), "area2"},
                                                                {friendlyToKey(alerts::kArea3), "area3"},
                                                                {friendlyToKey(alerts::kOccupancy), "occupancy"}};
-    std::vector<AlertChange> changes;
     std::ifstream file(events);
     for (std::string line; std::getline(file, line);) {
         const nlohmann::json event = nlohmann::json::parse(line);
@@ -113,7 +116,6 @@ std::vector<AlertChange> readAlertChanges(const fs::path& events) {
             changes.push_back({seconds + milliseconds / 1000.0, alert->second, event["active"].get<bool>()});
         }
     }
-    return changes;
 }
 
 void startServices(const EvaluationOptions& options, const desktop::CameraFolder& camera) {
@@ -131,37 +133,58 @@ void startServices(const EvaluationOptions& options, const desktop::CameraFolder
     tzset();
 }
 
-void runCycles(const EvaluationOptions& options, Application& application, std::ostream* tracks, int64_t& virtualNow,
+/** Runs one cycle at the virtual time; false when there was no frame. pictureTime becomes the time of its picture. */
+bool runCycle(Application& application, int64_t virtualNow, int64_t& pictureTime) {
+    // Until it is known how old the picture is that the cycle is for, as old as the one before.
+    pictureTime = std::max(pictureTime, virtualNow - desktop::lastFetched().lag);
+    desktop::setVirtualTime(virtualNow);
+    const unsigned cyclesBefore = application.frameCounter();
+    application.thread_function();
+    pictureTime = std::max(pictureTime, virtualNow - desktop::lastFetched().lag);
+    return application.frameCounter() != cyclesBefore;
+}
+
+void takeResults(const Application& application, double seconds, std::ostream* tracks, Results& results) {
+    count(application.processing().findings(), results);
+    results.occupancyAtEnd = application.metrics().occupancyCount.load();
+    results.crowdMaximum[0] = std::max(results.crowdMaximum[0], application.metrics().crowdCount1.load());
+    results.crowdMaximum[1] = std::max(results.crowdMaximum[1], application.metrics().crowdCount2.load());
+    results.crowdMaximum[2] = std::max(results.crowdMaximum[2], application.metrics().crowdCount3.load());
+    results.clipSeconds = seconds;
+    if (tracks != nullptr) {
+        writeTracks(*tracks, application, seconds);
+    }
+}
+
+void runCycles(const EvaluationOptions& options, Application& application, std::ostream* tracks, int64_t& pictureTime,
                Results& results) {
     const int64_t interval = int64_t{application.detector().get_iteration_time()} * 1000;
     const double clipLength = static_cast<double>(desktop::sourceDuration()) / kMicrosPerSecond;
-    virtualNow = -interval;
+    int64_t virtualNow = -interval;
+    const auto seconds = [&pictureTime] { return static_cast<double>(pictureTime) / kMicrosPerSecond; };
     for (int64_t next = desktop::nextFrameTime(); next >= 0; next = desktop::nextFrameTime()) {
         virtualNow = std::max(virtualNow + interval, next);
-        desktop::setVirtualTime(virtualNow);
-        const unsigned cyclesBefore = application.frameCounter();
-        application.thread_function();
-        if (application.frameCounter() == cyclesBefore) {
+        if (!runCycle(application, virtualNow, pictureTime)) {
             if (!desktop::sourceError().empty()) {
                 break;
             }
             throw EvaluationError("the model failed:" + loggedErrors());
         }
-        const double seconds = static_cast<double>(virtualNow) / kMicrosPerSecond;
-        count(application.processing().findings(), results);
-        results.occupancyAtEnd = application.metrics().occupancyCount.load();
-        results.crowdMaximum[0] = std::max(results.crowdMaximum[0], application.metrics().crowdCount1.load());
-        results.crowdMaximum[1] = std::max(results.crowdMaximum[1], application.metrics().crowdCount2.load());
-        results.crowdMaximum[2] = std::max(results.crowdMaximum[2], application.metrics().crowdCount3.load());
-        results.clipSeconds = seconds;
-        if (tracks != nullptr) {
-            writeTracks(*tracks, application, seconds);
-        }
+        takeResults(application, seconds(), tracks, results);
         if (options.progress) {
-            options.progress(seconds, clipLength);
+            options.progress(seconds(), clipLength);
         }
     }
     results.cycles = application.frameCounter();
+    // What is found may be told later than it is seen: the last frame stays until all is told.
+    desktop::holdLastFrame();
+    for (const int64_t end = virtualNow; results.cycles > 0 && pictureTime < end;) {
+        virtualNow += interval;
+        if (!runCycle(application, virtualNow, pictureTime)) {
+            break;
+        }
+        takeResults(application, seconds(), tracks, results);
+    }
 }
 
 void checkWritten(const std::ostream& file, const fs::path& path) {
@@ -208,13 +231,14 @@ fs::path preparedOutFolder(const std::string& folder) {
 
 Results evaluateIn(const fs::path& folder, const EvaluationOptions& options) {
     const fs::path out = options.outFolder.empty() ? fs::path() : preparedOutFolder(options.outFolder);
-    const fs::path card = desktop::findModelCard(options.model);
+    const desktop::ChosenCard chosen = desktop::chooseModelCard(options.model, options.networksFolder);
+    std::cerr << "model        " << chosen.card.stem().string() << ", " << chosen.reason << '\n';
     const desktop::CameraFolder camera(folder);
-    int64_t virtualNow = 0;
-    setClock([&virtualNow] { return kClipStart + virtualNow; });
+    int64_t pictureTime = 0;
+    setClock([&pictureTime] { return kClipStart + pictureTime; });
     startServices(options, camera);
     fs::current_path(camera.application());
-    camera.installModel(card, 960, 540);
+    camera.installModel(chosen.card, 960, 540);
 
     Results results;
     {
@@ -238,16 +262,20 @@ Results evaluateIn(const fs::path& folder, const EvaluationOptions& options) {
         if (!out.empty()) {
             tracks.open(out / "tracks.jsonl", std::ios::trunc);
         }
-        runCycles(options, application, out.empty() ? nullptr : &tracks, virtualNow, results);
+        runCycles(options, application, out.empty() ? nullptr : &tracks, pictureTime, results);
         tracks.close();
         if (!out.empty()) {
             checkWritten(tracks, out / "tracks.jsonl");
             writeReports(application.statistics(), application, out);
         }
     }
-    results.alertChanges = readAlertChanges(camera.path() / "events.jsonl");
+    for (const std::string& events : desktop::eventFiles(camera.path() / "events.jsonl")) {
+        readAlertChanges(events, results.alertChanges);
+        if (!out.empty()) {
+            keepFile(events, out);
+        }
+    }
     if (!out.empty()) {
-        keepFile(camera.path() / "events.jsonl", out);
         for (const fs::directory_entry& entry : fs::directory_iterator(camera.log().parent_path())) {
             if (entry.path().extension() == ".csv") {
                 keepFile(entry.path(), out);

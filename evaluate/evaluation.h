@@ -10,7 +10,7 @@
 
 struct EvaluationOptions {
     std::string clip;                 /**< a file or scene:NAME */
-    std::string model = "motion";     /**< a model card's name or path */
+    std::string model = "auto";       /**< a model card's name or path, or "auto" */
     std::string networksFolder;       /**< where the card's network files lie */
     std::optional<Settings> settings; /**< none: a fresh camera's */
     std::string outFolder;            /**< where tracks, events, archives and reports are kept; empty: nowhere */

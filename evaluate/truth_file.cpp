@@ -3,6 +3,7 @@
 #include <fstream>
 #include <glib.h>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <vector>
 

@@ -5,6 +5,7 @@
 
 #include "program.h"
 #include "test_folder.h"
+#include "this_build.h"
 
 namespace {
 
@@ -13,7 +14,7 @@ using Lines = std::vector<std::string>;
 class EvaluateProgram : public testing::Test {
 protected:
     ProgramResult run(Lines arguments) const {
-        arguments.insert(arguments.begin(), EVALUATE_PROGRAM);
+        arguments.insert(arguments.begin(), this_build::program("senvo-evaluate"));
         return runProgram(arguments, m_folder.path());
     }
 

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "application.h"
 #include "camera_folder.h"
@@ -6,6 +7,7 @@
 #include "program.h"
 #include "settings_file.h"
 #include "test_folder.h"
+#include "this_build.h"
 #include "virtual_time.h"
 
 namespace {
@@ -45,7 +47,8 @@ Outcome runScene(bool diskIsFull) {
     application.init_logic(application.config().i_MaxDisappeared);
     ConfigParams settings = application.config();
     applySettings(
-        parseSettings(nlohmann::json::parse(readFile(CHECKOUT "/package/scenes/plaza.truth.json")).at("settings")),
+        parseSettings(
+            nlohmann::json::parse(readFile(this_build::checkout() / "package/scenes/plaza.truth.json")).at("settings")),
         application.detector().get_stream_width(), application.detector().get_stream_height(),
         application.detector().get_iteration_time(), settings);
     application.applySettings(settings);

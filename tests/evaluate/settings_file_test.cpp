@@ -1,6 +1,7 @@
 #include "settings_file.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "program.h"
 #include "test_folder.h"

@@ -60,6 +60,10 @@ void keepBestPerObject(std::vector<Detection>& detections, float overlap) {
 
 ResultTensors packResultTensors(std::vector<Detection> detections) {
     std::stable_sort(detections.begin(), detections.end(), better);
+    return packInOrder(detections);
+}
+
+ResultTensors packInOrder(const std::vector<Detection>& detections) {
     ResultTensors tensors;
     const size_t count = std::min(detections.size(), kResultSlots);
     for (size_t slot = 0; slot < count; ++slot) {

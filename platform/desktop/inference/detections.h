@@ -63,4 +63,7 @@ void keepBestPerObject(std::vector<Detection>& detections, float overlap);
 /** Packs detections, best first and clamped to the picture; those beyond the last slot are left out. */
 ResultTensors packResultTensors(std::vector<Detection> detections);
 
+/** The same, but in the order in which they come. */
+ResultTensors packInOrder(const std::vector<Detection>& detections);
+
 }  // namespace desktop

@@ -22,13 +22,16 @@
 
 #include <larod.h>
 
+#include "answers.h"
 #include "engine.h"
+#include "last_fetched.h"
 
 namespace {
 
 struct ServedModel {
     desktop::ModelCard card;
     std::unique_ptr<desktop::Engine> engine;
+    std::unique_ptr<desktop::Answers> answers;
     cv::Mat picture; /**< the input tensor of the running job */
 };
 
@@ -209,6 +212,15 @@ void readInput(const larodTensor& input, cv::Mat& picture) {
     }
 }
 
+/** The live picture hides what was found here, whatever the application makes of it. */
+void noteForTheLivePicture(const std::vector<desktop::Detection>& found, const desktop::ModelCard& card) {
+    std::vector<desktop::FoundBox> boxes;
+    for (const desktop::Detection& detection : found) {
+        boxes.push_back({detection.left, detection.top, detection.right, detection.bottom});
+    }
+    desktop::noteFound(std::move(boxes), card.tensorWidth, card.tensorHeight);
+}
+
 void writeOutput(size_t number, int fd, const float* values, size_t bytes) {
     const auto* data = reinterpret_cast<const char*>(values);
     while (bytes > 0) {
@@ -281,6 +293,7 @@ larodModel* larodLoadModel(larodConnection* connection, int fd, const larodDevic
         try {
             served->card = desktop::parseModelCard(text);
             served->engine = desktop::makeEngine(served->card);
+            served->answers = std::make_unique<desktop::Answers>(served->card);
         } catch (const std::exception& failure) {
             throw ServiceError(LAROD_ERROR_LOAD_MODEL, "model card " + model->name + ": " + failure.what());
         }
@@ -390,7 +403,9 @@ bool larodRunJob(larodConnection* connection, const larodJobRequest* request, la
             throw ServiceError(LAROD_ERROR_PERMISSION, "expected a model of this connection, got one of another");
         }
         readInput(request->input, served->picture);
-        const desktop::ResultTensors results = desktop::packResultTensors(served->engine->detect(served->picture));
+        const std::vector<desktop::Detection> found = served->engine->detect(served->picture);
+        noteForTheLivePicture(found, served->card);
+        const desktop::ResultTensors results = served->answers->answer(found);
         const std::array<const float*, kOutputBytes.size()> values = {results.locations.data(), results.classes.data(),
                                                                       results.scores.data(), results.count.data()};
         for (size_t i = 0; i < values.size(); ++i) {

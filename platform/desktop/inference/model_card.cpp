@@ -45,6 +45,13 @@ int integerBetween(int lowest, int highest, const std::string& key, const Json& 
     return value.get<int>();
 }
 
+bool boolOf(const std::string& key, const Json& value) {
+    if (!value.is_boolean()) {
+        refuse(key, "true or false", value.dump());
+    }
+    return value.get<bool>();
+}
+
 std::string textOf(const std::string& key, const Json& value) {
     if (!value.is_string() || value.get<std::string>().empty()) {
         refuse(key, "a text", value.dump());
@@ -152,13 +159,7 @@ void readMotion(const std::string& key, const Json& value, MotionCard& card) {
                {{"contrast", [&](auto& k, auto& v) { card.contrast = numberBetween(2, 128, k, v); }},
                 {"smallestArea", [&](auto& k, auto& v) { card.smallestArea = numberBetween(0.0005, 0.5, k, v); }},
                 {"absorbCycles", [&](auto& k, auto& v) { card.absorbCycles = integerBetween(10, 1000000, k, v); }},
-                {"shadows",
-                 [&](auto& k, auto& v) {
-                     if (!v.is_boolean()) {
-                         refuse(k, "true or false", v.dump());
-                     }
-                     card.ignoreShadows = v.template get<bool>();
-                 }},
+                {"shadows", [&](auto& k, auto& v) { card.ignoreShadows = boolOf(k, v); }},
                 {"classes", [&](auto& k, auto& v) {
                      if (!v.is_array() || v.empty()) {
                          refuse(k, "a list of class names", v.dump());
@@ -182,6 +183,9 @@ Readers networkReaders(NetworkCard& card) {
             {"decoder", [&](auto& k, auto& v) { card.decoder = oneOf(decoders, k, v); }},
             {"classes", [&](auto& k, auto& v) { card.classes = readClassMap(k, v); }},
             {"threshold", [&](auto& k, auto& v) { card.threshold = static_cast<float>(numberBetween(0, 1, k, v)); }},
+            {"sensitivity",
+             [&](auto& k, auto& v) { card.sensitivity = static_cast<float>(numberBetween(0.01, 0.99, k, v)); }},
+            {"tiles", [&](auto& k, auto& v) { card.tiles = integerBetween(1, 4, k, v); }},
             {"nms", [&](auto& k, auto& v) { card.overlap = static_cast<float>(numberBetween(0, 1, k, v)); }}};
 }
 
@@ -209,6 +213,7 @@ ModelCard parseModelCard(const std::string& json) {
     Readers readers = {
         {"name", [&](auto& k, auto& v) { card.name = textOf(k, v); }},
         {"engine", [](auto&, auto&) {}},
+        {"steady", [&](auto& k, auto& v) { card.steady = boolOf(k, v); }},
         {"tensor", [&](auto& k, auto& v) {
              readObject(
                  k, v,

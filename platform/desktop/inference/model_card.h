@@ -43,7 +43,9 @@ struct NetworkCard {
     Decoder decoder = Decoder::YoloDarknet; /**< "decoder": needed */
     std::map<int, ObjectClass> classes;     /**< "classes": index in the network to our name; others are dropped */
     float threshold = 0.05F;                /**< "threshold": lowest score handed on; the application has its own */
-    float overlap = 0.5F;                   /**< "nms": of boxes of a class that overlap more, only the best stays */
+    float sensitivity = 0.35F;              /**< "sensitivity": its own score that fits; handed on as 0.35 */
+    int tiles = 1;        /**< "tiles": n x n pieces of the picture are looked at as well as the whole */
+    float overlap = 0.5F; /**< "nms": of boxes of a class that overlap more, only the best stays */
 };
 
 /** "motion" of a card for the engine motion. */
@@ -66,8 +68,8 @@ struct MotionCard {
     /** "shadows": whether darker regions of unchanged colour and texture are taken for shadows and ignored. */
     bool ignoreShadows = true;
 
-    /** "classes": what may appear before this camera; the likeliest of these is given to each object. */
-    std::vector<ObjectClass> classes = {ObjectClass::Person, ObjectClass::Bicycle, ObjectClass::Car, ObjectClass::Bus};
+    /** "classes": what may appear before this camera, as far as it is counted; empty: whatever is counted. */
+    std::vector<ObjectClass> classes;
 };
 
 enum class EngineKind {
@@ -80,6 +82,7 @@ struct ModelCard {
     EngineKind engine = EngineKind::Motion; /**< "engine": needed */
     int tensorWidth = 960;                  /**< "tensor"."width": pixels of the picture the application writes */
     int tensorHeight = 540;                 /**< "tensor"."height" */
+    bool steady = true;                     /**< "steady": whether what is found is steadied before it is handed on */
     NetworkCard network;                    /**< for opencv-dnn */
     MotionCard motion;                      /**< for motion */
 };

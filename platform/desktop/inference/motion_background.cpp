@@ -9,6 +9,11 @@
 // expected picture is locally constant, not extreme, and the colour is unchanged, the change is one of light. Plain
 // surfaces of objects can look the same; the joining of fragments puts those back (motion_blobs).
 //
+// What the first pictures show may be an object and not the background. So each pixel also remembers the colour that
+// covers it most of late (by majority vote: Boyer and Moore, "MJRTY", 1981), and how often it saw either. A colour that
+// was seen more often than the background becomes the background, unless it belongs to an object that is known to have
+// come and to rest there.
+//
 // Limits: a total change (lamps switched, camera moved) is taken as a new background once most of the picture differs;
 // objects in the picture at that moment are learned with it and heal like any ghost.
 //
@@ -53,11 +58,14 @@ void MotionBackground::start(const cv::Mat& picture) {
     m_noise.setTo(cv::Scalar::all(2));
     m_evidence.create(picture.size(), CV_8U);
     m_evidence.setTo(kBackground);
+    m_support = cv::Mat::ones(picture.size(), CV_32F);
+    m_mean.copyTo(m_alternative);
+    m_alternativeSupport = cv::Mat::zeros(picture.size(), CV_32F);
     m_cycles = 0;
     m_totalChangeCycles = 0;
 }
 
-void MotionBackground::compare(const cv::Mat& picture) {
+void MotionBackground::compare(const cv::Mat& picture, int margin) {
     if (m_mean.size() != picture.size()) {
         start(picture);
     }
@@ -65,6 +73,13 @@ void MotionBackground::compare(const cv::Mat& picture) {
     fitExposure(picture);
     predict(picture);
     classify();
+    const cv::Rect shown(margin, margin, std::max(0, picture.cols - 2 * margin),
+                         std::max(0, picture.rows - 2 * margin));
+    for (const cv::Rect& rim :
+         {cv::Rect(0, 0, picture.cols, shown.y), cv::Rect(0, shown.br().y, picture.cols, margin),
+          cv::Rect(0, 0, shown.x, picture.rows), cv::Rect(shown.br().x, 0, margin, picture.rows)}) {
+        m_evidence(rim).setTo(kBackground);
+    }
     noticeTotalChange();
 }
 
@@ -227,15 +242,21 @@ void MotionBackground::learn(const cv::Mat& kept) {
         const auto* came = m_picture.ptr<cv::Vec3b>(y);
         const auto* evidence = m_evidence.ptr<unsigned char>(y);
         const auto* keep = kept.ptr<unsigned char>(y);
+        auto* support = m_support.ptr<float>(y);
         for (int x = 0; x < m_picture.cols; ++x) {
             const cv::Vec3f expected(std::clamp(gain * mean[x][0] + offset, 0.0F, 255.0F), mean[x][1] + crShift,
                                      mean[x][2] + cbShift);
             // everywhere, also beneath objects: the reference slowly takes on the present exposure
             mean[x] += follow * (expected - mean[x]);
+            const cv::Vec3f deviation = cv::Vec3f(came[x]) - expected;
+            if (evidence[x] == kBackground) {
+                support[x] = std::min(support[x] + 1, static_cast<float>(m_card.absorbCycles));
+            } else if (keep[x] != kHeldObject) {
+                weighAlternative(y, x, mean[x] + cv::Vec3f(deviation[0] / gain, deviation[1], deviation[2]));
+            }
             if (keep[x] != 0) {
                 continue;
             }
-            const cv::Vec3f deviation = cv::Vec3f(came[x]) - expected;
             const float rate = evidence[x] == kBackground ? calmRate : kDisturbedRate;
             mean[x] += rate * deviation;
             constexpr float kLargestNoise = 14;
@@ -247,6 +268,31 @@ void MotionBackground::learn(const cv::Mat& kept) {
                 noise[x][i] = std::clamp(noise[x][i], 1.0F, kLargestNoise);
             }
         }
+    }
+}
+
+void MotionBackground::weighAlternative(int y, int x, const cv::Vec3f& inReference) {
+    constexpr float kFewest = 12;  // cycles
+    auto& alternative = m_alternative.at<cv::Vec3f>(y, x);
+    auto& seen = m_alternativeSupport.at<float>(y, x);
+    auto& support = m_support.at<float>(y, x);
+    const cv::Vec3f away = inReference - alternative;
+    const double different = std::max({static_cast<double>(std::abs(away[0])) / m_card.contrast,
+                                       static_cast<double>(std::abs(away[1])) / (m_card.contrast * kChromaContrast),
+                                       static_cast<double>(std::abs(away[2])) / (m_card.contrast * kChromaContrast)});
+    if (different < kWeakPart) {
+        seen += 1;
+        alternative += away / seen;
+    } else if (seen >= 1) {
+        seen -= 1;
+    } else {
+        seen = 1;
+        alternative = inReference;
+    }
+    if (seen > std::max(kFewest, support)) {
+        m_mean.at<cv::Vec3f>(y, x) = alternative;
+        support = seen;
+        seen = 0;
     }
 }
 
@@ -265,6 +311,7 @@ void MotionBackground::replace(const cv::Mat& region, const cv::Rect& box) {
                 mean[x] = {(came[x][0] - static_cast<float>(m_offset)) / gain,
                            came[x][1] - static_cast<float>(m_crShift), came[x][2] - static_cast<float>(m_cbShift)};
                 evidence[x] = kBackground;
+                m_support.at<float>(box.y + y, box.x + x) = 1;
             }
         }
     }

@@ -76,13 +76,13 @@ cv::Mat commonHull(const Blob& a, const Blob& b, const cv::Rect& box) {
 bool standAboveEachOther(const Blob& a, const Blob& b) {
     const int common = std::min(a.box.br().x, b.box.br().x) - std::max(a.box.x, b.box.x);
     const int gap = std::max(a.box.y, b.box.y) - std::min(a.box.br().y, b.box.br().y);
+    const cv::Rect both = a.box | b.box;
     const int narrower = std::min(a.box.width, b.box.width);
-    const int height = std::max(a.box.br().y, b.box.br().y) - std::min(a.box.y, b.box.y);
-    return common * 2 >= narrower && gap * 8 <= height;
+    return common * 2 >= narrower && gap * 8 <= both.height;
 }
 
 /** Joins b into a when they are one thing. */
-bool joinIfOne(Blob& a, const Blob& b, const cv::Mat& changed) {
+bool joinIfOne(Blob& a, const Blob& b, const cv::Mat& changed, const MotionSizes& sizes, double thing) {
     const cv::Rect box = a.box | b.box;
     constexpr double kSmallestPart = 0.05;  // specks at the rim of a shadow are not parts
     if (b.area < kSmallestPart * a.area) {
@@ -90,6 +90,10 @@ bool joinIfOne(Blob& a, const Blob& b, const cv::Mat& changed) {
     }
     constexpr int kFarthest = 40;
     if (box.width > a.box.width + b.box.width + kFarthest || box.height > a.box.height + b.box.height + kFarthest) {
+        return false;
+    }
+    const auto usual = sizes.at({box.x + box.width / 2.0, box.y + box.height / 2.0});
+    if (!mayBeOne(a, b, usual ? &*usual : nullptr, thing)) {
         return false;
     }
     const cv::Mat hull = commonHull(a, b, box);
@@ -109,13 +113,13 @@ bool joinIfOne(Blob& a, const Blob& b, const cv::Mat& changed) {
     return true;
 }
 
-void joinFragments(std::vector<Blob>& fragments, const cv::Mat& changed) {
+void joinFragments(std::vector<Blob>& fragments, const cv::Mat& changed, const MotionSizes& sizes, double thing) {
     bool joined = true;
     while (joined) {
         joined = false;
         for (size_t i = 0; i < fragments.size(); ++i) {
             for (size_t j = i + 1; j < fragments.size();) {
-                if (joinIfOne(fragments[i], fragments[j], changed)) {
+                if (joinIfOne(fragments[i], fragments[j], changed, sizes, thing)) {
                     fragments.erase(fragments.begin() + static_cast<std::ptrdiff_t>(j));
                     joined = true;
                 } else {
@@ -137,7 +141,19 @@ bool hasStrongPart(const Blob& blob, const cv::Mat& evidence, const cv::Mat& cha
 
 }  // namespace
 
-std::vector<Blob> findBlobs(const cv::Mat& evidence, double smallestArea) {
+bool mayBeOne(const Blob& a, const Blob& b, const UsualSize* usual, double thing) {
+    const cv::Rect both = a.box | b.box;
+    constexpr double kLarger = 1.25;
+    if (usual != nullptr) {
+        return both.width <= kLarger * usual->width && both.height <= kLarger * usual->height;
+    }
+    constexpr double kTallest = 3.5;  // times as tall as wide
+    constexpr double kAlike = 0.4;
+    const bool bothThings = b.area > thing && b.area > kAlike * a.area && a.area > kAlike * b.area;
+    return !bothThings && both.height <= kTallest * both.width;
+}
+
+std::vector<Blob> findBlobs(const cv::Mat& evidence, double smallestArea, const MotionSizes& sizes) {
     static const cv::Mat element = cv::getStructuringElement(cv::MORPH_ELLIPSE, {5, 5});
     cv::Mat solid = evidence >= kWeakChange;
     cv::medianBlur(solid, solid, 3);
@@ -151,7 +167,7 @@ std::vector<Blob> findBlobs(const cv::Mat& evidence, double smallestArea) {
     if (fragments.size() > kMostFragments) {
         fragments.resize(kMostFragments);
     }
-    joinFragments(fragments, changed);
+    joinFragments(fragments, changed, sizes, smallestArea);
     std::vector<Blob> blobs;
     for (Blob& fragment : fragments) {
         fillHoles(fragment.mask);

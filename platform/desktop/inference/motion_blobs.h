@@ -3,6 +3,8 @@
 #include <opencv2/core/mat.hpp>
 #include <vector>
 
+#include "motion_sizes.h"
+
 namespace desktop {
 
 /** One connected thing in one picture, in pixels of the working picture. */
@@ -19,7 +21,13 @@ struct Blob {
 };
 
 /** Finds the things of at least smallestArea pixels in a map of PixelEvidence, largest first. */
-std::vector<Blob> findBlobs(const cv::Mat& evidence, double smallestArea);
+std::vector<Blob> findBlobs(const cv::Mat& evidence, double smallestArea, const MotionSizes& sizes);
+
+/**
+ * Whether two fragments can be parts of one object: two that are both as large as things (pixels), and alike in size,
+ * are two. What is usual at the place (null: nothing is known) bounds what they may become.
+ */
+bool mayBeOne(const Blob& a, const Blob& b, const UsualSize* usual, double thing);
 
 /** One blob that covers all of the given ones, which must not be none. */
 Blob joinBlobs(const std::vector<const Blob*>& parts);

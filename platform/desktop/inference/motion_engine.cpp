@@ -8,6 +8,9 @@
 #include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
+#include <utility>
+
+#include "classes_in_force.h"
 
 namespace desktop {
 namespace {
@@ -32,13 +35,22 @@ float scoreOf(const MotionTrack& track) {
 
 }  // namespace
 
-MotionEngine::MotionEngine(const MotionCard& card) : m_card(card), m_background(card) {}
+MotionEngine::MotionEngine(const MotionCard& card, Counted counted)
+    : m_card(card), m_counted(std::move(counted)), m_background(card) {}
+
+void MotionEngine::askForClasses() {
+    constexpr int kBetween = 10;  // cycles
+    if (m_counted && m_cycles++ % kBetween == 0) {
+        m_tracks->setClasses(classesToExpect(m_card.classes, m_counted()));
+    }
+}
 
 void MotionEngine::shrink(const cv::Mat& rgb) {
     const cv::Size size = workingSize(rgb.size());
     cv::resize(rgb, m_small, size, 0, 0, cv::INTER_AREA);
     if (!m_tracks) {
         m_tracks = std::make_unique<MotionTracks>(m_card, size);
+        m_tracks->setClasses(classesToExpect(m_card.classes, {}));
     }
     cv::cvtColor(m_small, m_picture, cv::COLOR_RGB2YCrCb);
     cv::blur(m_picture, m_picture, {3, 3});
@@ -46,9 +58,13 @@ void MotionEngine::shrink(const cv::Mat& rgb) {
 
 std::vector<Detection> MotionEngine::detect(const cv::Mat& rgb) {
     shrink(rgb);
-    m_background.compare(m_picture);
-    std::vector<Blob> blobs =
-        findBlobs(m_background.evidence(), m_card.smallestArea * static_cast<double>(m_small.total()));
+    askForClasses();
+    if (!m_background.mean().empty()) {
+        m_alignment.align(m_picture, m_background.mean());
+    }
+    m_background.compare(m_picture, m_alignment.margin());
+    std::vector<Blob> blobs = findBlobs(m_background.evidence(),
+                                        m_card.smallestArea * static_cast<double>(m_small.total()), m_tracks->sizes());
     for (Blob& blob : blobs) {
         blob.founding = measureFounding(blob, m_picture, m_background.expectedPicture());
     }
@@ -83,13 +99,21 @@ void MotionEngine::giveBackToBackground() {
 void MotionEngine::learnAroundObjects() {
     m_kept.create(m_small.size(), CV_8U);
     m_kept.setTo(0);
+    m_held.create(m_small.size(), CV_8U);
+    m_held.setTo(0);
     for (const MotionTrack& track : m_tracks->tracks()) {
         if (track.missed == 0) {
             m_kept(track.blob.box).setTo(255, track.blob.mask);
+            if (track.holdsItsPlace()) {
+                m_held(track.blob.box).setTo(255, track.blob.mask);
+            }
         }
     }
     static const cv::Mat element = cv::getStructuringElement(cv::MORPH_RECT, {7, 7});
     cv::dilate(m_kept, m_kept, element);
+    cv::dilate(m_held, m_held, element);
+    m_kept.setTo(MotionBackground::kLooseObject, m_kept);
+    m_kept.setTo(MotionBackground::kHeldObject, m_held);
     m_background.learn(m_kept);
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <vector>
 
 #include "engine.h"
+#include "motion_alignment.h"
 #include "motion_background.h"
 #include "motion_tracks.h"
 
@@ -12,7 +14,11 @@ namespace desktop {
 /** Finds what moves before a fixed camera, by background subtraction; no network. */
 class MotionEngine : public Engine {
 public:
-    explicit MotionEngine(const MotionCard& card);
+    /** The classes that are counted at present. */
+    using Counted = std::function<std::vector<ObjectClass>()>;
+
+    /** counted is asked once a second or so, on the thread that calls detect; without it nothing is known of them. */
+    explicit MotionEngine(const MotionCard& card, Counted counted = {});
 
     std::vector<Detection> detect(const cv::Mat& rgb) override;
 
@@ -23,16 +29,21 @@ public:
     [[nodiscard]] const cv::Mat& evidence() const { return m_background.evidence(); }
 
 private:
+    void askForClasses();
     void shrink(const cv::Mat& rgb);
     void giveBackToBackground();
     void learnAroundObjects();
 
     MotionCard m_card;
+    Counted m_counted;
+    int m_cycles = 0;
+    MotionAlignment m_alignment;
     MotionBackground m_background;
     std::unique_ptr<MotionTracks> m_tracks; /**< made for the size of the first picture */
     cv::Mat m_small;                        /**< RGB at the working size */
     cv::Mat m_picture;                      /**< Y, Cr, Cb at the working size */
-    cv::Mat m_kept;
+    cv::Mat m_kept;                         /**< what the background does not learn */
+    cv::Mat m_held;                         /**< of that, what has come and rests */
 };
 
 }  // namespace desktop

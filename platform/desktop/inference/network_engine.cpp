@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <iostream>
 #include <opencv2/imgproc.hpp>
 #include <stdexcept>
 
@@ -49,8 +50,35 @@ cv::dnn::Net readNetwork(const std::vector<std::string>& files) {
 
 }  // namespace
 
-NetworkEngine::NetworkEngine(const NetworkCard& card)
-    : m_card(card), m_net(readNetwork(card.files)), m_outputNames(m_net.getUnconnectedOutLayersNames()) {
+float fittedScore(float score, float fitting) {
+    constexpr float kDefault = 0.35F;  // of the setting
+    if (score <= fitting) {
+        return score * kDefault / fitting;
+    }
+    return kDefault + (score - fitting) * (1 - kDefault) / (1 - fitting);
+}
+
+std::vector<cv::Rect> tilesOf(cv::Size picture, int tiles) {
+    constexpr double kOverlap = 0.25;  // of a tile: what one cuts another shows whole
+    const double parts = tiles - (tiles - 1) * kOverlap;
+    const int width = static_cast<int>(std::ceil(picture.width / parts));
+    const int height = static_cast<int>(std::ceil(picture.height / parts));
+    std::vector<cv::Rect> places;
+    for (int row = 0; row < tiles; ++row) {
+        for (int column = 0; column < tiles; ++column) {
+            const int steps = std::max(1, tiles - 1);
+            places.emplace_back((picture.width - width) * column / steps, (picture.height - height) * row / steps,
+                                width, height);
+        }
+    }
+    return places;
+}
+
+NetworkEngine::NetworkEngine(const ModelCard& card)
+    : m_name(card.name),
+      m_card(card.network),
+      m_net(readNetwork(m_card.files)),
+      m_outputNames(m_net.getUnconnectedOutLayersNames()) {
     m_net.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
     m_net.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
     try {
@@ -79,6 +107,58 @@ void NetworkEngine::forward(const cv::Mat& rgb) {
 }
 
 std::vector<Detection> NetworkEngine::detect(const cv::Mat& rgb) {
+    std::vector<Detection> found = detectIn(rgb);
+    if (m_card.tiles > 1) {
+        const std::vector<Detection> small = detectInTiles(rgb);
+        found.insert(found.end(), small.begin(), small.end());
+    }
+    keepBestPerObject(found, m_card.overlap);
+    constexpr float kSurely = 0.35F;
+    warnWhenBlind(rgb, !found.empty() && found.front().score > kSurely);
+    return found;
+}
+
+void NetworkEngine::warnWhenBlind(const cv::Mat& rgb, bool found) {
+    if (m_watch.noticesBlindness(rgb, found, nowMicros())) {
+        std::cerr
+            << "senvo: " + m_name +
+                   " has seen nothing for a minute though the picture moves: are \"input\" and \"decoder\" of its "
+                   "model card (order, mean, scale, fit) those that it was trained with?\n"
+            << std::flush;
+    }
+}
+
+/** What the tiles show whole; what a tile's border cuts is left to its neighbour, or to the whole picture. */
+std::vector<Detection> NetworkEngine::detectInTiles(const cv::Mat& rgb) {
+    std::vector<Detection> found;
+    const auto width = static_cast<float>(rgb.cols);
+    const auto height = static_cast<float>(rgb.rows);
+    for (const cv::Rect& tile : tilesOf(rgb.size(), m_card.tiles)) {
+        for (Detection detection : detectIn(rgb(tile))) {
+            constexpr float kRim = 0.01F;
+            const bool cut = (detection.left < kRim && tile.x > 0) || (detection.top < kRim && tile.y > 0) ||
+                             (detection.right > 1 - kRim && tile.br().x < rgb.cols) ||
+                             (detection.bottom > 1 - kRim && tile.br().y < rgb.rows);
+            if (cut) {
+                continue;
+            }
+            const auto across = [&](float x) {
+                return (static_cast<float>(tile.x) + x * static_cast<float>(tile.width)) / width;
+            };
+            const auto down = [&](float y) {
+                return (static_cast<float>(tile.y) + y * static_cast<float>(tile.height)) / height;
+            };
+            detection.left = across(detection.left);
+            detection.right = across(detection.right);
+            detection.top = down(detection.top);
+            detection.bottom = down(detection.bottom);
+            found.push_back(detection);
+        }
+    }
+    return found;
+}
+
+std::vector<Detection> NetworkEngine::detectIn(const cv::Mat& rgb) {
     forward(rgb);
     std::vector<Detection> found =
         decodeOutputs(m_card.decoder, m_outputs, {m_card.width, m_card.height}, m_card.classes, m_card.threshold);
@@ -94,8 +174,8 @@ std::vector<Detection> NetworkEngine::detect(const cv::Mat& rgb) {
         detection.right = horizontal(detection.right);
         detection.top = vertical(detection.top);
         detection.bottom = vertical(detection.bottom);
+        detection.score = fittedScore(detection.score, m_card.sensitivity);
     }
-    keepBestPerObject(found, m_card.overlap);
     return found;
 }
 

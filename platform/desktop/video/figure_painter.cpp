@@ -88,6 +88,28 @@ void drawPerson(cairo_t* cairo, const SceneFigure& figure, const FigurePose& pos
     cairo_fill(cairo);
 }
 
+/** Seen from above, walking upwards: feet before and behind, shoulders across, the head in the middle. */
+void drawPersonFromAbove(cairo_t* cairo, const SceneFigure& figure, const FigurePose& pose) {
+    const double w = figure.width;
+    const double h = figure.height;
+    const double swing = pose.moves ? std::sin(2 * kPi * pose.travelled / (1.1 * h)) : 0.3;
+    cairo_set_line_cap(cairo, CAIRO_LINE_CAP_ROUND);
+    shadow(cairo, 0.8 * w, 0.42 * h, 0.7 * h);
+    for (const double side : {-1.0, 1.0}) {
+        setColour(cairo, figure.trim);
+        line(cairo, side * 0.14 * w, 0, side * 0.14 * w, side * swing * 0.36 * h, 0.2 * w);
+        setColour(cairo, figure.main);
+        line(cairo, side * 0.36 * w, 0, side * 0.36 * w, -side * swing * 0.28 * h, 0.15 * w);
+    }
+    setColour(cairo, figure.main);
+    cairo_save(cairo);
+    cairo_scale(cairo, 0.47 * w, 0.25 * h);
+    disc(cairo, 0, 0, 1);
+    cairo_restore(cairo);
+    setColour(cairo, 0x33261d);
+    disc(cairo, 0, -0.04 * h, 0.16 * w);
+}
+
 void drawWheel(cairo_t* cairo, double x, double y, double radius, double travelled) {
     setColour(cairo, kTyre);
     disc(cairo, x, y, radius);
@@ -144,6 +166,26 @@ void drawCar(cairo_t* cairo, const SceneFigure& figure, const FigurePose& pose) 
     roundedBox(cairo, left + 0.005 * w, top + 0.47 * h, 0.035 * w, 0.13 * h, 3);
     drawWheel(cairo, left + 0.21 * w, h / 2 - wheel, wheel, pose.travelled);
     drawWheel(cairo, left + 0.79 * w, h / 2 - wheel, wheel, pose.travelled);
+}
+
+void drawCarFromAhead(cairo_t* cairo, const SceneFigure& figure) {
+    const double w = figure.width;
+    const double h = figure.height;
+    const double top = -h / 2;
+    shadow(cairo, w, h / 2, 0.12 * h);
+    setColour(cairo, kTyre);
+    roundedBox(cairo, -0.45 * w, 0.28 * h, 0.16 * w, 0.2 * h, 0.02 * w);
+    roundedBox(cairo, 0.29 * w, 0.28 * h, 0.16 * w, 0.2 * h, 0.02 * w);
+    setColour(cairo, figure.main);
+    roundedBox(cairo, -0.38 * w, top, 0.76 * w, 0.5 * h, 0.08 * w);
+    roundedBox(cairo, -0.5 * w, top + 0.4 * h, w, 0.46 * h, 0.08 * w);
+    setColour(cairo, 0x4c5f6b);
+    roundedBox(cairo, -0.33 * w, top + 0.08 * h, 0.66 * w, 0.3 * h, 0.05 * w);
+    setColour(cairo, 0x2a2d30);
+    roundedBox(cairo, -0.24 * w, top + 0.6 * h, 0.48 * w, 0.14 * h, 0.02 * w);
+    setColour(cairo, 0xfff0b8);
+    disc(cairo, -0.38 * w, top + 0.6 * h, 0.07 * w);
+    disc(cairo, 0.38 * w, top + 0.6 * h, 0.07 * w);
 }
 
 void drawBus(cairo_t* cairo, const SceneFigure& figure, const FigurePose& pose) {
@@ -241,6 +283,17 @@ void drawBicycle(cairo_t* cairo, const SceneFigure& figure, const FigurePose& po
 void drawFigure(cairo_t* cairo, const SceneFigure& figure, const FigurePose& pose) {
     cairo_save(cairo);
     cairo_translate(cairo, pose.x, pose.y);
+    cairo_scale(cairo, pose.scale, pose.scale);
+    if (figure.view == View::Above) {
+        drawPersonFromAbove(cairo, figure, pose);
+        cairo_restore(cairo);
+        return;
+    }
+    if (figure.view == View::Ahead) {
+        drawCarFromAhead(cairo, figure);
+        cairo_restore(cairo);
+        return;
+    }
     if (pose.facesLeft) {
         cairo_scale(cairo, -1, 1);
     }

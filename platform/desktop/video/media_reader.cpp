@@ -24,6 +24,7 @@ using SteadyTime = std::chrono::steady_clock::time_point;
 
 constexpr auto kOpenTimeout = std::chrono::seconds(10);
 constexpr auto kReadTimeout = std::chrono::seconds(5);
+constexpr const char* kNoData = "no data for 5 s";  // kReadTimeout
 constexpr auto kWebcamPoll = std::chrono::milliseconds(5);
 constexpr double kMissingSecondsAllowed = 0.5;
 constexpr double kRateWhenUnknown = 25.0;
@@ -95,9 +96,9 @@ public:
 private:
     static int interrupted(void* self);
 
-    void openInput(const std::string& source, SourceKind kind);
+    void openInput(const std::string& source);
     void openDecoder();
-    void readInfo(SourceKind kind);
+    void readInfo();
     bool feedDecoder();
     bool isDamaged(const AVFrame& frame) const;
     std::optional<Frame> timed(FramePtr frame);
@@ -105,6 +106,7 @@ private:
     [[noreturn]] void failAtFrame(const std::string& reason) const;
 
     const std::string m_name;
+    const SourceKind m_kind;
     const std::atomic<bool>& m_stop;
     SteadyTime m_deadline = SteadyTime::max();
     std::unique_ptr<AVFormatContext, CloseFormat> m_format;
@@ -119,14 +121,14 @@ private:
 };
 
 MediaReader::MediaReader(const std::string& source, SourceKind kind, const std::atomic<bool>& stop)
-    : m_name(displayName(source)), m_stop(stop), m_packet(av_packet_alloc()) {
+    : m_name(displayName(source)), m_kind(kind), m_stop(stop), m_packet(av_packet_alloc()) {
     setUpLibrary();
     if (!m_packet) {
         throw std::bad_alloc();
     }
-    openInput(source, kind);
+    openInput(source);
     openDecoder();
-    readInfo(kind);
+    readInfo();
 }
 
 int MediaReader::interrupted(void* self) {
@@ -134,22 +136,22 @@ int MediaReader::interrupted(void* self) {
     return reader.m_stop || std::chrono::steady_clock::now() > reader.m_deadline ? 1 : 0;
 }
 
-void MediaReader::openInput(const std::string& source, SourceKind kind) {
+void MediaReader::openInput(const std::string& source) {
     Options options;
     const AVInputFormat* format = nullptr;
-    if (kind == SourceKind::File) {
+    if (m_kind == SourceKind::File) {
         requireFile(source);
         // A crafted list of clips must not reach out to other files' protocols or to the network.
         options.set("protocol_whitelist", "file");
     } else {
         m_deadline = std::chrono::steady_clock::now() + kOpenTimeout;
     }
-    if (kind == SourceKind::Network) {
+    if (m_kind == SourceKind::Network) {
         options.set("protocol_whitelist", "rtsp,rtsps,rtp,tcp,udp,tls,http,https,httpproxy,crypto");
         options.set("rtsp_transport", "tcp");
         options.set("fflags", "nobuffer");
     }
-    if (kind == SourceKind::Webcam) {
+    if (m_kind == SourceKind::Webcam) {
         format = av_find_input_format("v4l2");
     }
 
@@ -158,10 +160,10 @@ void MediaReader::openInput(const std::string& source, SourceKind kind) {
         throw std::bad_alloc();
     }
     context->interrupt_callback = {&MediaReader::interrupted, this};
-    if (kind == SourceKind::Webcam) {
+    if (m_kind == SourceKind::Webcam) {
         context->flags |= AVFMT_FLAG_NONBLOCK;  // its reads do not ask whether to stop
     }
-    const std::string address = kind == SourceKind::File ? "file:" + source : source;
+    const std::string address = m_kind == SourceKind::File ? "file:" + source : source;
     const int opened = avformat_open_input(&context, address.c_str(), format, options.get());
     if (opened < 0) {  // the library has freed the context
         const bool noVideo = opened == AVERROR_INVALIDDATA;
@@ -211,7 +213,7 @@ void MediaReader::openDecoder() {
     }
 }
 
-void MediaReader::readInfo(SourceKind kind) {
+void MediaReader::readInfo() {
     const AVRational pixel = av_guess_sample_aspect_ratio(m_format.get(), const_cast<AVStream*>(m_stream), nullptr);
     const double stretch = pixel.num > 0 && pixel.den > 0 ? av_q2d(pixel) : 1.0;
     m_info.width = static_cast<int>(std::lround(m_decoder->width * stretch));
@@ -223,7 +225,7 @@ void MediaReader::readInfo(SourceKind kind) {
     } else if (m_format->duration != AV_NOPTS_VALUE) {
         m_info.duration = av_rescale(m_format->duration, 1000000, AV_TIME_BASE);
     }
-    m_info.live = kind == SourceKind::Webcam || (kind == SourceKind::Network && m_info.duration == 0);
+    m_info.live = m_kind == SourceKind::Webcam || (m_kind == SourceKind::Network && m_info.duration == 0);
 }
 
 std::optional<Frame> MediaReader::next() {
@@ -253,11 +255,7 @@ std::optional<Frame> MediaReader::next() {
 
 /** Gives the decoder one packet; false at the source's end. */
 bool MediaReader::feedDecoder() {
-    if (m_info.live) {
-        m_deadline = std::chrono::steady_clock::now() + kReadTimeout;
-    } else {
-        m_deadline = SteadyTime::max();
-    }
+    m_deadline = m_kind == SourceKind::File ? SteadyTime::max() : std::chrono::steady_clock::now() + kReadTimeout;
     for (;;) {
         av_packet_unref(m_packet.get());
         const int read = av_read_frame(m_format.get(), m_packet.get());
@@ -271,18 +269,17 @@ bool MediaReader::feedDecoder() {
         }
         if (read < 0) {
             const int code = read == AVERROR_EOF ? m_format->pb->error : read;
+            const std::string reason = code == AVERROR_EXIT ? kNoData : reasonOf(code);
             if (m_info.live) {
-                throw VideoError(
-                    VDO_ERROR_NO_VIDEO,
-                    m_name + ": connection lost (" + (code == AVERROR_EXIT ? "no data for 5 s" : reasonOf(code)) + ")");
+                throw VideoError(VDO_ERROR_NO_VIDEO, m_name + ": connection lost (" + reason + ")");
             }
-            failAtFrame(reasonOf(code));
+            failAtFrame(reason);
         }
         if (m_packet->stream_index != m_stream->index) {
             continue;
         }
         if (!m_info.live && (m_packet->flags & AV_PKT_FLAG_CORRUPT) != 0) {
-            failAtFrame("the recording is cut off or damaged there");
+            failAtFrame(interrupted(this) != 0 ? kNoData : "the recording is cut off or damaged there");
         }
         const int sent = avcodec_send_packet(m_decoder.get(), m_packet.get());
         if (sent < 0 && !m_info.live) {

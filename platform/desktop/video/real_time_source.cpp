@@ -99,6 +99,8 @@ void RealTimeSource::publish(SharedPicture picture) {
     const std::lock_guard lock(m_mutex);
     m_newest.number += 1;
     m_newest.picture = std::move(picture);
+    m_newest.micros =
+        std::chrono::duration_cast<std::chrono::microseconds>(m_settings.clock->now().time_since_epoch()).count();
     m_loss.clear();
     m_changed.notify_all();
 }

@@ -1,8 +1,10 @@
 #include "scene_painter.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <new>
+#include <utility>
 
 extern "C" {
 #include <libavutil/frame.h>
@@ -56,31 +58,115 @@ SharedPicture toNv12(cairo_surface_t* surface, int width, int height) {
     return picture;
 }
 
+/** Where the wind holds the camera: slow swings with a tremor on top. */
+std::pair<double, double> swayAt(const Scene& scene, int frame) {
+    if (scene.weather.shake <= 0) {
+        return {0, 0};
+    }
+    const double seconds = static_cast<double>(frame) / scene.frameRate;
+    auto state = static_cast<uint32_t>(frame) * 7919U;
+    const auto tremor = [&state] { return (nextRandom(state) % 201) / 100.0 - 1; };
+    const double x = 0.6 * std::sin(seconds * 5.3) + 0.4 * tremor();
+    const double y = 0.6 * std::sin(seconds * 7.1 + 1) + 0.4 * tremor();
+    return {scene.weather.shake * x, scene.weather.shake * y};
+}
+
+/** The figures that are there, the farthest first, so that the nearer ones hide it. */
+std::vector<const SceneFigure*> nearestLast(const Scene& scene, double seconds) {
+    std::vector<std::pair<double, const SceneFigure*>> figures;
+    for (const SceneFigure& figure : scene.figures) {
+        if (isPresent(figure, seconds)) {
+            const FigurePose pose = poseAt(figure, seconds);
+            figures.emplace_back(pose.y + pose.scale * figure.height / 2, &figure);
+        }
+    }
+    std::stable_sort(figures.begin(), figures.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<const SceneFigure*> sorted;
+    for (const auto& [bottom, figure] : figures) {
+        sorted.push_back(figure);
+    }
+    return sorted;
+}
+
+double gainAt(const Weather& weather, double seconds) {
+    double gain = 1;
+    for (const LightStep& step : weather.light) {
+        gain = seconds >= step.seconds ? step.gain : gain;
+    }
+    return gain;
+}
+
 }  // namespace
 
 ScenePainter::ScenePainter(const Scene& scene)
     : m_scene(scene), m_backdrop(makeSurface(scene)), m_canvas(makeSurface(scene)), m_noise(makeNoise()) {
     const CairoPtr cairo(cairo_create(m_backdrop.get()));
-    drawPlazaBackdrop(cairo.get(), scene);
+    if (scene.backdrop == Backdrop::Plaza) {
+        drawPlazaBackdrop(cairo.get(), scene);
+    } else {
+        drawTrialBackdrop(cairo.get(), scene);
+    }
 }
 
 SharedPicture ScenePainter::draw(int frame) {
     const double seconds = static_cast<double>(frame) / m_scene.frameRate;
     const CairoPtr cairo(cairo_create(m_canvas.get()));
+    const auto [swayX, swayY] = swayAt(m_scene, frame);
+    cairo_translate(cairo.get(), swayX, swayY);
     cairo_set_operator(cairo.get(), CAIRO_OPERATOR_SOURCE);
     cairo_set_source_surface(cairo.get(), m_backdrop.get(), 0, 0);
+    cairo_pattern_set_extend(cairo_get_source(cairo.get()), CAIRO_EXTEND_REFLECT);
     cairo_paint(cairo.get());
     cairo_set_operator(cairo.get(), CAIRO_OPERATOR_OVER);
-    for (const SceneFigure& figure : m_scene.figures) {
-        if (isPresent(figure, seconds)) {
-            drawFigure(cairo.get(), figure, poseAt(figure, seconds));
-        }
+    for (const SceneFigure* figure : nearestLast(m_scene, seconds)) {
+        drawFigure(cairo.get(), *figure, poseAt(*figure, seconds));
     }
+    cairo_identity_matrix(cairo.get());
+    drawRain(cairo.get(), frame);
     cairo_surface_flush(m_canvas.get());
     SharedPicture picture = toNv12(m_canvas.get(), m_scene.width, m_scene.height);
     // The picture is not shared yet.
+    addLight(const_cast<AVFrame&>(*picture), seconds);
     addNoise(const_cast<AVFrame&>(*picture), frame);
     return picture;
+}
+
+void ScenePainter::drawRain(cairo_t* cairo, int frame) const {
+    auto state = static_cast<uint32_t>(frame) * 104729U + 5;
+    cairo_set_line_width(cairo, 1);
+    setColour(cairo, 0xd8dde2, 0.45);
+    for (int drop = 0; drop < m_scene.weather.rain; ++drop) {
+        const auto x = static_cast<double>(nextRandom(state) % static_cast<uint32_t>(m_scene.width));
+        const auto y = static_cast<double>(nextRandom(state) % static_cast<uint32_t>(m_scene.height));
+        const double length = 8 + nextRandom(state) % 14;
+        cairo_move_to(cairo, x, y);
+        cairo_line_to(cairo, x - length * 0.15, y + length);
+        cairo_stroke(cairo);
+    }
+}
+
+void ScenePainter::addLight(AVFrame& picture, double seconds) const {
+    const Weather& weather = m_scene.weather;
+    if (weather.light.empty() && weather.cloud <= 0) {
+        return;
+    }
+    const double gain = gainAt(weather, seconds);
+    constexpr double kCloudSpeed = 0.25;  // of the picture's width in a second
+    for (int row = 0; row < picture.height; ++row) {
+        uint8_t* luma = picture.data[0] + static_cast<ptrdiff_t>(row) * picture.linesize[0];
+        for (int column = 0; column < picture.width; ++column) {
+            const double along = static_cast<double>(column) / picture.width - kCloudSpeed * seconds;
+            const double covered = weather.cloud * (0.5 + 0.5 * std::sin(5 * along));
+            luma[column] =
+                static_cast<uint8_t>(std::clamp(16 + (luma[column] - 16) * gain * (1 - covered), 16.0, 235.0));
+        }
+    }
+    for (int row = 0; row < picture.height / 2; ++row) {
+        uint8_t* colour = picture.data[1] + static_cast<ptrdiff_t>(row) * picture.linesize[1];
+        for (int column = 0; column < picture.width; ++column) {
+            colour[column] = static_cast<uint8_t>(std::clamp(128 + (colour[column] - 128) * gain, 16.0, 240.0));
+        }
+    }
 }
 
 void ScenePainter::addNoise(AVFrame& picture, int frame) const {
@@ -92,7 +178,8 @@ void ScenePainter::addNoise(AVFrame& picture, int frame) const {
         const int8_t* noise = m_noise.data() + offset;
         uint8_t* luma = picture.data[0] + static_cast<ptrdiff_t>(row) * picture.linesize[0];
         for (int column = 0; column < picture.width; ++column) {
-            luma[column] = static_cast<uint8_t>(std::clamp(luma[column] + noise[column], 16, 235));
+            const int disturbed = luma[column] + static_cast<int>(std::lround(m_scene.weather.noise * noise[column]));
+            luma[column] = static_cast<uint8_t>(std::clamp(disturbed, 16, 235));
         }
     }
 }

@@ -25,6 +25,8 @@ public:
     SharedPicture draw(int frame);
 
 private:
+    void drawRain(cairo_t* cairo, int frame) const;
+    void addLight(AVFrame& picture, double seconds) const;
     void addNoise(AVFrame& picture, int frame) const;
 
     const Scene& m_scene;
@@ -35,6 +37,9 @@ private:
 
 /** Draws what stands still on the plaza, the size of the scene. */
 void drawPlazaBackdrop(cairo_t* cairo, const Scene& scene);
+
+/** Draws what stands still in a yard or beside a road, the size of the scene. */
+void drawTrialBackdrop(cairo_t* cairo, const Scene& scene);
 
 /** Draws a figure in its box. */
 void drawFigure(cairo_t* cairo, const SceneFigure& figure, const FigurePose& pose);

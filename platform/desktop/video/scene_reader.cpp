@@ -1,5 +1,7 @@
 #include "scene_reader.h"
 
+#include <utility>
+
 #include "scene_painter.h"
 #include "video_error.h"
 
@@ -10,11 +12,11 @@ constexpr int64_t kMicrosPerSecond = 1'000'000;
 
 class SceneReader : public FrameReader {
 public:
-    explicit SceneReader(const Scene& scene)
-        : m_scene(scene),
-          m_painter(scene),
-          m_info{scene.width, scene.height, static_cast<double>(scene.frameRate), scene.seconds * kMicrosPerSecond,
-                 false} {}
+    explicit SceneReader(Scene scene)
+        : m_scene(std::move(scene)),
+          m_painter(m_scene),
+          m_info{m_scene.width, m_scene.height, static_cast<double>(m_scene.frameRate),
+                 m_scene.seconds * kMicrosPerSecond, false} {}
 
     const SourceInfo& info() const override { return m_info; }
 
@@ -27,7 +29,7 @@ public:
     }
 
 private:
-    const Scene& m_scene;
+    const Scene m_scene;
     ScenePainter m_painter;
     const SourceInfo m_info;
     int m_frame = 0;
@@ -37,11 +39,11 @@ private:
 
 std::unique_ptr<FrameReader> openScene(const std::string& source) {
     const std::string name = source.substr(source.find(':') + 1);
-    const Scene* scene = findScene(name);
-    if (scene == nullptr) {
+    std::optional<Scene> scene = findScene(name);
+    if (!scene) {
         throw VideoError(VDO_ERROR_NOT_FOUND, source + ": no such scene; known: " + sceneNames());
     }
-    return std::make_unique<SceneReader>(*scene);
+    return std::make_unique<SceneReader>(std::move(*scene));
 }
 
 }  // namespace desktop

@@ -99,6 +99,12 @@ int64_t nextFrameTime() {
     return source ? source->nextFrameTime() : -1;
 }
 
+void holdLastFrame() {
+    if (const auto source = drivenSource()) {
+        source->holdLastFrame();
+    }
+}
+
 int64_t sourceDuration() {
     const auto source = drivenSource();
     return source ? source->info().duration : 0;

@@ -116,7 +116,7 @@ VdoBuffer* Stream::fetch() {
         m_converter.convert(*delivery.picture, bytesOf(buffer.get()));
         m_fetched = delivery.number;
         const auto setting = [this](const char* name) { return static_cast<int>(m_settings.at(name)); };
-        noteFetched({delivery.picture, setting("rotation"), setting("width"), setting("height")});
+        noteFetched({delivery.picture, setting("rotation"), setting("width"), setting("height"), delivery.micros, 0});
     } catch (...) {
         const std::lock_guard lock(m_mutex);
         m_free.push_back(std::move(buffer));

@@ -11,6 +11,7 @@ namespace desktop {
 struct Delivery {
     uint64_t number = 0;
     SharedPicture picture;
+    int64_t micros = 0; /**< when it came, on the source's clock, which only goes forward */
 };
 
 /** An open source that hands its frames to any number of streams. */

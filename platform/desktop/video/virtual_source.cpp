@@ -45,6 +45,10 @@ Delivery VirtualSource::newest(uint64_t after, const std::atomic<bool>& stopped)
     }
     if (newest) {
         m_current.picture = newest->picture();
+        m_current.micros = newest->time;
+    } else if (m_holding && m_current.number <= after && m_current.picture) {
+        m_current.number += 1;
+        m_current.micros = std::max(m_now, m_current.micros);
     }
     if (m_current.number <= after) {
         throw VideoError(VDO_ERROR_NO_VIDEO, m_error.empty() ? m_name + ": the recording has ended" : m_error);

@@ -19,6 +19,7 @@ public:
 
     void setTime(int64_t micros);
     int64_t nextFrameTime();
+    void holdLastFrame() { m_holding = true; }
     const std::string& error() const { return m_error; }
 
 private:
@@ -29,6 +30,7 @@ private:
     int64_t m_now = 0;
     std::optional<Frame> m_next;  // read, but not yet handed out or skipped
     bool m_ended = false;
+    bool m_holding = false;  // the last frame is handed out again and again
     std::string m_error;
     Delivery m_current;
 };

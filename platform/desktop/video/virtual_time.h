@@ -18,6 +18,12 @@ void setVirtualTime(int64_t micros);
 /** Time of the first frame that was not handed out or skipped yet; -1 when the source has ended or cannot be read. */
 int64_t nextFrameTime();
 
+/**
+ * Has an ended recording hand out its last frame again at each virtual time, as if the camera went on to see the same:
+ * for services that answer for a frame only when they have seen what comes after it.
+ */
+void holdLastFrame();
+
 /** Length in microseconds as the source itself tells it, 0 when unknown. For progress bars only. */
 int64_t sourceDuration();
 

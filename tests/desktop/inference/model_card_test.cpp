@@ -6,6 +6,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "this_build.h"
+
 namespace desktop {
 namespace {
 
@@ -55,9 +57,9 @@ INSTANTIATE_TEST_SUITE_P(
         BadCard{"NoEngine", "{}", "\"engine\" is missing"},
         BadCard{"UnknownEngine", R"({"engine":"tpu"})", R"("engine": expected one of opencv-dnn, motion, got "tpu")"},
         BadCard{"UnknownKey", R"({"engine":"motion","tensr":{}})",
-                R"(unknown key "tensr"; known: name, engine, tensor, motion)"},
+                R"(unknown key "tensr"; known: name, engine, steady, tensor, motion)"},
         BadCard{"KeyOfTheOtherEngine", R"({"engine":"motion","decoder":"ssd"})",
-                R"(unknown key "decoder"; known: name, engine, tensor, motion)"},
+                R"(unknown key "decoder"; known: name, engine, steady, tensor, motion)"},
         BadCard{"NameNotText", R"({"engine":"motion","name":7})", "\"name\": expected a text, got 7"},
         BadCard{"TensorTooSmall", R"({"engine":"motion","tensor":{"width":8}})",
                 "\"tensor.width\": expected a whole number from 64 to 4096, got 8"},
@@ -114,7 +116,7 @@ TEST(ModelCard, MapsTheNetworksClassesToOurs) {
 
 TEST(ModelCard, ShippedCardsAreAccepted) {
     int cards = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(CARDS_FOLDER)) {
+    for (const auto& entry : std::filesystem::directory_iterator(this_build::checkout() / "package/models")) {
         std::ifstream file(entry.path());
         std::stringstream text;
         text << file.rdbuf();
@@ -125,4 +127,9 @@ TEST(ModelCard, ShippedCardsAreAccepted) {
 }
 
 }  // namespace
+TEST(ModelCard, SaysWhetherWhatIsFoundIsSteadied) {
+    EXPECT_TRUE(parseModelCard(R"({"engine": "motion"})").steady);
+    EXPECT_FALSE(parseModelCard(R"({"engine": "motion", "steady": false})").steady);
+}
+
 }  // namespace desktop

@@ -10,20 +10,16 @@
 
 #include "desktop_config.h"
 #include "engine.h"
+#include "this_build.h"
 
 namespace desktop {
 namespace {
-
-std::filesystem::path sharedFolder() {
-    const char* folder = std::getenv("SENVO_SHARED");
-    return folder != nullptr ? folder : SHARED_FOLDER;
-}
 
 /** Reads a clip's pictures, 960x540 RGB, with the ffmpeg program. */
 class Clip {
 public:
     Clip(const std::string& name, const std::string& options)
-        : m_pipe(popen(("ffmpeg -v error " + options + " -i '" + (sharedFolder() / "media" / name).string() +
+        : m_pipe(popen(("ffmpeg -v error " + options + " -i '" + (this_build::shared() / "media" / name).string() +
                         "' -vf fps=10,scale=960:540 -f rawvideo -pix_fmt rgb24 -")
                            .c_str(),
                        "r"),
@@ -40,7 +36,7 @@ private:
 };
 
 ModelCard shippedCard(const std::string& name) {
-    std::ifstream file(std::filesystem::path(CARDS_FOLDER) / name);
+    std::ifstream file(this_build::checkout() / "package/models" / name);
     std::stringstream text;
     text << file.rdbuf();
     return parseModelCard(text.str());
@@ -49,15 +45,16 @@ ModelCard shippedCard(const std::string& name) {
 class RealFootage : public testing::Test {
 protected:
     void SetUp() override {
-        if (!std::filesystem::exists(sharedFolder() / "media") || !std::filesystem::exists(sharedFolder() / "models")) {
-            GTEST_SKIP() << "needs the clips and networks in " << sharedFolder();
+        if (!std::filesystem::exists(this_build::shared() / "media") ||
+            !std::filesystem::exists(this_build::shared() / "models")) {
+            GTEST_SKIP() << "needs the clips and networks in " << this_build::shared();
         }
         if (std::system("ffmpeg -version >/dev/null 2>&1") != 0) {  // NOLINT: a fixed command
             GTEST_SKIP() << "needs the ffmpeg program to read the clips";
         }
         m_before = desktopConfig();
         DesktopConfig config = m_before;
-        config.networksFolder = sharedFolder() / "models";
+        config.networksFolder = this_build::shared() / "models";
         setDesktopConfig(config);
     }
 

@@ -3,6 +3,7 @@
 
 #include "clip_maker.h"
 #include "picture.h"
+#include "this_build.h"
 #include "vdo_handles.h"
 
 namespace video_test {
@@ -175,9 +176,7 @@ TEST(RecordingTest, AWholeClipEndsWithoutAnError) {
 }
 
 TEST(RecordingTest, RealFootageReadsToItsEnd) {
-    const char* shared = std::getenv("SENVO_SHARED");
-    const std::string media =
-        (shared != nullptr ? std::string(shared) : std::string(CHECKOUT) + "/../shared") + "/media/";
+    const std::string media = this_build::shared() / "media/";
     struct Row {
         const char* name;
         int frames;

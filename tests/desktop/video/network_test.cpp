@@ -37,8 +37,11 @@ public:
         FallSilent /**< keeps the connection and sends nothing more */
     };
 
-    Camera(std::string stream, After after)
-        : m_stream(std::move(stream)), m_after(after), m_listener(::socket(AF_INET, SOCK_STREAM, 0)) {
+    Camera(std::string stream, After after, std::string header = "Content-Type: video/mp2t\r\n")
+        : m_stream(std::move(stream)),
+          m_after(after),
+          m_header(std::move(header)),
+          m_listener(::socket(AF_INET, SOCK_STREAM, 0)) {
         sockaddr_in address = {};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -83,7 +86,7 @@ private:
                 send(caller.get(), "HTTP/1.0 503 Service Unavailable\r\n\r\n");
                 continue;
             }
-            send(caller.get(), "HTTP/1.0 200 OK\r\nContent-Type: video/mp2t\r\n\r\n" + m_stream);
+            send(caller.get(), "HTTP/1.0 200 OK\r\n" + m_header + "\r\n" + m_stream);
             if (m_after == After::FallSilent) {
                 m_done.acquire();
             }
@@ -103,6 +106,7 @@ private:
 
     const std::string m_stream;
     const After m_after;
+    const std::string m_header;
     const Socket m_listener;
     int m_port = 0;
     std::atomic<bool> m_ends = false;
@@ -182,6 +186,27 @@ TEST_F(NetworkTest, ACameraThatTurnsUsAwayIsAnErrorOfTheCall) {
         EXPECT_NE(message.find("/live.ts: cannot open ("), std::string::npos) << message;
         EXPECT_EQ(message.find("secret"), std::string::npos) << message;
     }
+}
+
+TEST_F(NetworkTest, AClipThatStallsIsAnErrorAndIsOpenedAgain) {
+    video_test::makeClip(
+        m_folder.file("clip.mp4"),
+        {.frames = 30, .coder = "-c:v libx264 -g 5 -bf 0 -movflags +faststart", .picture = "testsrc2"});
+    const std::string clip = video_test::readFile(m_folder.file("clip.mp4"));
+    Camera camera(clip.substr(0, clip.size() / 2), Camera::After::FallSilent,
+                  "Content-Type: video/mp4\r\nContent-Length: " + std::to_string(clip.size()) + "\r\n");
+    camera.allowOne();
+    const auto source = open(camera.url());
+    EXPECT_FALSE(source->info().live);
+    EXPECT_EQ(source->info().duration, 3000000);
+    const uint64_t seen = takeUntilLost(*source, 0);
+    EXPECT_GT(seen, 0U);
+    EXPECT_NE(m_loss.find("): no data for 5 s, trying again"), std::string::npos) << m_loss;
+
+    camera.hangUp();
+    camera.allowOne();
+    EXPECT_GT(takeOne(*source, seen), seen);
+    camera.hangUp();
 }
 
 TEST_F(NetworkTest, ASourceThatWaitsForASilentCameraCanBeDestroyed) {

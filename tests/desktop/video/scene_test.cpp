@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "picture.h"
+#include "this_build.h"
 #include "vdo_handles.h"
 
 namespace desktop {
@@ -29,20 +30,6 @@ Box boxAt(const SceneFigure& figure, double seconds) {
 
 bool touchesPicture(const Scene& scene, const Box& box) {
     return box.right > 0 && box.left < scene.width && box.bottom > 0 && box.top < scene.height;
-}
-
-const char* labelOf(FigureKind kind) {
-    switch (kind) {
-        case FigureKind::Person:
-            return "Person";
-        case FigureKind::Car:
-            return "Car";
-        case FigureKind::Bus:
-            return "Bus";
-        case FigureKind::Bicycle:
-            return "Bicycle";
-    }
-    return "";
 }
 
 /** A figure's centre crosses an area's border. */
@@ -92,7 +79,7 @@ std::vector<Passage> allPassages(const Scene& scene, const SceneArea& area) {
 }
 
 nlohmann::json plazaTruth() {
-    std::ifstream file(PLAZA_TRUTH);
+    std::ifstream file(this_build::checkout() / "package/scenes/plaza.truth.json");
     return nlohmann::json::parse(file);
 }
 
