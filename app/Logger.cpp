@@ -2,8 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <fcntl.h>
 #include <fstream>
+#include <functional>
+#include <optional>
+#include <string_view>
+#include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 #include <utility>
 
 #include "atomic_file.h"
@@ -14,19 +20,37 @@ namespace {
 
 constexpr size_t kMaxWaitingEntries = 100;
 constexpr time_t kSecondsPerDay = 86400;
+constexpr off_t kBlock = off_t{1} << 16U;
+constexpr off_t kNewestBytes = off_t{1} << 20U;
 
 const char* writtenLevel(LogLevel level) {
     static constexpr std::array<const char*, 3> kNames = {"info", "warning", "error"};
     return kNames[static_cast<size_t>(level)];
 }
 
-std::vector<std::string> readLines(const std::string& path) {
-    std::vector<std::string> lines;
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) {
-        lines.push_back(std::move(line));
+/** Visits the lines of a file up to a size, without their ends, a block at a time. */
+void forEachLine(int file, off_t size, const std::function<void(std::string_view line)>& visit) {
+    std::string block(kBlock, '\0');
+    std::string begun;  // of a line that reaches beyond a block
+    for (off_t at = 0; at < size;) {
+        const auto wanted = static_cast<size_t>(std::min<off_t>(size - at, kBlock));
+        const ssize_t got = pread(file, block.data(), wanted, at);
+        if (got <= 0) {
+            break;
+        }
+        at += got;
+        std::string_view rest(block.data(), static_cast<size_t>(got));
+        for (size_t end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
+            begun += rest.substr(0, end);
+            visit(begun);
+            begun.clear();
+            rest.remove_prefix(end + 1);
+        }
+        begun += rest;
     }
-    return lines;
+    if (!begun.empty()) {
+        visit(begun);
+    }
 }
 
 int64_t fileSize(const std::string& path) {
@@ -46,19 +70,44 @@ std::string oneLine(std::string message) {
     return message;
 }
 
-/** Index of the oldest line to keep: where the lengths, added up from the end, first exceed minSize. */
-size_t firstLineToKeep(const std::vector<std::string>& lines, size_t minSize) {
-    if (lines.empty()) {
-        return 0;
-    }
-    size_t total = lines.back().size();
-    for (size_t i = lines.size() - 1; i-- > 0;) {
-        total += lines[i].size();
-        if (total > minSize) {
-            return i;
+/** Visits the line ends of a file from its end to its beginning, until told to stop. */
+void forEachLineEndBackwards(int file, off_t size, const std::function<bool(off_t at)>& visit) {
+    std::string block(kBlock, '\0');
+    for (off_t end = size; end > 0;) {
+        const off_t begin = std::max<off_t>(0, end - kBlock);
+        const ssize_t got = pread(file, block.data(), static_cast<size_t>(end - begin), begin);
+        for (off_t at = begin + got; got > 0 && at-- > begin;) {
+            if (block[static_cast<size_t>(at - begin)] == '\n' && !visit(at)) {
+                return;
+            }
         }
+        end = got > 0 ? begin : 0;
     }
-    return lines.size() - 1;
+}
+
+/** Where the oldest line to keep begins: where the lengths, added up from the end, first exceed minSize. */
+off_t startOfLinesToKeep(int file, off_t size, off_t minSize) {
+    std::optional<off_t> lastLine;
+    std::optional<off_t> kept;
+    off_t total = 0;
+    off_t lineEnd = size;
+    const auto addLine = [&](off_t begin) {
+        total += lineEnd - begin;
+        if (lastLine && total > minSize) {
+            kept = begin;
+        }
+        lastLine = lastLine ? lastLine : begin;
+        return !kept;
+    };
+    forEachLineEndBackwards(file, size, [&](off_t at) {
+        const bool goOn = at + 1 == size || addLine(at + 1);
+        lineEnd = at;
+        return goOn;
+    });
+    if (!kept && size > 0) {
+        addLine(0);
+    }
+    return kept.value_or(lastLine.value_or(0));
 }
 
 }  // namespace
@@ -108,23 +157,31 @@ Logger::~Logger() {
 }
 
 void Logger::close() {
-    const std::string message = "STOPPING " + _appName;
     {
         const MutexLock lock(m_mutex);
         if (m_closed) {
             return;
         }
-        addWaiting(LogLevel::Warning, message);
-        addWaiting(LogLevel::Warning, "");
         m_closed = true;
     }
+    writeLast("STOPPING " + _appName);
+    writeLast("");
+}
+
+void Logger::writeLast(const std::string& message) {
     syslog(LOG_WARNING, "%s", message.c_str());
+    bool purgeNow = false;
     m_mutex.lock();
+    addWaiting(LogLevel::Warning, message);
     while (m_purging) {
         m_purged.wait(m_mutex);
     }
     writeWaiting();
+    purgeNow = isPurgeDue();
     m_mutex.unlock();
+    if (purgeNow) {
+        purge();
+    }
 }
 
 void Logger::info(const std::string& message) {
@@ -148,6 +205,10 @@ void Logger::addLogEntry(LogLevel level, const std::string& message) {
     bool full = false;
     {
         const MutexLock lock(m_mutex);
+        // Other threads may still be at work while the process ends: the stop stays the last line.
+        if (m_closed) {
+            return;
+        }
         addWaiting(level, message);
         full = _logEntries.size() > kMaxWaitingEntries;
     }
@@ -157,10 +218,7 @@ void Logger::addLogEntry(LogLevel level, const std::string& message) {
 }
 
 void Logger::addWaiting(LogLevel level, const std::string& message) {
-    // Other threads may still be at work while the process ends: the stop stays the last line.
-    if (!m_closed) {
-        _logEntries.push_back({getCurrentDateTime(), _appName, writtenLevel(level), oneLine(message)});
-    }
+    _logEntries.push_back({getCurrentDateTime(), _appName, writtenLevel(level), oneLine(message)});
 }
 
 void Logger::flush() {
@@ -169,6 +227,9 @@ void Logger::flush() {
         const MutexLock lock(m_mutex);
         if (m_purging) {
             m_flushWanted = true;
+            return;
+        }
+        if (m_closed) {
             return;
         }
         writeWaiting();
@@ -204,14 +265,13 @@ void Logger::incrementNextPurgeDate() {
 void Logger::purge() {
     // From here until m_purging falls, nobody else touches the file: entries wait in memory, so that no caller waits
     // for the disk.
-    info("Purging log file. Initial log file size=" + std::to_string(fileSize(_logfilePath)) + " bytes.");
-    const std::vector<std::string> lines = readLines(_logfilePath);
-    std::string kept;
-    for (size_t i = firstLineToKeep(lines, static_cast<size_t>(_minSize)); i < lines.size(); ++i) {
-        kept += lines[i] + '\n';
+    try {
+        tellOfPurge("Initial");
+        shorten();
+    } catch (const std::exception& exception) {
+        // Without memory for it, say: the log goes on as it is.
+        syslog(LOG_ERR, "purge: %s", exception.what());
     }
-    replaceFile(_logfilePath, kept);
-    const int64_t finalSize = fileSize(_logfilePath);
     {
         const MutexLock lock(m_mutex);
         m_purging = false;
@@ -223,32 +283,99 @@ void Logger::purge() {
         }
     }
     m_purged.notify_all();
-    info("Purging log file. Final log file size=" + std::to_string(finalSize) + " bytes.");
+    tellOfPurge("Final");
+}
+
+void Logger::tellOfPurge(const char* which) {
+    const std::string message = std::string("Purging log file. ") + which +
+                                " log file size=" + std::to_string(fileSize(_logfilePath)) + " bytes.";
+    syslog(LOG_INFO, "%s", message.c_str());
+    const MutexLock lock(m_mutex);
+    addWaiting(LogLevel::Info, message);
+}
+
+void Logger::shorten() {
+    const UniqueFd file(open(_logfilePath.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status = {};
+    if (!file || fstat(file.get(), &status) != 0) {
+        return;
+    }
+    const off_t begin = startOfLinesToKeep(file.get(), status.st_size, _minSize);
+    std::string kept(static_cast<size_t>(status.st_size - begin), '\0');
+    for (size_t have = 0; have < kept.size();) {
+        const ssize_t got = pread(file.get(), &kept[have], kept.size() - have, begin + static_cast<off_t>(have));
+        if (got <= 0) {
+            return;
+        }
+        have += static_cast<size_t>(got);
+    }
+    if (!kept.ends_with('\n')) {
+        kept += '\n';
+    }
+    replaceFile(_logfilePath, kept);
 }
 
 int64_t Logger::getLogFileSize() const {
     return fileSize(_logfilePath);
 }
 
-std::vector<std::string> Logger::getLogLines() const {
+Logger::Reading Logger::openToRead() const {
+    // Lines are whole while the lock is held; what is appended later is left to the next reader.
     const MutexLock lock(m_mutex);
-    return readLines(_logfilePath);
+    Reading reading{UniqueFd(open(_logfilePath.c_str(), O_RDONLY | O_CLOEXEC)), 0};
+    struct stat status = {};
+    if (reading.file && fstat(reading.file.get(), &status) == 0) {
+        reading.size = status.st_size;
+    }
+    return reading;
+}
+
+std::vector<std::string> Logger::getLogLines() const {
+    const Reading reading = openToRead();
+    std::vector<std::string> lines;
+    forEachLine(reading.file.get(), reading.size, [&](std::string_view line) { lines.emplace_back(line); });
+    return lines;
 }
 
 std::vector<LogEntry> Logger::getLogEntriesFromFile() const {
+    const Reading reading = openToRead();
     std::vector<LogEntry> entries;
-    for (const std::string& line : getLogLines()) {
-        entries.push_back(LogEntry::deserialize(line));
-    }
+    forEachLine(reading.file.get(), reading.size,
+                [&](std::string_view line) { entries.push_back(LogEntry::deserialize(std::string(line))); });
     return entries;
 }
 
 std::string Logger::contents(std::string (LogEntry::*form)() const) {
     flush();
-    std::string text;
-    for (const LogEntry& entry : getLogEntriesFromFile()) {
-        text += (entry.*form)() + '\n';
+    const Reading reading = openToRead();
+    // One piece from the start: a text that grows by doubling would need room for two of it.
+    size_t size = 0;
+    const auto visit = [&](const std::function<void(const std::string& text)>& take) {
+        forEachLine(reading.file.get(), reading.size,
+                    [&](std::string_view line) { take((LogEntry::deserialize(std::string(line)).*form)()); });
+    };
+    visit([&](const std::string& text) { size += text.size() + 1; });
+    std::string all;
+    all.reserve(size);
+    visit([&](const std::string& text) { all.append(text).append("\n"); });
+    return all;
+}
+
+std::string Logger::getNewestSerializedContents() {
+    flush();
+    const Reading reading = openToRead();
+    const off_t earliest = std::max<off_t>(0, reading.size - kNewestBytes);
+    off_t begin = earliest == 0 ? 0 : reading.size;
+    if (earliest > 0) {
+        // The line that reaches across the limit is left out.
+        forEachLineEndBackwards(reading.file.get(), reading.size, [&](off_t at) {
+            begin = at + 1 >= earliest ? at + 1 : begin;
+            return at >= earliest;
+        });
     }
+    std::string text(static_cast<size_t>(reading.size - begin), '\0');
+    const ssize_t got = pread(reading.file.get(), text.data(), text.size(), begin);
+    text.resize(static_cast<size_t>(std::max<ssize_t>(0, got)));
     return text;
 }
 

@@ -4,9 +4,11 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 #include "mutex.h"
+#include "unique_fd.h"
 
 /** The severity of a log line; written as "info", "warning" and "error". */
 enum class LogLevel {
@@ -91,16 +93,29 @@ public:
     std::string getPlainLogContents();
     std::string getCSVLogContents();
 
+    /** The newest lines of the log in the stored form, those that fit into 1 MiB. Flushes first. */
+    std::string getNewestSerializedContents();
+
     static std::string getCurrentDateTime();
     static std::string timeToString(time_t time);
 
 private:
     void addLogEntry(LogLevel level, const std::string& message) EXCLUDES(m_mutex);
     void addWaiting(LogLevel level, const std::string& message) REQUIRES(m_mutex);
+    void writeLast(const std::string& message) EXCLUDES(m_mutex);
     bool isPurgeDue() REQUIRES(m_mutex);
     void writeWaiting() REQUIRES(m_mutex);
     void incrementNextPurgeDate() REQUIRES(m_mutex);
     void purge() EXCLUDES(m_mutex);
+    void shorten() EXCLUDES(m_mutex);
+    void tellOfPurge(const char* which) EXCLUDES(m_mutex);
+
+    /** A file that others go on writing to, and how much of it there is now. */
+    struct Reading {
+        UniqueFd file;
+        off_t size = 0;
+    };
+    Reading openToRead() const EXCLUDES(m_mutex);
     std::string contents(std::string (LogEntry::*form)() const);
 
     const std::string _appName;

@@ -1,6 +1,7 @@
 #include "application.h"
 
 #include <cstdlib>
+#include <nlohmann/json.hpp>
 #include <sys/sysinfo.h>
 #include <syslog.h>
 
@@ -62,6 +63,7 @@ int Application::main() {
            "Senvo ACAP web page ***");
     logMemoryUsage("Starting Ostrel Senvo");
     m_OccupancyManager.repairArchives();
+    m_OccupancyManager.purgeInBackground();
     m_Status = STATUS_STARTING;
     const TerminationWatch watch([this] { handle_sigterm(); });
     init_parameter_controller();
@@ -79,6 +81,7 @@ int Application::main() {
     const int iterationTime = m_Detector.get_iteration_time();
     init_event_manager();
     init_logic(m_Config.i_MaxDisappeared);
+    init_ledger();
 
     GMainLoop* const loop = createMainLoop();
     m_TimerId = g_timeout_add(
@@ -87,6 +90,7 @@ int Application::main() {
         this);
     g_main_loop_run(loop);
     stopWebService();
+    m_Ledger.reset();
     logMemoryUsage("Ending Ostrel Senvo");
     // The platform takes the declarations back by itself when the process ends; until then they stay.
     [[maybe_unused]] static const EventManager* const keptToTheEnd = m_Events.release();
@@ -226,9 +230,37 @@ void Application::init_logic(int maxDisappeared) {
     m_NextOccupancyResetCheck = clockNow() + kFirstOccupancyResetCheck;
 }
 
+void Application::init_ledger() {
+    m_Ledger =
+        std::make_unique<LedgerKeeping>(LedgerSettings::fromEnvironment(), SENVO_VERSION, [this](t_one_locator at) {
+            int side = 0;
+            for (int number = 1; number <= 3; ++number) {
+                side =
+                    4 * side + (m_Areas.is_in_entrance(number, at) ? 1 : 0) + (m_Areas.is_detected(number, at) ? 2 : 0);
+            }
+            return side;
+        });
+    m_Events->onAlert([this](const std::string& name, bool active, bool byHand) {
+        m_Ledger->write("alert", {{"alert", name}, {"active", active}, {"by_hand", byHand}});
+    });
+    m_OccupancyManager.onPeriod([this](const auto& tallies) { m_Ledger->addPeriod(tallies); });
+    m_ReadyLedger = m_Ledger.get();
+}
+
+void Application::writeReset(const char* by, const std::string& user, int from) {
+    if (LedgerKeeping* const keeping = m_ReadyLedger) {
+        keeping->write("reset", {{"by", by}, {"user", user}, {"from", from}, {"to", 0}});
+    }
+}
+
+ledger::PictureSize Application::pictureSize() const {
+    return {static_cast<int32_t>(m_Detector.get_stream_width()), static_cast<int32_t>(m_Detector.get_stream_height())};
+}
+
 bool Application::thread_function() {
     try {
         m_BetweenCycles.run();
+        m_OccupancyManager.rethrowPurge();
         if (do_one_analysis() != 0) {
             m_Polling.check_follower_status();
             m_Polling.query_follower_cameras();
@@ -245,6 +277,9 @@ int Application::do_one_analysis() {
     const int64_t start = clockNowMicros();
     if (m_Detector.larod_prepare_data_and_do_ai() != 0) {
         onModelFailure();
+        if (m_Ledger) {
+            m_Ledger->addFailure();
+        }
         return 0;
     }
     m_MalfunctionCounter = 0;
@@ -254,6 +289,9 @@ int Application::do_one_analysis() {
     m_Processing->examine_and_update_findings();
     m_Processing->manage_events();
     m_Processing->update_aoi_and_occupancy_metrics();
+    if (m_Ledger) {
+        m_Ledger->add(m_Processing->findings(), pictureSize(), m_Occupancy.get_count(), m_Status == STATUS_SLOW);
+    }
     m_OccupancyManager.add(m_Processing->findings(), {m_Config.cameraInfo, *m_Events, m_Followers, m_LeaderMetrics});
     if (m_Overlay) {
         m_Overlay->renderFindings();
@@ -314,6 +352,7 @@ void Application::reset_occupancy() {
     if (const std::optional<TimeOfDay> resetTime = parseTimeOfDay(m_Config.str_OccupancyAutoResetTime); !resetTime) {
         logBadResetTime(now);
     } else if (resetTime->minute == now.tm_min && resetTime->hour == now.tm_hour) {
+        writeReset("schedule", "", m_Occupancy.get_count());
         m_Occupancy.reset_count();
         m_OccupancyManager.resetOccupancy();
         applicationLog().info("reset_occupancy: Auto occupancy reset.");

@@ -18,6 +18,7 @@
 #include "event_manager.h"
 #include "fastcgi_service.h"
 #include "follower_polling.h"
+#include "ledger_keeping.h"
 #include "location_controller_larod.h"
 #include "mutex.h"
 #include "occupancy_controller.h"
@@ -72,6 +73,7 @@ public:
     void init_overlay_manager();
     void init_event_manager();
     void init_logic(int maxDisappeared);
+    void init_ledger();
 
     /**
      * Takes new settings into force at once, areas and tracker included, and saves them. Between two cycles only.
@@ -122,6 +124,8 @@ private:
     void onModelFailure();
     int statusOfEvents();
     void logBadResetTime(const std::tm& today);
+    void writeReset(const char* by, const std::string& user, int from);
+    ledger::PictureSize pictureSize() const;
     void storeAreas();
     void takeOver(const SettingsUpdate& update);
     bool startWebService();
@@ -163,6 +167,8 @@ private:
     std::unique_ptr<GMainLoop, UnrefLoop> m_Loop GUARDED_BY(m_loopMutex);
     guint m_TimerId = 0;
 
+    std::unique_ptr<LedgerKeeping> m_Ledger;             /**< none in an offline run */
+    std::atomic<LedgerKeeping*> m_ReadyLedger = nullptr; /**< for the web service, once it is there */
     std::unique_ptr<fastcgi_service> m_WebService;
     std::future<void> m_WebServiceEnded;
     std::thread m_WebThread;

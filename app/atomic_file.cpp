@@ -62,21 +62,35 @@ void Replacement::check(bool good) {
 }
 
 bool Replacement::replace() {
-    writeBuffer();
-    if (m_error == 0) {
-        check(fsync(m_file.get()) == 0 && rename(beside(m_path).c_str(), m_path.c_str()) == 0);
-    }
-    if (m_error != 0) {
-        errno = m_error;
+    if (!sync() || !takePlace()) {
         return false;
     }
-    m_replaced = true;
-    // The new content stands from here on; a folder that cannot be synced only delays its safety.
+    syncFolder();
+    return true;
+}
+
+bool Replacement::sync() {
+    writeBuffer();
+    if (m_error == 0) {
+        check(fsync(m_file.get()) == 0);
+    }
+    errno = m_error;
+    return m_error == 0;
+}
+
+bool Replacement::takePlace() {
+    check(rename(beside(m_path).c_str(), m_path.c_str()) == 0);
+    m_replaced = m_error == 0;
+    errno = m_error;
+    return m_replaced;
+}
+
+void Replacement::syncFolder() const {
+    // The new content stands already; a folder that cannot be synced only delays its safety.
     const UniqueFd folder(open(folderOf(m_path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder) {
         fsync(folder.get());
     }
-    return true;
 }
 
 bool replaceFile(const std::string& path, std::string_view content) {

@@ -25,6 +25,12 @@ public:
     /** Syncs, renames, syncs the folder. False, with errno set, when any step since the construction failed. */
     bool replace();
 
+    // The same in its steps, for who must not let others in between: more may be added after a sync, which then has
+    // to come again before the new content takes the old one's place.
+    bool sync();
+    bool takePlace();
+    void syncFolder() const;
+
     /** Where the new content of a file is written. */
     static std::string beside(const std::string& path) { return path + ".new"; }
 

@@ -7,8 +7,13 @@ static_assert(sizeof(time_t) == sizeof(int64_t), "times go beyond 2038, on every
 
 namespace {
 
-// A function, so that the logger can ask during static initialisation.
+// Functions, so that the logger can ask during static initialisation.
 std::function<int64_t()>& source() {
+    static std::function<int64_t()> instance;
+    return instance;
+}
+
+std::function<int64_t()>& steadySource() {
     static std::function<int64_t()> instance;
     return instance;
 }
@@ -27,12 +32,24 @@ time_t clockNow() {
     return static_cast<time_t>(clockNowMicros() / 1000000);
 }
 
+time_t steadyNow() {
+    if (steadySource()) {
+        return static_cast<time_t>(steadySource()() / 1000000);
+    }
+    timespec time = {};
+    clock_gettime(CLOCK_BOOTTIME, &time);
+    return time.tv_sec;
+}
+
 std::tm localTime(time_t moment) {
+    // Whoever changes the machine's time zone does not restart the application.
+    tzset();
     std::tm result = {};
     localtime_r(&moment, &result);
     return result;
 }
 
-void setClock(std::function<int64_t()> nowMicros) {
+void setClock(std::function<int64_t()> nowMicros, std::function<int64_t()> steadyMicros) {
+    steadySource() = steadyMicros ? std::move(steadyMicros) : nowMicros;
     source() = std::move(nowMicros);
 }

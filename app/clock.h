@@ -15,8 +15,14 @@ int64_t clockNowMicros();
 /** Wall-clock time, whole seconds since 1970. Any thread. */
 time_t clockNow();
 
-/** The calendar time of a moment in the machine's time zone. Any thread. */
+/** Whole seconds since some moment before the start, which go on evenly however the wall clock is set. Any thread. */
+time_t steadyNow();
+
+/** The calendar time of a moment in the machine's time zone, as that is set now. Any thread. */
 std::tm localTime(time_t moment);
 
-/** Replaces the time source; an empty function brings the system clock back. Call before threads that read it start. */
-void setClock(std::function<int64_t()> nowMicros);
+/**
+ * Replaces the time source; an empty function brings the system's clocks back. Without a second one, the first stands
+ * for the steady clock, too. Call before threads that read it start.
+ */
+void setClock(std::function<int64_t()> nowMicros, std::function<int64_t()> steadyMicros = {});

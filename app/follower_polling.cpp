@@ -1,6 +1,7 @@
 #include "follower_polling.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "clock.h"
 #include "follower_round.h"
@@ -11,6 +12,11 @@ constexpr time_t kFirstStatus = 30;
 constexpr time_t kFirstQuery = 60;
 constexpr time_t kStatusInterval = 60;
 constexpr time_t kQueryInterval = 3;
+
+/** A total as it is shown: followers may tell any number. */
+int32_t shownTotal(int64_t total) {
+    return static_cast<int32_t>(std::clamp<int64_t>(total, 0, std::numeric_limits<int32_t>::max()));
+}
 
 }  // namespace
 
@@ -37,17 +43,17 @@ void FollowerPolling::forgetFormerFollowers() {
     }
 }
 
-int FollowerPolling::calculate_total_follower_AOI() {
+int64_t FollowerPolling::calculate_total_follower_AOI() {
     const auto addresses = m_config.cameraInfo.followerIPAddress;
     const auto crowds =
         askFollowers([&](size_t i) { return isAsked(i); },
                      [&](size_t i) { return m_followers.get_crowd_sum_of_3_areas_from_followerip(addresses[i]); });
-    int sum = 0;
+    int64_t sum = 0;
     for (size_t i = 0; i < crowds.size(); ++i) {
         // The -1 of a follower without answer counts like any other number.
         m_leaderMetrics.followerCrowdCount[i] = crowds[i].value_or(0);
         if (crowds[i].value_or(-1) >= 0) {
-            m_leaderMetrics.followerAnswered[i] = clockNow();
+            m_leaderMetrics.followerAnswered[i] = steadyNow();
             m_answeredFrom[i] = addresses[i];
         }
         sum += crowds[i].value_or(0);
@@ -55,11 +61,11 @@ int FollowerPolling::calculate_total_follower_AOI() {
     return sum;
 }
 
-int FollowerPolling::calculate_total_follower_occupancy() {
+int64_t FollowerPolling::calculate_total_follower_occupancy() {
     const auto occupants = askFollowers(
         [&](size_t i) { return isAsked(i); },
         [&](size_t i) { return m_followers.get_occupancy_from_followerip(m_config.cameraInfo.followerIPAddress[i]); });
-    int sum = 0;
+    int64_t sum = 0;
     for (const std::optional<int>& occupancy : occupants) {
         sum += std::max(0, occupancy.value_or(0));
     }
@@ -71,11 +77,11 @@ void FollowerPolling::query_follower_cameras() {
     if (clockNow() < m_nextQuery) {
         return;
     }
-    const int occupancy = calculate_total_follower_occupancy();
-    const int crowd = calculate_total_follower_AOI();
-    m_leaderMetrics.totalOccupancy = std::max(0, m_metrics.occupancyCount + occupancy);
-    m_leaderMetrics.totalCrowdCount =
-        std::max(0, m_metrics.crowdCount1 + m_metrics.crowdCount2 + m_metrics.crowdCount3 + crowd);
+    const int64_t occupancy = calculate_total_follower_occupancy();
+    const int64_t crowd = calculate_total_follower_AOI();
+    const int64_t ownCrowd = int64_t{m_metrics.crowdCount1} + m_metrics.crowdCount2 + m_metrics.crowdCount3;
+    m_leaderMetrics.totalOccupancy = shownTotal(m_metrics.occupancyCount + occupancy);
+    m_leaderMetrics.totalCrowdCount = shownTotal(ownCrowd + crowd);
     m_nextQuery += kQueryInterval;
 }
 

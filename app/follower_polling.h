@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <ctime>
 #include <string>
 
@@ -30,8 +31,8 @@ public:
     void check_follower_status();
 
 private:
-    int calculate_total_follower_occupancy();
-    int calculate_total_follower_AOI();
+    int64_t calculate_total_follower_occupancy();
+    int64_t calculate_total_follower_AOI();
     bool isAsked(size_t follower) const;
 
     /** When a camera last answered says nothing of one that has taken its place, nor of one that is asked no more. */

@@ -76,6 +76,10 @@ UniqueFd appendText(const std::string& path, const std::string& text) {
 
 Mending mendLines(const std::string& path, const std::function<bool(const std::string& line)>& isWhole) {
     unlink(Replacement::beside(path).c_str());
+    return mendLastLine(path, isWhole);
+}
+
+Mending mendLastLine(const std::string& path, const std::function<bool(const std::string& line)>& isWhole) {
     const UniqueFd file(open(path.c_str(), O_RDWR | O_CLOEXEC));
     if (!file) {
         return {"", errno == ENOENT ? 0 : errno};

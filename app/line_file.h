@@ -22,8 +22,11 @@ struct Mending {
     int error = 0;       /**< errno of what could not be mended; 0 when all is well */
 };
 
+/** Ends a last line that lacks its end when it is whole, cuts it off when it is not. */
+Mending mendLastLine(const std::string& path, const std::function<bool(const std::string& line)>& isWhole);
+
 /**
- * Mends what a killed process left: ends a last line that lacks its end when it is whole, cuts it off when it is not,
- * and removes the beginnings of a file that was to replace this one. For start-up, before the first append.
+ * Mends what a killed process left: the last line, and the beginnings of a file that was to replace this one, which it
+ * removes. For start-up, before the first append.
  */
 Mending mendLines(const std::string& path, const std::function<bool(const std::string& line)>& isWhole);

@@ -7,14 +7,14 @@
  * and a build with clang proves it.
  */
 #if defined(__clang__)
-#define SENVO_THREAD_ATTRIBUTE(x) __attribute__((x))
+#define SENVO_THREAD_ATTRIBUTE(...) __attribute__((__VA_ARGS__))
 #else
-#define SENVO_THREAD_ATTRIBUTE(x)
+#define SENVO_THREAD_ATTRIBUTE(...)
 #endif
 
 #define GUARDED_BY(mutex) SENVO_THREAD_ATTRIBUTE(guarded_by(mutex))
 #define REQUIRES(mutex) SENVO_THREAD_ATTRIBUTE(requires_capability(mutex))
-#define EXCLUDES(mutex) SENVO_THREAD_ATTRIBUTE(locks_excluded(mutex))
+#define EXCLUDES(...) SENVO_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 
 class SENVO_THREAD_ATTRIBUTE(capability("mutex")) Mutex {
 public:

@@ -30,7 +30,9 @@ bool Application::startWebService() {
             m_BetweenCycles.post([this, name, active] {
                 active ? m_Events->sendEventStartedManually(name) : m_Events->sendEventStoppedManually(name);
             });
-        }});
+        },
+        [this](const std::string& user) { writeReset("web", user, m_Occupancy.get_count()); },
+        [this]() -> LedgerAccess* { return m_ReadyLedger; }});
     try {
         std::promise<void> ended;
         m_WebServiceEnded = ended.get_future();

@@ -106,7 +106,7 @@ struct LeaderMetricsParams {
     std::atomic<int32_t> totalCrowdCount = 0;
     std::array<std::atomic<int32_t>, CameraInfo::kFollowers> followerCrowdCount = {};
     std::array<std::atomic<int32_t>, CameraInfo::kFollowers> followerStatus = {}; /**< status codes */
-    /** When each follower last told its counts, in seconds since 1970; 0 when its slot's camera has not. */
+    /** When each follower last told its counts, by the steady clock; 0 when its slot's camera has not. */
     std::array<std::atomic<int64_t>, CameraInfo::kFollowers> followerAnswered = {};
 };
 

@@ -24,15 +24,15 @@ MemoryMappedFile::MemoryMappedFile(const std::string& nameTemplate, int size)
         logFailure("Failed to create temporary file: " + m_filename);
         throw "Failed to create temporary file";
     }
-    const int resized = ftruncate(m_fileDescriptor.get(), m_filesize);
-    if (resized != 0) {
+    const bool resized = ftruncate(m_fileDescriptor.get(), m_filesize) == 0 && reserveSpace();
+    if (!resized) {
         logFailure("Failed to adjust temporary file " + m_filename + " to size " + std::to_string(m_filesize));
     }
     // The name goes at once, whatever the size, so that nothing stays behind in the folder.
     if (unlink(m_filename.c_str()) != 0) {
         logFailure("Failed to unlink temporary file " + m_filename);
     }
-    if (resized != 0) {
+    if (!resized) {
         throw "Failed to adjust file size";
     }
     void* const mapping =
@@ -48,6 +48,19 @@ MemoryMappedFile::~MemoryMappedFile() {
     if (munmap(m_buffer, static_cast<size_t>(m_filesize)) != 0) {
         logFailure("Failed to unmap mapped file " + m_filename);
     }
+}
+
+bool MemoryMappedFile::reserveSpace() const {
+    if (m_filesize == 0) {
+        return true;
+    }
+    // A write to a mapping for which the disk has no room left would end the process.
+    int reason = EINTR;
+    while (reason == EINTR) {
+        reason = posix_fallocate(m_fileDescriptor.get(), 0, m_filesize);
+    }
+    errno = reason;
+    return reason == 0;
 }
 
 bool MemoryMappedFile::rewind() {

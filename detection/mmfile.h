@@ -12,8 +12,9 @@
 class MemoryMappedFile {
 public:
     /**
-     * Makes, sizes, unlinks and maps the file. nameTemplate ends in "XXXXXX", which becomes unique; size is in bytes.
-     * Logs and throws a plain C string when the file cannot be created, sized or mapped.
+     * Makes, sizes, unlinks and maps the file, whose space is taken at once. nameTemplate ends in "XXXXXX", which
+     * becomes unique; size is in bytes. Logs and throws a plain C string when the file cannot be created, sized or
+     * mapped.
      */
     MemoryMappedFile(const std::string& nameTemplate, int size);
     ~MemoryMappedFile();
@@ -30,6 +31,9 @@ public:
     bool rewind();
 
 private:
+    /** Takes the file's space on the disk; false, with errno set, when there is not enough. */
+    bool reserveSpace() const;
+
     std::string m_filename;
     int m_filesize;
     UniqueFd m_fileDescriptor;

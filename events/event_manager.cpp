@@ -174,6 +174,7 @@ void EventManager::sendEventStarted(const std::string& name) {
         applicationLog().warning("sendEventStarted: Starting event " + name);
         sendEvent(name, true);
         m_eventStarted[name] = true;
+        tell(name, true, false);
     }
 }
 
@@ -182,6 +183,13 @@ void EventManager::sendEventStopped(const std::string& name) {
         applicationLog().warning("sendEventStopped: Stopping event " + name);
         sendEvent(name, false);
         m_eventStarted[name] = false;
+        tell(name, false, false);
+    }
+}
+
+void EventManager::tell(const std::string& name, bool active, bool byHand) const {
+    if (m_alertObserver) {
+        m_alertObserver(name, active, byHand);
     }
 }
 
@@ -194,6 +202,7 @@ void EventManager::sendEventStartedManually(const std::string& name) {
         applicationLog().warning("sendEventStartedManually: Manually Starting event " + name);
         sendEvent(name, true);
         m_eventStartedManually[name] = true;
+        tell(name, true, true);
     }
 }
 
@@ -202,6 +211,7 @@ void EventManager::sendEventStoppedManually(const std::string& name) {
         applicationLog().warning("sendEventStoppedManually: Manually Stopping event " + name);
         sendEvent(name, false);
         m_eventStartedManually[name] = false;
+        tell(name, false, true);
     }
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <axsdk/axevent.h>
@@ -70,6 +72,11 @@ public:
     void sendEventStoppedManually(const std::string& name);
     bool isEventStartedManually(const std::string& name);
 
+    /** Asks for a call for every alert that starts or stops, by the analysis or by hand; on the caller's thread. */
+    void onAlert(std::function<void(const std::string& name, bool active, bool byHand)> observer) {
+        m_alertObserver = std::move(observer);
+    }
+
     /** Sends one state, whatever was sent before. */
     void sendEvent(const std::string& name, bool active);
 
@@ -88,6 +95,9 @@ private:
                  const std::vector<std::string>& dataKeys, bool stateless);
     void send(const char* function, const std::string& name, uint32_t id, AXEventKeyValueSet* set);
 
+    void tell(const std::string& name, bool active, bool byHand) const;
+
+    std::function<void(const std::string&, bool, bool)> m_alertObserver;
     std::unique_ptr<AXEventHandler, FreeHandler> m_pHandler;
     std::map<std::string, uint32_t> m_eventDeclarationIDs;
     std::map<std::string, bool> m_eventStarted;         /**< the state last sent by the analysis */

@@ -4,6 +4,7 @@
 
 #include "Logger.h"
 #include "StreamMapper.h"
+#include "clock.h"
 #include "location_controller_larod.h"
 #include "overlay_drawing.h"
 #include "platform_error.h"
@@ -13,6 +14,7 @@ namespace {
 constexpr gint kCamera = 1;
 constexpr int kLocatorArm = 6;
 constexpr int kLocatorExtraWidth = 2;
+constexpr time_t kSecondsBetweenReports = 60;
 constexpr const char* kNoStream = "0x0";
 
 bool isTurned(const axoverlay_stream_data& stream) {
@@ -113,6 +115,12 @@ bool OverlayManager::renderFindings() const {
     PlatformError error;
     axoverlay_redraw(error.slot());
     if (error) {
+        if (!m_IsStarted) {
+            if (steadyNow() < m_NextReport) {
+                return false;
+            }
+            m_NextReport = steadyNow() + kSecondsBetweenReports;
+        }
         applicationLog().error("renderFindings: Failed to redraw overlay: (" + std::to_string(error.code()) + ") " +
                                error.message());
         return false;

@@ -36,7 +36,7 @@ public:
     /** Which streams are drawn on, by the settings of config; those of an unreadable choice are not, logged. */
     void useConfiguredStreams();
 
-    /** Draws the findings as they are now. False, logged, when the service failed. */
+    /** Draws the findings as they are now. False when the service failed: logged, once a minute if it never started. */
     bool renderFindings() const;
 
     void clearUserRectangles() { m_UserRectangles.clear(); }
@@ -76,4 +76,5 @@ private:
     UserRectangles m_UserRectangles;
     TextCache m_Texts;
     bool m_IsStarted = true;
+    mutable time_t m_NextReport = 0; /**< by the steady clock, when the start failed */
 };

@@ -28,8 +28,12 @@ const std::array<ArchiveKind, 4> kArchiveKinds = {{{1, columnsOf<CrowdCountRecor
                                                    {1, columnsOf<OccupancyObjectRecord>},
                                                    {1, columnsOf<CrowdCountRecord, true>}}};
 
-ArchiveCells::ArchiveCells(const ArchiveKind& kind, int fd, Run run, Columns& columns, bool mayAdd)
-    : m_kind(kind), m_reader(fd, run.begin, run.end), m_columns(columns), m_mayAdd(mayAdd) {}
+ArchiveCells::ArchiveCells(const ArchivePart& part, Columns& columns, bool mayAdd)
+    : m_kind(part.kind),
+      m_reader(part.fd, part.run.begin, part.run.end),
+      m_purgedBefore(part.purgedBefore),
+      m_columns(columns),
+      m_mayAdd(mayAdd) {}
 
 bool ArchiveCells::next() {
     m_newDate = false;
@@ -78,6 +82,9 @@ size_t ArchiveCells::takeExpected(std::string_view text) {
     if (text.substr(dateLength, step.between.size()) != step.between) {
         return 0;
     }
+    if (!sameDate && isPurged(text.substr(0, dateLength))) {
+        return 0;
+    }
     const char* at = text.data() + dateLength + step.between.size();
     const char* const end = text.data() + text.size();
     std::array<int32_t, 2> values = {};
@@ -114,12 +121,15 @@ bool ArchiveCells::takeAny(const std::string& line) {
     if (names.size() != m_kind.numbers) {
         return false;
     }
+    const size_t dateLength = line.find(',');
+    if (isPurged(std::string_view(line).substr(0, dateLength))) {
+        return false;
+    }
     size_t numbers = line.size();
     for (size_t i = m_kind.numbers; i-- > 0;) {
         numbers = line.rfind(',', numbers - 1);
         m_values[i] = std::stoi(line.substr(numbers + 1));
     }
-    const size_t dateLength = line.find(',');
     Step step{line.substr(dateLength, numbers + 1 - dateLength), {}};
     size_t place = 0;
     for (const std::string& name : names) {
@@ -139,6 +149,10 @@ bool ArchiveCells::takeAny(const std::string& line) {
     }
     setDate(std::string_view(line).substr(0, dateLength));
     return true;
+}
+
+bool ArchiveCells::isPurged(std::string_view date) {
+    return m_purgedBefore && m_dateReader.read(std::string(date)) < *m_purgedBefore;
 }
 
 void ArchiveCells::setDate(std::string_view date) {

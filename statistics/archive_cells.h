@@ -3,12 +3,14 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "line_reader.h"
+#include "purge_cut.h"
 
 /*
  * Every flush brings the same lines but for the date and the count. So the reader remembers what stood between them
@@ -35,11 +37,19 @@ struct Run {
     off_t end = 0;
 };
 
+/** A part of an archive. */
+struct ArchivePart {
+    const ArchiveKind& kind;
+    int fd;
+    Run run;
+    std::optional<time_t> purgedBefore; /**< lines dated earlier do not count */
+};
+
 /** Walks over the lines of a part of an archive that count for a report. Throws what std::stoi throws. */
 class ArchiveCells {
 public:
     /** columns: new names are put in when they may be; else the first line that brings some is the end. */
-    ArchiveCells(const ArchiveKind& kind, int fd, Run run, Columns& columns, bool mayAdd);
+    ArchiveCells(const ArchivePart& part, Columns& columns, bool mayAdd);
 
     /** Goes to the next line; false at the end. */
     bool next();
@@ -74,10 +84,13 @@ private:
 
     size_t takeExpected(std::string_view text);
     bool takeAny(const std::string& line);
+    bool isPurged(std::string_view date);
     void setDate(std::string_view date);
 
     const ArchiveKind& m_kind;
     LineReader m_reader;
+    const std::optional<time_t> m_purgedBefore;
+    DateReader m_dateReader;
     Columns& m_columns;
     const bool m_mayAdd;
     std::vector<Step> m_steps;

@@ -42,6 +42,49 @@ Mutex& halfWritten() {
     return mutex;
 }
 
+/** Visits the lines of a part of a file. False, with errno set, when it could not be read to its end. */
+bool visitLines(int fd, off_t begin, off_t end, const LineVisitor& visit) {
+    LineReader reader(fd, begin, end);
+    for (std::string_view text = reader.lines(); !text.empty(); text = reader.lines()) {
+        const size_t size = text.find('\n');
+        visit(std::string(text.substr(0, size)));
+        reader.skip(size + 1);
+    }
+    errno = reader.error();
+    return reader.error() == 0;
+}
+
+/**
+ * Puts the new content in the place of a file of which so many bytes were taken over. False when lines were appended
+ * since, for which the caller goes back; good falls, with errno set, when it cannot be done at all.
+ */
+bool replaceUnlessGrown(Replacement& replacement, const std::string& path, off_t done, bool& good) {
+    const MutexLock lock(halfWritten());
+    struct stat status = {};
+    const off_t size = stat(path.c_str(), &status) == 0 ? status.st_size : 0;
+    if (size > done) {
+        return false;
+    }
+    if (size < done) {
+        errno = EAGAIN;  // a torn line that was taken over was cut off
+        good = false;
+        return false;
+    }
+    good = replacement.takePlace();
+    return good;
+}
+
+bool reportMending(const std::string& path, const Mending& mending) {
+    if (!mending.dropped.empty()) {
+        applicationLog().warning("repair: Dropped the torn last line of " + path + ": \"" +
+                                 mending.dropped.substr(0, 200) + "\"");
+    }
+    if (mending.error != 0) {
+        reportFailure("repair", path, mending.error);
+    }
+    return mending.error == 0;
+}
+
 }  // namespace
 
 bool append(const std::string& path, const std::string& text) {
@@ -65,17 +108,7 @@ off_t wholeSize(int fd) {
 
 bool forEachLine(const std::string& path, const LineVisitor& visit) {
     const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file) {
-        return errno == ENOENT;
-    }
-    LineReader reader(file.get(), 0, wholeSize(file.get()));
-    for (std::string_view text = reader.lines(); !text.empty(); text = reader.lines()) {
-        const size_t size = text.find('\n');
-        visit(std::string(text.substr(0, size)));
-        reader.skip(size + 1);
-    }
-    errno = reader.error();
-    return reader.error() == 0;
+    return file ? visitLines(file.get(), 0, wholeSize(file.get()), visit) : errno == ENOENT;
 }
 
 void rewrite(const std::string& path, const LineFilter& filter) {
@@ -91,28 +124,41 @@ void rewrite(const std::string& path, const LineFilter& filter) {
         return;
     }
     Replacement replacement(path);
-    const bool complete = forEachLine(path, [&](const std::string& line) {
+    const auto keep = [&](const std::string& line) {
         if (filter(line, kept)) {
             replacement.add(kept);
             replacement.add("\n");
         }
-    });
+    };
     // What could not be read must not be taken for what does not stay.
-    if (!readable || !complete || !replacement.replace()) {
-        reportFailure("rewrite", path, errno);
+    bool good = readable;
+    bool replaced = false;
+    for (off_t done = 0; good && !replaced;) {
+        const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        const off_t end = wholeSize(file.get());
+        good = (file ? visitLines(file.get(), done, end, keep) : errno == ENOENT) && replacement.sync();
+        done = end;
+        if (good) {
+            replaced = replaceUnlessGrown(replacement, path, done, good);
+        }
     }
+    if (!replaced) {
+        reportFailure("rewrite", path, errno);
+        return;
+    }
+    replacement.syncFolder();
 }
 
-bool repair(const std::string& path, const std::function<bool(const std::string& line)>& parses) {
-    const Mending mending = mendLines(path, parses);
-    if (!mending.dropped.empty()) {
-        applicationLog().warning("repair: Dropped the torn last line of " + path + ": \"" +
-                                 mending.dropped.substr(0, 200) + "\"");
-    }
-    if (mending.error != 0) {
-        reportFailure("repair", path, mending.error);
-    }
-    return mending.error == 0;
+bool repair(const std::string& path, const LineJudge& parses) {
+    return reportMending(path, mendLines(path, parses));
+}
+
+bool repairLastLine(const std::string& path, const LineJudge& parses) {
+    const Mending mending = [&] {
+        const MutexLock lock(halfWritten());
+        return mendLastLine(path, parses);
+    }();
+    return reportMending(path, mending);
 }
 
 }  // namespace archive_file

@@ -32,13 +32,21 @@ bool forEachLine(const std::string& path, const LineVisitor& visit);
  * Replaces the file by the lines that stay, line by line, so that a power cut leaves the old file or the new one; an
  * empty one when there was none. Where nothing would change nothing is written, which spares the flash. Failures are
  * logged and leave the old one; so do exceptions of the filter, which pass.
+ *
+ * Any thread, one at a time for a file; what is appended meanwhile stays, too.
  */
 void rewrite(const std::string& path, const LineFilter& filter);
 
+/** Asked whether a line is one. */
+using LineJudge = std::function<bool(const std::string& line)>;
+
 /**
  * mendLines: a last line that lacks its end is completed when it parses, and dropped, logged, when it does not. False,
- * logged, when it could not be mended.
+ * logged, when it could not be mended. Not while the file is rewritten.
  */
-bool repair(const std::string& path, const std::function<bool(const std::string& line)>& parses);
+bool repair(const std::string& path, const LineJudge& parses);
+
+/** The same for the last line alone, also while the file is rewritten. */
+bool repairLastLine(const std::string& path, const LineJudge& parses);
 
 }  // namespace archive_file

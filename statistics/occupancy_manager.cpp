@@ -1,6 +1,7 @@
 #include "occupancy_manager.h"
 
 #include <algorithm>
+#include <exception>
 #include <fstream>
 #include <limits>
 #include <optional>
@@ -13,6 +14,27 @@ namespace {
 
 constexpr int kSecondsPerMinute = 60;
 constexpr int kMostMinutes = std::numeric_limits<int>::max() / kSecondsPerMinute;  // 4,000 years
+
+/** Does things of which none may keep the next from being done; what the first of them threw comes out in the end. */
+class FirstException {
+public:
+    template <typename Work>
+    void attempt(Work work) {
+        try {
+            work();
+        } catch (...) {
+            m_first = m_first ? m_first : std::current_exception();
+        }
+    }
+    void rethrow() const {
+        if (m_first) {
+            std::rethrow_exception(m_first);
+        }
+    }
+
+private:
+    std::exception_ptr m_first;
+};
 
 }  // namespace
 
@@ -31,6 +53,13 @@ void OccupancyManager::repairArchives() {
     averageCrowdCountRecordArchive.repair();
 }
 
+void OccupancyManager::purgeInBackground() {
+    crowdCountRecordArchive.purgeOn(m_purges);
+    entranceActivityRecordArchive.purgeOn(m_purges);
+    occupancyObjectRecordArchive.purgeOn(m_purges);
+    averageCrowdCountRecordArchive.purgeOn(m_purges);
+}
+
 bool OccupancyManager::add(const std::vector<one_find>& findings, const PeriodPartners& partners) {
     {
         const MutexLock lock(m_mutex);
@@ -42,6 +71,9 @@ bool OccupancyManager::add(const std::vector<one_find>& findings, const PeriodPa
     }
     partners.events.sendJSONDataEvent(getDataMap());
     partners.events.sendXMLDataEvent(getSparseDataMap());
+    if (periodObserver) {
+        periodObserver(getSparseDataMap());
+    }
     const std::string dateTime = OccupancyRecordBase::getCurrentDateTime();
     flushLocal(dateTime, partners.cameras.thisCameraName);
     collectFromFollowers(dateTime, partners);
@@ -51,35 +83,61 @@ bool OccupancyManager::add(const std::vector<one_find>& findings, const PeriodPa
 
 void OccupancyManager::collectFromFollowers(const std::string& dateTime, const PeriodPartners& partners) {
     const CameraInfo& cameras = partners.cameras;
-    const auto texts = askFollowers(
+    struct Answer {
+        std::string text;
+        std::exception_ptr error;
+    };
+    const auto answers = askFollowers(
         [&](size_t i) {
             return cameras.followerActive[i] && isCameraCallable(partners.leaderMetrics, static_cast<int>(i));
         },
-        [&](size_t i) {
-            return partners.followers.follower_flush(cameras.followerIPAddress[i], cameras.followerLogin[i],
-                                                     cameras.followerPassword[i]);
+        [&](size_t i) -> Answer {
+            try {
+                return {partners.followers.follower_flush(cameras.followerIPAddress[i], cameras.followerLogin[i],
+                                                          cameras.followerPassword[i]),
+                        nullptr};
+            } catch (...) {
+                return {"", std::current_exception()};
+            }
         });
-    for (size_t i = 0; i < texts.size(); ++i) {
-        if (!texts[i]) {
+    // All that were asked have cleared their tallies: what one of them gave must not cost the others theirs.
+    FirstException troubles;
+    for (size_t i = 0; i < answers.size(); ++i) {
+        if (!answers[i]) {
             continue;
         }
-        std::vector<CrowdCountRecord> crowd;
-        std::vector<EntranceActivityRecord> activity;
-        std::vector<OccupancyObjectRecord> occupants;
-        std::vector<CrowdCountRecord> average;
-        try {
-            TransientState::deserializeRecords(*texts[i], dateTime, cameras.followerCameraName[i], crowd, activity,
-                                               occupants, average);
-        } catch (const std::logic_error& error) {
-            throw std::invalid_argument("expected records from follower " + std::to_string(i + 1) + ", " +
-                                        cameras.followerCameraName[i] + ", got " + std::to_string(texts[i]->size()) +
-                                        " bytes that are none (" + error.what() + ")");
-        }
-        crowdCountRecordArchive.addRecords(crowd, true);
-        entranceActivityRecordArchive.addRecords(activity, true);
-        occupancyObjectRecordArchive.addRecords(occupants, true);
-        averageCrowdCountRecordArchive.addRecords(average, true);
+        troubles.attempt([&] {
+            if (answers[i]->error) {
+                std::rethrow_exception(answers[i]->error);
+            }
+            archiveOfFollower(i, answers[i]->text, dateTime, cameras.followerCameraName[i]);
+        });
     }
+    troubles.rethrow();
+}
+
+void OccupancyManager::archiveOfFollower(size_t follower, const std::string& text, const std::string& dateTime,
+                                         const std::string& cameraName) {
+    PeriodRecords records;
+    try {
+        TransientState::deserializeRecords(text, dateTime, cameraName, records.crowd, records.activity,
+                                           records.occupants, records.average);
+    } catch (const std::logic_error& error) {
+        throw std::invalid_argument("expected records from follower " + std::to_string(follower + 1) + ", " +
+                                    cameraName + ", got " + std::to_string(text.size()) + " bytes that are none (" +
+                                    error.what() + ")");
+    }
+    archive(records);
+}
+
+void OccupancyManager::archive(const PeriodRecords& records) {
+    // A purge that throws in one archive must not cost the others their records.
+    FirstException troubles;
+    troubles.attempt([&] { crowdCountRecordArchive.addRecords(records.crowd, true); });
+    troubles.attempt([&] { entranceActivityRecordArchive.addRecords(records.activity, true); });
+    troubles.attempt([&] { occupancyObjectRecordArchive.addRecords(records.occupants, true); });
+    troubles.attempt([&] { averageCrowdCountRecordArchive.addRecords(records.average, true); });
+    troubles.rethrow();
 }
 
 void OccupancyManager::reset() {
@@ -134,10 +192,9 @@ bool OccupancyManager::flushLocal(const std::string& dateTime, const std::string
         localState.reset();
         return tallies;
     }();
-    crowdCountRecordArchive.addRecords(period.getCrowdCountRecords(dateTime, cameraName), true);
-    entranceActivityRecordArchive.addRecords(period.getEntranceActivityRecords(dateTime, cameraName), true);
-    occupancyObjectRecordArchive.addRecords(period.getOccupancyObjectRecords(dateTime, cameraName), true);
-    averageCrowdCountRecordArchive.addRecords(period.getAverageCrowdCountRecords(dateTime, cameraName), true);
+    archive({period.getCrowdCountRecords(dateTime, cameraName), period.getEntranceActivityRecords(dateTime, cameraName),
+             period.getOccupancyObjectRecords(dateTime, cameraName),
+             period.getAverageCrowdCountRecords(dateTime, cameraName)});
     return true;
 }
 
@@ -175,28 +232,25 @@ std::vector<OccupancyObjectRecord> OccupancyManager::getArchivedOccupancyObjectR
     return occupancyObjectRecordArchive.getRecords();
 }
 
-SummaryReport OccupancyManager::summaryReport() const {
-    SummaryReport report;
-    report.add(getArchivedCrowdCountRecords());
-    report.add(getArchivedEntranceActivityRecords());
-    report.add(getArchivedOccupancyObjectRecords());
-    report.addAverage(getArchivedAverageCrowdCountRecords());
-    return report;
-}
-
-report_stream::Archives OccupancyManager::archivePaths() const {
-    return {crowdCountRecordArchive.path(), entranceActivityRecordArchive.path(), occupancyObjectRecordArchive.path(),
-            averageCrowdCountRecordArchive.path()};
+report_stream::Archives OccupancyManager::archives() const {
+    const auto purgedBefore = [](const RecordArchiveBase& archive) -> std::optional<time_t> {
+        const std::optional<PurgeCut> purge = archive.pendingPurge();
+        return purge ? std::optional(purge->before) : std::nullopt;
+    };
+    return {crowdCountRecordArchive.path(),
+            entranceActivityRecordArchive.path(),
+            occupancyObjectRecordArchive.path(),
+            averageCrowdCountRecordArchive.path(),
+            {purgedBefore(crowdCountRecordArchive), purgedBefore(entranceActivityRecordArchive),
+             purgedBefore(occupancyObjectRecordArchive), purgedBefore(averageCrowdCountRecordArchive)}};
 }
 
 std::string OccupancyManager::getSummaryReportCSV() const {
-    std::optional<std::string> text = report_stream::write(archivePaths(), report_stream::Form::Csv);
-    return text ? std::move(*text) : summaryReport().getCSVAsString();
+    return report_stream::write(archives(), report_stream::Form::Csv);
 }
 
 std::string OccupancyManager::getSummaryReportHTML() const {
-    std::optional<std::string> text = report_stream::write(archivePaths(), report_stream::Form::Html);
-    return text ? std::move(*text) : summaryReport().getHTMLAsString();
+    return report_stream::write(archives(), report_stream::Form::Html);
 }
 
 void OccupancyManager::writeSummaryReportCSV(const std::string& path) const {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "config_params.h"
@@ -10,9 +12,9 @@
 #include "finding.h"
 #include "follower_calls.h"
 #include "mutex.h"
+#include "purge_queue.h"
 #include "record_archive.h"
 #include "report_stream.h"
-#include "summary_report.h"
 #include "transient_state.h"
 
 /** The names of the four archives' files. */
@@ -46,11 +48,23 @@ public:
     /** Mends the archives after a process that was killed; for start-up. */
     void repairArchives();
 
+    /** From now on the flushes of add leave the purging of archives to a thread of its own; for a running application.
+     */
+    void purgeInBackground();
+
+    /** Throws what such a purge threw since the last call. */
+    void rethrowPurge() { m_purges.rethrow(); }
+
     /**
      * Adds a cycle's findings and, when the period is over, publishes and archives it. True. Throws what
-     * deserializeRecords throws when a follower answers nonsense.
+     * deserializeRecords throws when a follower answers nonsense, the first of several, once the others' are archived.
      */
     bool add(const std::vector<one_find>& findings, const PeriodPartners& partners) EXCLUDES(m_mutex);
+
+    /** Asks for a call at the end of each period, with its tallies by name, on the thread of add. */
+    void onPeriod(std::function<void(const std::map<std::string, std::string>&)> observer) {
+        periodObserver = std::move(observer);
+    }
 
     // The same operation on both sets of tallies. Any thread.
     void reset() EXCLUDES(m_mutex);
@@ -95,17 +109,29 @@ public:
     int getFlushInterval() const { return flushInterval; }
 
 private:
+    /** What one camera counted in one period. */
+    struct PeriodRecords {
+        std::vector<CrowdCountRecord> crowd;
+        std::vector<EntranceActivityRecord> activity;
+        std::vector<OccupancyObjectRecord> occupants;
+        std::vector<CrowdCountRecord> average;
+    };
+
     void collectFromFollowers(const std::string& dateTime, const PeriodPartners& partners);
-    SummaryReport summaryReport() const;
-    report_stream::Archives archivePaths() const;
+    void archiveOfFollower(size_t follower, const std::string& text, const std::string& dateTime,
+                           const std::string& cameraName);
+    void archive(const PeriodRecords& records);
+    report_stream::Archives archives() const;
 
     RecordArchive<CrowdCountRecord> crowdCountRecordArchive;
     RecordArchive<EntranceActivityRecord> entranceActivityRecordArchive;
     RecordArchive<OccupancyObjectRecord> occupancyObjectRecordArchive;
     RecordArchive<CrowdCountRecord> averageCrowdCountRecordArchive;
+    std::function<void(const std::map<std::string, std::string>&)> periodObserver;
     int flushInterval = 60; /**< seconds */
     CountdownTimer flushTimer{flushInterval};
     mutable Mutex m_mutex; /**< guards the tallies, which the web service resets and fetches; never held over a disk */
     TransientState localState GUARDED_BY(m_mutex);  /**< flushed by the period timer */
     TransientState remoteState GUARDED_BY(m_mutex); /**< fetched by a leader */
+    PurgeQueue m_purges;                            /**< after the archives, which it works on to its end */
 };

@@ -5,10 +5,12 @@
 #include <fcntl.h>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "archive_cells.h"
 #include "archive_file.h"
+#include "date_windows.h"
 #include "summary_report.h"
 #include "unique_fd.h"
 
@@ -18,7 +20,8 @@
  * runs, a second pass writes the rows. Memory is the text and a buffer for each run.
  *
  * Most archives hold the same columns from their first day and no clock was ever set back: then the beginning of the
- * files tells as much as all of them, and one pass is enough. Where that was wrong, the whole survey follows.
+ * files tells as much as all of them, and one pass is enough. Where that was wrong, the whole survey follows. Where
+ * clocks were set back more often than there is room for buffers, the rows are sorted window by window.
  */
 
 namespace report_stream {
@@ -30,12 +33,14 @@ constexpr size_t kMostRuns = 64;    // of all files; each has a buffer
 struct File {
     UniqueFd fd;
     off_t size = 0; /**< what is appended later is left to the next report */
+    std::optional<time_t> purgedBefore;
 };
 using Files = std::array<File, 4>;
 
 struct Survey {
     Columns columns;
-    std::array<std::vector<Run>, 4> runs;
+    std::array<std::vector<Run>, 4> runs; /**< those of all files together; not more than kMostRuns and one */
+    size_t runCount = 0;
     size_t rows = 0;
     size_t dateLength = 0;
     size_t extraDigits = 0; /**< characters of the numbers beyond one each */
@@ -54,15 +59,17 @@ Survey look(const Files& files, bool all) {
         if (!files[i].fd) {
             continue;
         }
-        ArchiveCells cells(kArchiveKinds[i], files[i].fd.get(), {0, files[i].size}, survey.columns, true);
+        ArchiveCells cells({kArchiveKinds[i], files[i].fd.get(), {0, files[i].size}, files[i].purgedBefore},
+                           survey.columns, true);
         std::vector<Run>& runs = survey.runs[i];
         runs.emplace_back();
+        ++survey.runCount;
         size_t dates = 0;
         bool more = false;
         while ((more = cells.next()) && (all || dates < kBeginning)) {
             dates += cells.hasNewDate() ? 1 : 0;
             survey.dateLength = std::max(survey.dateLength, cells.date().size());
-            if (cells.descends()) {
+            if (cells.descends() && ++survey.runCount <= kMostRuns) {
                 runs.back().end = cells.lineBegin();
                 runs.push_back({cells.lineBegin()});
             }
@@ -116,18 +123,37 @@ void appendRow(std::string& text, const std::string& date, const std::vector<int
     text += frame.rowEnd;
 }
 
+/** The rows when there are too many runs to be merged. */
+std::string sortedRowsOf(const Files& files, Survey& survey, Form form) {
+    std::vector<ArchivePart> parts;
+    for (size_t i = 0; i < files.size(); ++i) {
+        if (files[i].fd) {
+            parts.push_back({kArchiveKinds[i], files[i].fd.get(), {0, files[i].size}, files[i].purgedBefore});
+        }
+    }
+    DateWindows windows(std::move(parts), survey.columns);
+    const Frame& frame = form == Form::Csv ? kCsv : kHtml;
+    std::string text = head(survey.columns, form);
+    // Measured first: a text that grows by doubling would need room for two of it.
+    size_t size = text.size() + frame.end.size();
+    std::string measured;
+    windows.forEachRow([&](const std::string& date, const std::vector<int32_t>& row) {
+        measured.clear();
+        appendRow(measured, date, row, frame);
+        size += measured.size();
+    });
+    text.reserve(size);
+    windows.forEachRow(
+        [&](const std::string& date, const std::vector<int32_t>& row) { appendRow(text, date, row, frame); });
+    text += frame.end;
+    return text;
+}
+
 /**
  * Merges the runs into rows. Nothing when there is a column or a clock that was set back of which the survey does not
- * know, when there are too many runs, or when the text turns out longer than reckoned and may not grow.
+ * know, or when the text turns out longer than reckoned and may not grow.
  */
 std::optional<std::string> rowsOf(const Files& files, Survey& survey, Form form, bool mayGrow) {
-    size_t runs = 0;
-    for (const std::vector<Run>& ofFile : survey.runs) {
-        runs += ofFile.size();
-    }
-    if (runs > kMostRuns) {
-        return std::nullopt;
-    }
     const Frame& frame = form == Form::Csv ? kCsv : kHtml;
     std::string text = head(survey.columns, form);
     // One piece from the start: a text that grows by doubling would need room for two of it.
@@ -136,10 +162,11 @@ std::optional<std::string> rowsOf(const Files& files, Survey& survey, Form form,
     const size_t longRow = shortRow + survey.columns.size() * 10;
     text.reserve(text.size() + survey.rows * shortRow + survey.extraDigits + longRow + frame.end.size());
     std::vector<ArchiveCells> sources;
-    sources.reserve(runs);
+    sources.reserve(survey.runCount);
     for (size_t i = 0; i < files.size(); ++i) {
         for (const Run& run : survey.runs[i]) {
-            sources.emplace_back(kArchiveKinds[i], files[i].fd.get(), run, survey.columns, false).next();
+            const ArchivePart part = {kArchiveKinds[i], files[i].fd.get(), run, files[i].purgedBefore};
+            sources.emplace_back(part, survey.columns, false).next();
         }
     }
     std::vector<int32_t> row(survey.columns.size());
@@ -184,19 +211,21 @@ std::optional<std::string> fromBeginnings(const Files& files, Form form) {
 
 }  // namespace
 
-std::optional<std::string> write(const Archives& archives, Form form) {
+std::string write(const Archives& archives, Form form) {
     const std::array<const std::string*, 4> paths = {&archives.crowdCount, &archives.entranceActivity,
                                                      &archives.occupancy, &archives.averageCrowdCount};
     Files files;
     for (size_t i = 0; i < files.size(); ++i) {
         files[i].fd = UniqueFd(open(paths[i]->c_str(), O_RDONLY | O_CLOEXEC));
         files[i].size = archive_file::wholeSize(files[i].fd.get());
+        files[i].purgedBefore = archives.purgedBefore[i];
     }
     if (std::optional<std::string> text = fromBeginnings(files, form)) {
-        return text;
+        return std::move(*text);
     }
     Survey survey = look(files, true);
-    return rowsOf(files, survey, form, true);
+    // Of everything the survey knows, rows there are.
+    return survey.runCount > kMostRuns ? sortedRowsOf(files, survey, form) : rowsOf(files, survey, form, true).value();
 }
 
 }  // namespace report_stream

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <ctime>
 #include <optional>
 #include <string>
 
@@ -12,19 +13,21 @@ enum class Form {
     Html
 };
 
-/** The paths of the four archives, in the order in which they are read. */
+/** The four archives, in the order in which they are read. */
 struct Archives {
     std::string crowdCount;
     std::string entranceActivity;
     std::string occupancy;
     std::string averageCrowdCount;
+
+    /** For each: lines dated earlier are about to be purged and count for gone. */
+    std::array<std::optional<time_t>, 4> purgedBefore = {};
 };
 
 /**
- * What SummaryReport writes over the archives' records, byte for byte. Nothing when clocks were set back more often
- * than this way follows, dozens of times: then only SummaryReport can sort the dates. Throws what std::stoi throws when
- * a number is none. Any thread.
+ * What SummaryReport writes over the archives' records, byte for byte. Takes the memory of the text and at most 16 MiB,
+ * however often clocks were set back. Throws what std::stoi throws when a number is none. Any thread.
  */
-std::optional<std::string> write(const Archives& archives, Form form);
+std::string write(const Archives& archives, Form form);
 
 }  // namespace report_stream

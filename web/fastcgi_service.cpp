@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdlib>
 #include <memory>
+#include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <uriparser/Uri.h>
@@ -48,10 +49,8 @@ struct FreeUri {
     void operator()(UriUriA* uri) const { uriFreeUriMembersA(uri); }
 };
 
-using Query = std::vector<std::pair<std::string, std::string>>;
-
 /** The pairs of a query, decoded; false when they cannot be told apart. */
-bool dissect(const UriUriA& uri, Query& query) {
+bool dissect(const UriUriA& uri, QueryPairs& query) {
     UriQueryListA* list = nullptr;
     int count = 0;
     if (uriDissectQueryMallocA(&list, &count, uri.query.first, uri.query.afterLast) != URI_SUCCESS) {
@@ -74,13 +73,26 @@ std::string passagesText(const MetricsParams& metrics) {
 }
 
 std::string followerAgesText(const LeaderMetricsParams& leader) {
-    const int64_t now = clockNow();
+    const int64_t now = steadyNow();
     std::string text;
     for (const std::atomic<int64_t>& answered : leader.followerAnswered) {
         const int64_t age = answered == 0 ? -1 : std::max<int64_t>(0, now - answered);
         text += (text.empty() ? "" : ",") + std::to_string(age);
     }
     return text;
+}
+
+/** Cuts what a client wants logged to 1 KiB, not within a character: a system log may take minutes over a long line. */
+void cutToLogEntry(std::string& text) {
+    constexpr size_t kMost = 1024;
+    if (text.size() <= kMost) {
+        return;
+    }
+    size_t end = kMost;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) {
+        --end;
+    }
+    text.resize(end);
 }
 
 }  // namespace
@@ -154,12 +166,12 @@ void fastcgi_service::serve() {
         return;
     }
     const std::unique_ptr<UriUriA, FreeUri> members(&uri);
-    Query query;
-    if (!dissect(uri, query)) {
+    m_query.clear();
+    if (!dissect(uri, m_query)) {
         write("Failed to parse query");
         return;
     }
-    for (const auto& [key, value] : query) {
+    for (const auto& [key, value] : m_query) {
         if (key == "action") {
             serveAction(method, value);
         }
@@ -201,11 +213,12 @@ int fastcgi_service::processGET(const std::string& action) {
     }
     try {
         const Answer answer = answerTo(action);
-        write("Status: 200 OK\r\n");
+        write(std::string("Status: ") + answer.status + "\r\n" + answer.headers);
         if (answer.contentType != nullptr) {
             write(std::string("Content-Type: ") + answer.contentType + "\r\n");
         }
-        write("\r\n" + answer.body);
+        write("\r\n");
+        write(answer.body);
     } catch (const std::exception& exception) {
         applicationLog().error("processGET: Exception from " + action + ": " + exception.what());
     }
@@ -239,6 +252,7 @@ fastcgi_service::Answer fastcgi_service::answerTo(const std::string& action) {
         {"reset_total_occupancy", kPlain,
          [](Self s) {
              // The result as one character, not as its digits; clients ignore it.
+             s.announceReset();
              std::string result(1, static_cast<char>(s.m_parts.resetTotalOccupancy()));
              applicationLog().info("processGET: Total occupancy reset.");
              return result;
@@ -252,6 +266,7 @@ fastcgi_service::Answer fastcgi_service::answerTo(const std::string& action) {
         {"get_logfile_as_serialized_text", kPlain, [](Self) { return applicationLog().getSerializedLogContents(); }},
         {"get_logfile_as_plain_text", kPlain, [](Self) { return applicationLog().getPlainLogContents(); }},
         {"get_logfile_as_csv_text", kPlain, [](Self) { return applicationLog().getCSVLogContents(); }},
+        {"get_newest_log", kPlain, [](Self) { return applicationLog().getNewestSerializedContents(); }},
         {"clear_logfile", kPlain,
          [](Self) {
              applicationLog().clear();
@@ -263,11 +278,33 @@ fastcgi_service::Answer fastcgi_service::answerTo(const std::string& action) {
             return {known.contentType, known.body(*this)};
         }
     }
+    if (std::optional<Answer> answer = answerOfLedger(action)) {
+        return *answer;
+    }
     raiseManualAlert(action);
     return {};
 }
 
+std::optional<fastcgi_service::Answer> fastcgi_service::answerOfLedger(const std::string& action) {
+    LedgerAccess* const access = m_parts.ledger ? m_parts.ledger() : nullptr;
+    try {
+        std::optional<LedgerAnswer> answer =
+            access == nullptr ? std::nullopt : answerFromLedger(*access, action, m_query);
+        return answer ? std::optional(Answer{answer->contentType, std::move(answer->body), std::move(answer->headers)})
+                      : std::nullopt;
+    } catch (const std::invalid_argument& question) {
+        return Answer{kPlain, std::string(question.what()) + "\n", "", "400 Bad Request"};
+    }
+}
+
+void fastcgi_service::announceReset() {
+    if (m_parts.beforeReset) {
+        m_parts.beforeReset(parameter("REMOTE_USER"));
+    }
+}
+
 const char* fastcgi_service::resetOccupancy() {
+    announceReset();
     m_parts.metrics.occupancyCount = 0;
     m_parts.occupancy.reset_count();
     m_parts.statistics.resetOccupancy();
@@ -293,6 +330,10 @@ int fastcgi_service::processPOST(const std::string& action, const std::string& b
             applicationLog().error("processPOST: Exception from processPOST trying to set post parameters.");
             return -1;
         }
+    } else if (action == "use_followers") {
+        m_parts.settings.store_data_into_http_request_controller();
+        applicationLog().info("processPOST: The followers of the settings are asked.");
+        write(kDone);
     } else if (action == "post_submit_log") {
         try {
             write(add_post_submit_log(body) != 0 ? kFailed : kDone);
@@ -312,7 +353,8 @@ int fastcgi_service::add_post_submit_log(const std::string& body) {
         return -1;
     }
     const std::string& severity = values["log_severity"];
-    const std::string& entry = values["log_entry"];
+    std::string& entry = values["log_entry"];
+    cutToLogEntry(entry);
     if (severity == "info") {
         applicationLog().info(entry);
     } else if (severity == "warning") {

@@ -3,9 +3,11 @@
 #include <atomic>
 #include <fcgiapp.h>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "config_params.h"
+#include "ledger_actions.h"
 #include "location_controller_larod.h"
 #include "occupancy_controller.h"
 #include "occupancy_manager.h"
@@ -25,6 +27,8 @@ struct FastCgiParts {
     bool isPortrait;
     std::function<int()> resetTotalOccupancy;                       /**< for this thread */
     std::function<void(const char* name, bool active)> manualAlert; /**< starts or stops an alert by hand */
+    std::function<void(const std::string& user)> beforeReset = {};  /**< told who resets the occupancy */
+    std::function<LedgerAccess*()> ledger = {};                     /**< null while there is none */
 };
 
 /**
@@ -65,16 +69,21 @@ private:
 
     void write(const std::string& text);
     const char* resetOccupancy();
+    void announceReset();
     void raiseManualAlert(const std::string& action);
 
     struct Answer {
         const char* contentType = nullptr; /**< none */
-        std::string body;
+        std::string body = {};
+        std::string headers = {}; /**< further ones, each with its end */
+        const char* status = "200 OK";
     };
     Answer answerTo(const std::string& action);
+    std::optional<Answer> answerOfLedger(const std::string& action);
 
     FastCgiParts m_parts;
     FCGX_Request m_request = {};
+    QueryPairs m_query; /**< of the request */
     std::atomic<int> m_sock = -1;
     std::atomic<bool> m_stopping = false;
 };

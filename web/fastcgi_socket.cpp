@@ -1,12 +1,13 @@
 #include "fastcgi_socket.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcgiapp.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include "Logger.h"
@@ -18,17 +19,23 @@ int openFastCgiSocket(const std::string& path, int backlog) {
     // Through the folder's descriptor the address stays short wherever the folder lies.
     const UniqueFd directory(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     const std::string address = "/proc/self/fd/" + std::to_string(directory.get()) + "/" + place.filename().string();
-    // libfcgi ends the process where it cannot bind, so what can be known beforehand is asked first.
-    if (!directory || faccessat(directory.get(), ".", W_OK | X_OK, 0) != 0 || std::filesystem::is_directory(place)) {
+    // Not by libfcgi, which ends the process where it cannot bind.
+    sockaddr_un name = {};
+    name.sun_family = AF_UNIX;
+    UniqueFd listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const bool fits = address.size() < sizeof(name.sun_path);
+    address.copy(name.sun_path, sizeof(name.sun_path) - 1);
+    errno = fits ? errno : ENAMETOOLONG;
+    if (directory && listening && fits) {
+        unlink(address.c_str());
+    }
+    // A web server that finds the queue full turns its client away; dozens may ask at once.
+    if (!directory || !listening || !fits ||
+        bind(listening.get(), reinterpret_cast<const sockaddr*>(&name), sizeof(name)) != 0 ||
+        listen(listening.get(), std::max(backlog, SOMAXCONN)) != 0) {
         applicationLog().error("init: cannot open a socket in " + folder + ": " + std::strerror(errno));
         return -1;
     }
-    const int socket = FCGX_OpenSocket(address.c_str(), backlog);
-    if (socket >= 0) {
-        fcntl(socket, F_SETFD, FD_CLOEXEC);
-        // A web server that finds the queue full turns its client away; dozens may ask at once.
-        listen(socket, SOMAXCONN);
-        chmod(address.c_str(), 0777);
-    }
-    return socket;
+    chmod(address.c_str(), 0777);
+    return listening.release();
 }

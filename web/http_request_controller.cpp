@@ -3,10 +3,13 @@
 #include <curl/curl.h>
 #include <memory>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string_view>
+#include <strings.h>
 
 #include "Logger.h"
+#include "name_lookups.h"
 
 namespace {
 
@@ -15,10 +18,11 @@ constexpr size_t kMostBytes = 1U << 20U;
 constexpr int kMostAnswers = 4;  // digest authentication takes two, and a third when the server's nonce was stale
 constexpr const char* kCookieFile = "cookie.txt";
 
-/** One transfer: what has come so far, and how often the server has answered. */
+/** One transfer: what has come so far, how often the server has answered, and whether it set a cookie. */
 struct Transfer {
     std::string body;
     int answers = 0;
+    bool hasCookie = false;
 };
 
 size_t limitedWrite(const char* data, size_t size, size_t count, void* userData) {
@@ -29,9 +33,12 @@ size_t limitedWrite(const char* data, size_t size, size_t count, void* userData)
     return WriteCallback(data, size, count, &transfer.body);
 }
 
-size_t countAnswers(const char* line, size_t size, size_t count, void* userData) {
+size_t readHeader(const char* data, size_t size, size_t count, void* userData) {
     auto& transfer = *static_cast<Transfer*>(userData);
-    if (std::string_view(line, size * count).rfind("HTTP/", 0) == 0 && ++transfer.answers > kMostAnswers) {
+    const std::string line(data, size * count);
+    static constexpr std::string_view kCookie = "Set-Cookie:";
+    transfer.hasCookie = transfer.hasCookie || strncasecmp(line.c_str(), kCookie.data(), kCookie.size()) == 0;
+    if (line.rfind("HTTP/", 0) == 0 && ++transfer.answers > kMostAnswers) {
         return 0;
     }
     return size * count;
@@ -78,6 +85,10 @@ std::string send_request_text(const std::string& url, const std::string& login, 
     const std::string credentials = login + ":" + password;
     Transfer transfer;
     bool complete = false;
+    LookupRoom room(needsLookup(url));
+    if (!room.isGiven()) {
+        return "";
+    }
     {
         const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(), curl_easy_cleanup);
         if (!curl) {
@@ -86,12 +97,11 @@ std::string send_request_text(const std::string& url, const std::string& login, 
         curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
         curl_easy_setopt(curl.get(), CURLOPT_USERPWD, credentials.c_str());
         curl_easy_setopt(curl.get(), CURLOPT_COOKIEFILE, kCookieFile);
-        curl_easy_setopt(curl.get(), CURLOPT_COOKIEJAR, kCookieFile);
         curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, kTimeoutSeconds);
         curl_easy_setopt(curl.get(), CURLOPT_HTTPAUTH, CURLAUTH_DIGEST);
         curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, limitedWrite);
         curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &transfer);
-        curl_easy_setopt(curl.get(), CURLOPT_HEADERFUNCTION, countAnswers);
+        curl_easy_setopt(curl.get(), CURLOPT_HEADERFUNCTION, readHeader);
         curl_easy_setopt(curl.get(), CURLOPT_HEADERDATA, &transfer);
         // A page that says why a login failed is no answer, whatever it says.
         curl_easy_setopt(curl.get(), CURLOPT_FAILONERROR, 1L);
@@ -100,10 +110,29 @@ std::string send_request_text(const std::string& url, const std::string& login, 
         curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
         // A follower is a neighbour on the network: a proxy of the environment must not see its password.
         curl_easy_setopt(curl.get(), CURLOPT_PROXY, "");
-        complete = curl_easy_perform(curl.get()) == CURLE_OK;
+#if LIBCURL_VERSION_NUM >= 0x075700
+        // The end of a transfer would otherwise wait for a name lookup that has no end.
+        curl_easy_setopt(curl.get(), CURLOPT_QUICK_EXIT, 1L);
+#endif
+        const CURLcode result = curl_easy_perform(curl.get());
+        complete = result == CURLE_OK;
+        curl_off_t lookup = 0;
+        curl_easy_getinfo(curl.get(), CURLINFO_NAMELOOKUP_TIME_T, &lookup);
+        if (result == CURLE_OPERATION_TIMEDOUT && lookup == 0) {
+            room.leaveBehind();
+        }
+        // libcurl writes the file when the transfer is cleaned up; the flash is spared when there is nothing new.
+        if (transfer.hasCookie) {
+            curl_easy_setopt(curl.get(), CURLOPT_COOKIEJAR, kCookieFile);
+        }
     }
     return complete && transfer.body.find("error") == std::string::npos ? transfer.body : "";
 }
+
+http_request_controller::http_request_controller()
+    : m_FollowerIPs(std::make_unique<nlohmann::json>(nlohmann::json::object())) {}
+
+http_request_controller::~http_request_controller() = default;
 
 void http_request_controller::init(const std::string& appName) {
     const MutexLock lock(m_mutex);
@@ -113,12 +142,12 @@ void http_request_controller::init(const std::string& appName) {
 void http_request_controller::set_followerip(const std::string& ip, const std::string& login,
                                              const std::string& password) {
     const MutexLock lock(m_mutex);
-    m_FollowerIPs[ip] = {{"Username", login}, {"Password", password}, {"HTTP_Headers", "Empty"}};
+    (*m_FollowerIPs)[ip] = {{"Username", login}, {"Password", password}, {"HTTP_Headers", "Empty"}};
 }
 
 void http_request_controller::remove_followerip(const std::string& ip) {
     const MutexLock lock(m_mutex);
-    if (m_FollowerIPs.erase(ip) == 0) {
+    if (m_FollowerIPs->erase(ip) == 0) {
         applicationLog().error("remove_followerip: " + displayed(ip) + " not found.");
     }
 }
@@ -128,8 +157,8 @@ int http_request_controller::askCount(const std::string& ip, const char* action)
     std::string password;
     {
         const MutexLock lock(m_mutex);
-        const auto follower = m_FollowerIPs.find(ip);
-        if (follower == m_FollowerIPs.end()) {
+        const auto follower = m_FollowerIPs->find(ip);
+        if (follower == m_FollowerIPs->end()) {
             return kNoCount;
         }
         login = follower->at("Username");

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "follower_calls.h"
@@ -13,8 +14,9 @@ std::string makeRequest(const std::string& ip, const std::string& action);
  * Fetches an address with HTTP digest authentication and returns the body of the answer; empty when there is none,
  * when the HTTP status is an error, or when the body has the word "error" in it.
  *
- * Takes 5 seconds at most. Only http and https, redirects are not followed, an answer above 1 MiB is none, and so is
- * one that asks to log in again and again. Keeps cookies in "cookie.txt" in the working folder. Any thread.
+ * Takes 5 seconds at most, and none while too many name lookups hang. Only http and https, redirects are not followed,
+ * an answer above 1 MiB is none, and so is one that asks to log in again and again. Cookies that are set are kept in
+ * "cookie.txt" in the working folder. Any thread.
  */
 std::string send_request_text(const std::string& url, const std::string& login, const std::string& password);
 
@@ -32,6 +34,9 @@ class http_request_controller : public FollowerCalls {
 public:
     static constexpr int kNoCount = -1;
     static constexpr int kNoConnection = 700;
+
+    http_request_controller();
+    ~http_request_controller();
 
     void init(const std::string& appName) EXCLUDES(m_mutex);
 
@@ -59,5 +64,6 @@ private:
 
     Mutex m_mutex; /**< guards what is known of the followers; never held while one is asked */
     std::string m_AppName GUARDED_BY(m_mutex);
-    nlohmann::json m_FollowerIPs GUARDED_BY(m_mutex) = nlohmann::json::object(); /**< credentials by address */
+    /** Credentials by address: an object, which this header need not know. */
+    const std::unique_ptr<nlohmann::json> m_FollowerIPs GUARDED_BY(m_mutex);
 };

@@ -222,10 +222,10 @@ int parameter_io::set_post_parameters(const std::string& body) {
         m_parts.publish(update);
         throw;
     }
-    // Stored before it acts: whoever watches the store knows of a choice before anything is drawn by it.
-    m_parts.store.save_config_params(m_parts.config);
+    // Before it is stored, which may take seconds: the analysis does not wait for the disk.
     update.settings = m_parts.config;
     m_parts.publish(update);
+    m_parts.store.save_config_params(m_parts.config);
     return 0;
 }
 

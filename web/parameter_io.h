@@ -49,7 +49,7 @@ public:
     std::string get_parameters() const;
 
     /**
-     * Takes a settings document, <root>...</root>, into force and saves it. Returns 0, or -1 when it holds no tags.
+     * Takes a settings document, <root>...</root>, into force, then saves it. Returns 0, or -1 when it holds no tags.
      * Throws std::invalid_argument, std::out_of_range or std::domain_error for a value that is no number, cannot be
      * stored or, with an analysis period of 0, cannot be computed; the fields read until then stay changed in memory,
      * and nothing is saved.

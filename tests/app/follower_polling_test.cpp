@@ -84,6 +84,29 @@ TEST_F(Polling, AddsTheFollowers) {
     EXPECT_EQ(m_leader.followerStatus[9], 501);
 }
 
+TEST_F(Polling, ShowsTheLargestNumberForSumsBeyondIt) {
+    follow(0, "2147483647", "2147483647");
+    follow(1, "2147483647", "2147483647");
+    after(60);
+    EXPECT_EQ(m_leader.totalOccupancy, 2147483647);
+    EXPECT_EQ(m_leader.totalCrowdCount, 2147483647);
+    m_cameras[0]->answers["get_total_crowd"] = "-2147483648";
+    m_cameras[1]->answers["get_total_crowd"] = "-2147483648";
+    after(3);
+    EXPECT_EQ(m_leader.totalCrowdCount, 0);
+}
+
+TEST_F(Polling, KnowsWhenAFollowerAnsweredHoweverTheClockIsSet) {
+    follow(0);
+    after(60);
+    const time_t answered = m_leader.followerAnswered[0];
+    EXPECT_EQ(answered, steadyNow());
+    m_clock.set(m_clock.now() + 30);
+    after(10);
+    EXPECT_EQ(m_leader.followerAnswered[0], steadyNow());
+    EXPECT_EQ(m_leader.followerAnswered[0], answered + 10);
+}
+
 TEST_F(Polling, KeepsItsSchedules) {
     Follower& camera = follow(0);
     after(29);

@@ -1,13 +1,14 @@
 #include <gtest/gtest.h>
 
 #include "program.h"
+#include "this_build.h"
 
 namespace {
 
 TEST(Rooms, OfTheApplicationIncludeNothingOfTheDesktop) {
     int includes = 0;
     for (const char* room : {"app", "config", "detection", "events", "overlay", "statistics", "tracking", "web"}) {
-        for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(CHECKOUT) / room)) {
+        for (const auto& entry : std::filesystem::directory_iterator(this_build::checkout() / room)) {
             std::ifstream file(entry.path());
             for (std::string line; std::getline(file, line);) {
                 if (line.rfind("#include", 0) == 0) {

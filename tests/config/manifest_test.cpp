@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "config_params.h"
+#include "this_build.h"
 
 namespace {
 
@@ -34,7 +35,7 @@ double numberOf(const std::string& text, bool whole) {
 }
 
 nlohmann::json manifest() {
-    std::ifstream file(CHECKOUT "/package/manifest.json");
+    std::ifstream file(this_build::checkout() / "package/manifest.json");
     return nlohmann::json::parse(file);
 }
 

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include "log_capture.h"
@@ -43,6 +45,28 @@ TEST_F(TensorFile, ShowsWhatIsWrittenBeyondItsSize) {
     values.back() = 1.5F;
     ASSERT_EQ(write(file.getFileDescriptor(), values.data(), sizeof(values)), 400);
     EXPECT_EQ(reinterpret_cast<const float*>(file.getBuffer())[99], 1.5F);
+}
+
+TEST_F(TensorFile, HasItsSpaceFromTheStart) {
+    constexpr int kSize = 3 * 960 * 540;
+    const MemoryMappedFile file(nameTemplate(), kSize);
+    struct stat status = {};
+    ASSERT_EQ(fstat(file.getFileDescriptor(), &status), 0);
+    EXPECT_GE(status.st_blocks * 512, kSize);
+}
+
+TEST_F(TensorFile, ThatFindsNoSpaceIsRefused) {
+    struct statvfs disk = {};
+    if (statvfs("/dev/shm", &disk) != 0 || disk.f_bavail * disk.f_frsize > 1'000'000'000) {
+        GTEST_SKIP() << "This machine has no small disk in memory to be too large for.";
+    }
+    const int size = static_cast<int>(disk.f_bavail * disk.f_frsize) + (1 << 26);
+    EXPECT_EQ(thrownBy("/dev/shm/senvo-tensor-XXXXXX", size), "Failed to adjust file size");
+    const Lines errors = LogCapture::ofLevel("error");
+    ASSERT_EQ(errors.size(), 1U);
+    EXPECT_EQ(errors[0].rfind("MemoryMappedFile: Failed to adjust temporary file /dev/shm/senvo-tensor-", 0), 0U)
+        << errors[0];
+    EXPECT_TRUE(errors[0].ends_with(" to size " + std::to_string(size) + " : No space left on device")) << errors[0];
 }
 
 TEST_F(TensorFile, OfTheSameTemplateIsAnother) {

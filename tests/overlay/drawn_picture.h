@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "this_build.h"
+
 /** An ARGB32 picture to draw on, transparent at first. */
 class DrawnPicture {
 public:
@@ -90,7 +92,7 @@ public:
      * before you commit.
      */
     void expectLike(const std::string& name) const {
-        const std::filesystem::path reference = std::filesystem::path(PICTURES_FOLDER) / (name + ".png");
+        const std::filesystem::path reference = this_build::checkout() / "tests/overlay/pictures" / (name + ".png");
         if (std::getenv("SENVO_WRITE_PICTURES") != nullptr) {
             writePng(reference);
         }
@@ -110,7 +112,7 @@ public:
         EXPECT_GT(total, 0) << "an empty picture proves nothing";
         EXPECT_LE(different * 1000, total * 2) << different << " of " << total << " pixels differ";
         if (different * 1000 > total * 2) {
-            writePng(std::filesystem::path(PICTURES_TO_LOOK_AT) / (name + "-as-it-came.png"));
+            writePng(this_build::folder() / "pictures" / (name + "-as-it-came.png"));
         }
     }
 

@@ -11,6 +11,7 @@
 #include "palette.h"
 #include "parameter_controller.h"
 #include "scripted_platform.h"
+#include "this_build.h"
 
 namespace {
 
@@ -393,9 +394,7 @@ TEST_F(Overlay, HasTextWithoutArialToo) {
 TEST_F(Overlay, HidesNoMoreOfARealFrameThanItShould) {
     constexpr int kFrameWidth = 640;
     constexpr int kFrameHeight = 360;
-    const char* const shared = std::getenv("SENVO_SHARED");
-    const auto clip = std::filesystem::path(shared == nullptr ? SENVO_SHARED_DEFAULT : shared) / "media" /
-                      "one-by-one-person-detection.mp4";
+    const auto clip = this_build::shared() / "media/one-by-one-person-detection.mp4";
     if (!std::filesystem::exists(clip)) {
         GTEST_SKIP() << "there is no " << clip;
     }
@@ -415,7 +414,7 @@ TEST_F(Overlay, HidesNoMoreOfARealFrameThanItShould) {
     m_config.str_AnonOverlay = "640x360";
     manager().useConfiguredStreams();
     scripted::drawOverlay(scripted::overlays()[0], streamOf(kFrameWidth, kFrameHeight), picture.context());
-    picture.writePng(std::filesystem::path(PICTURES_TO_LOOK_AT) / "overlay-on-a-real-frame.png");
+    picture.writePng(this_build::folder() / "pictures/overlay-on-a-real-frame.png");
     for (int y = 0; y < kFrameHeight; ++y) {
         for (int x = 0; x < kFrameWidth; ++x) {
             const bool isText = y > person.Y + person.H || y < person.Y - 30;

@@ -1,13 +1,12 @@
 #include <atomic>
-#include <csignal>
 #include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
+#include "file_size_limit.h"
 #include "log_capture.h"
 #include "record_archive.h"
 #include "test_clock.h"
@@ -16,26 +15,6 @@ namespace {
 
 constexpr time_t kDay = 86400;
 constexpr time_t kStart = 1704067200;  // 2024-01-01 00:00:00
-
-/** A file may not grow beyond a size for the length of a scope: a disk that is full. */
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) : m_signal(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &m_before);
-        const rlimit limit = {bytes, m_before.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &m_before);
-        std::signal(SIGXFSZ, m_signal);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-private:
-    void (*m_signal)(int);
-    rlimit m_before = {};
-};
 
 class Archive : public testing::Test {
 protected:

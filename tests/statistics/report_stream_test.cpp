@@ -1,15 +1,24 @@
 #include "report_stream.h"
 
+#include <algorithm>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <random>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
+#include "archive_cells.h"
+#include "date_windows.h"
 #include "log_capture.h"
+#include "memory_figure.h"
 #include "occupancy_manager.h"
 #include "sanitized.h"
+#include "summary_report.h"
 #include "test_clock.h"
+#include "unique_fd.h"
 
 namespace {
 
@@ -78,7 +87,7 @@ TEST_F(ShortWay, SortsTheHourThatComesTwice) {
     expectTheSame("twice");
 }
 
-TEST_F(ShortWay, LeavesDatesInDisorderToTheLongOne) {
+TEST_F(ShortWay, SortsDatesInDisorder) {
     std::string text;
     std::string rows;
     for (int number = 99; number >= 10; --number) {
@@ -86,8 +95,94 @@ TEST_F(ShortWay, LeavesDatesInDisorderToTheLongOne) {
         rows = std::to_string(number) + "," + std::to_string(number) + "\n" + rows;
     }
     write(2, text);
-    EXPECT_EQ(streamed(report_stream::Form::Csv), std::nullopt);
-    EXPECT_EQ(m_manager.getSummaryReportCSV(), "Date,Occup_Car_Cam\n" + rows);
+    EXPECT_EQ(streamed(report_stream::Form::Csv), "Date,Occup_Car_Cam\n" + rows);
+}
+
+/** Clocks that are set back at any flush, in windows of any size. */
+TEST_F(ShortWay, AgreesWithTheLongOneHoweverOftenClocksWereSetBack) {
+    std::mt19937 random(11);
+    for (int round = 0; round < (kSanitized ? 5 : 20); ++round) {
+        for (size_t archive = 0; archive < 4; ++archive) {
+            std::string text;
+            for (int flush = 0; flush < 300; ++flush) {
+                const std::string date = std::to_string(1000 + random() % (round % 2 == 0 ? 300 : 20));
+                for (int index = 0; index < 3; ++index) {
+                    text += date + (flush % 7 == 0 ? ",Back" : ",Cam") +
+                            (archive == 2 ? "" : "," + std::to_string(index)) + "," + std::to_string(index) + "," +
+                            std::to_string(random() % 1000) + (archive == 1 ? ",5" : "") + "\n";
+                }
+            }
+            write(archive, text + (round % 3 == 0 ? "no record\n" : ""));
+        }
+        expectTheSame("round " + std::to_string(round));
+
+        Columns columns;
+        std::vector<UniqueFd> files;
+        std::vector<ArchivePart> parts;
+        for (size_t archive = 0; archive < 4; ++archive) {
+            files.emplace_back(open(path(archive).c_str(), O_RDONLY | O_CLOEXEC));
+            parts.push_back({kArchiveKinds[archive],
+                             files.back().get(),
+                             {0, static_cast<off_t>(std::filesystem::file_size(path(archive)))},
+                             std::nullopt});
+            ArchiveCells cells(parts.back(), columns, true);
+            while (cells.next()) {
+            }
+        }
+        size_t place = 0;
+        for (auto& [name, number] : columns) {
+            number = place++;
+        }
+        const auto rowsOf = [&](size_t rowsAtOnce) {
+            std::vector<std::pair<std::string, std::vector<int32_t>>> rows;
+            DateWindows(parts, columns, rowsAtOnce).forEachRow([&](const std::string& date, const auto& row) {
+                rows.emplace_back(date, row);
+            });
+            return rows;
+        };
+        const auto all = rowsOf(0);
+        EXPECT_TRUE(std::is_sorted(all.begin(), all.end())) << round;
+        for (const size_t rowsAtOnce : {1U, 2U, 7U, 100U}) {
+            EXPECT_TRUE(rowsOf(rowsAtOnce) == all) << round << ", rows at once: " << rowsAtOnce;
+        }
+    }
+}
+
+TEST_F(ShortWay, TakesLittleMemoryHoweverOftenClocksWereSetBack) {
+    if (kSanitized || !std::ofstream("/proc/self/clear_refs").is_open()) {
+        GTEST_SKIP() << "This process's peak of memory cannot be told.";
+    }
+    for (const int flushesPerSetBack : {1, 7, 100}) {
+        for (const size_t archive : {0U, 3U}) {
+            std::ofstream file(path(archive));
+            for (int flush = 0; flush < 10'000; ++flush) {
+                // A day back, again and again, over dates that are not met twice.
+                const int back = flush / flushesPerSetBack % 2 == 0 ? 0 : 86400;
+                const std::string date = OccupancyRecordBase::timeToString(1700000000 + flush * 60 - back);
+                for (int index = 0; index < 27; ++index) {
+                    file << date << ",Cam," << index % 3 << ',' << index / 3 << ",1\n";
+                }
+            }
+        }
+        const auto takesMore = [&](bool longWay) {
+            const pid_t child = fork();
+            if (child == 0) {
+                std::ofstream("/proc/self/clear_refs") << "5";
+                const int64_t before = memoryFigure("VmRSS");
+                const std::string text = longWay ? plain(m_manager, false) : m_manager.getSummaryReportCSV();
+                const int64_t taken = memoryFigure("VmHWM") - before;
+                const int64_t limit = static_cast<int64_t>(text.size() / 1024) + 16 * 1024;
+                std::cout << flushesPerSetBack << " flushes a set-back: " << taken << " kB of " << limit << std::endl;
+                _exit(taken > limit ? 1 : 0);
+            }
+            int status = 0;
+            EXPECT_EQ(waitpid(child, &status, 0), child);
+            EXPECT_TRUE(WIFEXITED(status));
+            return WEXITSTATUS(status) != 0;
+        };
+        EXPECT_FALSE(takesMore(false)) << flushesPerSetBack;
+        EXPECT_TRUE(takesMore(true)) << "archives in which the long way breaks the limit, " << flushesPerSetBack;
+    }
 }
 
 /** The beginning of the files does not tell what comes: each of these is met after more dates than a look takes in. */

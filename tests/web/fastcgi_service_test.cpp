@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <thread>
 
+#include "canned_server.h"
 #include "event_manager.h"
 #include "fastcgi_client.h"
 #include "scripted_followers.h"
@@ -102,6 +103,51 @@ TEST_F(Service, AnswersEveryGetAction) {
     for (const auto& [action, answer] : cases) {
         EXPECT_EQ(get(action), answer) << action;
     }
+}
+
+TEST_F(Service, TellsAgesOfFollowersHoweverTheClockIsSet) {
+    for (const time_t set : {m_clock.now() - 3600, m_clock.now() + 86400}) {
+        m_clock.set(set);
+        m_leaderMetrics.followerAnswered[0] = steadyNow();
+        m_clock.advance(20);
+        EXPECT_EQ(get("get_follower_ages"), plain("20,-1,-1,-1,-1,-1,-1,-1,-1,-1")) << set;
+    }
+}
+
+/** What supervises a leader says so after each start; nothing is written, so that nobody's settings can be lost. */
+TEST_F(Service, AsksTheFollowersOfTheSettingsWhenToldTo) {
+    CannedServer camera(CannedServer::saying("17"));
+    m_config.cameraInfo.followerActive[3] = true;
+    m_config.cameraInfo.followerIPAddress[3] = camera.address();
+    EXPECT_EQ(m_followers.get_occupancy_from_followerip(camera.address()), -1);
+    const size_t calls = scripted::parameterCalls().size();
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(client().post("action=use_followers", ""), "Status: 200 OK\r\n\r\n");
+    }
+    EXPECT_EQ(m_followers.get_occupancy_from_followerip(camera.address()), 17);
+    EXPECT_EQ(scripted::parameterCalls().size(), calls);
+}
+
+TEST_F(Service, CutsWhatAClientWantsLogged) {
+    const struct {
+        const char* label;
+        std::string entry;
+        std::string logged;
+    } cases[] = {{"as long as may be", std::string(1024, 'x'), std::string(1024, 'x')},
+                 {"longer", std::string(900'000, 'x'), std::string(1024, 'x')},
+                 {"within a character", std::string(1023, 'x') + "\xC3\xA4", std::string(1023, 'x')},
+                 {"behind a character", std::string(1022, 'x') + "\xC3\xA4y", std::string(1022, 'x') + "\xC3\xA4"}};
+    for (const auto& [label, entry, logged] : cases) {
+        applicationLog().clear();
+        client().post("action=post_submit_log",
+                      "<root><log_severity>error</log_severity><log_entry>" + entry + "</log_entry></root>");
+        EXPECT_EQ(LogCapture::ofLevel("error"), std::vector<std::string>{logged}) << label;
+    }
+}
+
+TEST_F(Service, ServesTheNewestOfTheLog) {
+    applicationLog().warning("newest");
+    EXPECT_TRUE(get("get_newest_log").ends_with("|ostrel_senvo|warning|newest\n"));
 }
 
 TEST_F(Service, ResetsTheOccupancy) {

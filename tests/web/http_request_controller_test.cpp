@@ -1,5 +1,6 @@
 #include "http_request_controller.h"
 
+#include <chrono>
 #include <future>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -71,7 +72,6 @@ TEST_F(FollowerClient, AsksForEachCountByItsAction) {
     }
     EXPECT_EQ(server.requests(), lines);
     EXPECT_EQ(LogCapture::count("info: reset_occupancy_of_followerip: 17 for " + ip), 1);
-    EXPECT_TRUE(std::filesystem::exists("cookie.txt")) << "in the working folder";
 }
 
 TEST_F(FollowerClient, DoesNotAskAnAddressThatItWasNotTold) {
@@ -137,6 +137,27 @@ TEST_F(FollowerClient, HasNoAnswerFromAHostileFollower) {
         EXPECT_LE(server.requests().size(), 15U) << label;
     }
     EXPECT_EQ(LogCapture::countContaining("secret"), 0);
+}
+
+TEST_F(FollowerClient, KeepsAFileOnlyOfCookies) {
+    CannedServer plain(CannedServer::saying("200"));
+    EXPECT_EQ(m_client.get_status_from_followerip(plain.address(), "", ""), 200);
+    EXPECT_FALSE(std::filesystem::exists("cookie.txt"));
+
+    std::vector<std::string> requests;
+    CannedServer setting([&](int connection, const std::string& request) {
+        requests.push_back(request);
+        const std::string cookie = requests.size() == 1 ? "set-cookie: a=b; Max-Age=3600\r\n" : "";
+        return CannedServer::write(connection, answer("200 OK", cookie, "200"));
+    });
+    EXPECT_EQ(m_client.get_status_from_followerip(setting.address(), "", ""), 200);
+    EXPECT_TRUE(std::filesystem::exists("cookie.txt"));
+    const auto before = std::filesystem::last_write_time("cookie.txt") - std::chrono::hours(24);
+    std::filesystem::last_write_time("cookie.txt", before);
+    EXPECT_EQ(m_client.get_status_from_followerip(setting.address(), "", ""), 200);
+    ASSERT_EQ(requests.size(), 2U);
+    EXPECT_NE(requests[1].find("Cookie: a=b"), std::string::npos) << requests[1];
+    EXPECT_EQ(std::filesystem::last_write_time("cookie.txt"), before) << "written anew";
 }
 
 TEST_F(FollowerClient, HasNoAnswerFromNobody) {

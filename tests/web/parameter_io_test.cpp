@@ -123,6 +123,15 @@ TEST_F(Settings, OfAnUploadReachTheRecordTheAnalysisAndTheStore) {
     EXPECT_EQ(scripted::parameters()["WStream"], "960");
 }
 
+/** The analysis must not wait for a slow store; whoever uploads is answered when all is stored. */
+TEST_F(Settings, OfAnUploadActBeforeTheyAreStored) {
+    std::string whenPublished;
+    m_onPublished = [&] { whenPublished = scripted::parameters()["Sensitivity"]; };
+    upload(everything());
+    EXPECT_EQ(whenPublished, "0") << "not yet stored";
+    EXPECT_EQ(scripted::parameters()["Sensitivity"], "0.750000") << "stored once the upload is answered";
+}
+
 TEST_F(Settings, ComeBackAsTheyWereSent) {
     const Tags sent = everything();
     upload(sent);

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -35,6 +36,10 @@ protected:
     LeaderMetricsParams m_leaderMetrics;
     std::atomic<int> m_status = 200;
     std::vector<SettingsUpdate> m_published;
+    std::function<void()> m_onPublished = [] {};
     parameter_io m_settings{{m_config, m_detector, m_followers, m_store, m_metrics, m_leaderMetrics, m_status,
-                             [this](const SettingsUpdate& update) { m_published.push_back(update); }}};
+                             [this](const SettingsUpdate& update) {
+                                 m_published.push_back(update);
+                                 m_onPublished();
+                             }}};
 };
