@@ -37,7 +37,7 @@ DemoBuilding::DemoBuilding(const desktop::CameraOptions& leader, int followers, 
     : m_settings(std::move(settings)), m_password(desktop::randomPassword()) {
     m_cameras.push_back(std::make_unique<Member>(leader, ""));
     const desktop::DesktopCamera& first = m_cameras.front()->camera;
-    first.accounts().set(kLeader, m_password);
+    first.accounts().set(kLeader, m_password, desktop::Role::Operator);
     for (int i = 1; i <= followers; ++i) {
         desktop::CameraOptions options = leader;
         const std::string folder = "follower-" + std::to_string(i);

@@ -1,4 +1,5 @@
 #include "running_camera.h"
+#include "this_build.h"
 
 namespace {
 
@@ -18,8 +19,9 @@ std::string processesIn(const std::filesystem::path& folder) {
 TEST(Demo, IsALeaderWithFollowersThatOneCtrlCEnds) {
     const TestFolder folder;
     const TestFolder temporary;
-    Child demo(startProgram({DEMO_PROGRAM, "--followers", "2", "--port", "0", "--state", folder.path() / "state"},
-                            folder.path(), {"TMPDIR=" + temporary.path().string()}));
+    Child demo(startProgram(
+        {this_build::program("senvo-demo"), "--followers", "2", "--port", "0", "--state", folder.path() / "state"},
+        folder.path(), {"TMPDIR=" + temporary.path().string()}));
     const auto output = [&] { return readFile(folder.path() / "out"); };
     ASSERT_TRUE(eventually([&] { return output().find("Follower 2: http://") != std::string::npos; }))
         << output() << readFile(folder.path() / "err");
@@ -50,13 +52,15 @@ TEST(Demo, IsALeaderWithFollowersThatOneCtrlCEnds) {
 
 TEST(Demo, EndsWhenItsTimeIsOver) {
     const TestFolder folder;
-    const ProgramResult result =
-        runProgram({DEMO_PROGRAM, "--seconds", "4", "--port", "0", "--state", folder.path() / "state"}, folder.path());
+    const ProgramResult result = runProgram(
+        {this_build::program("senvo-demo"), "--seconds", "4", "--port", "0", "--state", folder.path() / "state"},
+        folder.path());
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_NE(valueOf(result.out, "password"), "");
     EXPECT_EQ(processesIn(folder.path() / "state"), "");
-    const ProgramResult again =
-        runProgram({DEMO_PROGRAM, "--seconds", "4", "--port", "0", "--state", folder.path() / "state"}, folder.path());
+    const ProgramResult again = runProgram(
+        {this_build::program("senvo-demo"), "--seconds", "4", "--port", "0", "--state", folder.path() / "state"},
+        folder.path());
     EXPECT_EQ(again.status, 0) << again.err;
     EXPECT_EQ(valueOf(again.out, "password"), "") << "it is told once";
     EXPECT_NE(valueOf(again.out, "url"), "");

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "curl.h"
+#include "this_build.h"
 
 /** Asks again and again until what is expected is so; false when it does not become so in the time that is far enough.
  */
@@ -32,8 +33,9 @@ inline std::string valueOf(const std::string& output, const std::string& key) {
 /** senvo run with a camera on the drawn scene, as a process. */
 class RunningCamera {
 public:
-    explicit RunningCamera(std::filesystem::path folder, std::string listen = "127.0.0.1")
-        : m_folder(std::move(folder)), m_listen(std::move(listen)) {
+    explicit RunningCamera(std::filesystem::path folder, std::string listen = "127.0.0.1",
+                           std::vector<std::string> more = {})
+        : m_folder(std::move(folder)), m_listen(std::move(listen)), m_more(std::move(more)) {
         std::filesystem::create_directories(m_folder);
         start("0");
         password = valueOf(output(), "password");
@@ -41,9 +43,18 @@ public:
 
     void start(const std::string& port) {
         std::filesystem::remove(m_folder / "out");
-        m_process = std::make_unique<Child>(startProgram(
-            {CAMERA_PROGRAM, "run", "--video", "scene:plaza", "--listen", m_listen, "--port", port, "--state", state()},
-            m_folder));
+        std::vector<std::string> command = {this_build::program("senvo-camera"),
+                                            "run",
+                                            "--video",
+                                            "scene:plaza",
+                                            "--listen",
+                                            m_listen,
+                                            "--port",
+                                            port,
+                                            "--state",
+                                            state()};
+        command.insert(command.end(), m_more.begin(), m_more.end());
+        m_process = std::make_unique<Child>(startProgram(command, m_folder));
         EXPECT_TRUE(eventually([this] { return output().find("\nuser: ") != std::string::npos; }))
             << output() << errors();
     }
@@ -69,5 +80,6 @@ public:
 private:
     std::filesystem::path m_folder;
     std::string m_listen;
+    std::vector<std::string> m_more;
     std::unique_ptr<Child> m_process;
 };

@@ -1,16 +1,13 @@
 #include <array>
-#include <cerrno>
 #include <cstdarg>
-#include <cstring>
 #include <ctime>
-#include <fcntl.h>
 #include <mutex>
-#include <unistd.h>
 
 #include <axsdk/axevent.h>
 
 #include "broker_link.h"
 #include "desktop_config.h"
+#include "event_file.h"
 #include "event_values.h"
 
 /*
@@ -50,17 +47,6 @@ std::string isoTime(int64_t micros) {
     std::array<char, 16> fraction = {};
     std::snprintf(fraction.data(), fraction.size(), ".%03dZ", static_cast<int>(micros / 1000 % 1000));
     return std::string(text.data()) + fraction.data();
-}
-
-/** Appends one line in one write, so that lines of several writers do not mix; returns what went wrong. */
-std::string appendLine(const std::string& path, const std::string& line) {
-    const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    const ssize_t written = fd < 0 ? -1 : write(fd, line.data(), line.size());
-    const int reason = errno;
-    if (fd >= 0) {
-        close(fd);
-    }
-    return written == static_cast<ssize_t>(line.size()) ? std::string() : path + ": " + strerror(reason);
 }
 
 /** An event as it stands in events.jsonl. */
@@ -245,7 +231,8 @@ gboolean ax_event_handler_send_event(AXEventHandler* handler, guint declaration,
     if (handler->broker) {
         handler->broker->send(mqttTopic, text, isState);
     }
-    if (const std::string wrong = appendLine(desktop::desktopConfig().stateFolder + "/events.jsonl", text + "\n");
+    if (const std::string wrong =
+            desktop::appendEvent(desktop::desktopConfig().stateFolder + "/events.jsonl", text + "\n");
         !wrong.empty()) {
         return refuse(error, AX_EVENT_ERROR_SEND, wrong);
     }

@@ -15,6 +15,11 @@ std::optional<int> parseNumber(const std::string& text) {
     return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
+/** A size as the application reads it: a second "x" ends it. */
+std::optional<StreamSize> parseChosen(const std::string& text) {
+    return parseSize(text.substr(0, text.find('x', text.find('x') + 1)));
+}
+
 }  // namespace
 
 std::optional<StreamSize> parseSize(const std::string& text) {
@@ -27,7 +32,7 @@ std::optional<StreamSize> parseSize(const std::string& text) {
     return width && height ? std::optional(StreamSize{*width, *height}) : std::nullopt;
 }
 
-AnonymisedStream::AnonymisedStream(AnonymisedStreamNames names, std::map<std::string, std::string> values, Clock& clock)
+AnonymisedStream::AnonymisedStream(AnonymisedStreamNames names, ParameterValues values, Clock& clock)
     : m_names(std::move(names)), m_clock(clock), m_values(std::move(values)) {
     update();
     m_changed.reset();
@@ -43,14 +48,25 @@ void AnonymisedStream::parameterSet(const std::string& name, const std::string& 
     update();
 }
 
+void AnonymisedStream::parametersLost() {
+    const std::lock_guard lock(m_mutex);
+    for (const std::string& name : {m_names.on, m_names.resolution}) {
+        if (!name.empty()) {
+            m_values[name] = std::nullopt;
+        }
+    }
+    update();
+}
+
+/** A parameter without a name is never set. */
+const std::optional<std::string>& AnonymisedStream::valueOf(const std::string& name) const {
+    static const std::optional<std::string> kNeverSet = "";
+    const auto found = m_values.find(name);
+    return found == m_values.end() ? kNeverSet : found->second;
+}
+
 std::optional<StreamSize> AnonymisedStream::choice(const std::string& on, const std::string& resolution) const {
-    const auto valueOf = [&](const std::string& name) -> std::string {
-        const auto found = m_values.find(name);
-        return name.empty() || found == m_values.end() ? "" : found->second;
-    };
-    // As the application reads it, a second "x" ends the size.
-    const std::string text = valueOf(resolution);
-    return valueOf(on) == "true" ? parseSize(text.substr(0, text.find('x', text.find('x') + 1))) : std::nullopt;
+    return valueOf(on) == "true" ? parseChosen(valueOf(resolution).value_or("")) : std::nullopt;
 }
 
 void AnonymisedStream::update() {
@@ -66,6 +82,16 @@ void AnonymisedStream::update() {
 bool AnonymisedStream::is(const StreamSize& size) const {
     const std::lock_guard lock(m_mutex);
     return m_size == size;
+}
+
+bool AnonymisedStream::isUnknown(const StreamSize& size) const {
+    const std::lock_guard lock(m_mutex);
+    const std::optional<std::string>& on = valueOf(m_names.on);
+    const std::optional<std::string>& resolution = valueOf(m_names.resolution);
+    if (on && (*on != "true" || resolution)) {
+        return false;
+    }
+    return !resolution || parseChosen(*resolution) == size;
 }
 
 bool AnonymisedStream::yields(const StreamSize& size) const {

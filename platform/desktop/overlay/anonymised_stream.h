@@ -10,6 +10,9 @@
 
 namespace desktop {
 
+/** Parameters by name; nothing where the value is not known. */
+using ParameterValues = std::map<std::string, std::optional<std::string>>;
+
 /**
  * Which stream the settings want anonymised. A size counts from the moment at which its parameter is set, though the
  * application may take the setting over only later. Thread-safe.
@@ -17,12 +20,22 @@ namespace desktop {
 class AnonymisedStream {
 public:
     /** The parameters' names, their values now by name, and the clock that says when they change. */
-    AnonymisedStream(AnonymisedStreamNames names, std::map<std::string, std::string> values, Clock& clock);
+    AnonymisedStream(AnonymisedStreamNames names, ParameterValues values, Clock& clock);
 
     /** Takes note of a parameter that was set. */
     void parameterSet(const std::string& name, const std::string& value);
 
+    /**
+     * Takes note that the choice is not known: what was to be set was not, or what was set cannot be read. Until both
+     * parameters were set again, every stream may be the one.
+     */
+    void parametersLost();
+
+    /** Whether this is the stream, as far as one knows. */
     bool is(const StreamSize& size) const;
+
+    /** Whether one does not know that this is the stream, nor that it is not. */
+    bool isUnknown(const StreamSize& size) const;
 
     /** Whether the settings want this very size shown with overlays that hide nobody, which the application prefers. */
     bool yields(const StreamSize& size) const;
@@ -35,12 +48,13 @@ public:
 
 private:
     void update();
+    const std::optional<std::string>& valueOf(const std::string& name) const;
     std::optional<StreamSize> choice(const std::string& on, const std::string& resolution) const;
 
     const AnonymisedStreamNames m_names;
     Clock& m_clock;
     mutable std::mutex m_mutex;  // guards what follows
-    std::map<std::string, std::string> m_values;
+    ParameterValues m_values;
     std::optional<StreamSize> m_size;
     std::optional<StreamSize> m_rival;
     std::optional<Clock::TimePoint> m_changed;  // when a size last became another; nothing: before the start

@@ -40,6 +40,7 @@ struct DrawnOverlay {
 struct Drawing {
     Fetched frame;
     std::vector<DrawnOverlay> overlays;
+    Clock::TimePoint when;                  /**< when the redraw was */
     std::optional<Clock::TimePoint> before; /**< when the redraw before this one was; nothing for the first */
 };
 

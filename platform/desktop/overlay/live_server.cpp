@@ -16,8 +16,11 @@ namespace desktop {
 namespace {
 
 constexpr auto kSilence = std::chrono::seconds(2);      // without a drawing, before the stream goes on without
-constexpr auto kLongestWait = std::chrono::seconds(5);  // for a first picture
+constexpr auto kLongestWait = std::chrono::seconds(8);  // for a first picture
+constexpr auto kShortestStep =
+    std::chrono::milliseconds(150);  // between pictures that wait, each of which takes memory
 constexpr auto kLongestStill = std::chrono::seconds(30);
+constexpr double kOwnReach = 0.06;  // arms and legs that a box leaves out
 constexpr int kNiceness = 10;
 constexpr int kLookAround = 100;  // milliseconds
 
@@ -195,12 +198,12 @@ bool LiveServer::isWanted(const Key& key) const {
 void LiveServer::showStreams() {
     for (auto& [key, stream] : m_streams) {
         try {
-            std::optional<Drawing> drawing = key.overlays ? m_parts.desk.take(key.size) : std::nullopt;
+            std::optional<Drawing> drawing = next(key, stream);
             if (drawing) {
-                stream.lastDrawing = m_parts.clock.now();
                 show(key, stream, *drawing, true);
                 m_parts.desk.giveBack(std::move(drawing->overlays));
             } else if (isWanted(key) && (!key.overlays || m_parts.clock.now() >= stream.lastDrawing + kSilence)) {
+                letGo(stream);
                 if (const auto newest = newestOf(stream)) {
                     show(key, stream, *newest, false);
                 }
@@ -211,24 +214,85 @@ void LiveServer::showStreams() {
     }
 }
 
+/**
+ * The drawing to show next, nothing while there is none. Those of a stream on which people are hidden wait until the
+ * analysis has looked at what came behind them.
+ */
+std::optional<Drawing> LiveServer::next(const Key& key, Stream& stream) {
+    std::optional<Drawing> drawing = key.overlays ? m_parts.desk.take(key.size) : std::nullopt;
+    if (drawing) {
+        stream.lastDrawing = drawing->when;
+    }
+    if (!m_parts.anonymised.is(key.size)) {
+        letGo(stream);
+        return drawing;
+    }
+    if (drawing) {
+        if (stream.held.empty() || drawing->when >= stream.held.back().when + kShortestStep) {
+            stream.held.push_back(std::move(*drawing));
+        } else {
+            clearAll(drawing->overlays);
+            m_parts.desk.giveBack(std::move(drawing->overlays));
+        }
+    }
+    std::optional<Drawing> settled;
+    while (!stream.held.empty() && m_parts.sightings.isSettled(stream.held.front().when)) {
+        if (settled) {
+            clearAll(settled->overlays);
+            m_parts.desk.giveBack(std::move(settled->overlays));
+        }
+        settled = std::move(stream.held.front());
+        stream.held.pop_front();
+    }
+    return settled;
+}
+
+/** Gives up what waits to be shown. */
+void LiveServer::letGo(Stream& stream) {
+    for (Drawing& drawing : stream.held) {
+        clearAll(drawing.overlays);
+        m_parts.desk.giveBack(std::move(drawing.overlays));
+    }
+    stream.held.clear();
+}
+
+/** What covers people beside what the application draws: it need not have obeyed the settings. */
+std::vector<Mask> LiveServer::masksOf(const Key& key, const Drawing& drawing, bool analysed) const {
+    if (!analysed || !m_parts.anonymised.is(key.size) || !drawing.frame.found) {
+        return {};
+    }
+    std::vector<Mask> masks = m_parts.sightings.around(drawing.when);
+    for (const FoundBox& box : *drawing.frame.found) {
+        masks.push_back({box, kOwnReach});
+    }
+    return masks;
+}
+
 /** The source's newest frame, without drawings; nothing when it was shown already. */
 std::optional<Drawing> LiveServer::newestOf(Stream& stream) const {
     const Delivery newest = m_parts.source.current();
     if (std::exchange(stream.lastNumber, newest.number) == newest.number) {
         return std::nullopt;
     }
-    return Drawing{{newest.picture, m_parts.rotation}, {}, {}};
+    return Drawing{
+        .frame = {.picture = newest.picture, .rotation = m_parts.rotation}, .overlays = {}, .when = {}, .before = {}};
 }
 
 std::string LiveServer::reasonToHide(const Key& key, const Drawing& drawing, bool analysed) const {
     if (!m_parts.desk.everRedrawn()) {
         return "Analysis is starting: picture hidden";
     }
+    if (m_parts.anonymised.isUnknown(key.size)) {
+        return "Settings cannot be read or saved: picture hidden";
+    }
     if (!m_parts.anonymised.is(key.size)) {
         return "";
     }
     if (!analysed) {
         return "Analysis is not running: picture hidden";
+    }
+    if (!drawing.frame.found) {
+        return "Nobody has looked for people: picture hidden";
     }
     if (drawing.overlays.empty()) {
         return "Nothing is drawn: picture hidden";
@@ -252,8 +316,8 @@ void LiveServer::show(const Key& key, Stream& stream, const Drawing& drawing, bo
         stream.maker = std::make_unique<PictureMaker>(key.size, drawing.frame.rotation, m_parts.mirrored);
     }
     const std::string reason = reasonToHide(key, drawing, analysed);
-    const auto jpeg =
-        std::make_shared<const std::string>(stream.maker->make(*drawing.frame.picture, drawing.overlays, reason));
+    const auto jpeg = std::make_shared<const std::string>(
+        stream.maker->make(*drawing.frame.picture, masksOf(key, drawing, analysed), drawing.overlays, reason));
     ++m_picturesMade;
     if (reasonToHide(key, drawing, analysed) != reason) {
         return;  // the settings have changed while it was made

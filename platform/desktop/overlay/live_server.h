@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <list>
 #include <map>
 #include <memory>
@@ -19,6 +20,7 @@ namespace desktop {
 struct LiveParts {
     VideoSource& source;
     DrawingDesk& desk;
+    const Sightings& sightings;
     const AnonymisedStream& anonymised;
     const std::atomic<int>& rotation; /**< of the pictures, in degrees clockwise */
     bool mirrored = false;
@@ -32,7 +34,8 @@ struct LiveParts {
  *
  * A stream with overlays shows the frames that the analysis has drawn on. When there is no drawing for two seconds, it
  * goes on with the source's pictures; the anonymised stream is pixelated then, and so is every stream before the first
- * redraw.
+ * redraw. The anonymised stream lags by a second and more: its pictures wait until the analysis has looked at what came
+ * behind them, and are covered wherever something was found, whatever the application draws.
  */
 class LiveServer {
 public:
@@ -65,8 +68,9 @@ private:
         }
     };
     struct Stream {
-        Clock::TimePoint lastDrawing;  // taken; at first when the stream was first wanted
+        Clock::TimePoint lastDrawing;  // when it was drawn; at first when the stream was first wanted
         uint64_t lastNumber = 0;       // of the source's frame shown last, if it was not drawn on
+        std::deque<Drawing> held;      // until it is known whom they have to hide, the oldest first
         std::unique_ptr<PictureMaker> maker;
     };
 
@@ -77,6 +81,9 @@ private:
     void dropViewers();
     void refreshStreams();
     void showStreams();
+    std::optional<Drawing> next(const Key& key, Stream& stream);
+    void letGo(Stream& stream);
+    std::vector<Mask> masksOf(const Key& key, const Drawing& drawing, bool analysed) const;
     void show(const Key& key, Stream& stream, const Drawing& drawing, bool analysed);
     std::string reasonToHide(const Key& key, const Drawing& drawing, bool analysed) const;
     std::optional<Drawing> newestOf(Stream& stream) const;

@@ -50,11 +50,11 @@ auto reported(GError** error, Call call) -> decltype(call()) {
     return decltype(call())();
 }
 
-/** A parameter's value, empty when there is none. */
-std::string valueOf(AXParameter* store, const std::string& name) {
+/** A parameter's value, nothing when it cannot be read. */
+std::optional<std::string> valueOf(AXParameter* store, const std::string& name) {
     gchar* value = nullptr;
-    if (store == nullptr || name.empty() || ax_parameter_get(store, name.c_str(), &value, nullptr) == FALSE) {
-        return "";
+    if (ax_parameter_get(store, name.c_str(), &value, nullptr) == FALSE) {
+        return std::nullopt;
     }
     const std::unique_ptr<gchar, decltype(&g_free)> owner(value, g_free);
     return value;
@@ -84,9 +84,11 @@ desktop::OverlayParts configuredParts() {
     }
     for (const std::string& name : {parts.anonymised.on, parts.anonymised.resolution, parts.anonymised.rivalOn,
                                     parts.anonymised.rivalResolution}) {
-        parts.choices[name] = valueOf(store.get(), name);
+        if (!name.empty()) {
+            parts.choices[name] = valueOf(store.get(), name);
+        }
     }
-    const std::string rotation = valueOf(store.get(), "root.Image.I0.Appearance.Rotation");
+    const std::optional<std::string> rotation = valueOf(store.get(), "root.Image.I0.Appearance.Rotation");
     parts.rotation = rotation == "90" || rotation == "270" ? 90 : 0;
     parts.mirrored = valueOf(store.get(), "root.Image.I0.Appearance.Mirrored") == "1";
     return parts;
@@ -127,9 +129,14 @@ void axoverlay_init(struct axoverlay_settings* settings, GError** error) {
                                                             " (cairo image), got " + std::to_string(settings->backend));
         }
         running() = std::make_unique<OverlayService>(*settings, configuredParts());
-        desktop::watchParameters([service = running().get()](const std::string& name, const std::string& value) {
-            service->parameterSet(name, value);
-        });
+        desktop::watchParameters(
+            [service = running().get()](const std::string& name, const std::optional<std::string>& value) {
+                if (value) {
+                    service->parameterSet(name, *value);
+                } else {
+                    service->parametersLost();
+                }
+            });
     });
 }
 

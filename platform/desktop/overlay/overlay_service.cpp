@@ -36,9 +36,9 @@ OverlayService::OverlayService(const axoverlay_settings& settings, OverlayParts 
         return;
     }
     try {
-        m_live = std::make_unique<LiveServer>(
-            m_parts.liveSocket,
-            LiveParts{*m_parts.source, m_desk, m_anonymised, m_rotation, m_parts.mirrored, *m_parts.clock});
+        m_live = std::make_unique<LiveServer>(m_parts.liveSocket,
+                                              LiveParts{*m_parts.source, m_desk, m_sightings, m_anonymised, m_rotation,
+                                                        m_parts.mirrored, *m_parts.clock});
     } catch (const std::exception& error) {
         throw OverlayError(AXOVERLAY_ERROR_SERVICE_UNAVAILABLE, error.what());
     }
@@ -73,7 +73,9 @@ void OverlayService::redraw(const Fetched& frame) {
         return;
     }
     m_rotation = frame.rotation;
-    const auto before = m_desk.redrawn(m_parts.clock->now());
+    const auto now = m_parts.clock->now();
+    m_sightings.add(now, frame.found);
+    const auto before = m_desk.redrawn(now);
     const std::vector<StreamSize> wanting = m_desk.wanting();
     if (wanting.empty()) {
         return;
@@ -82,7 +84,7 @@ void OverlayService::redraw(const Fetched& frame) {
     for (const StreamSize& size : wanting) {
         const axoverlay_stream_data stream = {++id,        kCamera,        AXOVERLAY_STREAM_JPEG,          size.width,
                                               size.height, frame.rotation, m_parts.mirrored ? TRUE : FALSE};
-        m_desk.put(size, {frame, draw(stream), before});
+        m_desk.put(size, {frame, draw(stream), now, before});
     }
     m_live->wake();
 }
@@ -130,6 +132,13 @@ std::vector<DrawnOverlay> OverlayService::draw(axoverlay_stream_data stream) {
 
 void OverlayService::parameterSet(const std::string& name, const std::string& value) {
     m_anonymised.parameterSet(name, value);
+    if (m_live) {
+        m_live->wake();
+    }
+}
+
+void OverlayService::parametersLost() {
+    m_anonymised.parametersLost();
     if (m_live) {
         m_live->wake();
     }

@@ -30,8 +30,8 @@ struct OverlayParts {
     std::shared_ptr<VideoSource> source;
     std::string liveSocket; /**< empty: nobody can watch */
     AnonymisedStreamNames anonymised;
-    std::map<std::string, std::string> choices; /**< the values of these parameters now */
-    int rotation = 0;                           /**< of the pictures until something was analysed */
+    ParameterValues choices; /**< the values of these parameters now */
+    int rotation = 0;        /**< of the pictures until something was analysed */
     bool mirrored = false;
     Clock* clock = &steadyClock();
 };
@@ -60,6 +60,9 @@ public:
     /** Takes note of a parameter that was set. Any thread. */
     void parameterSet(const std::string& name, const std::string& value);
 
+    /** Takes note that nobody knows any more what the parameters are to be. Any thread. */
+    void parametersLost();
+
     /** Null without a socket. */
     const LiveServer* live() const { return m_live.get(); }
 
@@ -76,6 +79,7 @@ private:
     AnonymisedStream m_anonymised;
     std::atomic<int> m_rotation;
     DrawingDesk m_desk;
+    Sightings m_sightings;
     std::map<gint, Overlay> m_overlays;
     gint m_nextId = 1;
     std::unique_ptr<LiveServer> m_live;

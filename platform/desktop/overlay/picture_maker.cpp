@@ -1,6 +1,7 @@
 #include "picture_maker.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace desktop {
 namespace {
@@ -34,10 +35,11 @@ PictureMaker::PictureMaker(const StreamSize& size, int rotation, bool mirrored)
       m_planes(liesOnItsSide(rotation) ? size.height : size.width, liesOnItsSide(rotation) ? size.width : size.height) {
 }
 
-std::string PictureMaker::make(const AVFrame& picture, const std::vector<DrawnOverlay>& overlays,
-                               const std::string& words) {
+std::string PictureMaker::make(const AVFrame& picture, const std::vector<Mask>& masks,
+                               const std::vector<DrawnOverlay>& overlays, const std::string& words) {
     m_converter.convert(picture, m_nv12.data());
     fillFromNv12(m_planes, m_nv12.data(), m_mirrored);
+    std::for_each(masks.begin(), masks.end(), [this](const Mask& mask) { hide(mask); });
     for (const DrawnOverlay& overlay : overlays) {
         cairo_surface_t* const surface = overlay.surface.get();
         cairo_surface_flush(surface);
@@ -51,6 +53,18 @@ std::string PictureMaker::make(const AVFrame& picture, const std::vector<DrawnOv
         write(words);
     }
     return m_encoder.encode(m_planes);
+}
+
+void PictureMaker::hide(const Mask& mask) {
+    const auto width = static_cast<double>(m_planes.width);
+    const auto height = static_cast<double>(m_planes.height);
+    const double left = (m_mirrored ? 1 - mask.box.right : mask.box.left) * width;
+    const double right = (m_mirrored ? 1 - mask.box.left : mask.box.right) * width;
+    const double top = mask.box.top * height;
+    const double bottom = mask.box.bottom * height;
+    const double more = mask.reach * std::max(right - left, bottom - top);
+    cover(m_planes, static_cast<int>(std::floor(left - more)), static_cast<int>(std::floor(top - more)),
+          static_cast<int>(std::ceil(right + more)), static_cast<int>(std::ceil(bottom + more)));
 }
 
 /** Writes words on a dark band across the middle. */

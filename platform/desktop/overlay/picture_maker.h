@@ -6,6 +6,7 @@
 #include "drawing_desk.h"
 #include "frame_converter.h"
 #include "jpeg_encoder.h"
+#include "sightings.h"
 
 namespace desktop {
 
@@ -18,12 +19,15 @@ public:
     int rotation() const { return m_rotation; }
 
     /**
-     * Returns the picture as a JPEG file; the overlays' surfaces are transparent afterwards. With words, all is
-     * coarsely pixelated, and the words stand on it. Throws VideoError or std::runtime_error.
+     * Returns the picture as a JPEG file; the overlays' surfaces are transparent afterwards. What the masks cover lies
+     * below the overlays. With words, all is coarsely pixelated, and the words stand on it. Throws VideoError or
+     * std::runtime_error.
      */
-    std::string make(const AVFrame& picture, const std::vector<DrawnOverlay>& overlays, const std::string& words);
+    std::string make(const AVFrame& picture, const std::vector<Mask>& masks, const std::vector<DrawnOverlay>& overlays,
+                     const std::string& words);
 
 private:
+    void hide(const Mask& mask);
     void write(const std::string& words);
 
     int m_rotation;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 
 namespace desktop {
 namespace {
@@ -47,6 +48,20 @@ void pixelatePlane(std::vector<uint8_t>& plane, int width, int height, int squar
                 std::fill_n(corner + area(width, row), right - left, static_cast<uint8_t>((sum + pixels / 2) / pixels));
             }
         }
+    }
+}
+
+/** A rectangle of a plane, not empty, replaced by its mean. */
+void flatten(std::vector<uint8_t>& plane, int width, int left, int top, int right, int bottom) {
+    uint64_t sum = 0;
+    for (int row = top; row < bottom; ++row) {
+        const auto begin = plane.begin() + static_cast<std::ptrdiff_t>(area(width, row));
+        sum = std::accumulate(begin + left, begin + right, sum);
+    }
+    const uint64_t pixels = area(right - left, bottom - top);
+    for (int row = top; row < bottom; ++row) {
+        std::fill_n(plane.begin() + static_cast<std::ptrdiff_t>(area(width, row)) + left, right - left,
+                    static_cast<uint8_t>((sum + pixels / 2) / pixels));
     }
 }
 
@@ -175,6 +190,20 @@ void pixelate(Planes& planes, int square) {
     pixelatePlane(planes.y, planes.width, planes.height, square);
     pixelatePlane(planes.u, planes.width / 2, planes.height / 2, square / 2);
     pixelatePlane(planes.v, planes.width / 2, planes.height / 2, square / 2);
+}
+
+void cover(Planes& planes, int left, int top, int right, int bottom) {
+    // Whole squares of four pixels, which share their chroma.
+    left = std::clamp(left, 0, planes.width) / 2 * 2;
+    top = std::clamp(top, 0, planes.height) / 2 * 2;
+    right = (std::clamp(right, 0, planes.width) + 1) / 2 * 2;
+    bottom = (std::clamp(bottom, 0, planes.height) + 1) / 2 * 2;
+    if (left >= right || top >= bottom) {
+        return;
+    }
+    flatten(planes.y, planes.width, left, top, right, bottom);
+    flatten(planes.u, planes.width / 2, left / 2, top / 2, right / 2, bottom / 2);
+    flatten(planes.v, planes.width / 2, left / 2, top / 2, right / 2, bottom / 2);
 }
 
 void blendAndClear(uint8_t* argb, int stride, int width, int height, int left, int top, Planes& planes) {

@@ -25,6 +25,9 @@ void fillFromNv12(Planes& planes, const uint8_t* nv12, bool mirrored);
 /** Replaces squares of so many pixels (even) by their mean, so that nobody can be told. */
 void pixelate(Planes& planes, int square);
 
+/** Replaces a rectangle by its mean; what of it lies outside is passed over. */
+void cover(Planes& planes, int left, int top, int right, int bottom);
+
 /**
  * Lays a picture of premultiplied ARGB32 over the planes and makes it transparent again. Reads all of it, but works
  * only where something was drawn. The picture's corner lies at (left, top), even and perhaps outside; stride in bytes.

@@ -57,4 +57,33 @@ std::optional<AnonymisedStreamNames> readAnonymisedStream(const std::string& pat
     return names;
 }
 
+std::optional<std::string> readSensitivityName(const std::string& path) {
+    const nlohmann::json manifest = readManifest(path);
+    const auto inference = manifest.is_object() ? manifest.find("inference") : manifest.end();
+    if (inference == manifest.end()) {
+        return std::nullopt;
+    }
+    if (!inference->is_object() || !inference->contains("sensitivity") || !(*inference)["sensitivity"].is_string()) {
+        throw std::runtime_error(path + ": expected a text \"sensitivity\" in \"inference\", got " + inference->dump());
+    }
+    return (*inference)["sensitivity"].get<std::string>();
+}
+
+std::map<std::string, std::string> readClassParameters(const std::string& path) {
+    const nlohmann::json manifest = readManifest(path);
+    const auto classes = manifest.is_object() ? manifest.find("class_parameters") : manifest.end();
+    if (classes == manifest.end()) {
+        return {};
+    }
+    std::map<std::string, std::string> names;
+    for (const auto& [name, parameter] : classes->items()) {
+        if (!parameter.is_string()) {
+            throw std::runtime_error(path + ": expected names of parameters in \"class_parameters\", got " +
+                                     classes->dump());
+        }
+        names[name] = parameter.get<std::string>();
+    }
+    return names;
+}
+
 }  // namespace desktop

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,5 +32,17 @@ struct AnonymisedStreamNames {
  * readManifestDefaults.
  */
 std::optional<AnonymisedStreamNames> readAnonymisedStream(const std::string& path);
+
+/**
+ * Reads from a package manifest the name of the parameter that holds the lowest score that counts, "sensitivity" in
+ * "inference"; nothing when the manifest has none. Throws like readManifestDefaults.
+ */
+std::optional<std::string> readSensitivityName(const std::string& path);
+
+/**
+ * Reads "class_parameters" from a package manifest: for each class's name the parameter that is "true" when the class
+ * is counted. Empty when the manifest has none. Throws like readManifestDefaults.
+ */
+std::map<std::string, std::string> readClassParameters(const std::string& path);
 
 }  // namespace desktop

@@ -47,8 +47,9 @@ std::vector<desktop::ParameterDefault> allDefaults() {
 }
 
 struct Watch {
-    std::mutex mutex; /**< guards watcher, and is held while it is told */
+    std::mutex mutex; /**< guards what follows, and is held while the watcher is told */
     desktop::ParameterWatcher watcher;
+    std::string failed; /**< the last parameter that a call failed for */
 };
 
 Watch& watch() {
@@ -56,11 +57,19 @@ Watch& watch() {
     return instance;
 }
 
-void tellWatcher(const std::string& name, const std::string& value) {
+void tellWatcher(const std::string& name, const std::optional<std::string>& value) {
     const std::lock_guard lock(watch().mutex);
+    if (!value) {
+        watch().failed = name;
+    }
     if (watch().watcher) {
         watch().watcher(name, value);
     }
+}
+
+gboolean refuseAccess(GError** error, AXParameterErrorCode code, const std::string& name, const std::string& message) {
+    tellWatcher(name, std::nullopt);
+    return refuse(error, code, message);
 }
 
 }  // namespace
@@ -68,6 +77,9 @@ void tellWatcher(const std::string& name, const std::string& value) {
 void desktop::watchParameters(ParameterWatcher watcher) {
     const std::lock_guard lock(watch().mutex);
     watch().watcher = std::move(watcher);
+    if (watch().watcher && !watch().failed.empty()) {
+        watch().watcher(watch().failed, std::nullopt);
+    }
 }
 
 struct _AXParameter {
@@ -84,7 +96,7 @@ AXParameter* ax_parameter_new(const gchar*, GError** error) {
     try {
         return std::make_unique<_AXParameter>().release();
     } catch (const std::exception& exception) {
-        refuse(error, AX_PARAMETER_FILE_FORMAT_ERROR, exception.what());
+        refuseAccess(error, AX_PARAMETER_FILE_FORMAT_ERROR, "parameters.db", exception.what());
         return nullptr;
     }
 }
@@ -101,7 +113,7 @@ gboolean ax_parameter_add(AXParameter* self, const gchar* name, const gchar* ini
         }
         return TRUE;
     } catch (const std::exception& exception) {
-        return refuse(error, AX_PARAMETER_FILE_WRITE_ERROR, exception.what());
+        return refuseAccess(error, AX_PARAMETER_FILE_WRITE_ERROR, name, exception.what());
     }
 }
 
@@ -109,12 +121,12 @@ gboolean ax_parameter_get(AXParameter* self, const gchar* name, gchar** value, G
     try {
         const std::optional<std::string> text = self->store.get(name);
         if (!text) {
-            return refuse(error, AX_PARAMETER_PARAM_GET_ERROR, std::string("no parameter ") + name);
+            return refuseAccess(error, AX_PARAMETER_PARAM_GET_ERROR, name, std::string("no parameter ") + name);
         }
         *value = g_strdup(text->c_str());
         return TRUE;
     } catch (const std::exception& exception) {
-        return refuse(error, AX_PARAMETER_PARAM_GET_ERROR, exception.what());
+        return refuseAccess(error, AX_PARAMETER_PARAM_GET_ERROR, name, exception.what());
     }
 }
 
@@ -122,7 +134,7 @@ gboolean ax_parameter_set(AXParameter* self, const gchar* name, const gchar* val
     try {
         self->store.set(name, value);
     } catch (const std::exception& exception) {
-        return refuse(error, AX_PARAMETER_PARAM_SET_ERROR, exception.what());
+        return refuseAccess(error, AX_PARAMETER_PARAM_SET_ERROR, name, exception.what());
     }
     tellWatcher(name, value);
     const std::lock_guard lock(self->mutex);

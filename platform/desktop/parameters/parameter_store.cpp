@@ -3,11 +3,13 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "good_copy.h"
+
 namespace desktop {
 namespace {
 
 constexpr std::chrono::milliseconds kSyncDelay(100);
-constexpr int kBusyTimeoutMilliseconds = 2000;
+constexpr int kBusyTimeoutMilliseconds = 15000;  // a backup of the file, or a slow disk; less than a hang
 
 [[noreturn]] void fail(sqlite3* database, const std::string& path) {
     throw std::runtime_error(path + ": " + (database == nullptr ? "out of memory" : sqlite3_errmsg(database)));
@@ -170,6 +172,7 @@ void ParameterStore::syncLoop() {
         // A checkpoint syncs the log before it moves pages. Its failure loses nothing: the log stays and the next
         // checkpoint takes it along.
         sqlite3_wal_checkpoint_v2(m_syncDatabase.get(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+        keepGoodCopy(m_syncDatabase.get(), m_path);
         lock.lock();
     }
 }

@@ -18,8 +18,8 @@ namespace desktop {
  *
  * A set is a committed write into a write-ahead log: it survives the death of the process from the moment the call
  * returns. A thread of the store's own brings the log to the disk within 100 ms, so that callers never wait for the
- * disk, and a burst of sets costs one sync. All operations may be called from any thread and throw std::runtime_error
- * with SQLite's words on failure.
+ * disk, and a burst of sets costs one sync and one new copy (good_copy.h) of the file. All operations may be called
+ * from any thread and throw std::runtime_error with SQLite's words on failure.
  */
 class ParameterStore {
 public:

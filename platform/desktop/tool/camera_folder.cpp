@@ -1,5 +1,6 @@
 #include "camera_folder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +9,9 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
 
 namespace desktop {
 namespace {
@@ -16,12 +20,20 @@ namespace fs = std::filesystem;
 
 constexpr const char* kPackagePath = "usr/local/packages/ostrel_senvo";
 
-std::string knownCards() {
-    std::string names;
+std::vector<std::string> shippedCards() {
+    std::vector<std::string> names;
     for (const fs::directory_entry& entry : fs::directory_iterator(packageFolder() / "models")) {
         if (entry.path().extension() == ".json") {
-            names += (names.empty() ? "" : ", ") + entry.path().stem().string();
+            names.push_back(entry.path().stem().string());
         }
+    }
+    return names;
+}
+
+std::string knownCards() {
+    std::string names = "auto";
+    for (const std::string& name : shippedCards()) {
+        names += ", " + name;
     }
     return names;
 }
@@ -36,6 +48,60 @@ void writeFile(const fs::path& path, const std::string& text) {
     }
     fs::rename(beside, path);
 }
+
+/**
+ * Refuses what somebody else could have planted: the web server runs a script that lies in the folder, and what is
+ * written goes where a link leads. What root put inside is trusted, since root may do anything.
+ */
+void requireOwner(const fs::path& path, const fs::path& folder) {
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) == 0 && status.st_uid != geteuid() && (status.st_uid != 0 || path == folder)) {
+        throw std::runtime_error("expected the camera's folder to belong to user " + std::to_string(geteuid()) +
+                                 ", got " + path.string() + " of user " + std::to_string(status.st_uid));
+    }
+}
+
+void requireNoOtherWriter(const fs::path& path, const fs::path& folder) {
+    constexpr fs::perms kOthersWrite = fs::perms::group_write | fs::perms::others_write;
+    const fs::file_status status = fs::symlink_status(path);
+    if ((fs::is_directory(status) || fs::is_regular_file(status)) &&
+        (status.permissions() & kOthersWrite) != fs::perms::none) {
+        throw std::runtime_error("expected that nobody else may write to the camera's folder, got " + path.string() +
+                                 ", to which others may; chmod -R go-w " + folder.string() +
+                                 " mends that, if what it holds can be trusted");
+    }
+}
+
+/** The same for a folder and all that it holds; links are looked at, not followed. */
+void requireOwnTree(const fs::path& folder) {
+    // The folder's own name may be a link, as where a service manager keeps its services' folders.
+    const fs::path real = fs::exists(folder) ? fs::canonical(folder) : folder;
+    requireOwner(real, real);
+    if (!fs::is_directory(real)) {
+        return;
+    }
+    constexpr fs::perms kOthersEnter = fs::perms::group_exec | fs::perms::others_exec;
+    const bool othersEnter = (fs::status(real).permissions() & kOthersEnter) != fs::perms::none;
+    requireNoOtherWriter(real, real);
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(real)) {
+        requireOwner(entry.path(), real);
+        if (othersEnter) {
+            requireNoOtherWriter(entry.path(), real);
+        }
+    }
+}
+
+/** For the length of a scope, what is made is for its owner alone. */
+class PrivateFiles {
+public:
+    PrivateFiles() : m_before(umask(S_IRWXG | S_IRWXO)) {}
+    ~PrivateFiles() { umask(m_before); }
+    PrivateFiles(const PrivateFiles&) = delete;
+    PrivateFiles& operator=(const PrivateFiles&) = delete;
+
+private:
+    const mode_t m_before;
+};
 
 /** Holds a camera's folder for as long as the descriptor, or this process, lives. */
 FileDescriptor lockFolder(const fs::path& folder) {
@@ -66,8 +132,37 @@ fs::path findModelCard(const std::string& nameOrPath) {
     throw std::runtime_error("no model card \"" + nameOrPath + "\": expected a file or one of " + knownCards());
 }
 
+ChosenCard chooseModelCard(const std::string& nameOrPath, const std::string& networksFolder) {
+    if (nameOrPath != "auto") {
+        return {findModelCard(nameOrPath), "as asked for"};
+    }
+    const fs::path motion = findModelCard("motion");
+    if (networksFolder.empty()) {
+        return {motion, "for there is no folder of networks"};
+    }
+    std::vector<std::string> names = {"fastestdet", "yolo-fastest-xl", "yolox-nano"};
+    std::vector<std::string> others = shippedCards();
+    std::sort(others.begin(), others.end());
+    names.insert(names.end(), others.begin(), others.end());
+    for (const std::string& name : names) {
+        const fs::path card = findModelCard(name);
+        std::ifstream file(card);
+        const nlohmann::json document = nlohmann::json::parse(file, nullptr, false);
+        const auto files = document.is_object() ? document.find("network") : document.end();
+        if (document.is_object() && files != document.end() && files->is_array() &&
+            std::all_of(files->begin(), files->end(), [&](const nlohmann::json& needed) {
+                return needed.is_string() && fs::is_regular_file(fs::path(networksFolder) / needed.get<std::string>());
+            })) {
+            return {card, "the best whose network lies in " + networksFolder};
+        }
+    }
+    return {motion, "for no card's network lies in " + networksFolder};
+}
+
 CameraFolder::CameraFolder(const fs::path& folder) : m_path(fs::absolute(folder)) {
     try {
+        requireOwnTree(m_path);
+        const PrivateFiles whatIsMade;
         fs::create_directories(application() / "localdata");
         fs::create_directories(html());
         fs::create_directories(root() / "mnt/flash" / kPackagePath);
@@ -76,6 +171,7 @@ CameraFolder::CameraFolder(const fs::path& folder) : m_path(fs::absolute(folder)
         throw std::runtime_error("cannot lay out the camera's folder " + m_path.string() + ": " +
                                  error.code().message());
     }
+    requireOwnTree(m_path);  // whatever was made just now, was not made where somebody else was faster
     m_lock = lockFolder(m_path);
 }
 

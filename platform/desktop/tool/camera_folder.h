@@ -25,11 +25,24 @@ std::filesystem::path packageFolder();
  */
 std::filesystem::path findModelCard(const std::string& nameOrPath);
 
+/** A model card and why it was taken, such as "motion, for there is no folder of networks". */
+struct ChosenCard {
+    std::filesystem::path card;
+    std::string reason;
+};
+
+/**
+ * As findModelCard, but "auto" is the first of the package's cards whose networks all lie in the folder, those that
+ * count best for what they cost before the others; motion when there is none or no folder is given.
+ */
+ChosenCard chooseModelCard(const std::string& nameOrPath, const std::string& networksFolder);
+
 class CameraFolder {
 public:
     /**
      * Lays the folder out, or uses what is there, and has it to itself from then on: two cameras would write over each
-     * other's counts. Throws std::runtime_error naming the folder and the reason.
+     * other's counts. Throws std::runtime_error naming the folder and the reason, which may be that it, or something in
+     * it, belongs to somebody else, or that others may write to it.
      */
     explicit CameraFolder(const std::filesystem::path& folder);
 

@@ -1,11 +1,14 @@
+#include <CLI/CLI.hpp>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include "background.h"
 #include "desktop_camera.h"
+#include "followers_after_start.h"
 #include "options_file.h"
 #include "source_name.h"
 
@@ -22,8 +25,9 @@ int run(desktop::CameraOptions options, int seconds) {
         options.state = desktop::defaultStateFolder(kDefaultName);
     }
     const DesktopCamera camera(options, "");
-    std::cout << "video: " << desktop::displayName(options.video)
-              << "\nmodel: " << desktop::findModelCard(options.model).string()
+    const desktop::ChosenCard chosen = desktop::chooseModelCard(options.model, options.networks);
+    std::cout << "video: " << desktop::displayName(options.video) << "\nmodel: " << chosen.card.string() << " ("
+              << chosen.reason << ")"
               << "\nstate: " << camera.folder().path().string() << "\nlog: " << camera.folder().log().string()
               << std::endl;
     desktop::holdBackSupervisorSignals();
@@ -34,8 +38,11 @@ int run(desktop::CameraOptions options, int seconds) {
         std::cout << accessLines(camera) << std::flush;
         return false;
     });
+    desktop::FollowersAfterStart followers(camera.socket());
+    std::vector<desktop::SupervisedProcess> processes = camera.processes();
+    processes.front().started = [&followers] { followers.started(); };
     const auto duration = seconds > 0 ? std::optional(std::chrono::seconds(seconds)) : std::nullopt;
-    return desktop::supervise(camera.processes(), duration,
+    return desktop::supervise(processes, duration,
                               [](const std::string& line) { std::cerr << "senvo: " << line << std::endl; });
 }
 
@@ -61,8 +68,17 @@ std::string readSecret(const char* prompt) {
     return line;
 }
 
-int setPassword(const std::filesystem::path& state, bool random) {
-    const std::filesystem::path folder = state.empty() ? desktop::defaultStateFolder(kDefaultName) : state;
+struct PasswordOptions {
+    std::filesystem::path state;
+    std::string user = desktop::kOperator;
+    std::optional<desktop::Role> role;
+    bool random = false;
+};
+
+int setPassword(const PasswordOptions& options) {
+    const bool random = options.random;
+    const std::filesystem::path folder =
+        options.state.empty() ? desktop::defaultStateFolder(kDefaultName) : options.state;
     if (!std::filesystem::is_directory(folder)) {
         throw std::runtime_error("no camera in " + folder.string() +
                                  ": expected the state folder of one that has been run, as --state names it");
@@ -76,8 +92,8 @@ int setPassword(const std::filesystem::path& state, bool random) {
             throw std::runtime_error("the two passwords differ; the old one stays");
         }
     }
-    desktop::Accounts(desktop::accountsFile(folder)).set(desktop::kOperator, password);
-    std::cout << "user: " << desktop::kOperator << '\n';
+    desktop::Accounts(desktop::accountsFile(folder)).set(options.user, password, options.role);
+    std::cout << "user: " << options.user << '\n';
     if (random) {
         std::cout << "password: " << password << '\n';
     }
@@ -102,6 +118,21 @@ int perform(CLI::App& app, int argc, char** argv, const std::function<int()>& co
     }
 }
 
+void addTlsOptions(CLI::App& app, desktop::TlsOptions& options) {
+    CLI::Option* const port =
+        app.add_option("--tls", options.port,
+                       "Serve the web interface with TLS on this port; the other port then answers leaders alone")
+            ->check(CLI::Range(0, 65535));
+    CLI::Option* const certificate =
+        app.add_option("--tls-cert", options.certificate,
+                       "Certificate (PEM), with those between it and its root behind it; by default one is made")
+            ->needs(port);
+    CLI::Option* const key =
+        app.add_option("--tls-key", options.key, "The certificate's key (PEM), without a passphrase")
+            ->needs(certificate);
+    certificate->needs(key);
+}
+
 int performRun(int argc, char** argv) {
     CLI::App app(
         "Counts what a video shows, until stopped, and serves the web interface. The application is started again when "
@@ -113,18 +144,26 @@ int performRun(int argc, char** argv) {
                    "A video file, an address (rtsp://...), a webcam (/dev/video0) or scene:plaza")
         ->required();
     addCameraOptions(app, options, seconds);
+    addTlsOptions(app, options.tls);
     desktop::addOptionsFile(app);
     return perform(app, argc, argv, [&] { return run(options, seconds); });
 }
 
 int performPassword(int argc, char** argv) {
-    CLI::App app("Sets the password of the web interface's user, read from standard input. It counts at once.",
-                 "senvo password");
-    std::filesystem::path state;
-    bool random = false;
-    app.add_option("--state", state, "The camera's folder; by default that of senvo run");
-    app.add_flag("--random", random, "Make one and print it");
-    return perform(app, argc, argv, [&] { return setPassword(state, random); });
+    CLI::App app(
+        "Sets the password of a user of the web interface, read from standard input, 10 characters or more. It counts "
+        "at once.",
+        "senvo password");
+    PasswordOptions options;
+    app.add_option("--state", options.state, "The camera's folder; by default that of senvo run");
+    app.add_option("--user", options.user, "Whose password; a user who is new needs a role")->capture_default_str();
+    const std::map<std::string, desktop::Role> roles = {{"viewer", desktop::Role::Viewer},
+                                                        {"operator", desktop::Role::Operator}};
+    app.add_option("--role", options.role,
+                   "viewer, who sees the live picture, counts and reports, or operator, who changes everything")
+        ->transform(CLI::CheckedTransformer(roles));
+    app.add_flag("--random", options.random, "Make one and print it");
+    return perform(app, argc, argv, [&] { return setPassword(options); });
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "desktop_camera.h"
 
+#include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -11,7 +12,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "good_copy.h"
 #include "mqtt_options.h"
+#include "shared_source.h"
+#include "source_name.h"
 
 namespace desktop {
 namespace {
@@ -27,16 +31,30 @@ bool isFile(const std::string& video) {
     return video.find("://") == std::string::npos && video.rfind("scene:", 0) != 0;
 }
 
-std::string checkedVideo(const std::string& video) {
-    if (!isFile(video)) {
-        return video;
-    }
-    if (!fs::exists(video)) {
+/** The host of an address, without user and password. */
+std::string hostOf(const std::string& address) {
+    const std::string name = displayName(address);
+    const size_t start = name.find("://") + 3;
+    const size_t host = name.compare(start, 4, "***@") == 0 ? start + 4 : start;
+    return name.substr(host, name.find_first_of("/:?", host) - host);
+}
+
+/** Refuses what can never be a video. A network camera that cannot be reached now may be there later. */
+void checkVideo(const std::string& video) {
+    if (isFile(video) && !fs::exists(video)) {
         throw std::runtime_error("no video " + video +
                                  ": expected a file, a device such as /dev/video0, an address such as rtsp://..., or "
                                  "scene:plaza");
     }
-    return fs::absolute(video).string();
+    const SourceKind kind = kindOf(video);
+    if (kind == SourceKind::File || kind == SourceKind::Scene) {
+        const std::atomic<bool> neverStopped = false;
+        openReader(video, neverStopped);
+    }
+    if (kind == SourceKind::Network && hostOf(video).empty()) {
+        throw std::runtime_error(displayName(video) +
+                                 ": expected a host behind the //, as in rtsp://192.0.2.7/stream, got none");
+    }
 }
 
 std::string checkedNetworks(const std::string& folder) {
@@ -73,7 +91,10 @@ fs::path defaultStateFolder(const std::string& name) {
 }
 
 void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds) {
-    command.add_option("--model", options.model, "Model card: a file, or a name such as motion")->capture_default_str();
+    command
+        .add_option("--model", options.model,
+                    "Model card: a file, a name such as motion, or auto: the best whose network is there, else motion")
+        ->capture_default_str();
     command.add_option("--networks", options.networks, "Folder of the network files that the card names");
     command.add_option("--port", options.port, "Port of the web interface; 0 takes any that is free")
         ->check(CLI::Range(0, 65535))
@@ -90,10 +111,15 @@ void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds) {
 
 DesktopCamera::DesktopCamera(const CameraOptions& options, const std::string& name)
     : m_name(name),
-      m_folder((checkedVideo(options.video), checkedNetworks(options.networks), options.state)),
+      m_folder((checkVideo(options.video), checkedNetworks(options.networks), options.state)),
       m_socket(options.listen, options.port) {
+    if (options.tls.port) {
+        m_secureSocket.emplace(options.listen, *options.tls.port, "--tls");
+        m_tls = options.tls.certificate.empty() ? ownTlsPair(m_folder.path(), options.listen)
+                                                : givenTlsPair(options.tls.certificate, options.tls.key);
+    }
     DesktopConfig config;
-    config.video = checkedVideo(options.video);
+    config.video = isFile(options.video) ? fs::absolute(options.video).string() : options.video;
     config.networksFolder = checkedNetworks(options.networks);
     config.stateFolder = m_folder.path().string();
     config.manifest = (packageFolder() / "manifest.json").string();
@@ -101,7 +127,7 @@ DesktopCamera::DesktopCamera(const CameraOptions& options, const std::string& na
     config.heartbeat = heartbeatFile(m_folder).string();
     config.liveSocket = liveSocket(m_folder.path()).string();
     m_folder.writeConfig(config);
-    m_folder.installModel(findModelCard(options.model), kPictureWidth, kPictureHeight);
+    m_folder.installModel(chooseModelCard(options.model, options.networks).card, kPictureWidth, kPictureHeight);
     installPage(m_folder.html());
     if (!accounts().has(kOperator)) {
         m_newPassword = randomPassword();
@@ -116,17 +142,36 @@ std::vector<SupervisedProcess> DesktopCamera::processes() const {
     application.workingFolder = m_folder.application();
     application.environment["OSTREL_SENVO_ROOT"] = m_folder.root().string();
     application.environment["SENVO_DESKTOP_CONFIG"] = m_folder.configFile().string();
+    // A machine's disk is larger than a camera's flash, and does not wear. Whoever starts this may want it otherwise.
+    for (const auto& [variable, value] :
+         {std::pair("OSTREL_SENVO_LEDGER_MIB", "2048"), {"OSTREL_SENVO_LEDGER_SYNC", "1"}}) {
+        if (std::getenv(variable) == nullptr) {
+            application.environment[variable] = value;
+        }
+    }
     application.heartbeat = heartbeatFile(m_folder);
+    application.prepare = [this] { return restoreDamaged((m_folder.path() / "parameters.db").string()); };
     application.lastWords = [this] { return newestErrors(); };
-    SupervisedProcess front = prepareFront(m_folder.path(), m_folder.html(), m_socket);
+    SupervisedProcess front =
+        prepareFront(m_folder.path(), m_folder.html(), m_socket,
+                     m_secureSocket ? std::optional<SecureFront>({*m_secureSocket, *m_tls}) : std::nullopt);
     front.name += m_name;
+    front.question = "GET / HTTP/1.0\r\n\r\n";
     return {application, front};
+}
+
+std::string DesktopCamera::url() const {
+    return m_secureSocket ? "https://" + m_secureSocket->reachableAs() + "/" : "http://" + address() + "/";
+}
+
+fs::path DesktopCamera::socket() const {
+    return m_folder.html() / kSocketName;
 }
 
 bool DesktopCamera::serves() const {
     // A socket's address is short: the way there leads through the folder's descriptor.
     const int folder = open(m_folder.html().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int client = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     const std::string path = "/proc/self/fd/" + std::to_string(folder) + "/" + kSocketName;
@@ -158,7 +203,10 @@ std::string DesktopCamera::newestErrors() const {
 
 std::string accessLines(const DesktopCamera& camera) {
     return "url: " + camera.url() + "\nuser: " + kOperator + "\n" +
-           (camera.newPassword() ? "password: " + *camera.newPassword() + "\n" : "");
+           (camera.newPassword() ? "password: " + *camera.newPassword() + "\n" : "") +
+           (camera.fingerprint().empty()
+                ? ""
+                : "fingerprint: " + camera.fingerprint() + "\naddress: " + camera.address() + "\n");
 }
 
 }  // namespace desktop

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -10,17 +9,29 @@
 #include "camera_folder.h"
 #include "front.h"
 #include "supervisor.h"
+#include "tls_pair.h"
+
+namespace CLI {
+class App;
+}
 
 /** A whole camera on this machine: its folder, the application on a video source, its web server. */
 namespace desktop {
 
+struct TlsOptions {
+    std::optional<int> port;           /**< nothing: no TLS; 0: any that is free */
+    std::filesystem::path certificate; /**< empty: the camera makes its own */
+    std::filesystem::path key;
+};
+
 struct CameraOptions {
     std::string video = "scene:plaza";
-    std::string model = "motion";
+    std::string model = "auto";
     std::string networks;        /**< folder; may be empty */
     std::filesystem::path state; /**< the camera's folder */
     std::string listen = "127.0.0.1";
     int port = 8080; /**< 0: any that is free */
+    TlsOptions tls;
     MqttConfig mqtt; /**< the broker that gets the events; none by default */
 };
 
@@ -42,12 +53,20 @@ public:
     std::vector<SupervisedProcess> processes() const;
 
     const CameraFolder& folder() const { return m_folder; }
-    std::string url() const { return "http://" + address() + "/"; }
+    std::string url() const;
+
+    /** Where leaders find it. */
     std::string address() const { return m_socket.reachableAs(); }
+
+    /** What somebody compares who is shown the certificate for the first time; empty without TLS. */
+    std::string fingerprint() const { return m_tls ? desktop::fingerprint(m_tls->certificate) : ""; }
     Accounts accounts() const { return Accounts(accountsFile(m_folder.path())); }
 
     /** The password that was made because the camera had none. */
     const std::optional<std::string>& newPassword() const { return m_newPassword; }
+
+    /** The application's FastCGI socket. */
+    std::filesystem::path socket() const;
 
     /** Whether the application takes requests. */
     bool serves() const;
@@ -59,10 +78,15 @@ private:
     std::string m_name;
     CameraFolder m_folder;
     ListeningSocket m_socket;
+    std::optional<ListeningSocket> m_secureSocket;
+    std::optional<TlsPair> m_tls;
     std::optional<std::string> m_newPassword;
 };
 
-/** "url: ", "user: " and, when it was just made, "password: ", a line each. */
+/**
+ * "url: ", "user: " and, when it was just made, "password: ", with TLS also "fingerprint: " and, for leaders,
+ * "address: ", a line each.
+ */
 std::string accessLines(const DesktopCamera& camera);
 
 }  // namespace desktop

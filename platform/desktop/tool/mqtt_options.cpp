@@ -1,5 +1,6 @@
 #include "mqtt_options.h"
 
+#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <stdexcept>
 #include <string>

@@ -1,8 +1,10 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include "mqtt_config.h"
+
+namespace CLI {
+class App;
+}
 
 namespace desktop {
 

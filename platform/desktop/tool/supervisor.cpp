@@ -11,9 +11,12 @@
 #include <fstream>
 #include <iterator>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
+
+#include "file_descriptor.h"
 
 namespace desktop {
 namespace {
@@ -27,6 +30,9 @@ constexpr std::chrono::seconds kRestartWindow(60);
 constexpr std::chrono::seconds kBackOff(10);
 constexpr std::chrono::seconds kGrace(10);
 constexpr std::chrono::seconds kHeartbeatCheck(1);
+constexpr std::uintmax_t kMostLogBytes = std::uintmax_t{1} << 20U;
+constexpr int kLogs = 4;                     // the one that is written, and three older
+constexpr std::chrono::seconds kGrownUp(5);  // by then a process knows what SIGHUP means, of which it would end before
 
 sigset_t signalsOfInterest() {
     sigset_t signals;
@@ -60,7 +66,8 @@ public:
     explicit StartPlan(const SupervisedProcess& process)
         : m_executable(process.executable),
           m_folder(process.workingFolder),
-          m_socket(process.listeningSocket),
+          m_supervisor(getpid()),
+          m_sockets(process.listeningSockets),
           m_holdBack(process.takesSigtermUp) {
         m_texts.push_back(process.executable.string());
         m_texts.insert(m_texts.end(), process.arguments.begin(), process.arguments.end());
@@ -73,8 +80,8 @@ public:
         for (const auto& [name, value] : process.environment) {
             variables[name] = value;
         }
-        if (m_socket >= 0) {
-            variables["LISTEN_FDS"] = "1";
+        if (!m_sockets.empty()) {
+            variables["LISTEN_FDS"] = std::to_string(m_sockets.size());
         }
         for (const auto& [name, value] : variables) {
             m_texts.push_back(name + "=" + value);
@@ -83,7 +90,7 @@ public:
             (i < arguments ? m_arguments : m_environment).push_back(m_texts[i].data());
         }
         m_arguments.push_back(nullptr);
-        if (m_socket >= 0) {
+        if (!m_sockets.empty()) {
             m_environment.push_back(m_listenPid.data());
         }
         m_environment.push_back(nullptr);
@@ -92,15 +99,19 @@ public:
     [[noreturn]] void execute() {
         // A group of its own: Ctrl-C on the terminal is the supervisor's business.
         setpgid(0, 0);
-        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        // One that hangs must not outlive the supervisor, either; all of them may be killed at any time.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != m_supervisor) {
+            _exit(EXIT_FAILURE);  // its death came before the request to be told of it
+        }
         sigset_t heldBack;
         sigemptyset(&heldBack);
         if (m_holdBack) {
             sigaddset(&heldBack, SIGTERM);
         }
         sigprocmask(SIG_SETMASK, &heldBack, nullptr);
-        if (m_socket >= 0) {
-            handSocketOn();
+        if (!m_sockets.empty()) {
+            handSocketsOn();
         }
         if (chdir(m_folder.c_str()) == 0) {
             execve(m_executable.c_str(), m_arguments.data(), m_environment.data());
@@ -109,9 +120,15 @@ public:
     }
 
 private:
-    void handSocketOn() {
-        dup2(m_socket, kFirstInheritedDescriptor);
-        fcntl(kFirstInheritedDescriptor, F_SETFD, 0);  // it may have been that descriptor all along
+    void handSocketsOn() {
+        const int count = static_cast<int>(m_sockets.size());
+        // Out of the way first: one may be where another has to go.
+        for (int& socket : m_sockets) {
+            socket = fcntl(socket, F_DUPFD_CLOEXEC, kFirstInheritedDescriptor + count);
+        }
+        for (int i = 0; i < count; ++i) {
+            dup2(m_sockets[static_cast<size_t>(i)], kFirstInheritedDescriptor + i);
+        }
         // The receiver believes LISTEN_FDS only beside its own process id, which is known no earlier.
         pid_t pid = getpid();
         size_t at = m_listenPid.size() - 2;
@@ -126,7 +143,8 @@ private:
 
     std::string m_executable;
     std::string m_folder;
-    int m_socket;
+    pid_t m_supervisor;
+    std::vector<int> m_sockets;
     bool m_holdBack;
     std::vector<std::string> m_texts;
     std::vector<char*> m_arguments;
@@ -140,6 +158,47 @@ std::string describe(int status) {
     }
     return "ended with status " + std::to_string(WEXITSTATUS(status));
 }
+
+/** Asks a process something on its listening socket, over and over, and never waits for the answer. */
+class Caller {
+public:
+    explicit Caller(const SupervisedProcess& process) : m_process(process) {}
+
+    /** Whether an answer has come since the last time; a process that hangs up is at work, too. */
+    bool hears() {
+        if (m_call.get() < 0) {
+            call();
+        }
+        if (!m_asked) {
+            const std::string& question = m_process.question;
+            m_asked = send(m_call.get(), question.data(), question.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
+        }
+        char byte = 0;
+        const bool heard = m_asked && recv(m_call.get(), &byte, 1, MSG_DONTWAIT) >= 0;
+        if (!heard && errno == EAGAIN) {
+            return false;
+        }
+        const bool hungUp = errno == ECONNRESET || errno == EPIPE;
+        m_call = FileDescriptor();
+        return heard || hungUp;
+    }
+
+private:
+    void call() {
+        sockaddr_storage name = {};
+        socklen_t size = sizeof(name);
+        auto* const address = reinterpret_cast<sockaddr*>(&name);
+        getsockname(m_process.listeningSockets.at(0), address, &size);
+        m_call = FileDescriptor(socket(name.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        m_asked = false;
+        // What is not connected yet, or cannot be, shows when it is written to.
+        [[maybe_unused]] const int connected = connect(m_call.get(), address, size);
+    }
+
+    const SupervisedProcess& m_process;
+    FileDescriptor m_call;
+    bool m_asked = false;
+};
 
 /** Decides how long to wait before the next start. */
 class RestartPolicy {
@@ -161,7 +220,7 @@ private:
 class Child {
 public:
     Child(const SupervisedProcess& process, const std::function<void(const std::string&)>& say)
-        : m_process(process), m_say(say) {}
+        : m_process(process), m_say(say), m_caller(process) {}
 
     bool isRunning() const { return m_pid > 0; }
     pid_t pid() const { return m_pid; }
@@ -171,6 +230,9 @@ public:
     bool startWhenDue() {
         if (isRunning() || Clock::now() < m_resume) {
             return true;
+        }
+        if (const std::string told = m_process.prepare ? m_process.prepare() : ""; !told.empty()) {
+            m_say(told);
         }
         StartPlan plan(m_process);
         const pid_t child = fork();
@@ -182,7 +244,7 @@ public:
             return false;
         }
         m_pid = child;
-        m_beatSeen = Clock::now();
+        m_begun = m_beatSeen = Clock::now();
         if (m_process.started) {
             m_process.started();
         }
@@ -210,15 +272,15 @@ public:
               (m_process.lastWords ? m_process.lastWords() : ""));
     }
 
-    /** Kills it when its heartbeat has stood still for too long. */
-    void checkHeartbeat() {
-        if (!isRunning() || m_process.heartbeat.empty() || m_hung) {
+    /** Kills it when it has shown for too long that it hangs, and looks after its log. */
+    void check() {
+        if (!isRunning() || !isWatched() || m_hung) {
             return;
         }
-        std::ifstream file(m_process.heartbeat, std::ios::binary);
-        std::string beat((std::istreambuf_iterator<char>(file)), {});
-        if (beat != m_beat) {
-            m_beat = std::move(beat);
+        if (Clock::now() - m_begun > kGrownUp) {
+            beginLogAnew();
+        }
+        if (beats() || (!m_process.question.empty() && m_caller.hears())) {
             m_beatSeen = Clock::now();
         } else if (Clock::now() - m_beatSeen > m_process.heartbeatLimit) {
             m_hung = true;
@@ -231,16 +293,43 @@ public:
         if (!isRunning()) {
             return m_resume;
         }
-        return m_process.heartbeat.empty() ? Clock::time_point::max() : Clock::now() + kHeartbeatCheck;
+        return isWatched() ? Clock::now() + kHeartbeatCheck : Clock::time_point::max();
     }
 
 private:
+    bool isWatched() const { return !m_process.heartbeat.empty() || !m_process.question.empty(); }
+
+    /** Whether the heartbeat's file has changed since the last time. */
+    bool beats() {
+        if (m_process.heartbeat.empty()) {
+            return false;
+        }
+        std::ifstream file(m_process.heartbeat, std::ios::binary);
+        std::string beat((std::istreambuf_iterator<char>(file)), {});
+        return std::exchange(m_beat, beat) != beat;
+    }
+
+    void beginLogAnew() const {
+        std::error_code ignored;
+        if (m_process.log.empty() || std::filesystem::file_size(m_process.log, ignored) <= kMostLogBytes || ignored) {
+            return;
+        }
+        for (int older = kLogs - 1; older > 0; --older) {
+            const std::string name = m_process.log.string();
+            std::filesystem::rename(older == 1 ? name : name + "." + std::to_string(older - 1),
+                                    name + "." + std::to_string(older), ignored);
+        }
+        kill(m_pid, SIGHUP);
+    }
+
     const SupervisedProcess& m_process;
     const std::function<void(const std::string&)>& m_say;
+    Caller m_caller;
     RestartPolicy m_policy;
     pid_t m_pid = -1;
     Clock::time_point m_resume = Clock::time_point::min();
     std::string m_beat;
+    Clock::time_point m_begun;
     Clock::time_point m_beatSeen;
     bool m_hung = false;
 };
@@ -326,7 +415,7 @@ int supervise(const std::vector<SupervisedProcess>& processes, std::optional<std
             end = reapAll(children, say);
         }
         for (Child& child : children) {
-            child.checkHeartbeat();
+            child.check();
         }
     }
     stopAll(children, say);

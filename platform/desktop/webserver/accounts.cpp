@@ -21,6 +21,8 @@ namespace {
 
 constexpr size_t kPasswordLength = 16;
 constexpr size_t kMostBytes = 128;
+constexpr ptrdiff_t kLeastCharacters = 10;
+constexpr size_t kLongestName = 32;
 
 /** HA1 of RFC 7616, with SHA-256. */
 std::string digestOf(const std::string& user, const std::string& password) {
@@ -32,6 +34,35 @@ std::string digestOf(const std::string& user, const std::string& password) {
 
 std::string lineStart(const std::string& user) {
     return user + ":" + kRealm + ":";
+}
+
+/** The web server passes such lines over; front.lua reads them. */
+std::string roleStart(const std::string& user) {
+    return "#role:" + user + ":";
+}
+
+void checkName(const std::string& user) {
+    const auto isPlain = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||
+               c == '_';
+    };
+    if (user.empty() || user.size() > kLongestName || !std::all_of(user.begin(), user.end(), isPlain)) {
+        throw std::runtime_error("expected a user's name of 1 to " + std::to_string(kLongestName) +
+                                 " letters, digits, dots, dashes and underscores, got \"" + user + "\"");
+    }
+}
+
+void checkPassword(const std::string& password) {
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; };
+    const auto beginsCharacter = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; };
+    const auto characters = std::count_if(password.begin(), password.end(), beginsCharacter);
+    if (characters < kLeastCharacters || password.size() > kMostBytes ||
+        std::any_of(password.begin(), password.end(), isControl)) {
+        throw std::runtime_error("expected a password of " + std::to_string(kLeastCharacters) +
+                                 " characters or more, of at most " + std::to_string(kMostBytes) +
+                                 " bytes and without control characters, got one of " + std::to_string(characters) +
+                                 " characters");
+    }
 }
 
 /** Gives a file that root writes to the folder's owner, for whom the web server reads it. */
@@ -73,19 +104,29 @@ bool Accounts::has(const std::string& user) const {
                        [&](const std::string& line) { return line.rfind(lineStart(user), 0) == 0; });
 }
 
-void Accounts::set(const std::string& user, const std::string& password) const {
-    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; };
-    if (password.empty() || password.size() > kMostBytes || std::any_of(password.begin(), password.end(), isControl)) {
-        throw std::runtime_error("a password has 1 to " + std::to_string(kMostBytes) +
-                                 " bytes and no control characters; got one of " + std::to_string(password.size()) +
-                                 " bytes");
+void Accounts::set(const std::string& user, const std::string& password, std::optional<Role> role) const {
+    checkName(user);
+    checkPassword(password);
+    if (user == kOperator && role.value_or(Role::Operator) != Role::Operator) {
+        throw std::runtime_error(std::string("expected the role operator for ") + kOperator +
+                                 ", without whom nobody could change anything, got viewer");
     }
     std::string text;
+    std::string roleLine;
     for (const std::string& line : readLines(m_file)) {
-        if (line.rfind(lineStart(user), 0) != 0) {
+        if (line.rfind(roleStart(user), 0) == 0) {
+            roleLine = line + "\n";
+        } else if (line.rfind(lineStart(user), 0) != 0) {
             text += line + "\n";
         }
     }
+    if (role) {
+        roleLine = roleStart(user) + (*role == Role::Operator ? "operator" : "viewer") + "\n";
+    }
+    if (roleLine.empty() && user != kOperator) {
+        throw std::runtime_error("expected a role, --role viewer or --role operator, for the new user " + user);
+    }
+    text += roleLine;
     text += lineStart(user) + digestOf(user, password) + "\n";
     const std::string beside = m_file.string() + ".new";
     unlink(beside.c_str());

@@ -9,13 +9,17 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "front_script.h"
 
 namespace desktop {
 namespace {
 
-constexpr int kBacklog = 256;
+constexpr int kBacklog = 4096;
+constexpr rlim_t kMostDescriptors = 65535;  // that lighttpd takes
 constexpr int kHighestPort = 65535;
 
 // The socket's path is relative to the camera's folder, the server's working folder: a socket's address has to be
@@ -31,7 +35,10 @@ server.upload-dirs = ("@STATE@/front.tmp")
 server.tag = ""
 server.max-request-size = 1024
 server.max-request-field-size = 8192
-server.max-connections = 400
+server.max-fds = @DESCRIPTORS@
+server.max-connections = @CONNECTIONS@
+server.max-read-idle = 8
+server.max-write-idle = 30
 server.http-parseopts = ("header-strict" => "enable", "host-strict" => "enable", "url-normalize" => "enable", "url-ctrls-reject" => "enable", "url-path-2f-decode" => "enable", "url-path-dotseg-remove" => "enable")
 index-file.names = ("index.html")
 mimetype.assign = (".html" => "text/html; charset=utf-8", ".js" => "text/javascript; charset=utf-8", ".css" => "text/css; charset=utf-8", ".svg" => "image/svg+xml", ".png" => "image/png", ".ico" => "image/x-icon", ".json" => "application/json")
@@ -42,6 +49,7 @@ setenv.set-response-header = (
   "Content-Security-Policy" => "default-src 'self'; img-src 'self' data: blob:; style-src 'self' 'unsafe-inline'; frame-ancestors 'none'; base-uri 'none'; form-action 'self'"
 )
 magnet.attract-raw-url-to = ("@STATE@/front.lua")
+magnet.attract-response-start-to = ("@STATE@/front.lua")
 auth.backend = "htdigest"
 auth.backend.htdigest.userfile = "@STATE@/accounts"
 auth.require = ("" => ("method" => "digest", "realm" => "@REALM@", "require" => "valid-user", "algorithm" => "SHA-256"))
@@ -56,30 +64,6 @@ $HTTP["url"] =~ "^/live/" {
   # Pictures have no end: what a viewer does not take waits in the application, which drops it then.
   server.stream-response-body = 2
 }
-)";
-
-/*
- * A browser that is logged in sends its login along with whatever a foreign page asks for. The application and its
- * pictures are asked for only by its own page, by programs (which send no such headers) and by leaders.
- */
-constexpr const char* kForeignPages = R"(-- Written at every start; changes are lost.
-local header = lighty.r.req_header
-local attr = lighty.r.req_attr
-local reading = attr["request.method"] == "GET" or attr["request.method"] == "HEAD"
-local page = not string.find(attr["uri.path"], "webservices.cgi", 1, true)
-  and not string.find(attr["uri.path"], "/live", 1, true)
-if reading and page then
-  return 0
-end
-local site = header["Sec-Fetch-Site"]
-if site and site ~= "same-origin" and site ~= "none" then
-  return 403
-end
-local origin = header["Origin"]
-if origin and origin ~= attr["uri.scheme"] .. "://" .. (header["Host"] or "") then
-  return 403
-end
-return 0
 )";
 
 std::string replaced(std::string text, const std::string& what, const std::string& with) {
@@ -113,16 +97,31 @@ std::string quotable(const std::filesystem::path& folder) {
     return name;
 }
 
+constexpr const char* kSecureConfiguration = R"(server.modules += ("mod_openssl")
+$SERVER["socket"] == "@BIND@:@PORT@" {
+  ssl.engine = "enable"
+  ssl.pemfile = "@CERTIFICATE@"
+  ssl.privkey = "@KEY@"
+}
+)";
+
+/** How many descriptors a process may have on this machine. */
+rlim_t mostDescriptors() {
+    rlimit limit = {};
+    return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? std::min(limit.rlim_max, kMostDescriptors) : 1024;
+}
+
 std::string bracketed(const std::string& address) {
     return address.find(':') == std::string::npos ? address : "[" + address + "]";
 }
 
 }  // namespace
 
-ListeningSocket::ListeningSocket(const std::string& address, int port) : m_address(address), m_port(port) {
+ListeningSocket::ListeningSocket(const std::string& address, int port, const std::string& option)
+    : m_address(address), m_port(port) {
     if (port < 0 || port > kHighestPort) {
         throw std::runtime_error("expected a port from 0 to " + std::to_string(kHighestPort) + ", got " +
-                                 std::to_string(port) + "; --port chooses another");
+                                 std::to_string(port) + "; " + option + " chooses another");
     }
     const std::string place = "port " + std::to_string(port) + " of " + address;
     addrinfo hints = {};
@@ -139,7 +138,7 @@ ListeningSocket::ListeningSocket(const std::string& address, int port) : m_addre
     if (bind(m_descriptor, found->ai_addr, found->ai_addrlen) != 0 || listen(m_descriptor, kBacklog) != 0) {
         const std::string reason = std::strerror(errno);
         close(m_descriptor);
-        throw std::runtime_error("cannot listen on " + place + ": " + reason + "; --port chooses another");
+        throw std::runtime_error("cannot listen on " + place + ": " + reason + "; " + option + " chooses another");
     }
     sockaddr_storage name = {};
     socklen_t size = sizeof(name);
@@ -170,24 +169,40 @@ std::filesystem::path liveSocket(const std::filesystem::path& stateFolder) {
 }
 
 SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const std::filesystem::path& socketAndPage,
-                               const ListeningSocket& socket) {
+                               const ListeningSocket& socket, const std::optional<SecureFront>& secure) {
     std::string configuration = replaced(kConfiguration, "@PORT@", std::to_string(socket.port()));
     configuration = replaced(configuration, "@BIND@", socket.bindAddress());
     configuration = replaced(configuration, "@REALM@", kRealm);
+    const rlim_t descriptors = mostDescriptors();
+    configuration = replaced(configuration, "@DESCRIPTORS@", std::to_string(descriptors));
+    // A request that the application answers needs one more.
+    configuration = replaced(configuration, "@CONNECTIONS@", std::to_string(descriptors / 2));
     configuration = replaced(configuration, "@LIVE@", liveSocket(stateFolder).filename().string());
     configuration = replaced(configuration, "@HTML@", socketAndPage.lexically_relative(stateFolder).string());
     configuration = replaced(configuration, "@STATE@", quotable(stateFolder));
+    if (secure) {
+        std::string more = replaced(kSecureConfiguration, "@BIND@", secure->socket.bindAddress());
+        more = replaced(more, "@PORT@", std::to_string(secure->socket.port()));
+        more = replaced(more, "@CERTIFICATE@", quotable(secure->pair.certificate));
+        configuration += replaced(more, "@KEY@", quotable(secure->pair.key));
+    }
+    std::string script = replaced(kFrontScript, "@TLS@", secure ? "true" : "false");
+    script = replaced(script, "@ACCOUNTS@", quotable(accountsFile(stateFolder)));
     // Large bodies wait here, and stay behind when the server is killed.
     std::filesystem::remove_all(stateFolder / "front.tmp");
     std::filesystem::create_directory(stateFolder / "front.tmp");
     writeFile(stateFolder / "front.conf", configuration);
-    writeFile(stateFolder / "front.lua", kForeignPages);
+    writeFile(stateFolder / "front.lua", "-- Written at every start; changes are lost.\n" + script);
     SupervisedProcess front;
     front.name = "the web server";
     front.executable = "/usr/sbin/lighttpd";
     front.arguments = {"-D", "-f", "front.conf"};
     front.workingFolder = stateFolder;
-    front.listeningSocket = socket.descriptor();
+    front.listeningSockets = {socket.descriptor()};
+    if (secure) {
+        front.listeningSockets.push_back(secure->socket.descriptor());
+    }
+    front.log = stateFolder / "front.log";
     front.takesSigtermUp = false;
     front.mayEnd = false;
     return front;

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "supervisor.h"
+#include "tls_pair.h"
 
 /**
  * A camera's web server: lighttpd with digest authentication before the page, the application's FastCGI socket
@@ -19,9 +21,9 @@ class ListeningSocket {
 public:
     /**
      * Listens on an IPv4 or IPv6 address; port 0 takes any that is free. Throws std::runtime_error that names address
-     * and port and what is wrong: no address, or a port that is taken.
+     * and port and what is wrong: no address, or a port that is taken. option: the one that chooses another port.
      */
-    ListeningSocket(const std::string& address, int port);
+    ListeningSocket(const std::string& address, int port, const std::string& option = "--port");
     ~ListeningSocket();
     ListeningSocket(const ListeningSocket&) = delete;
     ListeningSocket& operator=(const ListeningSocket&) = delete;
@@ -47,11 +49,18 @@ std::filesystem::path accountsFile(const std::filesystem::path& stateFolder);
 /** The socket behind which the web server of a camera's folder expects the live picture. */
 std::filesystem::path liveSocket(const std::filesystem::path& stateFolder);
 
+/** Where the web server has TLS, and with what. */
+struct SecureFront {
+    const ListeningSocket& socket;
+    TlsPair pair;
+};
+
 /**
  * Writes the web server's configuration into a camera's folder, and returns how to run it. socketAndPage: the folder of
- * the application's socket and of the page, below stateFolder. Throws std::runtime_error when it cannot be written.
+ * the application's socket and of the page, below stateFolder. With a secure front, the other socket answers only what
+ * leaders ask of their followers. Throws std::runtime_error when it cannot be written.
  */
 SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const std::filesystem::path& socketAndPage,
-                               const ListeningSocket& socket);
+                               const ListeningSocket& socket, const std::optional<SecureFront>& secure = std::nullopt);
 
 }  // namespace desktop

@@ -5,6 +5,8 @@
 #include <axsdk/axevent.h>
 
 #include "desktop_config.h"
+#include "event_file.h"
+#include "file_size_limit.h"
 #include "program.h"
 #include "test_folder.h"
 
@@ -209,6 +211,98 @@ TEST_F(EventCalls, AFullDiskIsAnErrorOfTheCall) {
     std::filesystem::create_symlink("/dev/full", path);
     EXPECT_FALSE(send(declare(alert()), active(true)));
     EXPECT_EQ(words(), path + ": No space left on device");
+}
+
+TEST_F(EventCalls, AnEventThatADiskHasNoRoomForLeavesNoPart) {
+    const guint id = declare(alert());
+    EXPECT_TRUE(send(id, active(true)));
+    const std::string first = lines();
+    {
+        const FileSizeLimit full(first.size() + 7);
+        EXPECT_FALSE(send(id, active(false)));
+        EXPECT_EQ(words(), (m_folder.path() / "events.jsonl").string() + ": File too large");
+        EXPECT_EQ(lines(), first);
+    }
+    EXPECT_TRUE(send(id, active(true)));
+    EXPECT_EQ(lines(), first + first) << "the next one has a line of its own";
+}
+
+TEST_F(EventCalls, ALineThatAKillToreCostsOnlyItself) {
+    const guint id = declare(alert());
+    EXPECT_TRUE(send(id, active(true)));
+    const std::string line = lines();
+    const std::string torn = line.substr(0, line.size() / 2);
+    writeFile(m_folder.path() / "events.jsonl", line + torn);
+    EXPECT_TRUE(send(id, active(true)));
+    EXPECT_EQ(lines(), line + torn + "\n" + line);
+}
+
+/** What tells the generations of a file apart: the first letter, '-' for a missing file. */
+std::string generations(const std::filesystem::path& newest) {
+    std::string letters;
+    for (int age = 0; age <= 10; ++age) {
+        std::ifstream file(newest.string() + (age == 0 ? "" : "." + std::to_string(age)));
+        const int letter = file.get();
+        letters += file ? static_cast<char>(letter) : '-';
+    }
+    return letters;
+}
+
+struct GenerationsCase {
+    const char* label;
+    const char* before;
+    const char* after;
+};
+
+TEST_F(EventCalls, TenFilesOfTenMebibytesAreKept) {
+    constexpr size_t kFull = size_t{10} * 1024 * 1024;
+    const std::filesystem::path newest = m_folder.path() / "events.jsonl";
+    const guint id = declare(alert());
+    for (const GenerationsCase& entry : {GenerationsCase{"the first is full", "a----------", "{a---------"},
+                                         GenerationsCase{"a second", "ab---------", "{ab--------"},
+                                         GenerationsCase{"the oldest goes", "abcdefghij-", "{abcdefghi-"},
+                                         GenerationsCase{"a kill left a gap", "abc-efghij-", "{abcefghij-"},
+                                         GenerationsCase{"a kill left no newest file", "-bcdefghij-", "{bcdefghij-"}}) {
+        for (int age = 0; age <= 10; ++age) {
+            const std::string path = newest.string() + (age == 0 ? "" : "." + std::to_string(age));
+            std::filesystem::remove(path);
+            if (const char letter = entry.before[age]; letter != '-') {
+                writeFile(path, std::string(1, letter));
+                std::filesystem::resize_file(path, kFull);
+            }
+        }
+        EXPECT_TRUE(send(id, active(true))) << entry.label << ": " << words();
+        EXPECT_EQ(generations(newest), entry.after) << entry.label;
+        EXPECT_TRUE(lines().starts_with("{") && lines().ends_with("true}\n") && lines().size() < 100) << entry.label;
+    }
+}
+
+TEST_F(EventCalls, AFileHasRoomForTenMebibytes) {
+    const guint id = declare(alert());
+    EXPECT_TRUE(send(id, active(true)));
+    const std::string line = lines();
+    const std::filesystem::path newest = m_folder.path() / "events.jsonl";
+    writeFile(newest, std::string(10 * 1024 * 1024 - line.size() - 1, 'x') + "\n");
+    EXPECT_TRUE(send(id, active(true)));
+    EXPECT_EQ(std::filesystem::file_size(newest), 10U * 1024 * 1024) << "to the last byte";
+    EXPECT_FALSE(std::filesystem::exists(newest.string() + ".1"));
+    EXPECT_TRUE(send(id, active(true)));
+    EXPECT_EQ(lines(), line);
+    ASSERT_TRUE(std::filesystem::exists(newest.string() + ".1"));
+    EXPECT_EQ(std::filesystem::file_size(newest.string() + ".1"), 10U * 1024 * 1024);
+    EXPECT_EQ(desktop::eventFiles(newest), (std::vector<std::string>{newest.string() + ".1", newest.string()}));
+}
+
+TEST_F(EventCalls, AFileThatCannotBeRenamedGoesOn) {
+    const std::filesystem::path newest = m_folder.path() / "events.jsonl";
+    const guint id = declare(alert());
+    for (int age = 1; age < 10; ++age) {
+        std::filesystem::create_directories(newest.string() + "." + std::to_string(age) + "/in the way");
+    }
+    writeFile(newest, std::string(10 * 1024 * 1024, 'x') + "\n");
+    EXPECT_TRUE(send(id, active(true)));
+    EXPECT_GT(std::filesystem::file_size(newest), 10U * 1024 * 1024);
+    EXPECT_TRUE(lines().ends_with("true}\n"));
 }
 
 TEST_F(EventCalls, AMissingFolderIsAnErrorOfTheCall) {

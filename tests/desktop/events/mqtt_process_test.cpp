@@ -4,6 +4,7 @@
 
 #include "desktop_config.h"
 #include "link_fixture.h"
+#include "this_build.h"
 
 /* Whole processes that send through the event service, and how they end. */
 
@@ -19,7 +20,7 @@ protected:
         config.stateFolder = m_folder.path();
         config.mqtt.address = address();
         writeFile(m_folder.path() / "desktop.json", desktop::formatDesktopConfig(config));
-        return Child(startProgram({MQTT_SENDER, std::to_string(count), then}, m_folder.path(),
+        return Child(startProgram({this_build::program("mqtt_sender"), std::to_string(count), then}, m_folder.path(),
                                   {"SENVO_DESKTOP_CONFIG=" + (m_folder.path() / "desktop.json").string()}));
     }
 

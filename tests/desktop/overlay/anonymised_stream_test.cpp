@@ -38,6 +38,37 @@ TEST(AnonymisedStream, IsTheOneThatTheParametersSay) {
     }
 }
 
+TEST(AnonymisedStream, IsUnknownWhereAParameterCannotBeReadOrWasLost) {
+    const std::optional<std::string> unread;
+    const struct {
+        const char* label;
+        std::optional<std::string> on;
+        std::optional<std::string> size;
+        bool unknown;
+        bool otherUnknown;
+    } cases[] = {{"both read", "true", "640x360", false, false},
+                 {"switched off", "false", unread, false, false},
+                 {"unread whether it is on", unread, "640x360", true, false},
+                 {"unread which", "true", unread, true, true},
+                 {"nothing read", unread, unread, true, true}};
+    for (const auto& [label, on, size, unknown, otherUnknown] : cases) {
+        HandClock clock;
+        const AnonymisedStream stream({"On", "Size", "", ""}, {{"On", on}, {"Size", size}}, clock);
+        EXPECT_EQ(stream.isUnknown(kSize), unknown) << label;
+        EXPECT_EQ(stream.isUnknown({320, 180}), otherUnknown) << label;
+    }
+    HandClock clock;
+    AnonymisedStream stream({"On", "Size", "", ""}, {{"On", "false"}, {"Size", "640x360"}}, clock);
+    stream.parametersLost();
+    EXPECT_TRUE(stream.isUnknown(kSize));
+    stream.parameterSet("Size", "640x360");
+    EXPECT_TRUE(stream.isUnknown(kSize)) << "whether it is on";
+    stream.parameterSet("On", "true");
+    EXPECT_FALSE(stream.isUnknown(kSize));
+    EXPECT_TRUE(stream.is(kSize));
+    EXPECT_FALSE(AnonymisedStream({}, {}, clock).isUnknown(kSize)) << "no such stream";
+}
+
 TEST(AnonymisedStream, TrustsMasksOfCyclesThatBeganLongAfterAChange) {
     HandClock clock;
     AnonymisedStream stream({"On", "Size", "", ""}, {{"On", "true"}, {"Size", "640x360"}}, clock);

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 extern "C" {
 #include <libavutil/frame.h>
@@ -127,7 +128,12 @@ protected:
     const desktop::LiveServer& live() const { return *m_service->live(); }
 
     void redraw(int rotation = 0) {
-        m_service->redraw({m_analysed, rotation, m_analysedSize.width, m_analysedSize.height});
+        m_service->redraw({m_analysed, rotation, m_analysedSize.width, m_analysedSize.height, 0, 0, m_found});
+    }
+
+    /** What the inference finds from here on. */
+    void find(std::vector<desktop::FoundBox> boxes) {
+        m_found = std::make_shared<const std::vector<desktop::FoundBox>>(std::move(boxes));
     }
 
     /** Lets the live thread go on until something is so; false when a minute is not enough. */
@@ -161,5 +167,6 @@ protected:
     std::shared_ptr<HandSource> m_source = std::make_shared<HandSource>();
     desktop::SharedPicture m_analysed = stripes();
     desktop::StreamSize m_analysedSize = {640, 360};
+    desktop::FoundBoxes m_found = std::make_shared<const std::vector<desktop::FoundBox>>();
     std::unique_ptr<desktop::OverlayService> m_service;
 };

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr const char* kPassword = "letmein";
+constexpr const char* kPassword = "letmein-please";
 
 /** The live picture behind a camera's web server. */
 class LiveFront : public LiveFixture {

@@ -293,7 +293,7 @@ TEST_F(LiveServerTest, GivesUpWhenNothingComes) {
     m_service = std::make_unique<desktop::OverlayService>(none, parts());
     LiveClient viewer = client("/live/image.jpg?overlays=0");
     ASSERT_TRUE(viewersBecome(1));
-    m_clock.advance(5s);
+    m_clock.advance(8s);
     EXPECT_EQ(bodyOf(viewer.rest()), "no picture has come yet\n");
 }
 

@@ -149,16 +149,33 @@ TEST_F(ParameterCalls, DoNotCallBackForASetThatFailed) {
 
 TEST_F(ParameterCalls, TellAWatcherBeforeTheyReturn) {
     Names told;
-    desktop::watchParameters([&](const std::string& name, const std::string& value) {
-        EXPECT_EQ(get(name.c_str()), value) << "set by then";
-        told.push_back(name + "=" + value);
+    desktop::watchParameters([&](const std::string& name, const std::optional<std::string>& value) {
+        EXPECT_TRUE(!value || get(name.c_str()) == *value) << "set by then";
+        told.push_back(name + (value ? "=" + *value : " failed"));
     });
+    told.clear();
     EXPECT_TRUE(ax_parameter_set(m_store.get(), "A", "new", TRUE, m_error.slot()));
-    EXPECT_FALSE(ax_parameter_set(m_store.get(), "C", "new", TRUE, m_error.slot()));
     EXPECT_EQ(told, Names({"A=new"}));
     desktop::watchParameters({});
     EXPECT_TRUE(ax_parameter_set(m_store.get(), "A", "newer", TRUE, m_error.slot()));
     EXPECT_EQ(told.size(), 1U);
+}
+
+TEST_F(ParameterCalls, TellAWatcherWhatFailedAlsoBeforeIt) {
+    Names told;
+    const auto watcher = [&](const std::string& name, const std::optional<std::string>& value) {
+        told.push_back(name + (value ? "=" + *value : " failed"));
+    };
+    gchar* value = nullptr;
+    EXPECT_FALSE(ax_parameter_get(m_store.get(), "D", &value, m_error.slot()));
+    desktop::watchParameters(watcher);
+    EXPECT_EQ(told, Names({"D failed"})) << "before";
+    EXPECT_FALSE(ax_parameter_set(m_store.get(), "C", "new", TRUE, m_error.slot()));
+    EXPECT_FALSE(ax_parameter_get(m_store.get(), "E", &value, m_error.slot()));
+    EXPECT_EQ(told, Names({"D failed", "C failed", "E failed"}));
+    EXPECT_FALSE(ax_parameter_add(m_store.get(), "A", "1", nullptr, m_error.slot()));
+    EXPECT_EQ(told.size(), 3U) << "one that is there already is no failure";
+    desktop::watchParameters({});
 }
 
 TEST_F(ParameterCalls, RefuseABadManifest) {

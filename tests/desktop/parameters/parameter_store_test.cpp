@@ -4,7 +4,9 @@
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <thread>
 
+#include "good_copy.h"
 #include "program.h"
 #include "test_folder.h"
 
@@ -29,6 +31,22 @@ std::string errorOf(Call call) {
         return error.what();
     }
     return "nothing";
+}
+
+TEST_F(ParameterFile, ASetWaitsForWhoeverHoldsTheFile) {
+    ParameterStore store(m_path, {{"A", "1"}});
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(m_path.c_str(), &other), SQLITE_OK);
+    const std::unique_ptr<sqlite3, decltype(&sqlite3_close)> owned(other, sqlite3_close);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    std::string error;
+    std::thread setter([&] { error = errorOf([&] { store.set("A", "2"); }); });
+    // Held for as long as a setter must bear; a shorter hold would not tell how long it waits.
+    std::this_thread::sleep_for(std::chrono::seconds(10));
+    EXPECT_EQ(sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr), SQLITE_OK);
+    setter.join();
+    EXPECT_EQ(error, "nothing");
+    EXPECT_EQ(store.get("A"), "2");
 }
 
 TEST_F(ParameterFile, DefaultsAreSeededOnce) {
@@ -148,6 +166,40 @@ TEST_F(ParameterFile, ThatIsNoDatabaseIsNamed) {
     EXPECT_EQ(errorOf([&] { const ParameterStore store(m_path, {}); }), m_path + ": file is not a database");
 }
 
+TEST_F(ParameterFile, ThatIsDamagedIsNamedAndSetAsideAndTheLastGoodOneIsUsed) {
+    for (const size_t from : {size_t{0}, size_t{4096}}) {
+        {
+            ParameterStore store(m_path, {{"A", "1"}, {"B", std::string(20000, 'b')}});
+            store.set("A", "kept " + std::to_string(from));
+        }
+        EXPECT_EQ(desktop::restoreDamaged(m_path), "") << "a whole file";
+        std::string bytes = readFile(m_path);
+        ASSERT_GT(bytes.size(), from + 4096);
+        bytes.replace(from, 4096, std::string(4096, 'x'));
+        writeFile(m_path, bytes);
+        const std::string told = desktop::restoreDamaged(m_path);
+        EXPECT_EQ(told.rfind(m_path + " is damaged (", 0), 0U) << told;
+        EXPECT_TRUE(
+            told.ends_with("); it is kept as " + m_path + ".damaged, and the settings are those of the last good copy"))
+            << told;
+        EXPECT_EQ(readFile(m_path + ".damaged"), bytes);
+        ParameterStore store(m_path, {});
+        EXPECT_EQ(store.get("A"), "kept " + std::to_string(from));
+        EXPECT_EQ(store.get("B"), std::string(20000, 'b'));
+    }
+}
+
+TEST_F(ParameterFile, ThatIsDamagedWithoutAGoodCopyBeginsAnew) {
+    writeFile(m_path, std::string(5000, 'x'));
+    writeFile(m_path + ".good", std::string(5000, 'y'));
+    EXPECT_EQ(desktop::restoreDamaged(m_path),
+              m_path + " is damaged (file is not a database); it is kept as " + m_path +
+                  ".damaged, and the settings begin anew, since there is no good copy");
+    EXPECT_EQ(readFile(m_path + ".damaged"), std::string(5000, 'x'));
+    ParameterStore store(m_path, {{"A", "1"}});
+    EXPECT_EQ(store.get("A"), "1");
+}
+
 // --- Package manifests -----------------------------------------------------------------------------------------------
 
 TEST_F(ParameterFile, AManifestsDefaultsKeepTheirOrder) {
@@ -213,6 +265,17 @@ TEST_F(ParameterFile, AManifestMayNameTheAnonymisedStream) {
         EXPECT_EQ(errorOf([&] { desktop::readAnonymisedStream(path); }),
                   path + ": expected texts \"on\" and \"resolution\" in \"anonymised_stream\", got " + stream);
     }
+}
+
+TEST_F(ParameterFile, AManifestMayNameTheParametersOfClasses) {
+    const std::string path = m_folder.path() / "manifest.json";
+    writeFile(path, R"({"class_parameters": {"Car": "A", "Person": "B"}})");
+    EXPECT_EQ(desktop::readClassParameters(path), (std::map<std::string, std::string>{{"Car", "A"}, {"Person", "B"}}));
+    writeFile(path, "{}");
+    EXPECT_TRUE(desktop::readClassParameters(path).empty());
+    writeFile(path, R"({"class_parameters": {"Car": 7}})");
+    EXPECT_EQ(errorOf([&] { desktop::readClassParameters(path); }),
+              path + ": expected names of parameters in \"class_parameters\", got {\"Car\":7}");
 }
 
 TEST_F(ParameterFile, AMissingManifestIsNamed) {

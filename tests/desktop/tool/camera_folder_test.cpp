@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include "program.h"
 #include "test_folder.h"
@@ -46,6 +47,71 @@ TEST(CameraFolder, ThatCannotBeLaidOutIsNamed) {
     writeFile(folder.path() / "file", "");
     EXPECT_EQ(errorOf([&] { const desktop::CameraFolder camera(folder.path() / "file"); }),
               "cannot lay out the camera's folder " + (folder.path() / "file").string() + ": Not a directory");
+}
+
+TEST(CameraFolder, OfSomebodyElseIsRefusedByName) {
+    const TestFolder folder;
+    const bool root = geteuid() == 0;
+    const fs::path foreign = root ? folder.path() / "theirs" : fs::path("/usr");
+    if (root) {
+        fs::create_directory(foreign);
+        ASSERT_EQ(chown(foreign.c_str(), 65534, 65534), 0);
+    }
+    EXPECT_EQ(errorOf([&] { const desktop::CameraFolder camera(foreign); }),
+              "expected the camera's folder to belong to user " + std::to_string(geteuid()) + ", got " +
+                  foreign.string() + " of user " + (root ? "65534" : "0"));
+    EXPECT_FALSE(fs::exists(foreign / "root")) << "nothing was written into it";
+}
+
+struct OpenCase {
+    const char* label;
+    const char* place; /**< inside the camera's folder */
+    fs::perms more;
+};
+
+TEST(CameraFolder, ThatOthersMayWriteToIsRefusedByName) {
+    for (const OpenCase& entry :
+         {OpenCase{"everybody", "", fs::perms::others_write}, OpenCase{"the group", "", fs::perms::group_write},
+          OpenCase{"a folder inside", "root/tmp", fs::perms::others_write},
+          OpenCase{"a file", "front.lua", fs::perms::others_write},
+          OpenCase{"a folder deep inside", "root/usr/local/packages", fs::perms::group_write}}) {
+        const TestFolder folder;
+        const std::string path = folder.path() / "camera";
+        { const desktop::CameraFolder camera(path); }
+        writeFile(path + "/front.lua", "");
+        fs::permissions(path, fs::perms::others_exec, fs::perm_options::add);
+        const std::string place = *entry.place == '\0' ? path : path + "/" + entry.place;
+        fs::permissions(place, entry.more, fs::perm_options::add);
+        EXPECT_EQ(errorOf([&] { const desktop::CameraFolder camera(path); }),
+                  "expected that nobody else may write to the camera's folder, got " + place +
+                      ", to which others may; chmod -R go-w " + path + " mends that, if what it holds can be trusted")
+            << entry.label;
+    }
+}
+
+TEST(CameraFolder, WithThingsOfSomebodyElseIsRefusedByName) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give files away";
+    }
+    for (const char* place : {"front.lua", "root/tmp/planted"}) {
+        const TestFolder folder;
+        const fs::path path = folder.path() / "camera";
+        { const desktop::CameraFolder camera(path); }
+        writeFile(folder.path() / "victim", "kept");
+        fs::create_symlink(folder.path() / "victim", path / place);
+        ASSERT_EQ(lchown((path / place).c_str(), 65534, 65534), 0);
+        EXPECT_EQ(
+            errorOf([&] { const desktop::CameraFolder camera(path); }),
+            "expected the camera's folder to belong to user 0, got " + (path / place).string() + " of user 65534");
+    }
+}
+
+TEST(CameraFolder, MayHoldLinksOfItsOwner) {
+    const TestFolder folder;
+    const fs::path path = folder.path() / "camera";
+    { const desktop::CameraFolder camera(path); }
+    fs::create_symlink("/dev/full", path / "events.jsonl");
+    EXPECT_EQ(errorOf([&] { const desktop::CameraFolder camera(path); }), "nothing");
 }
 
 TEST(CameraFolder, InstallsTheModelForBothMountings) {
@@ -106,5 +172,40 @@ TEST(ModelCards, AreFoundByPathOrName) {
     EXPECT_NE(error.find("motion"), std::string::npos) << error;
     EXPECT_NE(errorOf([] { desktop::findModelCard("../models/motion"); }), "nothing") << "a name is no path";
 }
+
+struct Choice {
+    const char* name;
+    const char* asked;
+    std::vector<const char*> networks; /**< files that lie in the folder */
+    bool folderGiven;
+    const char* card;
+};
+
+class ChosenCards : public testing::TestWithParam<Choice> {};
+
+TEST_P(ChosenCards, AreTheBestWhoseNetworksAreThere) {
+    const TestFolder folder;
+    for (const char* network : GetParam().networks) {
+        writeFile(folder.path() / network, "network");
+    }
+    const desktop::ChosenCard chosen =
+        desktop::chooseModelCard(GetParam().asked, GetParam().folderGiven ? folder.path().string() : "");
+    EXPECT_EQ(chosen.card.stem(), GetParam().card);
+    EXPECT_NE(chosen.reason, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ModelCards, ChosenCards,
+    testing::Values(Choice{"NoFolder", "auto", {}, false, "motion"}, Choice{"EmptyFolder", "auto", {}, true, "motion"},
+                    Choice{"All",
+                           "auto",
+                           {"FastestDet.onnx", "yolo-fastest-1.1-xl.cfg", "yolo-fastest-1.1-xl.weights",
+                            "yolox_nano.onnx"},
+                           true,
+                           "fastestdet"},
+                    Choice{"HalfANetwork", "auto", {"yolo-fastest-1.1-xl.cfg", "yolox_nano.onnx"}, true, "yolox-nano"},
+                    Choice{"AnotherOne", "auto", {"yolov8n.onnx"}, true, "yolov8n"},
+                    Choice{"Named", "motion", {"FastestDet.onnx"}, true, "motion"}),
+    [](const auto& instance) { return instance.param.name; });
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "mqtt_config.h"
 #include "program.h"
 #include "test_folder.h"
+#include "this_build.h"
 
 namespace {
 
@@ -111,11 +112,12 @@ protected:
     /** Runs a copy that stands alone: it lays everything out and then finds no application to start. */
     ProgramResult run(const Lines& options) const {
         const std::string program = m_folder.path() / "senvo-camera";
-        std::filesystem::copy_file(CAMERA_PROGRAM, program, std::filesystem::copy_options::overwrite_existing);
+        std::filesystem::copy_file(this_build::program("senvo-camera"), program,
+                                   std::filesystem::copy_options::overwrite_existing);
         Lines command = {program,  "run", "--video", "scene:plaza",
                          "--port", "0",   "--state", m_folder.path() / "camera"};
         command.insert(command.end(), options.begin(), options.end());
-        const std::string package = std::filesystem::path(CAMERA_PROGRAM).parent_path() / "package";
+        const std::string package = this_build::folder() / "bin/package";
         return runProgram(command, m_folder.path(), {"SENVO_PACKAGE=" + package});
     }
 

@@ -12,9 +12,10 @@
  * Does what the environment variable BEHAVIOUR says, one word a start: the word's place is the number of lines in the
  * file "starts" of the working folder, and the last word goes on for ever.
  *
- * hang: goes on for ever. beat: changes the file "heartbeat" for three seconds, then ends with status 0. stay: waits
- * for SIGTERM, writes the file "asked" and ends with 0. listen: writes the port of the socket that it was handed into
- * the file "listening" and ends with status 1.
+ * hang: goes on for ever. hangup: ends with status 0 when SIGHUP comes. beat: changes the file "heartbeat" for three
+ * seconds, then ends with status 0. stay: waits for SIGTERM, writes the file "asked" and ends with 0. listen: writes
+ * the port of the socket that it was handed into the file "listening" and ends with status 1. answer: answers seven
+ * callers of that socket, writing what the last one asked into the file "asked", and ends with 0.
  *
  * ok, error: ends with status 0 or 1. killed: ends by SIGKILL. wait: tells the supervisor's process by SIGTERM that it
  * runs, then waits for SIGTERM, writes the file "asked" and ends with 0. stubborn: the same, but does not end.
@@ -45,6 +46,14 @@ int main() {
     if (word == "ok") {
         return EXIT_SUCCESS;
     }
+    if (word == "hangup") {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGHUP);
+        sigprocmask(SIG_BLOCK, &signals, nullptr);
+        int signal = 0;
+        return sigwait(&signals, &signal) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
     while (word == "hang") {
         pause();
     }
@@ -65,6 +74,17 @@ int main() {
             std::ofstream("listening") << ntohs(address.sin_port) << '\n';
         }
         return EXIT_FAILURE;
+    }
+    for (int i = 0; word == "answer"; ++i) {
+        if (i == 7) {
+            return EXIT_SUCCESS;
+        }
+        const int caller = accept(3, nullptr, nullptr);
+        char text[100] = {};
+        const ssize_t count = recv(caller, text, sizeof(text), 0);
+        std::ofstream("asked", std::ios::trunc).write(text, count);
+        send(caller, "x", 1, MSG_NOSIGNAL);
+        close(caller);
     }
     if (word == "killed") {
         raise(SIGKILL);

@@ -1,0 +1,83 @@
+#include "sightings.h"
+
+#include <algorithm>
+
+namespace desktop {
+namespace {
+
+constexpr auto kHorizon = std::chrono::seconds(1);
+constexpr std::ptrdiff_t kLooks = 3;
+constexpr auto kKept = std::chrono::seconds(10);
+constexpr std::size_t kMostKept = 1000;
+
+// Somebody of 1.7 m walks 1.5 m a second; who hurries gets a little more.
+constexpr double kSidesPerSecond = 1.25;
+
+// Of two boxes on frames that follow one another: the same object has moved on by less than its own size.
+constexpr float kSame = 0.1F;
+
+float overlap(const FoundBox& a, const FoundBox& b) {
+    const float width = std::min(a.right, b.right) - std::max(a.left, b.left);
+    const float height = std::min(a.bottom, b.bottom) - std::max(a.top, b.top);
+    const auto areaOf = [](const FoundBox& box) { return (box.right - box.left) * (box.bottom - box.top); };
+    if (width <= 0 || height <= 0) {
+        return 0;
+    }
+    return width * height / (areaOf(a) + areaOf(b) - width * height);
+}
+
+/** Adds those of some boxes that have no counterpart among others. */
+void addUnmatched(const FoundBoxes& boxes, const FoundBoxes& others, Clock::Duration distance,
+                  std::vector<Mask>& masks) {
+    if (!boxes) {
+        return;
+    }
+    const double reach = std::chrono::duration<double>(distance).count() * kSidesPerSecond;
+    for (const FoundBox& box : *boxes) {
+        const auto isSame = [&](const FoundBox& other) { return overlap(box, other) >= kSame; };
+        if (!others || std::none_of(others->begin(), others->end(), isSame)) {
+            masks.push_back({box, reach});
+        }
+    }
+}
+
+}  // namespace
+
+void Sightings::add(Clock::TimePoint when, FoundBoxes found) {
+    const std::lock_guard lock(m_mutex);
+    m_sightings.push_back({when, std::move(found)});
+    while (m_sightings.size() > kMostKept ||
+           (m_sightings.size() > 2 * kLooks && m_sightings.front().when + kKept < when)) {
+        m_sightings.pop_front();
+    }
+}
+
+bool Sightings::isSettled(Clock::TimePoint when) const {
+    const std::lock_guard lock(m_mutex);
+    const auto later =
+        std::count_if(m_sightings.begin(), m_sightings.end(), [&](const Sighting& s) { return s.when > when; });
+    return later >= kLooks && m_sightings.back().when >= when + kHorizon;
+}
+
+std::vector<Mask> Sightings::around(Clock::TimePoint when) const {
+    const std::lock_guard lock(m_mutex);
+    std::vector<Mask> masks;
+    const auto own = std::find_if(m_sightings.begin(), m_sightings.end(),
+                                  [&](const Sighting& sighting) { return sighting.when >= when; });
+    const auto isFar = [&](auto at) {
+        return std::abs(std::distance(own, at)) > kLooks && std::chrono::abs(at->when - when) > kHorizon;
+    };
+    for (auto at = own; at != m_sightings.end() && !isFar(at); ++at) {
+        if (at != own) {
+            addUnmatched(at->found, std::prev(at)->found, at->when - when, masks);
+        }
+    }
+    for (auto at = own; at != m_sightings.begin() && !isFar(std::prev(at)); --at) {
+        if (at != m_sightings.end()) {
+            addUnmatched(std::prev(at)->found, at->found, when - std::prev(at)->when, masks);
+        }
+    }
+    return masks;
+}
+
+}  // namespace desktop

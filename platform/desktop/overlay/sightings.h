@@ -1,0 +1,47 @@
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "clock.h"
+#include "last_fetched.h"
+
+namespace desktop {
+
+/** What has to be covered on a picture: a box, and how much further on every side, in longer sides of the box. */
+struct Mask {
+    FoundBox box;
+    double reach = 0.0;
+};
+
+/**
+ * Where objects were found on the frames that were analysed, one after another, and what follows from that for the
+ * frames between. An object is in the picture before it is found for the first time, and often stays after it was found
+ * for the last time; meanwhile it cannot be farther away than it walks. So a picture is shown only when the analysis
+ * has looked at what came behind it, and is covered where somebody is about to be found, and where somebody was lost.
+ * Thread-safe.
+ */
+class Sightings {
+public:
+    /** Notes what was found on a frame that was analysed then; null: nobody has looked. */
+    void add(Clock::TimePoint when, FoundBoxes found);
+
+    /** Whether enough frames behind this one were looked at: three, and one that is a second younger. */
+    bool isSettled(Clock::TimePoint when) const;
+
+    /** What covers the frame that was analysed then, beside what was found on it. */
+    std::vector<Mask> around(Clock::TimePoint when) const;
+
+private:
+    struct Sighting {
+        Clock::TimePoint when;
+        FoundBoxes found;
+    };
+
+    mutable std::mutex m_mutex;  // guards what follows
+    std::deque<Sighting> m_sightings;
+};
+
+}  // namespace desktop
