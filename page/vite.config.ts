@@ -16,7 +16,14 @@ const manifest: Plugin = {
     const { parameters } = JSON.parse(code) as { parameters: Record<string, string>[] };
     const shown = parameters.filter(({ name }) => !/\d[xy]$/.test(name));
     return JSON.stringify({
-      parameters: shown.map(({ name, type, default: usual, range, unit, help }) => ({ name, type, default: usual, range, unit, help })),
+      parameters: shown.map(({ name, type, default: usual, range, unit, help }) => ({
+        name,
+        type,
+        default: usual,
+        range,
+        unit,
+        help,
+      })),
     });
   },
 };

@@ -1,12 +1,14 @@
 import { defineConfig } from 'vitest/config';
+import { kBuildings } from './tests/browser/buildings';
 
-// All tests share one building, so one runs after another.
+// As many files at once as there are buildings; the tests of a file share one, and run one after another.
 export default defineConfig({
   test: {
     dir: 'tests/browser',
     globalSetup: 'tests/browser/global_setup.ts',
-    fileParallelism: false,
-    testTimeout: 240_000,
-    hookTimeout: 240_000,
+    pool: 'forks',
+    poolOptions: { forks: { minForks: kBuildings, maxForks: kBuildings } },
+    testTimeout: 600_000,
+    hookTimeout: 600_000,
   },
 });

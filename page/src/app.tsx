@@ -3,9 +3,10 @@ import { useEffect, useState } from 'preact/hooks';
 import { Icon } from './icons';
 import { tabOf } from './model/fields';
 import { useStore } from './model/store';
-import { TabName, tabNames } from './model/tabs';
+import { role } from './model/role';
+import { TabName, tabNames, viewersTabs } from './model/tabs';
 import { CameraStatus, StatusBadge } from './parts/status';
-import { pulse, settings, usePulse, useSettings } from './stores';
+import { pulse, settings, usePulse, useRole, useSettings } from './stores';
 import { AdvancedTab } from './tabs/advanced';
 import { AreasTab } from './tabs/areas';
 import { CamerasTab } from './tabs/cameras';
@@ -52,7 +53,13 @@ function useUnsavedGuard(): void {
       if (settings.edits.size > 0) event.preventDefault();
     };
     const undo = (event: KeyboardEvent) => {
-      if (event.key === 'z' && (event.ctrlKey || event.metaKey) && !event.shiftKey && settings.canUndo && isForSettings(event)) {
+      if (
+        event.key === 'z' &&
+        (event.ctrlKey || event.metaKey) &&
+        !event.shiftKey &&
+        settings.canUndo &&
+        isForSettings(event)
+      ) {
         event.preventDefault();
         settings.undo();
       }
@@ -80,7 +87,7 @@ function useFreshSettings(): void {
     document.addEventListener('visibilitychange', comeBack);
     // Behind an answer of the camera: before it, a login might be asked for twice.
     const leave = pulse.watch(() => {
-      if (pulse.connection !== 'ok') return;
+      if (pulse.connection !== 'ok' || role.isViewer) return;
       const isFresh = generation === pulse.generation && performance.now() - readAt < kFresh && !settings.trouble;
       if (isFresh) return;
       generation = pulse.generation;
@@ -97,7 +104,13 @@ function useFreshSettings(): void {
 function ThemeButton() {
   const { chosen } = useStore(theme);
   return (
-    <button type="button" class="quiet icon-button" title={texts.theme[chosen]} aria-label={texts.theme[chosen]} onClick={() => theme.next()}>
+    <button
+      type="button"
+      class="quiet icon-button"
+      title={texts.theme[chosen]}
+      aria-label={texts.theme[chosen]}
+      onClick={() => theme.next()}
+    >
       <Icon name="theme" />
     </button>
   );
@@ -107,7 +120,11 @@ function ConnectionBadge() {
   const { connection, panel } = usePulse();
   return (
     <span role="status" data-testid="status">
-      {panel ? <CameraStatus camera={panel.cameras[0]} /> : <StatusBadge status={texts.connection[connection]} tone={connection === 'asking' ? 'neutral' : 'bad'} />}
+      {panel ? (
+        <CameraStatus camera={panel.cameras[0]} />
+      ) : (
+        <StatusBadge status={texts.connection[connection]} tone={connection === 'asking' ? 'neutral' : 'bad'} />
+      )}
     </span>
   );
 }
@@ -134,14 +151,17 @@ function CameraName() {
 
 function Tabs({ current }: { current: TabName }) {
   const { edits } = useSettings();
+  const { isViewer } = useRole();
   const unsaved = new Set([...edits.keys()].map(tabOf));
   return (
     <nav class="tabs" aria-label={texts.tabs.label}>
-      {tabNames.map((name) => (
+      {(isViewer ? viewersTabs : tabNames).map((name) => (
         <a key={name} href={`#/${name}`} aria-current={name === current ? 'page' : undefined}>
           <Icon name={name} />
           <span>{texts.tabs[name]}</span>
-          {unsaved.has(name) && <span class="mark" role="img" aria-label={texts.tabs.unsaved} title={texts.tabs.unsaved} />}
+          {unsaved.has(name) && (
+            <span class="mark" role="img" aria-label={texts.tabs.unsaved} title={texts.tabs.unsaved} />
+          )}
         </a>
       ))}
     </nav>
@@ -149,7 +169,8 @@ function Tabs({ current }: { current: TabName }) {
 }
 
 export function App() {
-  const tab = useTab();
+  const asked = useTab();
+  const tab = useRole().isViewer && !viewersTabs.includes(asked) ? 'live' : asked;
   useUnsavedGuard();
   useFreshSettings();
   useEffect(() => pulse.start(), []);
@@ -161,7 +182,14 @@ export function App() {
   const Tab = tabs[tab];
   return (
     <>
-      <a class="skip" href="#content" onClick={(event) => { event.preventDefault(); document.getElementById('content')!.focus(); }}>
+      <a
+        class="skip"
+        href="#content"
+        onClick={(event) => {
+          event.preventDefault();
+          document.getElementById('content')!.focus();
+        }}
+      >
         {texts.skip}
       </a>
       <header class="top">

@@ -2,6 +2,7 @@ import { useEffect } from 'preact/hooks';
 import { reportMinutes } from './model/parameters';
 import { Pulse } from './model/pulse';
 import { ReportStore } from './model/report_store';
+import { role } from './model/role';
 import { SettingsStore } from './model/settings_store';
 import { useStore } from './model/store';
 
@@ -13,6 +14,7 @@ export const reports = new ReportStore();
 
 export const usePulse = () => useStore(pulse);
 export const useSettings = () => useStore(settings);
+export const useRole = () => useStore(role);
 export const useReports = () => useStore(reports);
 
 /** The report, read again as often as the camera writes it, and how many minutes that are. */

@@ -1,4 +1,5 @@
 import { loginCheck, webService } from '../camera';
+import { role } from './role';
 
 /** Why the camera gave no answer. */
 export type Trouble = 'signedOut' | 'restarting' | 'unreachable' | 'refused';
@@ -14,6 +15,8 @@ export class CameraError extends Error {
 }
 
 const kMostWait = 15_000;
+/** No other page may send it: without it, the web server lets no browser change anything. */
+const kOfThisPage = { 'X-Senvo-Page': '1' };
 /** For somebody who is asked for the login. */
 const kMostSignIn = 180_000;
 
@@ -26,7 +29,10 @@ export async function request(address: string, options: RequestInit = {}): Promi
     const reason: unknown = options.signal?.reason;
     throw reason instanceof CameraError ? reason : new CameraError('unreachable', 0);
   }
-  if (response.ok) return response;
+  if (response.ok) {
+    role.tell(response);
+    return response;
+  }
   throw new CameraError(troubleOf(response.status), response.status);
 }
 
@@ -46,7 +52,11 @@ export async function signIn(question: AbortController, asks: () => void): Promi
   const giveUp = (trouble: Trouble) => question.abort(new CameraError(trouble, 0));
   const probe = setTimeout(async () => {
     // Without a login the web server refuses at once, if it is there.
-    const refused = await fetch(loginCheck, { cache: 'no-store', credentials: 'omit', signal: AbortSignal.timeout(kMostWait) }).catch(() => null);
+    const refused = await fetch(loginCheck, {
+      cache: 'no-store',
+      credentials: 'omit',
+      signal: AbortSignal.timeout(kMostWait),
+    }).catch(() => null);
     if (isOver) return;
     if (refused?.status === 401) asks();
     else giveUp('unreachable');
@@ -66,7 +76,9 @@ export function actionAddress(action: string): string {
 }
 
 export async function ask(action: string): Promise<string> {
-  return (await request(actionAddress(action), { signal: AbortSignal.timeout(kMostWait) })).text();
+  return (
+    await request(actionAddress(action), { headers: kOfThisPage, signal: AbortSignal.timeout(kMostWait) })
+  ).text();
 }
 
 /** Asks for several things of one moment. They come in one answer, each but the first behind a head of its own. */
@@ -78,7 +90,7 @@ export async function post(action: string, body: string): Promise<void> {
   await request(actionAddress(action), {
     method: 'POST',
     body,
-    headers: { 'Content-Type': 'text/xml' },
+    headers: { ...kOfThisPage, 'Content-Type': 'text/xml' },
     signal: AbortSignal.timeout(kMostWait),
   });
 }

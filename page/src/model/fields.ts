@@ -5,9 +5,15 @@ import { shownParameter, parameterOf } from './parameters';
 import { TabName } from './tabs';
 
 const tabsOf: [RegExp, TabName][] = [
-  [/^(Detection|Exclusion|Entrance)(\d|sControlPoints)|^DetectionControlPoints$|^IsCameraInside$|^LocatorAtBottom$/, 'areas'],
+  [
+    /^(Detection|Exclusion|Entrance)(\d|sControlPoints)|^DetectionControlPoints$|^IsCameraInside$|^LocatorAtBottom$/,
+    'areas',
+  ],
   [/^(CamName|RepInt|FO\d+_.*)$/, 'cameras'],
-  [/^(VerboseLog|DetectionOverlaysOn|AnonOverlaysOn|Selected(Detection|Anon)Overlay|IsOccResOn|OccAutoResTime)$/, 'advanced'],
+  [
+    /^(VerboseLog|DetectionOverlaysOn|AnonOverlaysOn|Selected(Detection|Anon)Overlay|IsOccResOn|OccAutoResTime)$/,
+    'advanced',
+  ],
 ];
 
 /** The tab on which a setting is changed. */
@@ -30,7 +36,10 @@ export function labelOf(tag: string): string {
 export function nameOf(tag: string): string {
   const [, kind, number] = /^(Detection|Exclusion|Entrance|FO)(\d+)/.exec(tag) ?? [];
   if (!kind) return labelOf(tag);
-  const whose = kind === 'FO' ? texts.follower(Number(number)) : texts.areas.name[kind as keyof typeof texts.areas.name](Number(number));
+  const whose =
+    kind === 'FO'
+      ? texts.follower(Number(number))
+      : texts.areas.name[kind as keyof typeof texts.areas.name](Number(number));
   return `${whose}: ${labelOf(tag)}`;
 }
 

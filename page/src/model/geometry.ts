@@ -18,8 +18,10 @@ function cross(a: Point, b: Point, c: Point): number {
 function onSegment(a: Point, b: Point, p: Point): boolean {
   return (
     cross(a, b, p) === 0 &&
-    Math.min(a.x, b.x) <= p.x && p.x <= Math.max(a.x, b.x) &&
-    Math.min(a.y, b.y) <= p.y && p.y <= Math.max(a.y, b.y)
+    Math.min(a.x, b.x) <= p.x &&
+    p.x <= Math.max(a.x, b.x) &&
+    Math.min(a.y, b.y) <= p.y &&
+    p.y <= Math.max(a.y, b.y)
   );
 }
 
@@ -49,8 +51,13 @@ export function crossesItself(polygon: Point[]): boolean {
       const closes = (j + 1) % n === i;
       if (follows || closes) {
         // Neighbours share a corner; beyond it they may only run on top of one another.
-        if (n > 2 && ((follows && onSegment(a, b, d)) || (follows && onSegment(c, d, a)) ||
-            (closes && onSegment(c, d, b)) || (closes && onSegment(a, b, c)))) {
+        if (
+          n > 2 &&
+          ((follows && onSegment(a, b, d)) ||
+            (follows && onSegment(c, d, a)) ||
+            (closes && onSegment(c, d, b)) ||
+            (closes && onSegment(a, b, c)))
+        ) {
           return true;
         }
       } else if (segmentsMeet(a, b, c, d)) {
@@ -73,7 +80,8 @@ function holds(polygon: Point[], p: Point): boolean {
   for (let i = 0; i < polygon.length; ++i) {
     const [a, b] = [polygon[i], polygon[(i + 1) % polygon.length]];
     const edge = distance(a, b);
-    if (edge > 0 && Math.abs(cross(a, b, p)) / edge < 1e-6 && distance(a, p) + distance(p, b) < edge + 1e-6) return true;
+    if (edge > 0 && Math.abs(cross(a, b, p)) / edge < 1e-6 && distance(a, p) + distance(p, b) < edge + 1e-6)
+      return true;
     if (a.y > p.y !== b.y > p.y && p.x < a.x + ((p.y - a.y) / (b.y - a.y)) * (b.x - a.x)) inside = !inside;
   }
   return inside;
@@ -104,7 +112,8 @@ export function narrowestPassage(polygon: Point[], spot: number): number {
   let narrowest = Infinity;
   const consider = (from: Point, to: Point, beside: Point = { x: 0, y: 0 }) => {
     const width = distance(from, to);
-    if (width < narrowest && holds(corners, { x: (from.x + to.x) / 2 + beside.x, y: (from.y + to.y) / 2 + beside.y })) narrowest = width;
+    if (width < narrowest && holds(corners, { x: (from.x + to.x) / 2 + beside.x, y: (from.y + to.y) / 2 + beside.y }))
+      narrowest = width;
   };
   for (let i = 0; i < n; ++i) {
     const p = corners[i];
@@ -182,8 +191,20 @@ export function moved(polygon: Point[], by: Point, size: Size): Point[] {
     const [lowest, highest] = [Math.min(...values), Math.max(...values)];
     return lowest < 0 || highest > most ? wanted : Math.max(-lowest, Math.min(most - highest, wanted));
   };
-  const dx = Math.round(limit(polygon.map((p) => p.x), by.x, size.width - 1));
-  const dy = Math.round(limit(polygon.map((p) => p.y), by.y, size.height - 1));
+  const dx = Math.round(
+    limit(
+      polygon.map((p) => p.x),
+      by.x,
+      size.width - 1,
+    ),
+  );
+  const dy = Math.round(
+    limit(
+      polygon.map((p) => p.y),
+      by.y,
+      size.height - 1,
+    ),
+  );
   return polygon.map((p) => ({ x: p.x + dx, y: p.y + dy }));
 }
 

@@ -92,7 +92,8 @@ export async function* pictures(response: Response, patience: number): AsyncGene
     }
   };
   try {
-    for (let part = await within(patience, next()); part; part = await within(patience, next())) yield new Blob([part], { type: 'image/jpeg' });
+    for (let part = await within(patience, next()); part; part = await within(patience, next()))
+      yield new Blob([part], { type: 'image/jpeg' });
   } finally {
     body.cancel().catch(() => {});
   }

@@ -58,7 +58,13 @@ export function parameterOf(tag: string): Parameter | undefined {
   if (tag !== 'MaxDisappear' || !parameter) return parameter;
   const seconds = (cycles: number) => cycles / Math.trunc(1000 / kCycle);
   const [least, most] = parameter.range!;
-  return { ...parameter, type: 'float', default: String(seconds(Number(parameter.default))), range: [seconds(least), seconds(most)], unit: 'seconds' };
+  return {
+    ...parameter,
+    type: 'float',
+    default: String(seconds(Number(parameter.default))),
+    range: [seconds(least), seconds(most)],
+    unit: 'seconds',
+  };
 }
 
 /** The parameter behind a setting that the page shows. */

@@ -33,7 +33,12 @@ type Heading = Omit<Column, 'values'>;
 export function readHeading(name: string): Heading | null {
   let found = kArea.exec(name);
   if (found) {
-    return { measure: found[1] ? 'average' : 'crowd', place: Number(found[2]), objectClass: found[3], camera: found[4] };
+    return {
+      measure: found[1] ? 'average' : 'crowd',
+      place: Number(found[2]),
+      objectClass: found[3],
+      camera: found[4],
+    };
   }
   found = kEntrance.exec(name);
   if (found) {
@@ -103,7 +108,10 @@ export class ReportReader {
 
   finish(): Report {
     if (this.rest.length > 0) this.line(this.rest, 0, this.rest.length);
-    const columns = (this.headings ?? []).map((heading, i) => ({ ...heading, values: this.values[i].slice(0, this.rows) }));
+    const columns = (this.headings ?? []).map((heading, i) => ({
+      ...heading,
+      values: this.values[i].slice(0, this.rows),
+    }));
     return { times: this.times.slice(0, this.rows), columns, skipped: this.skipped };
   }
 
@@ -219,7 +227,8 @@ export function answer(report: Report, question: Question): Answer {
       for (const values of columns[i]) sum += values[row];
       const points = series[i].values;
       if (isNew) points.push(sum);
-      else points[points.length - 1] = adds ? points[points.length - 1] + sum : Math.max(points[points.length - 1], sum);
+      else
+        points[points.length - 1] = adds ? points[points.length - 1] + sum : Math.max(points[points.length - 1], sum);
     }
   }
   series.sort((a, b) => (a.key < b.key ? -1 : 1));
@@ -242,13 +251,27 @@ export function dayOf(moment: Date): number {
  * What went through each entrance of a camera on a day, by the entrance's number, in periods of so many seconds that
  * began on it; null when the report has none. A camera whose clock is ahead may already be in the next day.
  */
-export function passedOn(report: Report, camera: string, day: number, period: number): Map<string, PassedThrough> | null {
+export function passedOn(
+  report: Report,
+  camera: string,
+  day: number,
+  period: number,
+): Map<string, PassedThrough> | null {
   const last = report.times.length > 0 ? startOf(report.times, report.times.length - 1, period) : -Infinity;
   const from = Math.max(day, Math.floor(last / kDay) * kDay);
   if (last < from) return null;
   const sums = new Map<string, PassedThrough>();
   for (const measure of ['entries', 'exits'] as const) {
-    for (const { key, values } of answer(report, { measure, split: 'place', camera, objectClass: null, from, to: Infinity, bucket: 0, period }).series) {
+    for (const { key, values } of answer(report, {
+      measure,
+      split: 'place',
+      camera,
+      objectClass: null,
+      from,
+      to: Infinity,
+      bucket: 0,
+      period,
+    }).series) {
       const sum = sums.get(key) ?? { entries: 0, exits: 0 };
       sum[measure] = values.reduce((all, value) => all + value, 0);
       sums.set(key, sum);

@@ -4,6 +4,9 @@ import { fetchReport } from './report_fetch';
 
 self.onmessage = async (event: MessageEvent<string>) => {
   const answer = await fetchReport(event.data);
-  const buffers = 'report' in answer ? [answer.report.times.buffer, ...answer.report.columns.map((column) => column.values.buffer)] : [];
+  const buffers =
+    'report' in answer
+      ? [answer.report.times.buffer, ...answer.report.columns.map((column) => column.values.buffer)]
+      : [];
   self.postMessage(answer, { transfer: buffers });
 };

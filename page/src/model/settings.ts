@@ -65,7 +65,9 @@ export function isWritten(tag: string, sent: string, back: string, size: Size): 
 
 /** The settings of which the camera holds something else than it was sent. */
 export function altered(sent: Values, back: Values, size: Size): string[] {
-  return [...sent].filter(([tag, value]) => tag !== kDownloadOnly && !isWritten(tag, value, back.get(tag) ?? '', size)).map(([tag]) => tag);
+  return [...sent]
+    .filter(([tag, value]) => tag !== kDownloadOnly && !isWritten(tag, value, back.get(tag) ?? '', size))
+    .map(([tag]) => tag);
 }
 
 /**
@@ -78,9 +80,12 @@ export function withWholeOutlines(loaded: Values, edits: Values, latest: Values)
   const whole = new Map(edits);
   for (const kind of areaKinds) {
     const count = cornersTag[kind];
-    const outlines = Array.from({ length: kAreas }, (_, i) => [...seen.keys()].filter((tag) => isCoordinate(tag) && tag.startsWith(`${kind}${i + 1}_`)));
+    const outlines = Array.from({ length: kAreas }, (_, i) =>
+      [...seen.keys()].filter((tag) => isCoordinate(tag) && tag.startsWith(`${kind}${i + 1}_`)),
+    );
     const isEdited = (tags: string[]) => tags.some((tag) => edits.has(tag));
-    if (count && seen.get(count) !== latest.get(count) && isEdited([count, ...outlines.flat()])) outlines.push([count, ...outlines.flat()]);
+    if (count && seen.get(count) !== latest.get(count) && isEdited([count, ...outlines.flat()]))
+      outlines.push([count, ...outlines.flat()]);
     for (const tags of outlines.filter(isEdited)) for (const tag of tags) whole.set(tag, seen.get(tag) ?? '');
   }
   return whole;
@@ -146,9 +151,20 @@ export function polygonOf(values: Values, kind: AreaKind, number: number, size: 
 }
 
 /** The changes that draw an area so; a corner that stays on its pixel stays as it is written. */
-export function polygonChanges(loaded: Values, kind: AreaKind, number: number, polygon: Point[], size: Size): [string, string][] {
+export function polygonChanges(
+  loaded: Values,
+  kind: AreaKind,
+  number: number,
+  polygon: Point[],
+  size: Size,
+): [string, string][] {
   return polygon.flatMap((point, i) =>
-    ([[2 * i, point.x, size.width], [2 * i + 1, point.y, size.height]] as const).map(([at, pixel, length]): [string, string] => {
+    (
+      [
+        [2 * i, point.x, size.width],
+        [2 * i + 1, point.y, size.height],
+      ] as const
+    ).map(([at, pixel, length]): [string, string] => {
       const tag = `${kind}${number}_${at}`;
       const before = loaded.get(tag);
       return [tag, before !== undefined && pixelOf(before, length) === pixel ? before : fractionOf(pixel, length)];

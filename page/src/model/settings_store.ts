@@ -2,7 +2,19 @@ import { ask, CameraError, post, Trouble } from './api';
 import { Point, Size } from './geometry';
 import { readResolution, readResolutions } from './readers';
 import {
-  altered, AreaKind, differences, edited, isWritten, polygonChanges, polygonOf, problems, readSettings, rebased, uploadBody, Values, withEdits,
+  altered,
+  AreaKind,
+  differences,
+  edited,
+  isWritten,
+  polygonChanges,
+  polygonOf,
+  problems,
+  readSettings,
+  rebased,
+  uploadBody,
+  Values,
+  withEdits,
   withWholeOutlines,
 } from './settings';
 import { Store } from './store';
@@ -157,7 +169,9 @@ export class SettingsStore extends Store {
 
   /** Whether a value of the camera is one that was sent from here. */
   private isMine(tag: string, value: string | undefined): boolean {
-    return value !== undefined && this.sent.some(([name, mine]) => name === tag && isWritten(tag, mine, value, this.size));
+    return (
+      value !== undefined && this.sent.some(([name, mine]) => name === tag && isWritten(tag, mine, value, this.size))
+    );
   }
 
   private async send(latest: Values, changes: Values): Promise<void> {
@@ -186,7 +200,8 @@ export class SettingsStore extends Store {
       await post('set_post_parameters', uploadBody(all));
     } catch (error) {
       // Of what was refused the camera may hold some already, but it has stored nothing: every edit is still to be saved.
-      if (error instanceof CameraError && error.trouble === 'refused') this.loaded = await this.latest().catch(() => this.loaded);
+      if (error instanceof CameraError && error.trouble === 'refused')
+        this.loaded = await this.latest().catch(() => this.loaded);
       throw error;
     }
   }

@@ -1,2 +1,5 @@
 export const tabNames = ['live', 'areas', 'detection', 'reports', 'cameras', 'advanced'] as const;
 export type TabName = (typeof tabNames)[number];
+
+/** Those of somebody who changes nothing. */
+export const viewersTabs: readonly TabName[] = ['live', 'reports'];

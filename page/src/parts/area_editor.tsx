@@ -59,7 +59,8 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
   const tapped = useRef<SVGElement | null>(null);
   const following = useRef(false);
   const resolution = `${size.width}x${size.height}`;
-  const shown = areaKinds.flatMap((kind) => [1, 2, 3].map((number) => ({ kind, number })))
+  const shown = areaKinds
+    .flatMap((kind) => [1, 2, 3].map((number) => ({ kind, number })))
     .filter(({ kind, number }) => store.values.get(`${kind}${number}_Active`) === '1' || isSelected(kind, number));
 
   function isSelected(kind: AreaKind, number: number): boolean {
@@ -69,7 +70,10 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
   /** Where on the picture a pointer is. */
   function at(event: PointerEvent): Point {
     const frame = svg.current!.getBoundingClientRect();
-    return { x: ((event.clientX - frame.left) / frame.width) * size.width, y: ((event.clientY - frame.top) / frame.height) * size.height };
+    return {
+      x: ((event.clientX - frame.left) / frame.width) * size.width,
+      y: ((event.clientY - frame.top) / frame.height) * size.height,
+    };
   }
 
   /**
@@ -78,7 +82,9 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
    */
   function meant(event: MouseEvent, what: string): Element | null {
     const under = [event.target as Element, ...document.elementsFromPoint(event.clientX, event.clientY)];
-    const found = under.map((element) => element.closest(what)).filter((element) => element !== null && svg.current!.contains(element));
+    const found = under
+      .map((element) => element.closest(what))
+      .filter((element) => element !== null && svg.current!.contains(element));
     return found.find((element) => element!.closest('.selected')) ?? found[0] ?? null;
   }
 
@@ -147,7 +153,8 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     return polygon.map((p, i) => (i === corner ? insidePicture({ x: p.x + by.x, y: p.y + by.y }, size) : p));
   }
 
-  const partNamed = (kind: AreaKind, number: number, what: string) => svg.current!.querySelector<SVGElement>(`${what}[data-kind=${kind}][data-number="${number}"]`)!;
+  const partNamed = (kind: AreaKind, number: number, what: string) =>
+    svg.current!.querySelector<SVGElement>(`${what}[data-kind=${kind}][data-number="${number}"]`)!;
 
   // A corner that is taken back has its area left.
   useFocusKept(svg, () => partNamed(selected.kind, selected.number, 'polygon'));
@@ -158,7 +165,12 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
       const step = Math.max(1, Math.round(size.width * (event.shiftKey ? kBigStep : kStep)));
       const by = { x: arrow.x * step, y: arrow.y * step };
       const before = settings.polygon(kind, number);
-      settings.draw(kind, number, corner === null ? moved(before, by, size) : withCorner(before, corner, by), `keys ${kind}${number} ${corner}`);
+      settings.draw(
+        kind,
+        number,
+        corner === null ? moved(before, by, size) : withCorner(before, corner, by),
+        `keys ${kind}${number} ${corner}`,
+      );
     } else if (event.key === 'Enter' || event.key === ' ') {
       // Into the area, to its first corner, and out of it again.
       partNamed(kind, number, corner === null ? '.corner' : 'polygon').focus({ preventScroll: true });
@@ -185,10 +197,25 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     const halfName = Math.min(size.width / 2, kHalfLetter * name.length * scale);
     const nameAt = Math.max(halfName, Math.min(size.width - halfName, middle.x));
     return (
-      <g key={`${kind}${number}`} class={`area ${kind} ${active ? '' : 'off'} ${on ? 'selected' : ''}`} data-testid={`area-${kind}${number}`}>
-        <polygon points={polygon.map((p) => `${p.x},${p.y}`).join(' ')} tabIndex={0} role="button" aria-label={t.whole(name)} aria-describedby="areas-help"
-          data-kind={kind} data-number={number} onFocus={() => !on && onSelect({ kind, number, corner: null })} onKeyDown={(event) => press(event, kind, number, null)} />
-        <text x={nameAt} y={middle.y} font-size={14 * scale} stroke-width={3 * scale} aria-hidden="true">{name}</text>
+      <g
+        key={`${kind}${number}`}
+        class={`area ${kind} ${active ? '' : 'off'} ${on ? 'selected' : ''}`}
+        data-testid={`area-${kind}${number}`}
+      >
+        <polygon
+          points={polygon.map((p) => `${p.x},${p.y}`).join(' ')}
+          tabIndex={0}
+          role="button"
+          aria-label={t.whole(name)}
+          aria-describedby="areas-help"
+          data-kind={kind}
+          data-number={number}
+          onFocus={() => !on && onSelect({ kind, number, corner: null })}
+          onKeyDown={(event) => press(event, kind, number, null)}
+        />
+        <text x={nameAt} y={middle.y} font-size={14 * scale} stroke-width={3 * scale} aria-hidden="true">
+          {name}
+        </text>
         {on && <g id="grips">{polygon.map((p, i) => grips(kind, number, polygon, p, i))}</g>}
       </g>
     );
@@ -198,20 +225,40 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     const name = t.name[kind](number);
     const next = polygon[(i + 1) % polygon.length];
     const percent = (value: number, all: number) => Math.round((value / all) * 100);
-    const addable = cornersTag[kind] && polygon.length < kMostCorners && Math.hypot(next.x - p.x, next.y - p.y) > 5 * kGripRadius * scale;
+    const addable =
+      cornersTag[kind] &&
+      polygon.length < kMostCorners &&
+      Math.hypot(next.x - p.x, next.y - p.y) > 5 * kGripRadius * scale;
     return (
       <g key={i}>
         {addable && (
-          <g class="add" role="button" tabIndex={-1} aria-label={t.addHere(name, i + 1)} data-kind={kind} data-number={number} data-corner={i}
-            transform={`translate(${(p.x + next.x) / 2} ${(p.y + next.y) / 2}) scale(${scale})`}>
+          <g
+            class="add"
+            role="button"
+            tabIndex={-1}
+            aria-label={t.addHere(name, i + 1)}
+            data-kind={kind}
+            data-number={number}
+            data-corner={i}
+            transform={`translate(${(p.x + next.x) / 2} ${(p.y + next.y) / 2}) scale(${scale})`}
+          >
             <circle r={kAddRadius} />
             <path d="M-3.5 0h7M0 -3.5v7" />
           </g>
         )}
-        <g class={`corner ${selected.corner === i ? 'chosen' : ''}`} role="button" tabIndex={0} aria-describedby="areas-help" data-testid={`corner-${i + 1}`}
+        <g
+          class={`corner ${selected.corner === i ? 'chosen' : ''}`}
+          role="button"
+          tabIndex={0}
+          aria-describedby="areas-help"
+          data-testid={`corner-${i + 1}`}
           aria-label={t.corner(name, i + 1, percent(p.x, size.width), percent(p.y, size.height))}
-          data-kind={kind} data-number={number} data-corner={i} onFocus={() => onSelect({ kind, number, corner: i })}
-          onKeyDown={(event) => press(event, kind, number, i)}>
+          data-kind={kind}
+          data-number={number}
+          data-corner={i}
+          onFocus={() => onSelect({ kind, number, corner: i })}
+          onKeyDown={(event) => press(event, kind, number, i)}
+        >
           <circle class="touch" cx={p.x} cy={p.y} r={kTouchRadius * scale} />
           <circle class="grip" cx={p.x} cy={p.y} r={kGripRadius * scale} />
         </g>
@@ -221,8 +268,18 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
 
   return (
     <Picture resolution={store.resolutions.includes(resolution) ? resolution : ''} size={size}>
-      <svg ref={svg} class="editor" viewBox={`0 0 ${size.width} ${size.height}`} preserveAspectRatio="none" role="application" aria-label={t.editor} aria-describedby="areas-help"
-        onPointerDown={drag} onClick={click} onTouchStart={(event) => following.current && event.preventDefault()}>
+      <svg
+        ref={svg}
+        class="editor"
+        viewBox={`0 0 ${size.width} ${size.height}`}
+        preserveAspectRatio="none"
+        role="application"
+        aria-label={t.editor}
+        aria-describedby="areas-help"
+        onPointerDown={drag}
+        onClick={click}
+        onTouchStart={(event) => following.current && event.preventDefault()}
+      >
         {shown.map(({ kind, number }) => area(kind, number))}
         {/* The grips of the selected area once more, on top of everything. */}
         <use href="#grips" aria-hidden="true" pointer-events="none" />

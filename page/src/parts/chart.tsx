@@ -38,7 +38,14 @@ const isDashed = (line: number) => line >= kColours;
 /** Times are drawn as they are, without a time zone. */
 const zoneless = (seconds: number) => {
   const utc = new Date(seconds * 1000);
-  return new Date(utc.getUTCFullYear(), utc.getUTCMonth(), utc.getUTCDate(), utc.getUTCHours(), utc.getUTCMinutes(), utc.getUTCSeconds());
+  return new Date(
+    utc.getUTCFullYear(),
+    utc.getUTCMonth(),
+    utc.getUTCDate(),
+    utc.getUTCHours(),
+    utc.getUTCMinutes(),
+    utc.getUTCSeconds(),
+  );
 };
 
 function colour(name: string): string {
@@ -54,7 +61,11 @@ export function Chart({ label, times, areEnds, lines, bars, window, onWindow }: 
 
   useEffect(() => {
     const element = place.current!;
-    const axis = { stroke: colour('--muted-now'), grid: { stroke: colour('--line-now'), width: 1 }, ticks: { stroke: colour('--line-now'), width: 1 } };
+    const axis = {
+      stroke: colour('--muted-now'),
+      grid: { stroke: colour('--line-now'), width: 1 },
+      ticks: { stroke: colour('--line-now'), width: 1 },
+    };
     const options: uPlot.Options = {
       width: element.clientWidth,
       height: kHeight,
@@ -64,11 +75,24 @@ export function Chart({ label, times, areEnds, lines, bars, window, onWindow }: 
       cursor: { drag: { x: true, y: false, setScale: false } },
       scales: { y: { range: (_, __, most) => [0, Math.max(4, most * 1.1)] } },
       axes: [
-        { ...axis, space: kLeastLabelWidth, size: 52, values: (_, points, __, ___, apart) => axisLabels(points, apart) },
-        { ...axis, size: 56, incrs: [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10_000, 100_000, 1_000_000], values: (_, points) => points.map(String) },
+        {
+          ...axis,
+          space: kLeastLabelWidth,
+          size: 52,
+          values: (_, points, __, ___, apart) => axisLabels(points, apart),
+        },
+        {
+          ...axis,
+          size: 56,
+          incrs: [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10_000, 100_000, 1_000_000],
+          values: (_, points) => points.map(String),
+        },
       ],
       series: [
-        { label: areEnds ? texts.reports.until : texts.reports.from, value: (_, seconds) => (seconds === null ? texts.reports.pointAt : dateTimeOf(seconds)) },
+        {
+          label: areEnds ? texts.reports.until : texts.reports.from,
+          value: (_, seconds) => (seconds === null ? texts.reports.pointAt : dateTimeOf(seconds)),
+        },
         ...lines.map((line, i) => ({
           label: line.label,
           stroke: colour(`--series-${(i % kColours) + 1}`),
@@ -94,11 +118,15 @@ export function Chart({ label, times, areEnds, lines, bars, window, onWindow }: 
     plot.current = drawn;
     const observer = new ResizeObserver(() => drawn.setSize({ width: element.clientWidth, height: kHeight }));
     observer.observe(element);
-    const letGo = onPinch(drawn.over, () => [drawn.scales.x.min!, drawn.scales.x.max!], ([from, to]) => {
-      const [first, last] = [times[0], times[times.length - 1]];
-      const wanted: [number, number] = [Math.max(first, from), Math.min(last, to)];
-      onWindow(wanted[0] <= first && wanted[1] >= last ? null : wanted);
-    });
+    const letGo = onPinch(
+      drawn.over,
+      () => [drawn.scales.x.min!, drawn.scales.x.max!],
+      ([from, to]) => {
+        const [first, last] = [times[0], times[times.length - 1]];
+        const wanted: [number, number] = [Math.max(first, from), Math.min(last, to)];
+        onWindow(wanted[0] <= first && wanted[1] >= last ? null : wanted);
+      },
+    );
     return () => {
       letGo();
       observer.disconnect();

@@ -4,7 +4,15 @@ import { texts } from '../texts';
 import { focusOn } from './focus';
 
 /** A question in front of everything else. Escape is the same as cancelling. However it closes, its opener has the focus again. */
-export function Dialog({ title, children, onClose }: { title: string; children: ComponentChildren; onClose: () => void }) {
+export function Dialog({
+  title,
+  children,
+  onClose,
+}: {
+  title: string;
+  children: ComponentChildren;
+  onClose: () => void;
+}) {
   const dialog = useRef<HTMLDialogElement>(null);
   const id = useId();
   useLayoutEffect(() => {
@@ -18,7 +26,14 @@ export function Dialog({ title, children, onClose }: { title: string; children: 
     };
   }, []);
   return (
-    <dialog ref={dialog} aria-labelledby={id} onCancel={(event) => { event.preventDefault(); onClose(); }}>
+    <dialog
+      ref={dialog}
+      aria-labelledby={id}
+      onCancel={(event) => {
+        event.preventDefault();
+        onClose();
+      }}
+    >
       <h2 id={id}>{title}</h2>
       {children}
     </dialog>

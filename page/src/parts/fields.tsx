@@ -34,8 +34,14 @@ export function Frame({ id, tag, problem, changed, help = helpOf(tag), children 
     <div class={`field ${changed ? 'changed' : ''}`}>
       <label for={id}>{labelOf(tag)}</label>
       <div class="control">{children}</div>
-      {help && <p class="help" id={`${id}-help`}>{help}</p>}
-      <p class="problem" id={`${id}-problem`} aria-live="polite">{problem}</p>
+      {help && (
+        <p class="help" id={`${id}-help`}>
+          {help}
+        </p>
+      )}
+      <p class="problem" id={`${id}-problem`} aria-live="polite">
+        {problem}
+      </p>
     </div>
   );
 }
@@ -47,9 +53,17 @@ export function TextSetting({ tag, type = 'text' }: { tag: string; type?: string
   const { value, problem, changed, set } = useSetting(tag);
   return (
     <Frame {...{ id, tag, problem, changed }}>
-      <input id={id} name={tag} type={type} value={value} autocomplete="off" spellcheck={false}
-        aria-invalid={!!problem} aria-describedby={described(id)}
-        onInput={(event) => set(event.currentTarget.value)} />
+      <input
+        id={id}
+        name={tag}
+        type={type}
+        value={value}
+        autocomplete="off"
+        spellcheck={false}
+        aria-invalid={!!problem}
+        aria-describedby={described(id)}
+        onInput={(event) => set(event.currentTarget.value)}
+      />
     </Frame>
   );
 }
@@ -74,8 +88,18 @@ export function NumberSetting({ tag, step }: { tag: string; step?: number }) {
       {step !== undefined && (
         <input type="range" aria-label={labelOf(tag)} min={least} max={most} step={step} value={value} onInput={take} />
       )}
-      <input id={id} name={tag} type="text" inputMode="decimal" class="number" value={shown} autocomplete="off"
-        aria-invalid={!!problem} aria-describedby={described(id)} onInput={take} />
+      <input
+        id={id}
+        name={tag}
+        type="text"
+        inputMode="decimal"
+        class="number"
+        value={shown}
+        autocomplete="off"
+        aria-invalid={!!problem}
+        aria-describedby={described(id)}
+        onInput={take}
+      />
       {unit && <span class="unit">{unit}</span>}
     </Frame>
   );
@@ -88,11 +112,21 @@ export function SwitchSetting({ tag, name, plain = false }: { tag: string; name?
   return (
     <div class={`field switch ${changed ? 'changed' : ''}`}>
       <label title={plain ? helpOf(tag) : undefined}>
-        <input type="checkbox" name={tag} checked={value === '1'} aria-label={name} aria-describedby={plain ? undefined : `${id}-help`}
-          onChange={(event) => set(event.currentTarget.checked ? '1' : '0')} />
+        <input
+          type="checkbox"
+          name={tag}
+          checked={value === '1'}
+          aria-label={name}
+          aria-describedby={plain ? undefined : `${id}-help`}
+          onChange={(event) => set(event.currentTarget.checked ? '1' : '0')}
+        />
         <span>{labelOf(tag)}</span>
       </label>
-      {!plain && <p class="help" id={`${id}-help`}>{helpOf(tag)}</p>}
+      {!plain && (
+        <p class="help" id={`${id}-help`}>
+          {helpOf(tag)}
+        </p>
+      )}
     </div>
   );
 }
@@ -108,10 +142,19 @@ export function ChoiceSetting({ tag, helps }: { tag: keyof typeof texts.fields.c
       {texts.fields.choices[tag].map((label, i) => (
         <div class="choice" key={label}>
           <label>
-            <input type="radio" name={tag} value={i} checked={value === String(i)} aria-describedby={`${id}-${i}`} onChange={() => set(String(i))} />
+            <input
+              type="radio"
+              name={tag}
+              value={i}
+              checked={value === String(i)}
+              aria-describedby={`${id}-${i}`}
+              onChange={() => set(String(i))}
+            />
             <span>{label}</span>
           </label>
-          <p class="help" id={`${id}-${i}`}>{helps[i]}</p>
+          <p class="help" id={`${id}-${i}`}>
+            {helps[i]}
+          </p>
         </div>
       ))}
     </fieldset>
@@ -119,19 +162,37 @@ export function ChoiceSetting({ tag, helps }: { tag: keyof typeof texts.fields.c
 }
 
 /** choices: value and text of each. warning: what is wrong with the choice, though it can be saved. */
-export function SelectSetting({ tag, choices, warning }: { tag: string; choices: [string, string][]; warning?: string }) {
+export function SelectSetting({
+  tag,
+  choices,
+  warning,
+}: {
+  tag: string;
+  choices: [string, string][];
+  warning?: string;
+}) {
   const id = useId();
   const { value, changed, set } = useSetting(tag);
   const known = choices.some(([one]) => one === value);
   return (
     <Frame {...{ id, tag, changed }}>
-      <select id={id} name={tag} value={value} aria-describedby={`${described(id)} ${id}-warning`} onChange={(event) => set(event.currentTarget.value)}>
+      <select
+        id={id}
+        name={tag}
+        value={value}
+        aria-describedby={`${described(id)} ${id}-warning`}
+        onChange={(event) => set(event.currentTarget.value)}
+      >
         {!known && <option value={value}>{value}</option>}
         {choices.map(([one, text]) => (
-          <option key={one} value={one}>{text}</option>
+          <option key={one} value={one}>
+            {text}
+          </option>
         ))}
       </select>
-      <span id={`${id}-warning`} class="warning" role="status">{warning}</span>
+      <span id={`${id}-warning`} class="warning" role="status">
+        {warning}
+      </span>
     </Frame>
   );
 }

@@ -3,7 +3,7 @@ import { useEffect, useRef, useState } from 'preact/hooks';
 import { liveImage, liveStream } from '../camera';
 import { Size } from '../model/geometry';
 import { pictures, StandsStill } from '../model/live_stream';
-import { usePulse, useSettings } from '../stores';
+import { usePulse, useRole, useSettings } from '../stores';
 import { texts } from '../texts';
 
 const kRetry = 4000;
@@ -15,16 +15,29 @@ const kLongestReason = 160;
  * The live picture, with what is drawn on it. Where no stream comes, single pictures are fetched; where these do not
  * come either, or the stream stands still, words say why and it is tried again.
  */
-export function Picture({ resolution, size, children }: { resolution: string; size: Size; children?: ComponentChildren }) {
+export function Picture({
+  resolution,
+  size,
+  children,
+}: {
+  resolution: string;
+  size: Size;
+  children?: ComponentChildren;
+}) {
   const { connection, generation } = usePulse();
   const { loaded, trouble } = useSettings();
+  const { isViewer } = useRole();
   const image = useRef<HTMLImageElement>(null);
-  // The settings name the stream: one that is begun before them would be begun twice.
-  const wanted = connection === 'ok' && (loaded !== null || trouble !== null);
+  // The settings name the stream: one that is begun before them would be begun twice. A viewer does not get to see them.
+  const wanted = connection === 'ok' && (loaded !== null || trouble !== null || isViewer);
   const words = usePicture(image, resolution, wanted, generation);
-  const said = connection === 'ok' ? words : connection === 'asking' ? texts.picture.loading : texts.connection[connection];
+  const said =
+    connection === 'ok' ? words : connection === 'asking' ? texts.picture.loading : texts.connection[connection];
   return (
-    <div class={`picture ${children ? 'edited' : ''}`} style={{ aspectRatio: `${size.width} / ${size.height}`, maxWidth: `calc(75vh * ${size.width / size.height})` }}>
+    <div
+      class={`picture ${children ? 'edited' : ''}`}
+      style={{ aspectRatio: `${size.width} / ${size.height}`, maxWidth: `calc(75vh * ${size.width / size.height})` }}
+    >
       <img ref={image} hidden={said !== ''} alt={texts.picture.label} draggable={false} />
       {said && (
         <div class="no-picture" role="status">
@@ -38,7 +51,12 @@ export function Picture({ resolution, size, children }: { resolution: string; si
 }
 
 /** Shows pictures in an image as long as they are wanted; answers why none is seen, "" while one is. */
-function usePicture(image: { current: HTMLImageElement | null }, resolution: string, wanted: boolean, generation: number): string {
+function usePicture(
+  image: { current: HTMLImageElement | null },
+  resolution: string,
+  wanted: boolean,
+  generation: number,
+): string {
   const [words, setWords] = useState<string>(texts.picture.loading);
   useEffect(() => {
     setWords(texts.picture.loading);
@@ -54,7 +72,12 @@ function usePicture(image: { current: HTMLImageElement | null }, resolution: str
 }
 
 /** Fetches pictures until it is over: the stream, or single pictures where there is none. */
-async function follow(image: HTMLImageElement, resolution: string, over: AbortSignal, say: (words: string) => void): Promise<void> {
+async function follow(
+  image: HTMLImageElement,
+  resolution: string,
+  over: AbortSignal,
+  say: (words: string) => void,
+): Promise<void> {
   let streams = true;
   while (!over.aborted) {
     const outcome = await attempt(streams ? liveStream(resolution) : liveImage(resolution), image, over, () => say(''));
@@ -78,7 +101,12 @@ interface Outcome {
 }
 
 /** Shows what an address answers, until that ends. */
-async function attempt(address: string, image: HTMLImageElement, over: AbortSignal, shown: () => void): Promise<Outcome> {
+async function attempt(
+  address: string,
+  image: HTMLImageElement,
+  over: AbortSignal,
+  shown: () => void,
+): Promise<Outcome> {
   const giveUp = new AbortController();
   const end = () => giveUp.abort();
   over.addEventListener('abort', end);
@@ -97,7 +125,10 @@ async function attempt(address: string, image: HTMLImageElement, over: AbortSign
     return { words };
   } catch (error) {
     if (error instanceof StandsStill) return { words: texts.picture.stands(kMostWait / 1000) };
-    return { words: error instanceof DOMException && error.name === 'EncodingError' ? texts.picture.noImage : texts.picture.lost };
+    return {
+      words:
+        error instanceof DOMException && error.name === 'EncodingError' ? texts.picture.noImage : texts.picture.lost,
+    };
   } finally {
     clearTimeout(tooLong);
     end();

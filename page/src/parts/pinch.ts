@@ -1,5 +1,9 @@
 /** The values under two fingers stay under them: what span is seen then, given what was seen and where the fingers were and are, as fractions. */
-export function pinched([from, to]: [number, number], before: [number, number], now: [number, number]): [number, number] {
+export function pinched(
+  [from, to]: [number, number],
+  before: [number, number],
+  now: [number, number],
+): [number, number] {
   const values = before.map((at) => from + at * (to - from));
   const [left, right] = now[0] < now[1] ? now : [now[1], now[0]];
   const [low, high] = values[0] < values[1] ? values : [values[1], values[0]];
@@ -9,7 +13,11 @@ export function pinched([from, to]: [number, number], before: [number, number], 
 }
 
 /** Tells which span two fingers on an element ask for. Returns what ends it. */
-export function onPinch(element: HTMLElement, seen: () => [number, number], show: (span: [number, number]) => void): () => void {
+export function onPinch(
+  element: HTMLElement,
+  seen: () => [number, number],
+  show: (span: [number, number]) => void,
+): () => void {
   const fingers = new Map<number, number>();
   let start: { seen: [number, number]; at: [number, number] } | null = null;
   const at = (event: PointerEvent) => {
@@ -31,7 +39,12 @@ export function onPinch(element: HTMLElement, seen: () => [number, number], show
     fingers.delete(event.pointerId);
     start = null;
   };
-  const handlers = [['pointerdown', down], ['pointermove', move], ['pointerup', up], ['pointercancel', up]] as const;
+  const handlers = [
+    ['pointerdown', down],
+    ['pointermove', move],
+    ['pointerup', up],
+    ['pointercancel', up],
+  ] as const;
   for (const [name, handler] of handlers) element.addEventListener(name, handler);
   return () => {
     for (const [name, handler] of handlers) element.removeEventListener(name, handler);

@@ -18,12 +18,22 @@ export function SettingsFrame({ children, warning = '' }: { children: () => Comp
     return (
       <div class="card" role="status">
         <p>{trouble ? texts.settings.failed + texts.trouble[trouble] : texts.settings.loading}</p>
-        {trouble && <button type="button" onClick={() => settings.load()}>{texts.settings.again}</button>}
+        {trouble && (
+          <button type="button" onClick={() => settings.load()}>
+            {texts.settings.again}
+          </button>
+        )}
       </div>
     );
   }
   return (
-    <form autocomplete="off" onSubmit={(event) => { event.preventDefault(); if (canSave(settings)) void settings.submit(); }}>
+    <form
+      autocomplete="off"
+      onSubmit={(event) => {
+        event.preventDefault();
+        if (canSave(settings)) void settings.submit();
+      }}
+    >
       {children()}
       <SaveBar warning={warning} />
     </form>
@@ -45,18 +55,36 @@ function SaveBar({ warning }: { warning: string }) {
   useFocusKept(bar, () => said.current);
   return (
     <div ref={bar} class={`save-bar ${edits.size > 0 || words ? 'shown' : ''}`}>
-      <p ref={said} tabIndex={-1} class={isBad || problems.size > 0 ? 'problem' : ''} role={isBad ? 'alert' : 'status'} data-testid="save-state">
+      <p
+        ref={said}
+        tabIndex={-1}
+        class={isBad || problems.size > 0 ? 'problem' : ''}
+        role={isBad ? 'alert' : 'status'}
+        data-testid="save-state"
+      >
         {words}
       </p>
-      {warning && <p class="warning" data-testid="save-warning">{warning}</p>}
+      {warning && (
+        <p class="warning" data-testid="save-warning">
+          {warning}
+        </p>
+      )}
       {(edits.size > 0 || canUndo) && (
         <div class="actions">
-          {canUndo && <button type="button" onClick={() => store.undo()}>{texts.settings.undo}</button>}
+          {canUndo && (
+            <button type="button" onClick={() => store.undo()}>
+              {texts.settings.undo}
+            </button>
+          )}
           {edits.size > 0 && (
             <>
-              <button type="button" onClick={() => store.discard()}>{texts.settings.discard}</button>
+              <button type="button" onClick={() => store.discard()}>
+                {texts.settings.discard}
+              </button>
               {/* While it saves it keeps the focus, and does nothing. */}
-              <button type="submit" class="primary" disabled={problems.size > 0} aria-disabled={save.is === 'saving'}>{texts.settings.save}</button>
+              <button type="submit" class="primary" disabled={problems.size > 0} aria-disabled={save.is === 'saving'}>
+                {texts.settings.save}
+              </button>
             </>
           )}
         </div>
@@ -81,7 +109,10 @@ function sentence({ edits, problems, save }: SettingsStore): string {
   const said = outcomeOf(save);
   if (edits.size === 0) return said;
   const tabs = new Set([...edits.keys()].map(tabOf));
-  const changes = texts.settings.unsaved(byName(edits.keys()).size, tabNames.filter((tab) => tabs.has(tab)).map((tab) => texts.tabs[tab]));
+  const changes = texts.settings.unsaved(
+    byName(edits.keys()).size,
+    tabNames.filter((tab) => tabs.has(tab)).map((tab) => texts.tabs[tab]),
+  );
   return `${said} ${problems.size > 0 ? `${changes}, ${texts.settings.invalid(problems.size, ...firstOf(problems))}` : changes}`.trim();
 }
 
@@ -93,7 +124,11 @@ function outcomeOf(save: SettingsStore['save']): string {
   if (save.is === 'discarded') return texts.settings.discarded;
   if (save.is !== 'altered') return '';
   const names = [...byName(save.tags).keys()];
-  return texts.settings.altered(names.length > kMostNamed ? [...names.slice(0, kMostNamed - 1), texts.settings.others(names.length - kMostNamed + 1)] : names);
+  return texts.settings.altered(
+    names.length > kMostNamed
+      ? [...names.slice(0, kMostNamed - 1), texts.settings.others(names.length - kMostNamed + 1)]
+      : names,
+  );
 }
 
 const kMostShown = 12;
@@ -104,7 +139,11 @@ function changesOf(store: SettingsStore, theirs: string[], latest: ReadonlyMap<s
   return [...byName(theirs)].map(([name, tags]) => {
     const [tag] = tags;
     const [now, before] = [latest.get(tag) ?? '', store.loaded!.get(tag) ?? ''].map((value) => valueOf(tag, value));
-    const said = tag.endsWith('_Pwd') ? texts.settings.conflictHidden : isCoordinate(tag) ? texts.settings.conflictDrawn : texts.settings.conflictLine(now, before);
+    const said = tag.endsWith('_Pwd')
+      ? texts.settings.conflictHidden
+      : isCoordinate(tag)
+        ? texts.settings.conflictDrawn
+        : texts.settings.conflictLine(now, before);
     return { name, said, both: tags.some((one) => mine.has(one)) };
   });
 }
@@ -130,9 +169,15 @@ function Conflict({ theirs }: { theirs: string[] }) {
         <strong>{texts.settings.conflictTheirs}</strong> {texts.settings.conflictTheirsHelp}
       </p>
       <div class="actions">
-        <button type="button" onClick={() => store.dismissConflict()}>{texts.dialog.cancel}</button>
-        <button type="button" onClick={() => store.takeTheirs()}>{texts.settings.conflictTheirs}</button>
-        <button type="button" class="primary" onClick={() => store.saveMine()}>{texts.settings.conflictMine}</button>
+        <button type="button" onClick={() => store.dismissConflict()}>
+          {texts.dialog.cancel}
+        </button>
+        <button type="button" onClick={() => store.takeTheirs()}>
+          {texts.settings.conflictTheirs}
+        </button>
+        <button type="button" class="primary" onClick={() => store.saveMine()}>
+          {texts.settings.conflictMine}
+        </button>
       </div>
     </Dialog>
   );

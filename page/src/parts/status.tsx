@@ -14,7 +14,11 @@ export function toneOf(status: string): Tone {
 }
 
 export function StatusBadge({ status, tone, title }: { status: string; tone: Tone; title?: string }) {
-  return <span class={`badge ${tone}`} title={title}>{status}</span>;
+  return (
+    <span class={`badge ${tone}`} title={title}>
+      {status}
+    </span>
+  );
 }
 
 /** The status of a camera, or why it is not known. */
@@ -24,6 +28,7 @@ export function CameraStatus({ camera: { index, status } }: { camera: PanelCamer
     const words = index === 0 ? texts.connection[connection] : texts.followerStatus.unknown;
     return <StatusBadge status={words} tone={index === 0 && connection !== 'asking' ? 'bad' : 'neutral'} />;
   }
-  if (index > 0 && status === kNotAsked) return <StatusBadge status={texts.followerStatus.notAsked} tone="neutral" title={status} />;
+  if (index > 0 && status === kNotAsked)
+    return <StatusBadge status={texts.followerStatus.notAsked} tone="neutral" title={status} />;
   return <StatusBadge status={statusOf(status) || texts.followerStatus.unknown} tone={toneOf(status)} />;
 }

@@ -58,8 +58,16 @@ function Analysis() {
     <section class="card">
       <h2>{t.analysis}</h2>
       <dl class="rows">
-        <div><dt>{t.resolution}</dt><dd data-testid="analysis-resolution">{size.width} × {size.height} {t.pixels}</dd></div>
-        <div><dt>{t.executionTime}</dt><dd data-testid="execution-time">{cycleTime === null ? texts.unknown : t.milliseconds(cycleTime)}</dd></div>
+        <div>
+          <dt>{t.resolution}</dt>
+          <dd data-testid="analysis-resolution">
+            {size.width} × {size.height} {t.pixels}
+          </dd>
+        </div>
+        <div>
+          <dt>{t.executionTime}</dt>
+          <dd data-testid="execution-time">{cycleTime === null ? texts.unknown : t.milliseconds(cycleTime)}</dd>
+        </div>
       </dl>
       <SwitchSetting tag="VerboseLog" />
     </section>
@@ -79,7 +87,7 @@ function Log() {
   const read = async () => {
     setSaid('');
     try {
-      setLines(readLog(await ask('get_logfile_as_serialized_text')).reverse());
+      setLines(readLog(await ask('get_newest_log')).reverse());
       setTrouble('');
     } catch (error) {
       setTrouble(t.logFailed + texts.trouble[error instanceof CameraError ? error.trouble : 'unreachable']);
@@ -105,17 +113,38 @@ function Log() {
     <section class="card log">
       <h2>{t.log}</h2>
       <div class="actions">
-        <button type="button" aria-expanded={open} onClick={() => setOpen(!open)}>{open ? t.hideLog : t.viewLog}</button>
-        {open && <button type="button" onClick={read}>{t.logRefresh}</button>}
-        <a class="button" href={actionAddress('get_logfile_as_plain_text')} download="senvo-log.txt">{t.asText}</a>
-        <a class="button" href={actionAddress('get_logfile_as_csv_text')} download="senvo-log.csv">{t.asCsv}</a>
-        <button type="button" class="danger" onClick={() => setAsking(true)}>{t.clearLog}</button>
+        <button type="button" aria-expanded={open} onClick={() => setOpen(!open)}>
+          {open ? t.hideLog : t.viewLog}
+        </button>
+        {open && (
+          <button type="button" onClick={read}>
+            {t.logRefresh}
+          </button>
+        )}
+        <a class="button" href={actionAddress('get_logfile_as_plain_text')} download="senvo-log.txt">
+          {t.asText}
+        </a>
+        <a class="button" href={actionAddress('get_logfile_as_csv_text')} download="senvo-log.csv">
+          {t.asCsv}
+        </a>
+        <button type="button" class="danger" onClick={() => setAsking(true)}>
+          {t.clearLog}
+        </button>
       </div>
-      {trouble && <p class="problem" role="alert">{trouble}</p>}
-      <p role="status" data-testid="log-said">{said}</p>
+      {trouble && (
+        <p class="problem" role="alert">
+          {trouble}
+        </p>
+      )}
+      <p role="status" data-testid="log-said">
+        {said}
+      </p>
       {open && lines && <LogLines lines={lines} />}
       {asking && (
-        <Confirm question={{ title: t.clearLogAsk, text: t.clearLogWarning, yes: t.clearLog, then: () => void clear() }} onClose={() => setAsking(false)} />
+        <Confirm
+          question={{ title: t.clearLogAsk, text: t.clearLogWarning, yes: t.clearLog, then: () => void clear() }}
+          onClose={() => setAsking(false)}
+        />
       )}
     </section>
   );
@@ -138,28 +167,48 @@ function LogLines({ lines }: { lines: LogLine[] }) {
           <legend>{t.logLevel}</legend>
           {levels.map((level) => (
             <label key={level}>
-              <input type="checkbox" checked={wanted.includes(level)}
-                onChange={() => setWanted(wanted.includes(level) ? wanted.filter((one) => one !== level) : [...wanted, level])} />
+              <input
+                type="checkbox"
+                checked={wanted.includes(level)}
+                onChange={() =>
+                  setWanted(wanted.includes(level) ? wanted.filter((one) => one !== level) : [...wanted, level])
+                }
+              />
               {t.levels[level]}
             </label>
           ))}
         </fieldset>
         <label>
-          {t.logFilter}{' '}
-          <input type="search" value={filter} onInput={(event) => setFilter(event.currentTarget.value)} />
+          {t.logFilter} <input type="search" value={filter} onInput={(event) => setFilter(event.currentTarget.value)} />
         </label>
       </div>
-      <p class="help" role="status">{matching.length === 0 ? t.logEmpty : t.logCount(shown.length, matching.length)}</p>
+      <p class="help" role="status">
+        {matching.length === 0 ? t.logEmpty : t.logCount(shown.length, matching.length)}
+      </p>
       <div ref={table} class="scroll log-lines" tabIndex={0} role="region" aria-label={t.log}>
         <table data-testid="log">
-          <thead><tr><th scope="col">{t.time}</th><th scope="col">{t.level}</th><th scope="col">{t.message}</th></tr></thead>
+          <thead>
+            <tr>
+              <th scope="col">{t.time}</th>
+              <th scope="col">{t.level}</th>
+              <th scope="col">{t.message}</th>
+            </tr>
+          </thead>
           <tbody>
             {shown.map((line, i) => (
-              <tr key={i} class={line.level}><td class="time">{line.time}</td><td class="level">{t.levelOf[line.level]}</td><td class="message">{line.message}</td></tr>
+              <tr key={i} class={line.level}>
+                <td class="time">{line.time}</td>
+                <td class="level">{t.levelOf[line.level]}</td>
+                <td class="message">{line.message}</td>
+              </tr>
             ))}
           </tbody>
         </table>
-        {shown.length < matching.length && <button type="button" onClick={() => setMost(most + 5 * kFirstLines)}>{t.logOlder}</button>}
+        {shown.length < matching.length && (
+          <button type="button" onClick={() => setMost(most + 5 * kFirstLines)}>
+            {t.logOlder}
+          </button>
+        )}
       </div>
     </>
   );

@@ -1,8 +1,27 @@
 import { useState } from 'preact/hooks';
 import { helpOf } from '../model/fields';
-import { crossesItself, leastCorner, leavesPicture, longestEdge, narrowestPassage, narrowness, Point, stepPerCycle, withCornerAfter, withoutCorner } from '../model/geometry';
+import {
+  crossesItself,
+  leastCorner,
+  leavesPicture,
+  longestEdge,
+  narrowestPassage,
+  narrowness,
+  Point,
+  stepPerCycle,
+  withCornerAfter,
+  withoutCorner,
+} from '../model/geometry';
 import { kCycle } from '../model/parameters';
-import { AreaKind, areaKinds, cornersTag, kAreas, kLeastCorners, kMostCorners, polygonChanges } from '../model/settings';
+import {
+  AreaKind,
+  areaKinds,
+  cornersTag,
+  kAreas,
+  kLeastCorners,
+  kMostCorners,
+  polygonChanges,
+} from '../model/settings';
 import { SettingsStore } from '../model/settings_store';
 import { AreaEditor, Selected } from '../parts/area_editor';
 import { ChoiceSetting, NumberSetting, SwitchSetting } from '../parts/fields';
@@ -44,7 +63,9 @@ export function AreasTab() {
         <div class="areas">
           <section class="card picture-card">
             <AreaEditor selected={selected} onSelect={setSelected} onAdd={addCorner} onRemove={removeCorner} />
-            <p class="help" id="areas-help">{t.intro} <span class="keys">{t.keys}</span></p>
+            <p class="help" id="areas-help">
+              {t.intro} <span class="keys">{t.keys}</span>
+            </p>
           </section>
           <div class="side column">
             <section class="card">
@@ -63,6 +84,14 @@ export function AreasTab() {
               <LocatorSample />
             </div>
           </section>
+          <section class="card">
+            <h2>{t.advice}</h2>
+            <ul class="help">
+              {t.advices.map((advice) => (
+                <li key={advice}>{advice}</li>
+              ))}
+            </ul>
+          </section>
         </div>
       )}
     </SettingsFrame>
@@ -75,7 +104,8 @@ function changeCorners(kind: AreaKind, changed: number, polygon: Point[], other:
   const { loaded, size } = settings;
   if (!tag || !loaded) return;
   const changes = areaNumbers.flatMap((number) =>
-    polygonChanges(loaded, kind, number, number === changed ? polygon : other(settings.polygon(kind, number)), size));
+    polygonChanges(loaded, kind, number, number === changed ? polygon : other(settings.polygon(kind, number)), size),
+  );
   settings.change([[tag, String(polygon.length)], ...changes]);
 }
 
@@ -83,14 +113,18 @@ function changeCorners(kind: AreaKind, changed: number, polygon: Point[], other:
 function addCorner(kind: AreaKind, number: number, after: number | null): boolean {
   const polygon = settings.polygon(kind, number);
   if (!cornersTag[kind] || polygon.length >= kMostCorners) return false;
-  changeCorners(kind, number, withCornerAfter(polygon, after ?? longestEdge(polygon)), (other) => withCornerAfter(other, longestEdge(other)));
+  changeCorners(kind, number, withCornerAfter(polygon, after ?? longestEdge(polygon)), (other) =>
+    withCornerAfter(other, longestEdge(other)),
+  );
   return true;
 }
 
 function removeCorner(kind: AreaKind, number: number, corner: number | null): boolean {
   const polygon = settings.polygon(kind, number);
   if (!cornersTag[kind] || polygon.length <= kLeastCorners) return false;
-  changeCorners(kind, number, withoutCorner(polygon, corner ?? leastCorner(polygon)), (other) => withoutCorner(other, leastCorner(other)));
+  changeCorners(kind, number, withoutCorner(polygon, corner ?? leastCorner(polygon)), (other) =>
+    withoutCorner(other, leastCorner(other)),
+  );
   return true;
 }
 
@@ -101,17 +135,36 @@ function AreaList({ selected, onSelect }: { selected: Selected; onSelect: (selec
     <>
       {areaKinds.map((kind) => (
         <div key={kind} role="group" aria-label={t.kind[kind]} class={`area-group ${kind}`}>
-          <h2><span class="swatch" aria-hidden="true" />{t.kind[kind]}</h2>
+          <h2>
+            <span class="swatch" aria-hidden="true" />
+            {t.kind[kind]}
+          </h2>
           <div class="segments">
             {areaNumbers.map((number) => {
               const active = store.values.get(activeTag(kind, number)) === '1';
               const chosen = selected.kind === kind && selected.number === number;
               const warned = active && warningsOf(kind, number).length > 0;
               const changed = isChanged(store, kind, number);
-              const name = [t.name[kind](number), ...(active ? [] : [t.off]), ...(changed ? [texts.tabs.unsaved] : []), ...(warned ? [t.warned] : [])].join(', ');
+              const name = [
+                t.name[kind](number),
+                ...(active ? [] : [t.off]),
+                ...(changed ? [texts.tabs.unsaved] : []),
+                ...(warned ? [t.warned] : []),
+              ].join(', ');
               return (
-                <button key={number} type="button" aria-pressed={chosen} aria-label={name} title={warned || changed ? name : undefined} class={active ? '' : 'off'} onClick={() => onSelect({ kind, number, corner: null })}>
-                  {number}{!active && <span class="muted"> {t.off}</span>}{changed && <span class="unsaved"> •</span>}{warned && <span class="warned"> !</span>}
+                <button
+                  key={number}
+                  type="button"
+                  aria-pressed={chosen}
+                  aria-label={name}
+                  title={warned || changed ? name : undefined}
+                  class={active ? '' : 'off'}
+                  onClick={() => onSelect({ kind, number, corner: null })}
+                >
+                  {number}
+                  {!active && <span class="muted"> {t.off}</span>}
+                  {changed && <span class="unsaved"> •</span>}
+                  {warned && <span class="warned"> !</span>}
                 </button>
               );
             })}
@@ -138,16 +191,32 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
         <div class="field">
           <span>{t.corners(corners)}</span>
           <div class="actions">
-            <button type="button" aria-disabled={corners >= kMostCorners} onClick={() => addCorner(kind, number, corner)}>{t.addCorner}</button>
-            <button type="button" aria-disabled={corners <= kLeastCorners} title={t.removesElsewhere}
-              onClick={() => removeCorner(kind, number, corner) && onSelect({ kind, number, corner: null })}>{t.removeCorner}</button>
+            <button
+              type="button"
+              aria-disabled={corners >= kMostCorners}
+              onClick={() => addCorner(kind, number, corner)}
+            >
+              {t.addCorner}
+            </button>
+            <button
+              type="button"
+              aria-disabled={corners <= kLeastCorners}
+              title={t.removesElsewhere}
+              onClick={() => removeCorner(kind, number, corner) && onSelect({ kind, number, corner: null })}
+            >
+              {t.removeCorner}
+            </button>
           </div>
-          <p class="help">{helpOf(cornersTag[kind])} {t.removesElsewhere}</p>
+          <p class="help">
+            {helpOf(cornersTag[kind])} {t.removesElsewhere}
+          </p>
         </div>
       )}
       <div role="status">
         <ul class="warnings" data-testid="warnings">
-          {warnings.map((warning) => <li key={warning}>{warning}</li>)}
+          {warnings.map((warning) => (
+            <li key={warning}>{warning}</li>
+          ))}
         </ul>
       </div>
     </div>
@@ -177,9 +246,17 @@ function LocatorSample() {
   const atBottom = useSettings().values.get('LocatorAtBottom') === '1';
   const y = atBottom ? 92 : 52;
   return (
-    <svg class="sample" viewBox="0 0 64 104" role="img" aria-label={`${t.sample}: ${texts.fields.choices.LocatorAtBottom[Number(atBottom)]}`}>
+    <svg
+      class="sample"
+      viewBox="0 0 64 104"
+      role="img"
+      aria-label={`${t.sample}: ${texts.fields.choices.LocatorAtBottom[Number(atBottom)]}`}
+    >
       <rect x="12" y="12" width="40" height="80" rx="2" class="box" />
-      <path class="body" d="M32 20a7 7 0 110 14 7 7 0 010-14zM20 62c0-14 4-24 12-24s12 10 12 24zM24 62h16l-2 28h-5l-1-18-1 18h-5z" />
+      <path
+        class="body"
+        d="M32 20a7 7 0 110 14 7 7 0 010-14zM20 62c0-14 4-24 12-24s12 10 12 24zM24 62h16l-2 28h-5l-1-18-1 18h-5z"
+      />
       <path class="cross" d={`M24 ${y}h16M32 ${y - 8}v16`} />
     </svg>
   );

@@ -26,7 +26,9 @@ export function CamerasTab() {
             <h2>{t.followers}</h2>
             <p class="help">{t.followersHelp}</p>
             <div class="cards">
-              {Array.from({ length: kFollowers }, (_, i) => <Follower key={i} number={i + 1} />)}
+              {Array.from({ length: kFollowers }, (_, i) => (
+                <Follower key={i} number={i + 1} />
+              ))}
             </div>
           </section>
         </>
@@ -50,7 +52,8 @@ function Follower({ number }: { number: number }) {
   if (used && !opened) setOpened(true);
   const state = panel?.cameras[number];
   const tag = (field: string) => `FO${number}_${field}`;
-  const empty = () => used && settings.change([...fields.map((field): [string, string] => [tag(field), '']), [tag('Active'), '0']]);
+  const empty = () =>
+    used && settings.change([...fields.map((field): [string, string] => [tag(field), '']), [tag('Active'), '0']]);
   return (
     <section ref={slot} class="card follower" data-testid={`follower-${number}`} aria-label={texts.follower(number)}>
       <div class="card-head">
@@ -72,10 +75,14 @@ function Follower({ number }: { number: number }) {
             <TextSetting tag={tag('Login')} />
             <Password tag={tag('Pwd')} />
           </div>
-          <button type="button" class="quiet" aria-disabled={!used} onClick={empty}>{t.empty}</button>
+          <button type="button" class="quiet" aria-disabled={!used} onClick={empty}>
+            {t.empty}
+          </button>
         </>
       ) : (
-        <button type="button" onClick={() => setOpened(true)}>{t.show}</button>
+        <button type="button" onClick={() => setOpened(true)}>
+          {t.show}
+        </button>
       )}
     </section>
   );
@@ -104,10 +111,23 @@ function Password({ tag }: { tag: string }) {
   };
   return (
     <Frame id={id} tag={tag} problem={problem} changed={typed !== undefined}>
-      <input ref={input} id={id} name={tag} type="password" autocomplete="new-password" value={typed ?? ''}
-        placeholder={stored && typed !== '' ? t.stored : t.noPassword} aria-invalid={!!problem} aria-describedby={described(id)}
-        onInput={(event) => take(event.currentTarget.value)} />
-      {stored && typed !== '' && <button type="button" class="quiet" onClick={remove}>{t.removePassword}</button>}
+      <input
+        ref={input}
+        id={id}
+        name={tag}
+        type="password"
+        autocomplete="new-password"
+        value={typed ?? ''}
+        placeholder={stored && typed !== '' ? t.stored : t.noPassword}
+        aria-invalid={!!problem}
+        aria-describedby={described(id)}
+        onInput={(event) => take(event.currentTarget.value)}
+      />
+      {stored && typed !== '' && (
+        <button type="button" class="quiet" onClick={remove}>
+          {t.removePassword}
+        </button>
+      )}
     </Frame>
   );
 }

@@ -5,7 +5,15 @@ import { texts } from '../texts';
 const t = texts.detection;
 
 const classes = [
-  'DetectPersons', 'DetectBicycles', 'DetectCars', 'DetectMotorcycles', 'DetectBuses', 'DetectTrucks', 'DetectTrains', 'DetectBoats', 'DetectAirplanes',
+  'DetectPersons',
+  'DetectBicycles',
+  'DetectCars',
+  'DetectMotorcycles',
+  'DetectBuses',
+  'DetectTrucks',
+  'DetectTrains',
+  'DetectBoats',
+  'DetectAirplanes',
 ];
 
 export function DetectionTab() {
@@ -16,7 +24,9 @@ export function DetectionTab() {
           <fieldset class="card">
             <legend>{t.classes}</legend>
             <div class="grid">
-              {classes.map((tag) => <SwitchSetting key={tag} tag={tag} plain />)}
+              {classes.map((tag) => (
+                <SwitchSetting key={tag} tag={tag} plain />
+              ))}
             </div>
             <p class="help">{t.classesHelp}</p>
           </fieldset>

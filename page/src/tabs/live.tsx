@@ -7,24 +7,25 @@ import { Confirm, Question } from '../parts/dialog';
 import { Picture } from '../parts/picture';
 import { CameraStatus } from '../parts/status';
 import { answers, Connection } from '../model/pulse';
-import { pulse, useFreshReports, usePulse, useSettings } from '../stores';
+import { pulse, useFreshReports, usePulse, useRole, useSettings } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.live;
 const number = (value: number | null) => (value === null ? texts.unknown : String(value));
 
 export function LiveTab() {
+  const { isViewer } = useRole();
   return (
     <div class="live">
       <div class="main column">
         <LivePicture />
         <Cameras />
-        <Alerts />
+        {!isViewer && <Alerts />}
       </div>
       <div class="side column">
         <Figures />
         <Passages />
-        <Resets />
+        {!isViewer && <Resets />}
       </div>
     </div>
   );
@@ -46,7 +47,9 @@ function LivePicture() {
           <select id="resolution" value={resolution} onChange={(event) => setChosen(event.currentTarget.value)}>
             <option value="">{texts.picture.automatic}</option>
             {resolutions.map((entry) => (
-              <option key={entry} value={entry}>{entry.replace('x', ' × ')}</option>
+              <option key={entry} value={entry}>
+                {entry.replace('x', ' × ')}
+              </option>
             ))}
           </select>
         </div>
@@ -58,7 +61,10 @@ function LivePicture() {
 function Figure({ label, value, off, testid }: { label: string; value: number | null; off?: boolean; testid: string }) {
   return (
     <div class={`figure ${off ? 'off' : ''}`}>
-      <dt>{label}{off && <span class="muted"> ({t.areaOff})</span>}</dt>
+      <dt>
+        {label}
+        {off && <span class="muted"> ({t.areaOff})</span>}
+      </dt>
       <dd data-testid={testid}>{number(value)}</dd>
     </div>
   );
@@ -78,7 +84,13 @@ function Figures() {
       <h2>{t.crowd}</h2>
       <dl>
         {crowd.map((count, i) => (
-          <Figure key={i} label={t.area(i + 1)} value={count} off={loaded?.get(`Detection${i + 1}_Active`) === '0'} testid={`crowd-${i + 1}`} />
+          <Figure
+            key={i}
+            label={t.area(i + 1)}
+            value={count}
+            off={loaded?.get(`Detection${i + 1}_Active`) === '0'}
+            testid={`crowd-${i + 1}`}
+          />
         ))}
         <Figure label={t.building} value={buildingCrowd} testid="crowd-building" />
       </dl>
@@ -101,10 +113,15 @@ function Passages() {
   const camera = panel?.cameras[0].name;
   const now = new Date();
   const today = dayOf(now);
-  const todays = useMemo(() => (report && camera !== undefined ? passedOn(report, camera, today, period * 60) : null), [report, camera, today, period]);
+  const todays = useMemo(
+    () => (report && camera !== undefined ? passedOn(report, camera, today, period * 60) : null),
+    [report, camera, today, period],
+  );
   const ofToday = (entrance: number) => todays?.get(String(entrance));
-  const shown = perEntrance.filter(({ entrance, cameIn, wentOut }) =>
-    loaded?.get(`Entrance${entrance}_Active`) !== '0' || cameIn + wentOut > 0 || ofToday(entrance) !== undefined);
+  const shown = perEntrance.filter(
+    ({ entrance, cameIn, wentOut }) =>
+      loaded?.get(`Entrance${entrance}_Active`) !== '0' || cameIn + wentOut > 0 || ofToday(entrance) !== undefined,
+  );
   const said = ofReports(report !== null, trouble, connection, (todays?.size ?? 0) > 0);
   return (
     <section class="card passages">
@@ -118,30 +135,51 @@ function Passages() {
         {passages.length === 0 && <li class="muted">{t.noPassage}</li>}
         {passages.map((passage) => (
           <li key={passage.number}>
-            {passage.time && <time>{momentOf(passage.time, now, 'medium')}</time>} {t.passage(passage.by)} {t.entranceHere(passage.entrance)} {!passage.time && t.unseen}
+            {passage.time && <time>{momentOf(passage.time, now, 'medium')}</time>} {t.passage(passage.by)}{' '}
+            {t.entranceHere(passage.entrance)} {!passage.time && t.unseen}
           </li>
         ))}
       </ul>
       <h3>{t.perEntrance}</h3>
       <table>
         <thead>
-          <tr><td /><th scope="colgroup" colSpan={2}>{t.sinceTime(momentOf(since, now, 'short'))}</th><th scope="colgroup" colSpan={2}>{t.today}</th></tr>
+          <tr>
+            <td />
+            <th scope="colgroup" colSpan={2}>
+              {t.sinceTime(momentOf(since, now, 'short'))}
+            </th>
+            <th scope="colgroup" colSpan={2}>
+              {t.today}
+            </th>
+          </tr>
           <tr>
             <th scope="col">{t.perEntranceAll}</th>
-            {[0, 1].flatMap((i) => [t.cameIn, t.wentOut].map((name) => <th key={`${i}${name}`} scope="col" class="number">{name}</th>))}
+            {[0, 1].flatMap((i) =>
+              [t.cameIn, t.wentOut].map((name) => (
+                <th key={`${i}${name}`} scope="col" class="number">
+                  {name}
+                </th>
+              )),
+            )}
           </tr>
         </thead>
         <tbody>
           {shown.map((sum) => (
             <tr key={sum.entrance}>
               <th scope="row">{t.entrance(sum.entrance)}</th>
-              <td class="number">{sum.cameIn}</td><td class="number">{sum.wentOut}</td>
-              <td class="number">{number(ofToday(sum.entrance)?.entries ?? null)}</td><td class="number">{number(ofToday(sum.entrance)?.exits ?? null)}</td>
+              <td class="number">{sum.cameIn}</td>
+              <td class="number">{sum.wentOut}</td>
+              <td class="number">{number(ofToday(sum.entrance)?.entries ?? null)}</td>
+              <td class="number">{number(ofToday(sum.entrance)?.exits ?? null)}</td>
             </tr>
           ))}
         </tbody>
       </table>
-      {said && <p class="muted" role="status">{said}</p>}
+      {said && (
+        <p class="muted" role="status">
+          {said}
+        </p>
+      )}
       {loaded && <p class="help">{t.perEntranceNote(period)}</p>}
     </section>
   );
@@ -172,13 +210,26 @@ function Cameras() {
       <div class="scroll" tabIndex={0} role="region" aria-label={t.cameras}>
         <table data-testid="cameras">
           <thead>
-            <tr><th scope="col">{t.camera}</th><th scope="col">{t.status}</th><th scope="col" class="number">{t.inAreas}</th><th scope="col" class="number">{t.age}</th></tr>
+            <tr>
+              <th scope="col">{t.camera}</th>
+              <th scope="col">{t.status}</th>
+              <th scope="col" class="number">
+                {t.inAreas}
+              </th>
+              <th scope="col" class="number">
+                {t.age}
+              </th>
+            </tr>
           </thead>
           <tbody>
             {cameras.map((camera) => (
               <tr key={camera.index}>
-                <th scope="row">{camera.name || (camera.index === 0 ? texts.thisCamera : texts.follower(camera.index))}</th>
-                <td><CameraStatus camera={camera} /></td>
+                <th scope="row">
+                  {camera.name || (camera.index === 0 ? texts.thisCamera : texts.follower(camera.index))}
+                </th>
+                <td>
+                  <CameraStatus camera={camera} />
+                </td>
                 <td class="number">{number(isCounted(camera) ? camera.crowd : null)}</td>
                 <td class="number">{ageOf(camera.index)}</td>
               </tr>
@@ -218,19 +269,25 @@ function Resets() {
       <h2>{t.reset}</h2>
       <div class="actions">
         {resets.map((reset) => (
-          <button key={reset.action} type="button" onClick={() =>
-            setQuestion({
-              title: reset.ask,
-              text: t.resetWarning,
-              yes: reset.button,
-              then: () => void act(reset.action, t.resetDone),
-            })
-          }>
+          <button
+            key={reset.action}
+            type="button"
+            onClick={() =>
+              setQuestion({
+                title: reset.ask,
+                text: t.resetWarning,
+                yes: reset.button,
+                then: () => void act(reset.action, t.resetDone),
+              })
+            }
+          >
             {reset.button}
           </button>
         ))}
       </div>
-      <p role="status" data-testid="reset-said">{said}</p>
+      <p role="status" data-testid="reset-said">
+        {said}
+      </p>
       {question && <Confirm question={question} onClose={() => setQuestion(null)} />}
     </section>
   );
@@ -248,17 +305,27 @@ function Alerts() {
           <li key={alert}>
             <span>{t.alert[alert]}</span>
             <span class="actions">
-              <button type="button" aria-label={t.raiseNamed(t.alert[alert])} onClick={() => act(`manual_${alert}_alert_on`, t.raised(t.alert[alert]))}>
+              <button
+                type="button"
+                aria-label={t.raiseNamed(t.alert[alert])}
+                onClick={() => act(`manual_${alert}_alert_on`, t.raised(t.alert[alert]))}
+              >
                 {t.raise}
               </button>
-              <button type="button" aria-label={t.clearNamed(t.alert[alert])} onClick={() => act(`manual_${alert}_alert_off`, t.cleared(t.alert[alert]))}>
+              <button
+                type="button"
+                aria-label={t.clearNamed(t.alert[alert])}
+                onClick={() => act(`manual_${alert}_alert_off`, t.cleared(t.alert[alert]))}
+              >
                 {t.clear}
               </button>
             </span>
           </li>
         ))}
       </ul>
-      <p role="status" data-testid="alert-said">{said}</p>
+      <p role="status" data-testid="alert-said">
+        {said}
+      </p>
       <p class="help">{t.alertsNote}</p>
     </section>
   );

@@ -23,16 +23,27 @@ export function ReportsTab() {
   return (
     <>
       <div class="actions">
-        <Button disabled={loading} onClick={() => reports.load()}>{t.again}</Button>
-        <a class="button" href={actionAddress('get_occupancy_csv')} download="senvo-report.csv">{t.csv}</a>
-        <a class="button" href={actionAddress('get_occupancy_html')} target="_blank" rel="noopener">{t.html}</a>
+        <Button disabled={loading} onClick={() => reports.load()}>
+          {t.again}
+        </Button>
+        <a class="button" href={actionAddress('get_occupancy_csv')} download="senvo-report.csv">
+          {t.csv}
+        </a>
+        <a class="button" href={actionAddress('get_occupancy_html')} target="_blank" rel="noopener">
+          {t.html}
+        </a>
         <span class="muted" role="status" data-testid="report-state">
           {loading ? t.loading : report && read ? t.rows(report.times.length, momentOf(read, new Date(), 'short')) : ''}
         </span>
       </div>
-      {trouble && <p class="banner bad" role="alert">{t.failed + texts.trouble[trouble]}</p>}
+      {trouble && (
+        <p class="banner bad" role="alert">
+          {t.failed + texts.trouble[trouble]}
+        </p>
+      )}
       {report && report.skipped > 0 && <p class="banner warn">{t.skipped(report.skipped)}</p>}
-      {report && (report.times.length > 0 ? <Figures report={report} period={minutes * 60} /> : <p class="card">{t.empty}</p>)}
+      {report &&
+        (report.times.length > 0 ? <Figures report={report} period={minutes * 60} /> : <p class="card">{t.empty}</p>)}
     </>
   );
 }
@@ -70,7 +81,10 @@ function Figures({ report, period }: { report: Report; period: number }) {
     () => answer(report, { measure, split, camera, objectClass, from, to, bucket: buckets[span], period }),
     [report, measure, split, camera, objectClass, from, to, span, period],
   );
-  const lines = useMemo(() => shown.series.map(({ key, values }): Line => ({ label: labelOf(key, split, measure), values })), [shown, split, measure]);
+  const lines = useMemo(
+    () => shown.series.map(({ key, values }): Line => ({ label: labelOf(key, split, measure), values })),
+    [shown, split, measure],
+  );
   // A report that goes on leaves the zoom as it is.
   useEffect(() => setWindow(null), [measure, split, camera, objectClass, from, to, span]);
   const [firstDay, lastDay] = [dateOf(Math.max(from, first)), dateOf(Math.min(to, last + 1) - 1)];
@@ -81,41 +95,110 @@ function Figures({ report, period }: { report: Report; period: number }) {
   return (
     <>
       <div class="card filters" role="group" aria-label={t.title}>
-        <Pick label={t.measure} value={measure} options={measures.map((one) => [one, t.measures[one]])} onPick={setMeasure} />
+        <Pick
+          label={t.measure}
+          value={measure}
+          options={measures.map((one) => [one, t.measures[one]])}
+          onPick={setMeasure}
+        />
         <Pick label={t.split} value={split} options={splits.map((one) => [one, t.splits[one]])} onPick={setSplit} />
-        <Pick label={t.span} value={span} options={spans.map((one) => [one, t.spans[one]])} onPick={(one) => { setSpan(one); setBack(0); }} />
-        <Pick label={t.camera} value={camera} options={[[null, t.allCameras], ...cameras.map((one): [string, string] => [one, one || t.unnamed])]} onPick={setCamera} />
-        <Pick label={t.objectClass} value={objectClass} options={[[null, t.allClasses], ...classes.map((one): [string, string] => [one, t.classes[one] ?? one])]} onPick={setObjectClass} />
+        <Pick
+          label={t.span}
+          value={span}
+          options={spans.map((one) => [one, t.spans[one]])}
+          onPick={(one) => {
+            setSpan(one);
+            setBack(0);
+          }}
+        />
+        <Pick
+          label={t.camera}
+          value={camera}
+          options={[[null, t.allCameras], ...cameras.map((one): [string, string] => [one, one || t.unnamed])]}
+          onPick={setCamera}
+        />
+        <Pick
+          label={t.objectClass}
+          value={objectClass}
+          options={[[null, t.allClasses], ...classes.map((one): [string, string] => [one, t.classes[one] ?? one])]}
+          onPick={setObjectClass}
+        />
       </div>
       <section class="card">
         <div class="card-head">
-          <h2 data-testid="shown">{t.measures[measure]}, {when}</h2>
+          <h2 data-testid="shown">
+            {t.measures[measure]}, {when}
+          </h2>
           <div class="actions">
-            <Button disabled={from <= first} onClick={() => setBack(back + 1)}>{t.earlier}</Button>
-            <Button disabled={back === 0} onClick={() => setBack(back - 1)}>{t.later}</Button>
-            <Button disabled={shown.times.length < 3} onClick={() => setWindow(zoomed(shown, window, 0.5))}>{t.zoomIn}</Button>
-            <Button disabled={!window} onClick={() => setWindow(zoomed(shown, window, 2))}>{t.zoomOut}</Button>
+            <Button disabled={from <= first} onClick={() => setBack(back + 1)}>
+              {t.earlier}
+            </Button>
+            <Button disabled={back === 0} onClick={() => setBack(back - 1)}>
+              {t.later}
+            </Button>
+            <Button disabled={shown.times.length < 3} onClick={() => setWindow(zoomed(shown, window, 0.5))}>
+              {t.zoomIn}
+            </Button>
+            <Button disabled={!window} onClick={() => setWindow(zoomed(shown, window, 2))}>
+              {t.zoomOut}
+            </Button>
           </div>
         </div>
-        <p class="help">{t.perBucket[bucket]}{bucket > 0 && `: ${adds ? t.sum : t.highest}`}. <span class="keys">{t.zoomHelp}</span><span class="touch">{t.zoomTouchHelp}</span></p>
+        <p class="help">
+          {t.perBucket[bucket]}
+          {bucket > 0 && `: ${adds ? t.sum : t.highest}`}. <span class="keys">{t.zoomHelp}</span>
+          <span class="touch">{t.zoomTouchHelp}</span>
+        </p>
         {shown.times.length > 0 && lines.length > 0 ? (
-          <Chart label={t.chart(t.measures[measure], when)} times={shown.times} lines={lines} areEnds={bucket === 0} bars={adds && lines.length === 1} window={window} onWindow={setWindow} />
+          <Chart
+            label={t.chart(t.measures[measure], when)}
+            times={shown.times}
+            lines={lines}
+            areEnds={bucket === 0}
+            bars={adds && lines.length === 1}
+            window={window}
+            onWindow={setWindow}
+          />
         ) : (
           <p class="empty">{t.nothing}</p>
         )}
       </section>
-      <Table key={`${measure} ${split} ${span} ${back}`} times={shown.times} lines={lines} window={window} bucket={bucket} />
+      <Table
+        key={`${measure} ${split} ${span} ${back}`}
+        times={shown.times}
+        lines={lines}
+        window={window}
+        bucket={bucket}
+      />
     </>
   );
 }
 
-function Pick<T extends string | null>({ label, value, options, onPick }: { label: string; value: T; options: [T, string][]; onPick: (value: T) => void }) {
+function Pick<T extends string | null>({
+  label,
+  value,
+  options,
+  onPick,
+}: {
+  label: string;
+  value: T;
+  options: [T, string][];
+  onPick: (value: T) => void;
+}) {
   const id = useId();
   return (
     <div class="pick">
       <label for={id}>{label}</label>
-      <select id={id} value={options.findIndex(([key]) => key === value)} onChange={(event) => onPick(options[Number(event.currentTarget.value)][0])}>
-        {options.map(([key, text], i) => <option key={key} value={i}>{text}</option>)}
+      <select
+        id={id}
+        value={options.findIndex(([key]) => key === value)}
+        onChange={(event) => onPick(options[Number(event.currentTarget.value)][0])}
+      >
+        {options.map(([key, text], i) => (
+          <option key={key} value={i}>
+            {text}
+          </option>
+        ))}
       </select>
     </div>
   );
@@ -155,21 +238,38 @@ function Table({ times, lines, window, bucket }: { times: number[]; lines: Line[
       <div class="card-head">
         <h2>{t.table}</h2>
         <div class="actions">
-          <span class="muted" role="status">{t.page(first + 1, first + shown.length, rows.length)}</span>
-          <Button disabled={page === 0} onClick={() => setPage(page - 1)}>{t.newer}</Button>
-          <Button disabled={first + kRowsPerPage >= rows.length} onClick={() => setPage(page + 1)}>{t.older}</Button>
+          <span class="muted" role="status">
+            {t.page(first + 1, first + shown.length, rows.length)}
+          </span>
+          <Button disabled={page === 0} onClick={() => setPage(page - 1)}>
+            {t.newer}
+          </Button>
+          <Button disabled={first + kRowsPerPage >= rows.length} onClick={() => setPage(page + 1)}>
+            {t.older}
+          </Button>
         </div>
       </div>
       <div class="scroll" tabIndex={0} role="region" aria-label={t.table}>
         <table data-testid="report">
           <thead>
-            <tr><th scope="col">{bucket === 0 ? t.until : t.from}</th>{lines.map((line, i) => <th key={i} scope="col" class="number">{line.label}</th>)}</tr>
+            <tr>
+              <th scope="col">{bucket === 0 ? t.until : t.from}</th>
+              {lines.map((line, i) => (
+                <th key={i} scope="col" class="number">
+                  {line.label}
+                </th>
+              ))}
+            </tr>
           </thead>
           <tbody>
             {shown.map((row) => (
               <tr key={row}>
                 <th scope="row">{bucket === kDay ? dateOf(times[row]) : dateTimeOf(times[row])}</th>
-                {lines.map((line, i) => <td key={i} class="number">{line.values[row]}</td>)}
+                {lines.map((line, i) => (
+                  <td key={i} class="number">
+                    {line.values[row]}
+                  </td>
+                ))}
               </tr>
             ))}
           </tbody>

@@ -6,7 +6,12 @@
 const list = new Intl.ListFormat('en-GB');
 const plural = (count: number, one: string, many: string) => `${count} ${count === 1 ? one : many}`;
 /** Units of an age: below how many seconds it is told in them, and how many seconds they have. */
-const ages: [number, number, string][] = [[120, 1, 's'], [7200, 60, 'min'], [172_800, 3600, 'h'], [Infinity, 86_400, 'days']];
+const ages: [number, number, string][] = [
+  [120, 1, 's'],
+  [7200, 60, 'min'],
+  [172_800, 3600, 'h'],
+  [Infinity, 86_400, 'days'],
+];
 
 export const english = {
   product: 'Ostrel Senvo',
@@ -93,13 +98,15 @@ export const english = {
     since: 'Since this page was opened',
     cameIn: 'In',
     wentOut: 'Out',
-    passage: (by: number) => (by > 0 ? `${plural(by, 'object', 'objects')} came in` : `${plural(-by, 'object', 'objects')} went out`),
+    passage: (by: number) =>
+      by > 0 ? `${plural(by, 'object', 'objects')} came in` : `${plural(-by, 'object', 'objects')} went out`,
     unseen: 'while this page was hidden',
     noPassage: 'Nobody has come or gone yet.',
     perEntrance: 'Per entrance',
     sinceTime: (time: string) => `Since ${time}`,
     today: 'Today',
-    perEntranceNote: (minutes: number) => `Today: from the reports, which the camera writes every ${minutes === 1 ? 'minute' : `${minutes} minutes`}; the day is that of this device.`,
+    perEntranceNote: (minutes: number) =>
+      `Today: from the reports, which the camera writes every ${minutes === 1 ? 'minute' : `${minutes} minutes`}; the day is that of this device.`,
     perEntranceAll: 'Entrance',
     entranceHere: (number: number) => `through entrance ${number}`,
     noReport: 'The reports have nothing of today yet.',
@@ -150,7 +157,8 @@ export const english = {
     },
     fourCorners: 'An exclusion always has four corners.',
     editor: 'Areas on the picture',
-    corner: (area: string, corner: number, x: number, y: number) => `${area}, corner ${corner}, at ${x} % from the left and ${y} % from the top`,
+    corner: (area: string, corner: number, x: number, y: number) =>
+      `${area}, corner ${corner}, at ${x} % from the left and ${y} % from the top`,
     whole: (area: string) => `${area}, move as a whole`,
     addHere: (area: string, corner: number) => `${area}, add a corner after corner ${corner}`,
     activeNamed: (area: string) => `${area} in use`,
@@ -166,7 +174,16 @@ export const english = {
       small: (width: number, least: number) =>
         `In its narrowest place it is ${width} % of the picture's longer side wide: a walking person may step across it between two looks and not be counted. Draw it at least ${least} % wide.`,
     },
-    outsideHelp: 'Stepping from the scene into an entrance counts as entering; stepping out of it into the scene as leaving.',
+    advice: 'Where to count well',
+    advices: [
+      'Draw no detection area over an entrance’s edge: with something in both, an object that is missed in a single picture is forgotten, and its passage with it.',
+      'Lay the edge of an entrance where people walk straight through, not where they stand, turn or wait.',
+      'Fix the camera firmly, and not where it looks into lamps or the sun.',
+      'People should be at least a sixth as high as the picture where they are counted, and vehicles as long: what covers less than 0.5 % of the picture is not counted.',
+      'Leave room on both sides of the edge: an object has to be seen on one side and then on the other.',
+    ],
+    outsideHelp:
+      'Stepping from the scene into an entrance counts as entering; stepping out of it into the scene as leaving.',
     insideHelp: 'Stepping out of an entrance into the scene counts as entering; stepping into it as leaving.',
     locatorCentreHelp: 'For cameras that look straight down.',
     locatorBottomHelp: 'For cameras that look from the side: at the feet.',
@@ -174,7 +191,8 @@ export const english = {
   },
   detection: {
     classes: 'What counts in areas and reports',
-    classesHelp: 'Only these classes count in detection areas and appear in the reports. Entrances, and with them how many are inside, count every class; what is not chosen still shows in the picture.',
+    classesHelp:
+      'Only these classes count in detection areas and appear in the reports. Entrances, and with them how many are inside, count every class; what is not chosen still shows in the picture.',
     tracking: 'Finding and following',
     areaAlert: 'Area alerts',
     comparisonHelps: [
@@ -203,8 +221,15 @@ export const english = {
     objectClass: 'Class',
     allClasses: 'All classes',
     classes: {
-      Person: 'Persons', Bicycle: 'Bicycles', Car: 'Cars', Motorcycle: 'Motorcycles', Airplane: 'Airplanes', Bus: 'Buses', Train: 'Trains',
-      Truck: 'Trucks', Boat: 'Boats',
+      Person: 'Persons',
+      Bicycle: 'Bicycles',
+      Car: 'Cars',
+      Motorcycle: 'Motorcycles',
+      Airplane: 'Airplanes',
+      Bus: 'Buses',
+      Train: 'Trains',
+      Truck: 'Trucks',
+      Boat: 'Boats',
     } as Record<string, string>,
     total: 'Total',
     unnamed: '(no name)',
@@ -282,19 +307,23 @@ export const english = {
     loading: 'Reading the settings …',
     failed: 'The settings could not be read: ',
     again: 'Try again',
-    unsaved: (count: number, tabs: string[]) => `${plural(count, 'unsaved change', 'unsaved changes')} in ${list.format(tabs)}`,
+    unsaved: (count: number, tabs: string[]) =>
+      `${plural(count, 'unsaved change', 'unsaved changes')} in ${list.format(tabs)}`,
     usual: (value: string) => `As delivered: ${value}.`,
-    invalid: (count: number, first: string, why: string) => `${plural(count, 'value', 'values')} to correct first. ${first}: ${why}`,
+    invalid: (count: number, first: string, why: string) =>
+      `${plural(count, 'value', 'values')} to correct first. ${first}: ${why}`,
     save: 'Save',
     saving: 'Saving …',
     saved: 'Saved. The camera counts with it from now on.',
-    altered: (names: string[]) => `The camera has taken the settings, but holds something else than was sent of: ${list.format(names)}.`,
+    altered: (names: string[]) =>
+      `The camera has taken the settings, but holds something else than was sent of: ${list.format(names)}.`,
     undo: 'Undo',
     discard: 'Discard all',
     discarded: 'The changes on all tabs are discarded. “Undo” brings them back.',
     notSaved: 'Not saved: ',
     kept: ' What was typed is kept.',
-    refusedValue: 'the camera refused a value. Some of the others may count already, until it restarts; its log says more.',
+    refusedValue:
+      'the camera refused a value. Some of the others may count already, until it restarts; its log says more.',
     refusedDocument: 'the camera could not read the settings.',
     conflict: 'Somebody else has changed the settings meanwhile',
     conflictText: 'These settings are no longer as this page had read them:',

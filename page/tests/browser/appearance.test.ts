@@ -3,7 +3,20 @@ import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { Page } from 'playwright-core';
 import { describe, expect, test } from 'vitest';
-import { eventually, expectText, isMissing, open, opened, screenshots, show, store, stored, tabs, useBrowser } from './browser';
+import {
+  eventually,
+  expectText,
+  isMissing,
+  open,
+  opened,
+  post,
+  screenshots,
+  show,
+  store,
+  stored,
+  tabs,
+  useBrowser,
+} from './browser';
 
 const kAxe = createRequire(import.meta.url).resolve('axe-core/axe.min.js');
 
@@ -17,29 +30,52 @@ async function violations(page: Page): Promise<string[]> {
   await page.evaluate(readFileSync(kAxe, 'utf8'));
   const found = await page.evaluate(async () => {
     const axe = (window as unknown as { axe: { run: (options: object) => Promise<{ violations: Violation[] }> } }).axe;
-    return (await axe.run({ runOnly: ['wcag2a', 'wcag2aa', 'wcag21a', 'wcag21aa', 'wcag22aa', 'best-practice'] })).violations;
+    return (await axe.run({ runOnly: ['wcag2a', 'wcag2aa', 'wcag21a', 'wcag21aa', 'wcag22aa', 'best-practice'] }))
+      .violations;
   });
-  return found.flatMap((violation) => violation.nodes.map((node) => `${violation.id}: ${node.html}\n${node.failureSummary}`));
+  return found.flatMap((violation) =>
+    violation.nodes.map((node) => `${violation.id}: ${node.html}\n${node.failureSummary}`),
+  );
 }
 
 const devices = { desktop: { width: 1360, height: 850 }, phone: { width: 390, height: 844 } };
 const schemes = ['light', 'dark'] as const;
-const looks = Object.keys(devices).flatMap((device) => schemes.map((scheme) => [device as keyof typeof devices, scheme] as const));
+const looks = Object.keys(devices).flatMap((device) =>
+  schemes.map((scheme) => [device as keyof typeof devices, scheme] as const),
+);
 
 /** Opens what a tab has folded away, and waits for what it fetches. */
 async function unfold(page: Page, tab: (typeof tabs)[number]): Promise<void> {
-  if (tab === 'live') await eventually(() => page.getByTestId('occupancy').textContent(), (text) => text !== '–');
-  if (tab === 'live' || tab === 'areas') await eventually(() => page.getByText('Fetching the picture').count(), (count) => count === 0);
+  if (tab === 'live')
+    await eventually(
+      () => page.getByTestId('occupancy').textContent(),
+      (text) => text !== '–',
+    );
+  if (tab === 'live' || tab === 'areas')
+    await eventually(
+      () => page.getByText('Fetching the picture').count(),
+      (count) => count === 0,
+    );
   if (tab === 'cameras') await page.getByTestId('follower-3').getByRole('button', { name: 'Set up' }).click();
   if (tab === 'advanced') {
+    // The log may just have been cleared.
+    for (const line of ['one line', 'another line'])
+      await post(
+        page,
+        'post_submit_log',
+        `<root><log_severity>info</log_severity><log_entry>${line}</log_entry></root>`,
+      );
     await page.getByRole('button', { name: 'View Log' }).click();
     await page.getByTestId('log').locator('tr').nth(1).waitFor();
   }
   if (tab === 'reports') {
-    await eventually(async () => {
-      await page.getByRole('button', { name: 'Read again' }).click();
-      return page.getByTestId('report').count();
-    }, (count) => count === 1);
+    await eventually(
+      async () => {
+        await page.getByRole('button', { name: 'Read again' }).click();
+        return page.getByTestId('report').count();
+      },
+      (count) => count === 1,
+    );
   }
 }
 
@@ -66,7 +102,9 @@ describe.skipIf(isMissing)('Appearance', () => {
     for (const tab of tabs) {
       await show(page, tab);
       await unfold(page, tab);
-      const wide = await page.evaluate(() => document.documentElement.scrollWidth - document.documentElement.clientWidth);
+      const wide = await page.evaluate(
+        () => document.documentElement.scrollWidth - document.documentElement.clientWidth,
+      );
       if (wide > 0) found.push(`${tab} is ${wide} pixels too wide`);
       found.push(...(await picture(page, `${tab}-${device}-${scheme}`)).map((violation) => `${tab}: ${violation}`));
     }
@@ -94,7 +132,10 @@ describe.skipIf(isMissing)('Appearance', () => {
     await page.locator('input[name=Occupants]').fill('60');
 
     await go('areas');
-    await page.getByRole('button', { name: /^Entrance 1/ }).first().click();
+    await page
+      .getByRole('button', { name: /^Entrance 1/ })
+      .first()
+      .click();
     const corner = page.getByTestId('area-Entrance1').locator('.corner').nth(1);
     await corner.focus();
     for (let i = 0; i < 40; ++i) await page.keyboard.press('Shift+ArrowLeft');
@@ -104,8 +145,11 @@ describe.skipIf(isMissing)('Appearance', () => {
     const chosen = page.locator('.segments button[aria-pressed=true]');
     const lookAtChosen = async (text: RegExp) => {
       expect(await chosen.innerText()).toMatch(text);
-      const colours = await chosen.evaluate((button) => [button, ...button.children].map((part) => getComputedStyle(part).color));
-      if (new Set(colours).size > 1) found.push(`the chosen area "${await chosen.innerText()}" has the colours ${colours}`);
+      const colours = await chosen.evaluate((button) =>
+        [button, ...button.children].map((part) => getComputedStyle(part).color),
+      );
+      if (new Set(colours).size > 1)
+        found.push(`the chosen area "${await chosen.innerText()}" has the colours ${colours}`);
     };
     await lookAtChosen(/^1\s•\s!$/);
     await page.getByRole('button', { name: /^Exclusion 2, off/ }).click();
@@ -144,13 +188,26 @@ describe.skipIf(isMissing)('Appearance', () => {
 
   test.each(looks)('charts of every kind are clean: %s, %s', async (device, scheme) => {
     const day = (i: number) => new Date(Date.UTC(2026, 2, 1, 0, 15 * i)).toISOString().slice(0, 19).replace('T', ' ');
-    const figures = (i: number) => [Math.sin(i / 15) * 12 + 14, Math.sin(i / 9) * 7 + 9, Math.max(0, Math.sin(i / 15) * 4), Math.max(0, Math.cos(i / 15) * 3)].map(Math.round);
+    const figures = (i: number) =>
+      [
+        Math.sin(i / 15) * 12 + 14,
+        Math.sin(i / 9) * 7 + 9,
+        Math.max(0, Math.sin(i / 15) * 4),
+        Math.max(0, Math.cos(i / 15) * 3),
+      ].map(Math.round);
     const csv = `Date,Occup_Person_Lobby,Occup_Person_Yard,Entrance1_Entrances_Person_Lobby,Entrance2_Entrances_Person_Lobby\n${Array.from({ length: 96 * 31 }, (_, i) => `${day(i)},${figures(i).join(',')}`).join('\n')}\n`;
     const page = await open({ viewport: devices[device], colorScheme: scheme, hasTouch: device === 'phone' }, (one) =>
-      one.context().route('**/*action=get_occupancy_csv', (route) => route.fulfill({ contentType: 'text/csv', body: csv })));
+      one
+        .context()
+        .route('**/*action=get_occupancy_csv', (route) => route.fulfill({ contentType: 'text/csv', body: csv })),
+    );
     await show(page, 'reports');
     const found: string[] = [];
-    for (const [name, measure, split, span] of [['day', 'Occupancy', 'camera', 'a day'], ['week', 'Entries', 'area or entrance', 'a week'], ['month', 'Entries', 'all together', 'a month']] as const) {
+    for (const [name, measure, split, span] of [
+      ['day', 'Occupancy', 'camera', 'a day'],
+      ['week', 'Entries', 'area or entrance', 'a week'],
+      ['month', 'Entries', 'all together', 'a month'],
+    ] as const) {
       await page.getByLabel('Show', { exact: true }).selectOption(measure);
       await page.getByLabel('By', { exact: true }).selectOption(split);
       await page.getByLabel('Over', { exact: true }).selectOption(span);
@@ -174,8 +231,13 @@ describe.skipIf(isMissing)('Appearance', () => {
           const { activeElement } = document;
           if (!activeElement || activeElement.closest('.save-bar, .tabs, .top')) return '';
           const frame = activeElement.getBoundingClientRect();
-          const [top, bottom] = [document.querySelector('.top')!.getBoundingClientRect().bottom, document.querySelector('.save-bar')!.getBoundingClientRect().top];
-          return frame.top < top || frame.bottom > bottom ? `${activeElement.outerHTML.slice(0, 80)}: ${frame.top}..${frame.bottom}` : '';
+          const [top, bottom] = [
+            document.querySelector('.top')!.getBoundingClientRect().bottom,
+            document.querySelector('.save-bar')!.getBoundingClientRect().top,
+          ];
+          return frame.top < top || frame.bottom > bottom
+            ? `${activeElement.outerHTML.slice(0, 80)}: ${frame.top}..${frame.bottom}`
+            : '';
         });
         if (covered) hidden.push(`${device}: ${covered}`);
       }
@@ -221,16 +283,24 @@ describe.skipIf(isMissing)('Appearance', () => {
   test('each tab has an address and is reached by the keyboard alone', async () => {
     const page = await opened('live');
     await page.keyboard.press('Tab');
-    await eventually(() => page.evaluate(() => document.activeElement!.textContent), (text) => text === 'Skip to the content');
+    await eventually(
+      () => page.evaluate(() => document.activeElement!.textContent),
+      (text) => text === 'Skip to the content',
+    );
     for (const tab of tabs) {
-      await eventually(async () => {
-        await page.keyboard.press('Tab');
-        return page.evaluate(() => document.activeElement!.getAttribute('href'));
-      }, (href) => href === `#/${tab}`);
+      await eventually(
+        async () => {
+          await page.keyboard.press('Tab');
+          return page.evaluate(() => document.activeElement!.getAttribute('href'));
+        },
+        (href) => href === `#/${tab}`,
+      );
       await page.keyboard.press('Enter');
       await page.getByRole('heading', { level: 1, name: new RegExp(tab, 'i') }).waitFor();
       expect(new URL(page.url()).hash).toBe(`#/${tab}`);
-      expect(await page.getByRole('link', { name: new RegExp(`^${tab}$`, 'i') }).getAttribute('aria-current')).toBe('page');
+      expect(await page.getByRole('link', { name: new RegExp(`^${tab}$`, 'i') }).getAttribute('aria-current')).toBe(
+        'page',
+      );
     }
     await page.goBack();
     await page.getByRole('heading', { level: 1, name: 'Cameras' }).waitFor();

@@ -1,10 +1,25 @@
 import { Page } from 'playwright-core';
 import { describe, expect, test } from 'vitest';
-import { ask, eventually, expectText, focused, isMissing, opened, save, show, store, stored, useBrowser } from './browser';
+import {
+  ask,
+  eventually,
+  expectText,
+  focused,
+  isMissing,
+  opened,
+  save,
+  show,
+  store,
+  stored,
+  useBrowser,
+} from './browser';
 
 const details = (page: Page) => page.getByTestId('area-details');
 const choose = (page: Page, kind: string, name: string) =>
-  page.getByRole('group', { name: kind }).getByRole('button', { name: new RegExp(`^${name}`) }).click();
+  page
+    .getByRole('group', { name: kind })
+    .getByRole('button', { name: new RegExp(`^${name}`) })
+    .click();
 const corners = (page: Page, area: string) => page.getByTestId(`area-${area}`).locator('.corner');
 
 async function points(page: Page, area: string): Promise<[number, number][]> {
@@ -29,12 +44,31 @@ async function drag(page: Page, area: string, corner: number, x: number, y: numb
 }
 
 async function drawRectangle(page: Page, area: string, [left, top, right, bottom]: number[]): Promise<void> {
-  for (const [i, [x, y]] of [[left, top], [right, top], [right, bottom], [left, bottom]].entries()) await drag(page, area, i, x, y);
+  for (const [i, [x, y]] of [
+    [left, top],
+    [right, top],
+    [right, bottom],
+    [left, bottom],
+  ].entries())
+    await drag(page, area, i, x, y);
 }
 
 const kUsual = {
-  DetectionControlPoints: '4', EntrancesControlPoints: '4', Detection1_Active: '1', Detection2_Active: '0', Exclusion1_Active: '0', IsCameraInside: '0', LocatorAtBottom: '0',
-  Detection1_0: '0.28', Detection1_1: '0.42', Detection1_2: '0.55', Detection1_3: '0.42', Detection1_4: '0.55', Detection1_5: '0.72', Detection1_6: '0.28', Detection1_7: '0.72',
+  DetectionControlPoints: '4',
+  EntrancesControlPoints: '4',
+  Detection1_Active: '1',
+  Detection2_Active: '0',
+  Exclusion1_Active: '0',
+  IsCameraInside: '0',
+  LocatorAtBottom: '0',
+  Detection1_0: '0.28',
+  Detection1_1: '0.42',
+  Detection1_2: '0.55',
+  Detection1_3: '0.42',
+  Detection1_4: '0.55',
+  Detection1_5: '0.72',
+  Detection1_6: '0.28',
+  Detection1_7: '0.72',
 };
 
 /** The tab over the usual areas. */
@@ -57,9 +91,14 @@ describe.skipIf(isMissing)('Areas', () => {
     await page.reload();
     await corners(page, 'Detection1').first().waitFor();
     const size = { width: 1280, height: 720 };
-    expect(Math.max(...(await points(page, 'Detection1')).map(([x, y]) => Math.max(x / size.width, y / size.height)))).toBeLessThan(0.05);
+    expect(
+      Math.max(...(await points(page, 'Detection1')).map(([x, y]) => Math.max(x / size.width, y / size.height))),
+    ).toBeLessThan(0.05);
     await show(page, 'live');
-    await eventually(() => ask(page, 'get_data_panel_info'), (panel) => panel.includes('<AOICam_0>0<'));
+    await eventually(
+      () => ask(page, 'get_data_panel_info'),
+      (panel) => panel.includes('<AOICam_0>0<'),
+    );
     await expectText(page, 'crowd-1', /^0$/);
 
     // Three at once stand nowhere but in the whole picture.
@@ -119,7 +158,12 @@ describe.skipIf(isMissing)('Areas', () => {
     await page.keyboard.press('Tab');
     const before = await points(page, 'Entrance1');
     const at = () => points(page, 'Entrance1').then((all) => all[0]);
-    for (const [key, dx, dy] of [['ArrowLeft', -1, 0], ['ArrowUp', 0, -1], ['ArrowRight', 1, 0], ['ArrowDown', 0, 1]] as const) {
+    for (const [key, dx, dy] of [
+      ['ArrowLeft', -1, 0],
+      ['ArrowUp', 0, -1],
+      ['ArrowRight', 1, 0],
+      ['ArrowDown', 0, 1],
+    ] as const) {
       const [x, y] = await at();
       await page.keyboard.press(key);
       const [toX, toY] = await at();
@@ -144,7 +188,9 @@ describe.skipIf(isMissing)('Areas', () => {
     const page = await areas();
     await store(page, {
       Detection2_Active: '1',
-      ...Object.fromEntries([0.28, 0.42, 0.55, 0.42, 0.55, 0.72, 0.28, 0.72].map((value, i) => [`Detection2_${i}`, String(value)])),
+      ...Object.fromEntries(
+        [0.28, 0.42, 0.55, 0.42, 0.55, 0.72, 0.28, 0.72].map((value, i) => [`Detection2_${i}`, String(value)]),
+      ),
     });
     await page.reload();
     await corners(page, 'Detection1').first().waitFor();
@@ -179,7 +225,11 @@ describe.skipIf(isMissing)('Areas', () => {
     const before = await points(page, 'Detection1');
     const session = await page.context().newCDPSession(page);
     await session.send('Input.dispatchTouchEvent', { type: 'touchStart', touchPoints: [from] });
-    for (const step of [10, 20, 30]) await session.send('Input.dispatchTouchEvent', { type: 'touchMove', touchPoints: [{ x: from.x + step, y: from.y + step }] });
+    for (const step of [10, 20, 30])
+      await session.send('Input.dispatchTouchEvent', {
+        type: 'touchMove',
+        touchPoints: [{ x: from.x + step, y: from.y + step }],
+      });
     await session.send('Input.dispatchTouchEvent', { type: 'touchEnd', touchPoints: [] });
     const after = await points(page, 'Detection1');
     expect(after[2][0]).toBeGreaterThan(before[2][0] + 50);
@@ -223,7 +273,10 @@ describe.skipIf(isMissing)('Areas', () => {
     await takeBack();
     await details(page).getByRole('button', { name: 'Remove corner' }).click();
     const removed = await points(page, 'Detection1');
-    expect([removed.length, removed.every((point) => before.some(([x, y]) => x === point[0] && y === point[1]))]).toEqual([3, true]);
+    expect([
+      removed.length,
+      removed.every((point) => before.some(([x, y]) => x === point[0] && y === point[1])),
+    ]).toEqual([3, true]);
     await page.getByRole('button', { name: 'Undo' }).click();
     await takeBack();
     await details(page).getByRole('button', { name: 'Add corner' }).click();
@@ -250,7 +303,12 @@ describe.skipIf(isMissing)('Areas', () => {
     expect(await told('Entrance3_Active')).toBe(1);
     expect(await told('Entrance3_0')).toBeCloseTo(0.02, 2);
     expect(await told('Entrance2_Active')).toBe(0);
-    await store(page, { Entrance2_Active: '1', Entrance3_Active: '0', Exclusion1_Active: '0', Detection1ThreshSeconds: '4' });
+    await store(page, {
+      Entrance2_Active: '1',
+      Entrance3_Active: '0',
+      Exclusion1_Active: '0',
+      Detection1ThreshSeconds: '4',
+    });
   });
 
   test('the direction that counts as entering and the locator point are chosen in words', async () => {
@@ -290,7 +348,9 @@ describe.skipIf(isMissing)('Areas', () => {
   test('warns when the camera becomes too slow for an area', async () => {
     const page = await areas();
     let time = '100';
-    await page.route('**/*action=get_execution_time', (route) => route.fulfill({ contentType: 'text/plain', body: time }));
+    await page.route('**/*action=get_execution_time', (route) =>
+      route.fulfill({ contentType: 'text/plain', body: time }),
+    );
     const warnings = page.getByTestId('warnings').locator('li');
     expect(await warnings.count()).toBe(0);
     time = '2000';
@@ -347,7 +407,10 @@ describe.skipIf(isMissing)('Areas', () => {
     await page.evaluate(() => (location.hash = '#/areas'));
     expect(await points(page, 'Detection1')).toEqual(drawn);
     await page.keyboard.press('Control+z');
-    await eventually(() => points(page, 'Detection1'), (now) => now[0][0] < drawn[0][0]);
+    await eventually(
+      () => points(page, 'Detection1'),
+      (now) => now[0][0] < drawn[0][0],
+    );
   });
 
   test('the corners of an area at the edge of the picture are seen whole', async () => {
@@ -357,7 +420,12 @@ describe.skipIf(isMissing)('Areas', () => {
     for (const corner of ['corner-1', 'corner-2', 'corner-4']) {
       const grip = (await page.getByTestId(corner).locator('.grip').boundingBox())!;
       const outer = { x: corner === 'corner-2' ? grip.x + grip.width - 2 : grip.x + 2, y: grip.y + grip.height / 2 };
-      expect(await page.evaluate(({ x, y }) => document.elementFromPoint(x, y)?.closest('.corner')?.getAttribute('data-testid'), outer)).toBe(corner);
+      expect(
+        await page.evaluate(
+          ({ x, y }) => document.elementFromPoint(x, y)?.closest('.corner')?.getAttribute('data-testid'),
+          outer,
+        ),
+      ).toBe(corner);
     }
   });
 
@@ -370,30 +438,46 @@ describe.skipIf(isMissing)('Areas', () => {
     const swipe = async (dy: number) => {
       const from = await spot(page, 0.4, 0.6);
       await session.send('Input.dispatchTouchEvent', { type: 'touchStart', touchPoints: [from] });
-      for (const step of [1, 2, 3, 4]) await session.send('Input.dispatchTouchEvent', { type: 'touchMove', touchPoints: [{ x: from.x, y: from.y + (dy * step) / 4 }] });
+      for (const step of [1, 2, 3, 4])
+        await session.send('Input.dispatchTouchEvent', {
+          type: 'touchMove',
+          touchPoints: [{ x: from.x, y: from.y + (dy * step) / 4 }],
+        });
       await session.send('Input.dispatchTouchEvent', { type: 'touchEnd', touchPoints: [] });
     };
     await swipe(-80);
-    await eventually(() => page.evaluate(() => scrollY), (y) => y > 40);
+    await eventually(
+      () => page.evaluate(() => scrollY),
+      (y) => y > 40,
+    );
     expect(await points(page, 'Detection1')).toEqual(before);
     // A tap while the page still glides only stops it.
-    await eventually(async () => {
-      await page.evaluate(() => scrollTo(0, 0));
-      const tapped = await spot(page, 0.4, 0.6);
-      await page.touchscreen.tap(tapped.x, tapped.y);
-      return details(page).locator('h2').textContent();
-    }, (name) => name === 'Area 1');
+    await eventually(
+      async () => {
+        await page.evaluate(() => scrollTo(0, 0));
+        const tapped = await spot(page, 0.4, 0.6);
+        await page.touchscreen.tap(tapped.x, tapped.y);
+        return details(page).locator('h2').textContent();
+      },
+      (name) => name === 'Area 1',
+    );
     // Far more than the page may still glide.
     const scrolled = await page.evaluate(() => scrollY);
     await swipe(-50);
-    await eventually(() => points(page, 'Detection1'), (now) => before[0][1] - now[0][1] > 100);
+    await eventually(
+      () => points(page, 'Detection1'),
+      (now) => before[0][1] - now[0][1] > 100,
+    );
     expect(Math.abs((await page.evaluate(() => scrollY)) - scrolled)).toBeLessThan(20);
   });
 
   test('unsaved changes are marked and undone one by one', async () => {
     const page = await areas();
     const before = await points(page, 'Detection1');
-    const marked = () => page.getByRole('button', { name: /unsaved changes/ }).evaluateAll((buttons) => buttons.map((button) => button.getAttribute('aria-label')));
+    const marked = () =>
+      page
+        .getByRole('button', { name: /unsaved changes/ })
+        .evaluateAll((buttons) => buttons.map((button) => button.getAttribute('aria-label')));
     await drag(page, 'Detection1', 0, 0.2, 0.3);
     await expectText(page, 'save-state', /^1 unsaved change in Areas$/);
     expect(await marked()).toEqual(['Area 1, unsaved changes']);
@@ -401,7 +485,12 @@ describe.skipIf(isMissing)('Areas', () => {
     await expectText(page, 'save-state', /^1 unsaved change in Areas$/);
     const both = await points(page, 'Detection1');
     await page.getByRole('button', { name: 'Undo' }).click();
-    expect((await points(page, 'Detection1')).map((point, i) => String(point) === String(both[i]))).toEqual([true, true, false, true]);
+    expect((await points(page, 'Detection1')).map((point, i) => String(point) === String(both[i]))).toEqual([
+      true,
+      true,
+      false,
+      true,
+    ]);
     await page.getByRole('button', { name: 'Undo' }).click();
     expect(await points(page, 'Detection1')).toEqual(before);
     expect(await page.getByRole('button', { name: 'Save', exact: true }).count()).toBe(0);

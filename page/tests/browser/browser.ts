@@ -1,17 +1,25 @@
-import { mkdirSync } from 'node:fs';
+import { mkdirSync, mkdtempSync, readFileSync, rmSync } from 'node:fs';
+import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { Browser, BrowserContext, BrowserContextOptions, chromium, Page } from 'playwright-core';
 import { afterAll, afterEach, beforeAll, expect, inject } from 'vitest';
 
-export const building = inject('building');
-export const isMissing = building === null;
+const buildings = inject('buildings');
+export const isMissing = buildings.length === 0;
+
+/** This worker's own; nobody else changes its settings meanwhile. */
+export const building = isMissing ? null : buildings[Number(process.env.VITEST_POOL_ID) - 1];
+if (!isMissing && !building)
+  throw new Error(`expected a worker from 1 to ${buildings.length}, got ${process.env.VITEST_POOL_ID}`);
+
 export const screenshots = process.env.SCREENSHOTS ?? join(__dirname, '../../../build/screenshots');
 mkdirSync(screenshots, { recursive: true });
 
 export const tabs = ['live', 'areas', 'detection', 'reports', 'cameras', 'advanced'] as const;
 export type Tab = (typeof tabs)[number];
 
-export const kPatience = 90_000;
+/** Ends what hangs, on a loaded machine, too. */
+export const kPatience = 300_000;
 
 let browser: Browser;
 let contexts: BrowserContext[] = [];
@@ -22,11 +30,7 @@ export const offences: string[] = [];
 export function useBrowser(): void {
   beforeAll(async () => {
     if (isMissing) return;
-    browser = await chromium.launch({
-      executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium',
-      args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
-        '--disable-component-update', '--disable-sync', '--lang=en-GB'],
-    });
+    browser = await chromium.connect(inject('browser'));
   });
   afterEach(async () => {
     await Promise.all(contexts.map((context) => context.close()));
@@ -40,7 +44,10 @@ export function useBrowser(): void {
 
 const origin = () => new URL(building!.url).origin;
 
-export async function open(options: BrowserContextOptions = {}, prepare: (page: Page) => Promise<unknown> = async () => {}): Promise<Page> {
+export async function open(
+  options: BrowserContextOptions = {},
+  prepare: (page: Page) => Promise<unknown> = async () => {},
+): Promise<Page> {
   const context = await browser.newContext({
     httpCredentials: { username: 'operator', password: building!.password },
     viewport: { width: 1360, height: 850 },
@@ -66,7 +73,11 @@ export async function show(page: Page, tab: Tab): Promise<void> {
 }
 
 /** A tab of a page of its own. */
-export async function opened(tab: Tab, options: BrowserContextOptions = {}, prepare?: (page: Page) => Promise<unknown>): Promise<Page> {
+export async function opened(
+  tab: Tab,
+  options: BrowserContextOptions = {},
+  prepare?: (page: Page) => Promise<unknown>,
+): Promise<Page> {
   const page = await open(options, prepare);
   await show(page, tab);
   return page;
@@ -76,13 +87,16 @@ export function address(action: string): string {
   return `${building!.url}local/ostrel_senvo/webservices.cgi?action=${action}`;
 }
 
-/** Asks the camera as a program would. */
+/** Asks the camera past the page's own code. */
 export async function ask(page: Page, action: string): Promise<string> {
-  return page.evaluate(async (url) => (await fetch(url)).text(), address(action));
+  return page.evaluate(async (url) => (await fetch(url, { headers: { 'X-Senvo-Page': '1' } })).text(), address(action));
 }
 
 export async function post(page: Page, action: string, body: string): Promise<number> {
-  return page.evaluate(async ([url, text]) => (await fetch(url, { method: 'POST', body: text })).status, [address(action), body] as const);
+  return page.evaluate(
+    async ([url, text]) => (await fetch(url, { method: 'POST', body: text, headers: { 'X-Senvo-Page': '1' } })).status,
+    [address(action), body] as const,
+  );
 }
 
 export async function stored(page: Page, tag: string): Promise<string> {
@@ -96,7 +110,21 @@ export async function store(page: Page, changes: Record<string, string>): Promis
   for (const [tag, value] of Object.entries(changes)) {
     document = document.replace(new RegExp(`<${tag}>[^<]*</${tag}>`), () => `<${tag}>${value}</${tag}>`);
   }
-  expect(await post(page, 'set_post_parameters', `<root>${document.slice('<app>'.length, -'</app>'.length)}</root>`)).toBe(200);
+  expect(
+    await post(page, 'set_post_parameters', `<root>${document.slice('<app>'.length, -'</app>'.length)}</root>`),
+  ).toBe(200);
+}
+
+/** What a link downloads. */
+export async function downloaded(page: Page, name: string): Promise<string> {
+  const [download] = await Promise.all([page.waitForEvent('download'), page.getByRole('link', { name }).click()]);
+  const folder = mkdtempSync(join(tmpdir(), 'senvo-download-'));
+  try {
+    await download.saveAs(join(folder, 'file'));
+    return readFileSync(join(folder, 'file'), 'utf8');
+  } finally {
+    rmSync(folder, { recursive: true });
+  }
 }
 
 /** What people hear of the element that has the focus. */
@@ -118,7 +146,11 @@ export async function expectText(page: Page, testid: string, expected: RegExp): 
 }
 
 /** Waits until something is so, and says at the end what it was. */
-export async function eventually<T>(look: () => Promise<T>, expected: (value: T) => boolean, patience = kPatience): Promise<T> {
+export async function eventually<T>(
+  look: () => Promise<T>,
+  expected: (value: T) => boolean,
+  patience = kPatience,
+): Promise<T> {
   const end = Date.now() + patience;
   let value = await look();
   while (!expected(value)) {

@@ -4,7 +4,19 @@ import { createServer } from 'node:http';
 import { AddressInfo } from 'node:net';
 import { join } from 'node:path';
 import { describe, expect, test } from 'vitest';
-import { ask, building, eventually, expectText, isMissing, open, opened, show, store, stored, useBrowser } from './browser';
+import {
+  ask,
+  building,
+  eventually,
+  expectText,
+  isMissing,
+  open,
+  opened,
+  show,
+  store,
+  stored,
+  useBrowser,
+} from './browser';
 
 /** One grey pixel. */
 const kJpeg = Buffer.from(
@@ -17,7 +29,12 @@ describe.skipIf(isMissing)('Live', () => {
 
   test('shows the figures that the camera tells', async () => {
     const page = await opened('live');
-    for (const [testid, action] of [['occupancy', 'get_occupancy_count'], ['building', 'get_total_occupancy'], ['crowd-2', 'get_crowd_2'], ['crowd-building', 'get_total_crowd']]) {
+    for (const [testid, action] of [
+      ['occupancy', 'get_occupancy_count'],
+      ['building', 'get_total_occupancy'],
+      ['crowd-2', 'get_crowd_2'],
+      ['crowd-building', 'get_total_crowd'],
+    ]) {
       await eventually(
         async () => [await page.getByTestId(testid).textContent(), await ask(page, action)],
         ([shown, told]) => shown === told,
@@ -33,48 +50,82 @@ describe.skipIf(isMissing)('Live', () => {
     // A leader that was started anew asks its followers for counts once settings have been saved.
     await store(page, {});
     const rows = page.getByTestId('cameras').locator('tbody tr');
-    await eventually(() => rows.count(), (count) => count === 3);
+    await eventually(
+      () => rows.count(),
+      (count) => count === 3,
+    );
     for (const follower of ['Follower 1', 'Follower 2']) {
       const row = rows.filter({ hasText: follower });
       await row.filter({ hasText: /Running|active|Slow/ }).waitFor();
-      await eventually(async () => row.locator('td').allTextContents(), ([, crowd, age]) => /^\d+$/.test(crowd) && age === 'now');
+      await eventually(
+        async () => row.locator('td').allTextContents(),
+        ([, crowd, age]) => /^\d+$/.test(crowd) && age === 'now',
+      );
     }
   });
 
   test('a follower that was not asked yet is said so', async () => {
-    const panel = '<app><TotalOcc>4</TotalOcc><NameCam_0>Here</NameCam_0><NameCam_1>New</NameCam_1><AOICam_0>1</AOICam_0><AOICam_1>0</AOICam_1>' +
+    const panel =
+      '<app><TotalOcc>4</TotalOcc><NameCam_0>Here</NameCam_0><NameCam_1>New</NameCam_1><AOICam_0>1</AOICam_0><AOICam_1>0</AOICam_1>' +
       '<ActiveCam_1>1</ActiveCam_1><StatusCam_0>Running</StatusCam_0><StatusCam_1>Unknown default status</StatusCam_1></app>';
-    const page = await open({}, (one) => one.route('**/*action=get_data_panel_info', (route) => route.fulfill({ contentType: 'text/xml', body: panel })));
+    const page = await open({}, (one) =>
+      one.route('**/*action=get_data_panel_info', (route) => route.fulfill({ contentType: 'text/xml', body: panel })),
+    );
     await show(page, 'live');
     const status = page.getByTestId('cameras').locator('tbody tr').filter({ hasText: 'New' }).locator('.badge');
-    await eventually(() => status.textContent(), (text) => text === 'not asked yet');
+    await eventually(
+      () => status.textContent(),
+      (text) => text === 'not asked yet',
+    );
     expect(await status.getAttribute('title')).toBe('Unknown default status');
     await page.getByRole('columnheader', { name: 'Age of counts' }).waitFor();
   });
 
   test('a follower that does not answer has words and no count', async () => {
-    const panel = '<app><TotalOcc>4</TotalOcc><NameCam_0>Here</NameCam_0><NameCam_1>Gone</NameCam_1><AOICam_0>1</AOICam_0><AOICam_1>-1</AOICam_1>' +
+    const panel =
+      '<app><TotalOcc>4</TotalOcc><NameCam_0>Here</NameCam_0><NameCam_1>Gone</NameCam_1><AOICam_0>1</AOICam_0><AOICam_1>-1</AOICam_1>' +
       '<ActiveCam_1>1</ActiveCam_1><StatusCam_0>Running</StatusCam_0><StatusCam_1>No connection error</StatusCam_1></app>';
     const page = await open({}, async (one) => {
-      await one.route('**/*action=get_data_panel_info', (route) => route.fulfill({ contentType: 'text/xml', body: panel }));
-      await one.route('**/*action=get_follower_ages', (route) => route.fulfill({ contentType: 'text/plain', body: '-1,-1,-1,-1,-1,-1,-1,-1,-1,-1' }));
+      await one.route('**/*action=get_data_panel_info', (route) =>
+        route.fulfill({ contentType: 'text/xml', body: panel }),
+      );
+      await one.route('**/*action=get_follower_ages', (route) =>
+        route.fulfill({ contentType: 'text/plain', body: '-1,-1,-1,-1,-1,-1,-1,-1,-1,-1' }),
+      );
     });
     await show(page, 'live');
     const row = page.getByTestId('cameras').locator('tbody tr').filter({ hasText: 'Gone' });
-    await eventually(() => row.locator('td').allTextContents(), (cells) => cells.join('|') === 'No connection error|–|none yet');
+    await eventually(
+      () => row.locator('td').allTextContents(),
+      (cells) => cells.join('|') === 'No connection error|–|none yet',
+    );
   });
 
   test('the age of a follower is that of its counts, which grow old while the camera answers', async () => {
     let ages = '2,75,600,-1,-1,-1,-1,-1,-1,-1';
     const numbers = [1, 2, 3, 4];
-    const panel = `<app><TotalOcc>4</TotalOcc><NameCam_0>Here</NameCam_0>${numbers.map((i) =>
-      `<NameCam_${i}>F${i}</NameCam_${i}><AOICam_${i}>${i}</AOICam_${i}><ActiveCam_${i}>1</ActiveCam_${i}><StatusCam_${i}>Running</StatusCam_${i}>`).join('')}</app>`;
+    const panel = `<app><TotalOcc>4</TotalOcc><NameCam_0>Here</NameCam_0>${numbers
+      .map(
+        (i) =>
+          `<NameCam_${i}>F${i}</NameCam_${i}><AOICam_${i}>${i}</AOICam_${i}><ActiveCam_${i}>1</ActiveCam_${i}><StatusCam_${i}>Running</StatusCam_${i}>`,
+      )
+      .join('')}</app>`;
     const page = await open({}, async (one) => {
-      await one.route('**/*action=get_data_panel_info', (route) => route.fulfill({ contentType: 'text/xml', body: panel }));
-      await one.route('**/*action=get_follower_ages', (route) => route.fulfill({ contentType: 'text/plain', body: ages }));
+      await one.route('**/*action=get_data_panel_info', (route) =>
+        route.fulfill({ contentType: 'text/xml', body: panel }),
+      );
+      await one.route('**/*action=get_follower_ages', (route) =>
+        route.fulfill({ contentType: 'text/plain', body: ages }),
+      );
     });
     await show(page, 'live');
-    const told = async () => (await page.getByTestId('cameras').locator('tbody tr').allInnerTexts()).slice(1).map((row) => row.split(/\s*\t\s*|\n/).slice(-2).join(' '));
+    const told = async () =>
+      (await page.getByTestId('cameras').locator('tbody tr').allInnerTexts()).slice(1).map((row) =>
+        row
+          .split(/\s*\t\s*|\n/)
+          .slice(-2)
+          .join(' '),
+      );
     await eventually(told, (rows) => rows.join('|') === '1 now|2 75 s ago|3 10 min ago|– none yet');
     ages = '90,1,600,-1,-1,-1,-1,-1,-1,-1';
     await eventually(told, (rows) => rows.join('|') === '1 90 s ago|2 now|3 10 min ago|– none yet');
@@ -84,14 +135,23 @@ describe.skipIf(isMissing)('Live', () => {
     const page = await opened('live');
     await store(page, { Detection2_Active: '0', RepInt: '1' });
     await page.reload();
-    await page.locator('dt').filter({ hasText: /^Area 2.*off/ }).waitFor();
+    await page
+      .locator('dt')
+      .filter({ hasText: /^Area 2.*off/ })
+      .waitFor();
     await page.evaluate(() => (location.hash = '#/areas'));
-    await page.getByRole('button', { name: /^Area 2/ }).first().click();
+    await page
+      .getByRole('button', { name: /^Area 2/ })
+      .first()
+      .click();
     await page.getByLabel('Area 2 in use').check();
     await page.evaluate(() => (location.hash = '#/cameras'));
     await page.getByLabel('Report period').fill('7');
     await page.evaluate(() => (location.hash = '#/live'));
-    await page.locator('dt').filter({ hasText: /^Area 2.*off/ }).waitFor();
+    await page
+      .locator('dt')
+      .filter({ hasText: /^Area 2.*off/ })
+      .waitFor();
     await page.getByText('which the camera writes every minute').waitFor();
   });
 
@@ -100,7 +160,11 @@ describe.skipIf(isMissing)('Live', () => {
     let fetched = 0;
     const page = await open({}, async (one) => {
       await one.clock.install();
-      await one.context().route('**/*action=get_all_parameters', (route) => route.fulfill({ contentType: 'text/xml', body: settings.replace(/<RepInt>\d+/, '<RepInt>0') }));
+      await one
+        .context()
+        .route('**/*action=get_all_parameters', (route) =>
+          route.fulfill({ contentType: 'text/xml', body: settings.replace(/<RepInt>\d+/, '<RepInt>0') }),
+        );
       await one.context().route('**/*action=get_occupancy_csv', (route) => {
         ++fetched;
         return route.fulfill({ contentType: 'text/csv', body: 'Date\n' });
@@ -108,11 +172,17 @@ describe.skipIf(isMissing)('Live', () => {
     });
     await show(page, 'live');
     await page.getByText('which the camera writes every 15 minutes').waitFor();
-    await eventually(async () => fetched, (count) => count === 1);
+    await eventually(
+      async () => fetched,
+      (count) => count === 1,
+    );
     for (let minute = 0; minute < 14; ++minute) await page.clock.runFor(60_000);
     expect(fetched).toBe(1);
     await page.clock.runFor(120_000);
-    await eventually(async () => fetched, (count) => count === 2);
+    await eventually(
+      async () => fetched,
+      (count) => count === 2,
+    );
   });
 
   test('today begins at midnight', async () => {
@@ -121,28 +191,43 @@ describe.skipIf(isMissing)('Live', () => {
     let csv = rows;
     const page = await open({ timezoneId: 'Europe/Vienna' }, async (one) => {
       await one.clock.install({ time: new Date('2026-03-30T23:58:00+02:00') });
-      await one.context().route('**/*action=get_occupancy_csv', (route) => route.fulfill({ contentType: 'text/csv', body: csv }));
-      await one.context().route('**/*action=get_data_panel_info', (route) => route.fulfill({ contentType: 'text/xml', body: '<app><NameCam_0>Leader</NameCam_0><StatusCam_0>Running</StatusCam_0></app>' }));
+      await one
+        .context()
+        .route('**/*action=get_occupancy_csv', (route) => route.fulfill({ contentType: 'text/csv', body: csv }));
+      await one.context().route('**/*action=get_data_panel_info', (route) =>
+        route.fulfill({
+          contentType: 'text/xml',
+          body: '<app><NameCam_0>Leader</NameCam_0><StatusCam_0>Running</StatusCam_0></app>',
+        }),
+      );
     });
     await show(page, 'live');
     const today = page.locator('.passages tbody tr');
-    await eventually(() => today.allInnerTexts(), (lines) => /^Entrance 1\s+\d+\s+\d+\s+7\s+0$/.test(lines[0]));
+    await eventually(
+      () => today.allInnerTexts(),
+      (lines) => /^Entrance 1\s+\d+\s+\d+\s+7\s+0$/.test(lines[0]),
+    );
     await page.getByRole('columnheader', { name: 'Since 23:58', exact: true }).waitFor();
     await page.clock.runFor(180_000);
     await page.getByRole('columnheader', { name: 'Since 30 Mar 2026, 23:58', exact: true }).waitFor();
     await page.getByText('The reports have nothing of today yet.').waitFor();
     csv = `${rows}2026-03-31 00:01:00,2\n`;
     await page.clock.runFor(180_000);
-    await eventually(() => today.allInnerTexts(), (lines) => /^Entrance 1\s+\d+\s+\d+\s+2\s+0$/.test(lines[0]));
+    await eventually(
+      () => today.allInnerTexts(),
+      (lines) => /^Entrance 1\s+\d+\s+\d+\s+2\s+0$/.test(lines[0]),
+    );
   });
 
   test('says that reports are being read, or why they cannot be', async () => {
     let go = () => {};
     const held = new Promise<void>((resolve) => (go = resolve));
-    const page = await open({}, (one) => one.context().route('**/*action=get_occupancy_csv', async (route) => {
-      await held;
-      await route.fulfill({ status: 503 });
-    }));
+    const page = await open({}, (one) =>
+      one.context().route('**/*action=get_occupancy_csv', async (route) => {
+        await held;
+        await route.fulfill({ status: 503 });
+      }),
+    );
     await show(page, 'live');
     const passages = page.locator('.passages');
     await passages.getByText('Reading the reports …').waitFor();
@@ -153,10 +238,20 @@ describe.skipIf(isMissing)('Live', () => {
 
   test('tells who comes and goes as it happens, and through which entrance', async () => {
     let counts = '20,12,31,32,0,0';
-    const page = await open({}, (one) => one.route('**/*action=get_passages', (route) => route.fulfill({ contentType: 'text/plain', body: counts })));
+    const page = await open({}, (one) =>
+      one.route('**/*action=get_passages', (route) => route.fulfill({ contentType: 'text/plain', body: counts })),
+    );
     await show(page, 'live');
     const rows = page.locator('.passages tbody tr');
-    const since = async () => (await rows.allInnerTexts()).map((row) => row.split(/\s*\t\s*|\n/).slice(0, 3).join(' ')).join('|');
+    const since = async () =>
+      (await rows.allInnerTexts())
+        .map((row) =>
+          row
+            .split(/\s*\t\s*|\n/)
+            .slice(0, 3)
+            .join(' '),
+        )
+        .join('|');
     await eventually(since, (sums) => sums === 'Entrance 1 0 0|Entrance 2 0 0');
     counts = '20,14,34,33,0,1';
     await eventually(since, (sums) => sums === 'Entrance 1 0 2|Entrance 2 3 1|Entrance 3 0 1');
@@ -175,12 +270,16 @@ describe.skipIf(isMissing)('Live', () => {
     });
     await show(page, 'live');
     const image = page.getByRole('img', { name: 'Live picture' });
-    await eventually(() => image.isVisible(), (visible) => visible);
+    await eventually(
+      () => image.isVisible(),
+      (visible) => visible,
+    );
     await expectText(page, 'came-in', /^0$/);
-    const turn = (hidden: boolean) => page.evaluate((value) => {
-      Object.defineProperty(document, 'hidden', { value, configurable: true });
-      document.dispatchEvent(new Event('visibilitychange'));
-    }, hidden);
+    const turn = (hidden: boolean) =>
+      page.evaluate((value) => {
+        Object.defineProperty(document, 'hidden', { value, configurable: true });
+        document.dispatchEvent(new Event('visibilitychange'));
+      }, hidden);
     await turn(true);
     await page.clock.runFor(60_000);
     counts = '22,12,31,32,0,0';
@@ -197,15 +296,24 @@ describe.skipIf(isMissing)('Live', () => {
     await expectText(page, 'occupancy', /^–$/);
     go();
     await expectText(page, 'status', /Running|active|Slow/);
-    await page.locator('.ticker').getByText(/^\s*2 objects came in through entrance 1 while this page was hidden$/).waitFor();
+    await page
+      .locator('.ticker')
+      .getByText(/^\s*2 objects came in through entrance 1 while this page was hidden$/)
+      .waitFor();
     await expectText(page, 'came-in', /^2$/);
-    await eventually(() => image.isVisible(), (visible) => visible);
+    await eventually(
+      () => image.isVisible(),
+      (visible) => visible,
+    );
   });
 
   test.each(['came in', 'went out'])('tells of those that the camera really sees: %s', async (what) => {
     const page = await opened('live');
     await expectText(page, what === 'came in' ? 'came-in' : 'went-out', /^[1-9]/);
-    await page.getByText(new RegExp(`\\d objects? ${what} through entrance [12]`)).first().waitFor();
+    await page
+      .getByText(new RegExp(`\\d objects? ${what} through entrance [12]`))
+      .first()
+      .waitFor();
   });
 
   test('a reset asks first', async () => {
@@ -214,7 +322,10 @@ describe.skipIf(isMissing)('Live', () => {
     page.on('request', (request) => asked.push(request.url()));
     const figure = async (testid: string) => Number(await page.getByTestId(testid).textContent());
     // People come in all the time: what tells a reset is that there are fewer.
-    const here = await eventually(() => figure('occupancy'), (count) => count >= 2);
+    const here = await eventually(
+      () => figure('occupancy'),
+      (count) => count >= 2,
+    );
     await page.getByRole('button', { name: 'Reset this camera' }).click();
     await page.getByRole('dialog').getByRole('button', { name: 'Cancel' }).click();
     await page.getByRole('dialog').waitFor({ state: 'detached' });
@@ -229,55 +340,94 @@ describe.skipIf(isMissing)('Live', () => {
     await page.getByRole('button', { name: 'Reset this camera' }).click();
     await page.getByRole('dialog').getByRole('button', { name: 'Reset this camera' }).click();
     await expectText(page, 'reset-said', /has been reset/);
-    await eventually(() => figure('occupancy'), (count) => count < here);
-    const before = await eventually(() => figure('building'), (count) => count >= 3);
+    await eventually(
+      () => figure('occupancy'),
+      (count) => count < here,
+    );
+    const before = await eventually(
+      () => figure('building'),
+      (count) => count >= 3,
+    );
     await page.getByRole('button', { name: 'Reset the building' }).click();
     await page.getByRole('dialog').getByRole('button', { name: 'Reset the building' }).click();
     await expectText(page, 'reset-said', /has been reset/);
-    await eventually(() => figure('building'), (count) => count < before);
+    await eventually(
+      () => figure('building'),
+      (count) => count < before,
+    );
     expect(asked.filter((url) => /action=reset_(total_)?occupancy$/.test(url)).length).toBe(2);
     expect(await ask(page, 'get_logfile_as_plain_text')).toContain('Total occupancy reset.');
   });
 
   test.each([
-    ['All areas', 'Breached'], ['Area 1', 'Area1Alert'], ['Area 2', 'Area2Alert'], ['Area 3', 'Area3Alert'], ['Occupancy', 'OccupancyAlert'],
+    ['All areas', 'Breached'],
+    ['Area 1', 'Area1Alert'],
+    ['Area 2', 'Area2Alert'],
+    ['Area 3', 'Area3Alert'],
+    ['Occupancy', 'OccupancyAlert'],
   ])('the alert "%s" is raised and cleared by hand', async (name, topic) => {
     const page = await opened('live');
     const events = () =>
-      readFileSync(join(building!.state, 'events.jsonl'), 'utf8').split('\n').filter((line) => line.includes(topic)).map((line) => JSON.parse(line).active as boolean);
+      readFileSync(join(building!.state, 'events.jsonl'), 'utf8')
+        .split('\n')
+        .filter((line) => line.includes(topic))
+        .map((line) => JSON.parse(line).active as boolean);
     const before = events().length;
     await page.getByRole('button', { name: `Raise the alert: ${name}` }).click();
     await expectText(page, 'alert-said', new RegExp(`^Alert raised: ${name}`));
     await page.getByRole('button', { name: `Clear the alert: ${name}` }).click();
     await expectText(page, 'alert-said', new RegExp(`^Alert cleared: ${name}`));
     // The camera's own rules raise and clear alerts, too.
-    await eventually(async () => events().slice(before), (states) => states.includes(true) && states.includes(false));
+    await eventually(
+      async () => events().slice(before),
+      (states) => states.includes(true) && states.includes(false),
+    );
   });
 
   test('shows the live picture as a stream', async () => {
     const asked: string[] = [];
-    const page = await open({}, (one) => one.route('**/live/video.mjpg*', (route) => {
-      asked.push(route.request().url());
-      return route.fulfill({ contentType: 'image/jpeg', body: kJpeg });
-    }));
+    const page = await open({}, (one) =>
+      one.route('**/live/video.mjpg*', (route) => {
+        asked.push(route.request().url());
+        return route.fulfill({ contentType: 'image/jpeg', body: kJpeg });
+      }),
+    );
     await show(page, 'live');
     const image = page.getByRole('img', { name: 'Live picture' });
-    await eventually(() => image.evaluate((element: HTMLImageElement) => element.naturalWidth), (width) => width === 1);
+    await eventually(
+      () => image.evaluate((element: HTMLImageElement) => element.naturalWidth),
+      (width) => width === 1,
+    );
     const drawn = await stored(page, 'SelectedDetectionOverlay');
     expect(asked.filter((url) => !url.includes(`resolution=${drawn}`))).toEqual([]);
-    await eventually(() => page.getByText('No picture').count(), (count) => count === 0);
+    await eventually(
+      () => page.getByText('No picture').count(),
+      (count) => count === 0,
+    );
     await page.getByLabel('Picture size').selectOption('640x360');
-    await eventually(async () => asked.at(-1)!, (url) => url.includes('resolution=640x360'));
+    await eventually(
+      async () => asked.at(-1)!,
+      (url) => url.includes('resolution=640x360'),
+    );
     await page.getByLabel('Picture size').selectOption('Chosen by the camera');
-    await eventually(async () => asked.at(-1)!, (url) => !url.includes('resolution='));
+    await eventually(
+      async () => asked.at(-1)!,
+      (url) => !url.includes('resolution='),
+    );
   });
 
   test('shows what the camera sees: the real stream moves', async () => {
     const page = await opened('live');
     const image = page.getByRole('img', { name: 'Live picture' });
     const sources = new Set<string>();
-    await eventually(async () => sources.add((await image.getAttribute('src'))!).size, (count) => count > 3);
-    await eventually(() => image.evaluate((element: HTMLImageElement) => element.naturalWidth), (width) => width >= 640);
+    await eventually(
+      async () => sources.add((await image.getAttribute('src'))!).size,
+      (count) => count > 3,
+    );
+    await eventually(
+      () => image.evaluate((element: HTMLImageElement) => element.naturalWidth),
+      (width) => width >= 640,
+    );
   });
 
   test('a stream that stands still is said to, and is begun anew', async () => {
@@ -286,41 +436,58 @@ describe.skipIf(isMissing)('Live', () => {
     const silent = createServer((_, response) => {
       ++begun;
       response.writeHead(200, { 'Content-Type': 'multipart/x-mixed-replace; boundary=edge' });
-      response.write('--edge\r\nContent-Type: image/jpeg\r\nContent-Length: ' + kJpeg.length + '\r\n\r\n');
+      response.write(`--edge\r\nContent-Type: image/jpeg\r\nContent-Length: ${kJpeg.length}\r\n\r\n`);
       response.write(kJpeg);
     }).listen(0, '127.0.0.1');
     await once(silent, 'listening');
     const { port } = silent.address() as AddressInfo;
-    const page = await open({}, (one) => one.route('**/live/video.mjpg*', (route) => route.continue({ url: `http://127.0.0.1:${port}/` })));
+    const page = await open({}, (one) =>
+      one.route('**/live/video.mjpg*', (route) => route.continue({ url: `http://127.0.0.1:${port}/` })),
+    );
     await show(page, 'live');
-    await eventually(() => page.getByRole('img', { name: 'Live picture' }).isVisible(), (visible) => visible);
+    await eventually(
+      () => page.getByRole('img', { name: 'Live picture' }).isVisible(),
+      (visible) => visible,
+    );
     await page.getByText(/The picture stood still/).waitFor();
     expect(await page.getByRole('img', { name: 'Live picture' }).isVisible()).toBe(false);
-    await eventually(async () => begun, (count) => count > 1);
-    await eventually(() => page.getByRole('img', { name: 'Live picture' }).isVisible(), (visible) => visible);
+    await eventually(
+      async () => begun,
+      (count) => count > 1,
+    );
+    await eventually(
+      () => page.getByRole('img', { name: 'Live picture' }).isVisible(),
+      (visible) => visible,
+    );
     silent.closeAllConnections();
     silent.close();
   });
 
-  test.each(['video.mjpg', 'image.jpg'])('an answer that is no picture is said to be none, and is not asked for without end: %s', async (which) => {
-    let asked = 0;
-    const page = await open({}, async (one) => {
-      await one.clock.install();
-      await one.route('**/live/**', (route) => route.fulfill({ status: 404 }));
-      await one.route(`**/live/${which}*`, (route) => {
-        ++asked;
-        return route.fulfill({ contentType: 'image/jpeg', body: '<h1>no picture</h1>' });
+  test.each(['video.mjpg', 'image.jpg'])(
+    'an answer that is no picture is said to be none, and is not asked for without end: %s',
+    async (which) => {
+      let asked = 0;
+      const page = await open({}, async (one) => {
+        await one.clock.install();
+        await one.route('**/live/**', (route) => route.fulfill({ status: 404 }));
+        await one.route(`**/live/${which}*`, (route) => {
+          ++asked;
+          return route.fulfill({ contentType: 'image/jpeg', body: '<h1>no picture</h1>' });
+        });
       });
-    });
-    await show(page, 'live');
-    await page.getByText('What the camera sends is no picture').waitFor();
-    for (const times of [1, 2, 3]) {
-      await eventually(async () => asked, (count) => count === times);
-      await page.clock.runFor(3000);
-      expect(asked).toBe(times);
-      await page.clock.runFor(2000);
-    }
-  });
+      await show(page, 'live');
+      await page.getByText('What the camera sends is no picture').waitFor();
+      for (const times of [1, 2, 3]) {
+        await eventually(
+          async () => asked,
+          (count) => count === times,
+        );
+        await page.clock.runFor(3000);
+        expect(asked).toBe(times);
+        await page.clock.runFor(2000);
+      }
+    },
+  );
 
   test('shows single pictures where no stream comes', async () => {
     const page = await open({}, async (one) => {
@@ -328,16 +495,26 @@ describe.skipIf(isMissing)('Live', () => {
       await one.route('**/live/image.jpg*', (route) => route.fulfill({ contentType: 'image/jpeg', body: kJpeg }));
     });
     await show(page, 'live');
-    await eventually(() => page.getByRole('img', { name: 'Live picture' }).isVisible(), (visible) => visible);
+    await eventually(
+      () => page.getByRole('img', { name: 'Live picture' }).isVisible(),
+      (visible) => visible,
+    );
   });
 
   test.each([
     [404, 'text/html', '<h1>404</h1>', 'This camera offers no live picture to this page.'],
-    [403, 'text/plain', 'the anonymised stream is never shown without its overlays\n', 'the anonymised stream is never shown without its overlays'],
+    [
+      403,
+      'text/plain',
+      'the anonymised stream is never shown without its overlays\n',
+      'the anonymised stream is never shown without its overlays',
+    ],
     [503, 'text/plain', '', 'The camera has no picture at the moment.'],
     [503, 'text/plain', '<b>the source is lost</b>', '<b>the source is lost</b>'],
   ])('says why there is no picture: %d %s %j', async (status, contentType, body, words) => {
-    const page = await open({}, (one) => one.route('**/live/**', (route) => route.fulfill({ status, contentType, body })));
+    const page = await open({}, (one) =>
+      one.route('**/live/**', (route) => route.fulfill({ status, contentType, body })),
+    );
     await show(page, 'live');
     await page.getByText('No picture', { exact: true }).waitFor();
     await page.getByText(words).waitFor();

@@ -1,20 +1,40 @@
-import { readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { BrowserContextOptions, Page, Route } from 'playwright-core';
 import { describe, expect, test } from 'vitest';
-import { ask, building, eventually, expectText, focused, isMissing, open, opened, show, useBrowser } from './browser';
+import {
+  ask,
+  building,
+  downloaded,
+  eventually,
+  expectText,
+  focused,
+  isMissing,
+  open,
+  opened,
+  show,
+  useBrowser,
+} from './browser';
 
 /** Rows of so many periods of a quarter of an hour up to the end of March 2026, each with the time at which it ended. */
 function report(rows: number): string {
-  const columns = ['AOI1_Person_Lobby', 'AverageAOI1_Person_Lobby', 'Entrance1_Entrances_Person_Lobby', 'Entrance2_Entrances_Person_Lobby',
-    'Entrance1_Exits_Person_Lobby', 'Entrance1_Entrances_Car_Yard', 'Occup_Person_Lobby', 'Occup_Car_Yard'];
+  const columns = [
+    'AOI1_Person_Lobby',
+    'AverageAOI1_Person_Lobby',
+    'Entrance1_Entrances_Person_Lobby',
+    'Entrance2_Entrances_Person_Lobby',
+    'Entrance1_Exits_Person_Lobby',
+    'Entrance1_Entrances_Car_Yard',
+    'Occup_Person_Lobby',
+    'Occup_Car_Yard',
+  ];
   const lines = [`Date,${columns.join(',')}`];
   const end = Date.UTC(2026, 3, 1);
   for (let i = rows - 1; i >= 0; --i) {
     const date = new Date(end - i * 900_000).toISOString().slice(0, 19).replace('T', ' ');
     lines.push(`${date},${i % 7},${i % 5},2,1,1,3,${i % 40},${i % 90}`);
   }
-  return lines.join('\n') + '\n';
+  return `${lines.join('\n')}\n`;
 }
 
 async function withReport(csv: string, options: BrowserContextOptions = {}): Promise<Page> {
@@ -32,8 +52,13 @@ async function figuresAt(page: Page, fraction: number): Promise<Record<string, s
   const plot = (await page.locator('.chart .u-over').boundingBox())!;
   await page.mouse.move(plot.x + plot.width * fraction - 3, plot.y + plot.height / 2);
   await page.mouse.move(plot.x + plot.width * fraction, plot.y + plot.height / 2);
-  const rows = await page.locator('.chart .u-series').evaluateAll((series) =>
-    series.map((row) => [row.querySelector('.u-label')!.textContent!, row.querySelector('.u-value')!.textContent!] as const));
+  const rows = await page
+    .locator('.chart .u-series')
+    .evaluateAll((series) =>
+      series.map(
+        (row) => [row.querySelector('.u-label')!.textContent!, row.querySelector('.u-value')!.textContent!] as const,
+      ),
+    );
   return Object.fromEntries(rows);
 }
 
@@ -47,7 +72,11 @@ async function painted(page: Page, colour: string): Promise<{ count: number; top
     const { data, width } = canvas.getContext('2d')!.getImageData(0, 0, canvas.width, canvas.height);
     let [count, top] = [0, Infinity];
     for (let i = 0; i < data.length; i += 4) {
-      if (data[i + 3] < 200 || Math.abs(data[i] - red) + Math.abs(data[i + 1] - green) + Math.abs(data[i + 2] - blue) > 12) continue;
+      if (
+        data[i + 3] < 200 ||
+        Math.abs(data[i] - red) + Math.abs(data[i + 1] - green) + Math.abs(data[i + 2] - blue) > 12
+      )
+        continue;
       ++count;
       top = Math.min(top, Math.floor(i / 4 / width));
     }
@@ -78,14 +107,18 @@ describe.skipIf(isMissing)('Reports', () => {
   });
 
   test('lines are where their figures are: twice as many are twice as high', async () => {
-    const at = (lobby: number, yard: number) => `Date,Occup_Person_Lobby,Occup_Person_Yard\n2026-03-31 10:00:00,${lobby},${yard}\n2026-03-31 11:00:00,${lobby},${yard}\n2026-03-31 12:00:00,${lobby},${yard}\n`;
+    const at = (lobby: number, yard: number) =>
+      `Date,Occup_Person_Lobby,Occup_Person_Yard\n2026-03-31 10:00:00,${lobby},${yard}\n2026-03-31 11:00:00,${lobby},${yard}\n2026-03-31 12:00:00,${lobby},${yard}\n`;
     const page = await withReport(at(40, 20));
     await page.locator('.chart canvas').waitFor();
     const [lobby, yard] = [await painted(page, '--series-1'), await painted(page, '--series-2')];
     expect(lobby.count).toBeGreaterThan(300);
     expect(yard.count).toBeGreaterThan(300);
     const plot = await page.locator('.chart').evaluate((chart) => {
-      const [over, canvas] = [chart.querySelector('.u-over')!.getBoundingClientRect(), chart.querySelector('canvas')!.getBoundingClientRect()];
+      const [over, canvas] = [
+        chart.querySelector('.u-over')!.getBoundingClientRect(),
+        chart.querySelector('canvas')!.getBoundingClientRect(),
+      ];
       return { bottom: (over.bottom - canvas.top) * devicePixelRatio };
     });
     const heights = [lobby, yard].map(({ top }) => plot.bottom - top);
@@ -96,41 +129,57 @@ describe.skipIf(isMissing)('Reports', () => {
   test('the chart follows the colours, from the device and from the button', async () => {
     const page = await withReport(report(96), { colorScheme: 'light' });
     await page.locator('.chart canvas').waitFor();
-    const colour = () => page.evaluate(() => getComputedStyle(document.documentElement).getPropertyValue('--series-1').trim());
+    const colour = () =>
+      page.evaluate(() => getComputedStyle(document.documentElement).getPropertyValue('--series-1').trim());
     const light = await colour();
     await page.emulateMedia({ colorScheme: 'dark' });
     const dark = await colour();
     expect(dark).not.toBe(light);
-    await eventually(() => painted(page, '--series-1'), ({ count }) => count > 200);
+    await eventually(
+      () => painted(page, '--series-1'),
+      ({ count }) => count > 200,
+    );
     await page.getByRole('button', { name: 'Colours: as the device' }).click();
     expect(await colour()).toBe(light);
-    await eventually(() => painted(page, '--series-1'), ({ count }) => count > 200);
+    await eventually(
+      () => painted(page, '--series-1'),
+      ({ count }) => count > 200,
+    );
   });
 
-  test.each(['en-GB', 'de-DE', 'en-US'])('dates are written as the table writes them, also at the axis: %s', async (locale) => {
-    const page = await withReport(report(96 * 20), { locale });
-    await page.locator('.chart canvas').waitFor();
-    const drawn = await page.evaluate(async () => {
-      const texts: string[] = [];
-      const { fillText } = CanvasRenderingContext2D.prototype;
-      CanvasRenderingContext2D.prototype.fillText = function (text: string, ...rest) {
-        texts.push(text);
-        return fillText.call(this, text, ...rest);
-      };
-      const select = document.querySelectorAll('select')[2];
-      select.value = '1';
-      select.dispatchEvent(new Event('change', { bubbles: true }));
-      await new Promise((resolve) => setTimeout(resolve, 0));
-      while (!texts.some((text) => /\d/.test(text))) await new Promise(requestAnimationFrame);
-      return texts;
-    });
-    const days = Array.from({ length: 8 }, (_, i) => new Intl.DateTimeFormat(locale, { day: 'numeric', month: 'short', timeZone: 'UTC' }).format(Date.UTC(2026, 2, 25 + i)));
-    expect(drawn.some((text) => days.includes(text))).toBe(true);
-    expect(drawn.filter((text) => text.includes('/'))).toEqual([]);
-  });
+  test.each(['en-GB', 'de-DE', 'en-US'])(
+    'dates are written as the table writes them, also at the axis: %s',
+    async (locale) => {
+      const page = await withReport(report(96 * 20), { locale });
+      await page.locator('.chart canvas').waitFor();
+      const drawn = await page.evaluate(async () => {
+        const texts: string[] = [];
+        const { fillText } = CanvasRenderingContext2D.prototype;
+        CanvasRenderingContext2D.prototype.fillText = function (text: string, ...rest) {
+          texts.push(text);
+          return fillText.call(this, text, ...rest);
+        };
+        const select = document.querySelectorAll('select')[2];
+        select.value = '1';
+        select.dispatchEvent(new Event('change', { bubbles: true }));
+        await new Promise((resolve) => setTimeout(resolve, 0));
+        while (!texts.some((text) => /\d/.test(text))) await new Promise(requestAnimationFrame);
+        return texts;
+      });
+      const days = Array.from({ length: 8 }, (_, i) =>
+        new Intl.DateTimeFormat(locale, { day: 'numeric', month: 'short', timeZone: 'UTC' }).format(
+          Date.UTC(2026, 2, 25 + i),
+        ),
+      );
+      expect(drawn.some((text) => days.includes(text))).toBe(true);
+      expect(drawn.filter((text) => text.includes('/'))).toEqual([]);
+    },
+  );
 
   test('a camera without a name is one to choose, not all of them', async () => {
-    const page = await withReport('Date,Occup_Person_,Occup_Person_Door\n2026-03-31 10:00:00,1,2\n2026-03-31 10:15:00,3,4\n');
+    const page = await withReport(
+      'Date,Occup_Person_,Occup_Person_Door\n2026-03-31 10:00:00,1,2\n2026-03-31 10:15:00,3,4\n',
+    );
     await page.getByText('2 report rows').waitFor();
     expect(await head(page)).toEqual(['Until', '(no name)', 'Door']);
     await page.getByLabel('Camera', { exact: true }).selectOption('(no name)');
@@ -141,13 +190,24 @@ describe.skipIf(isMissing)('Reports', () => {
   });
 
   test('zooms and moves by two fingers', async () => {
-    const page = await withReport(report(96), { hasTouch: true, isMobile: true, viewport: { width: 390, height: 844 } });
+    const page = await withReport(report(96), {
+      hasTouch: true,
+      isMobile: true,
+      viewport: { width: 390, height: 844 },
+    });
     await page.getByText('1 to 50 of 96, newest first').waitFor();
     await page.locator('.chart').scrollIntoViewIfNeeded();
     const plot = (await page.locator('.chart .u-over').boundingBox())!;
     const session = await page.context().newCDPSession(page);
     const touch = (type: 'touchStart' | 'touchMove' | 'touchEnd', ...fractions: number[]) =>
-      session.send('Input.dispatchTouchEvent', { type, touchPoints: fractions.map((fraction, id) => ({ x: plot.x + plot.width * fraction, y: plot.y + 80 + 20 * id, id })) });
+      session.send('Input.dispatchTouchEvent', {
+        type,
+        touchPoints: fractions.map((fraction, id) => ({
+          x: plot.x + plot.width * fraction,
+          y: plot.y + 80 + 20 * id,
+          id,
+        })),
+      });
     await touch('touchStart', 0.4, 0.6);
     await touch('touchMove', 0.3, 0.7);
     await touch('touchMove', 0.2, 0.8);
@@ -169,7 +229,13 @@ describe.skipIf(isMissing)('Reports', () => {
 
   test('every measure, and pages of rows back and forth', async () => {
     const page = await withReport(report(96));
-    for (const [measure, columns] of [['Crowd', ['Area 1']], ['Average crowd', ['Area 1']], ['Exits', ['Entrance 1']], ['Occupancy', ['Total']], ['Entries', ['Entrance 1', 'Entrance 2']]] as const) {
+    for (const [measure, columns] of [
+      ['Crowd', ['Area 1']],
+      ['Average crowd', ['Area 1']],
+      ['Exits', ['Entrance 1']],
+      ['Occupancy', ['Total']],
+      ['Entries', ['Entrance 1', 'Entrance 2']],
+    ] as const) {
       await page.getByLabel('Show', { exact: true }).selectOption(measure);
       await page.getByLabel('By', { exact: true }).selectOption('area or entrance');
       await expectText(page, 'shown', new RegExp(`^${measure},`));
@@ -186,18 +252,23 @@ describe.skipIf(isMissing)('Reports', () => {
   test('what the camera has counted is charted and listed, and can be had as a file and as a page', async () => {
     const page = await opened('reports');
     // The first period ends a minute after the start, and the followers' share comes after the leader's own.
-    await eventually(async (): Promise<string[]> => {
-      await page.getByRole('button', { name: 'Read again' }).click();
-      return (await page.getByTestId('report').count()) === 1 ? head(page) : [];
-    }, (names) => ['Until', 'Follower 1', 'Follower 2', 'Leader'].every((name) => names.includes(name)));
+    await eventually(
+      async (): Promise<string[]> => {
+        await page.getByRole('button', { name: 'Read again' }).click();
+        return (await page.getByTestId('report').count()) === 1 ? head(page) : [];
+      },
+      (names) => ['Until', 'Follower 1', 'Follower 2', 'Leader'].every((name) => names.includes(name)),
+    );
     await page.locator('.chart canvas').waitFor();
     await page.getByLabel('Show', { exact: true }).selectOption('Entries');
     await page.getByLabel('By', { exact: true }).selectOption('area or entrance');
     expect(await head(page)).toEqual(['Until', 'Entrance 1', 'Entrance 2']);
 
-    const [download] = await Promise.all([page.waitForEvent('download'), page.getByRole('link', { name: 'Download as CSV' }).click()]);
-    expect(readFileSync(await download.path(), 'utf8')).toMatch(/^Date,AOI1_/);
-    const [table] = await Promise.all([page.context().waitForEvent('page'), page.getByRole('link', { name: 'Open as a page' }).click()]);
+    expect(await downloaded(page, 'Download as CSV')).toMatch(/^Date,AOI1_/);
+    const [table] = await Promise.all([
+      page.context().waitForEvent('page'),
+      page.getByRole('link', { name: 'Open as a page' }).click(),
+    ]);
     await table.getByRole('heading', { name: 'Senvo Summary Report' }).waitFor();
     expect(await ask(page, 'get_occupancy_csv')).toContain('Occup_Person_Leader');
   });
@@ -234,7 +305,10 @@ describe.skipIf(isMissing)('Reports', () => {
 
   test('zooms by dragging and by buttons', async () => {
     const page = await withReport(report(96));
-    await eventually(() => rows(page).count(), (count) => count === 50);
+    await eventually(
+      () => rows(page).count(),
+      (count) => count === 50,
+    );
     await page.getByText('1 to 50 of 96, newest first').waitFor();
     await page.getByRole('button', { name: 'Zoom in' }).click();
     await page.getByText(/1 to 4\d of 4\d, newest first/).waitFor();
@@ -257,7 +331,11 @@ describe.skipIf(isMissing)('Reports', () => {
     let rows = 48;
     const page = await open({}, async (one) => {
       await one.clock.install();
-      await one.context().route('**/*action=get_occupancy_csv', (route) => route.fulfill({ contentType: 'text/csv', body: report(rows) }));
+      await one
+        .context()
+        .route('**/*action=get_occupancy_csv', (route) =>
+          route.fulfill({ contentType: 'text/csv', body: report(rows) }),
+        );
     });
     await show(page, 'reports');
     await page.getByText('48 report rows').waitFor();
@@ -275,12 +353,18 @@ describe.skipIf(isMissing)('Reports', () => {
     const file = join(building!.state, 'root/usr/local/packages/ostrel_senvo/html/many.json');
     writeFileSync(file, report(100_000));
     const page = await open({}, (one) =>
-      one.context().route('**/*action=get_occupancy_csv', (route) => route.continue({ url: `${building!.url}local/ostrel_senvo/many.json` })));
+      one
+        .context()
+        .route('**/*action=get_occupancy_csv', (route) =>
+          route.continue({ url: `${building!.url}local/ostrel_senvo/many.json` }),
+        ),
+    );
     await show(page, 'reports');
     const elapsed = await page.evaluate(
       () =>
         new Promise<number>((resolve) => {
-          const look = () => (document.querySelector('.chart canvas') ? resolve(performance.now()) : requestAnimationFrame(look));
+          const look = () =>
+            document.querySelector('.chart canvas') ? resolve(performance.now()) : requestAnimationFrame(look);
           look();
         }),
     );
@@ -296,7 +380,11 @@ describe.skipIf(isMissing)('Reports', () => {
   test.each([
     ['nothing yet', 'Date\n', 'The camera has written no report yet.'],
     ['an empty answer', '', 'The camera has written no report yet.'],
-    ['lines that are no rows', 'Date,Occup_Person_A\n2026-03-31 10:00:00,5\nbroken\n', '1 line of the report could not be read.'],
+    [
+      'lines that are no rows',
+      'Date,Occup_Person_A\n2026-03-31 10:00:00,5\nbroken\n',
+      '1 line of the report could not be read.',
+    ],
     ['no report at all', '<html><body>Something else</body></html>', 'The camera has written no report yet.'],
   ])('%s', async (_, csv, words) => {
     const page = await withReport(csv);
@@ -304,7 +392,9 @@ describe.skipIf(isMissing)('Reports', () => {
   });
 
   test('a report that does not come is said in words', async () => {
-    const page = await open({}, (one) => one.context().route('**/*action=get_occupancy_csv', (route) => route.fulfill({ status: 503 })));
+    const page = await open({}, (one) =>
+      one.context().route('**/*action=get_occupancy_csv', (route) => route.fulfill({ status: 503 })),
+    );
     await show(page, 'reports');
     await page.getByRole('alert').filter({ hasText: 'the camera is restarting' }).waitFor();
   });

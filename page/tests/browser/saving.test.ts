@@ -1,5 +1,17 @@
 import { describe, expect, test } from 'vitest';
-import { ask, eventually, expectText, focused, isMissing, opened, save, show, store, stored, useBrowser } from './browser';
+import {
+  ask,
+  eventually,
+  expectText,
+  focused,
+  isMissing,
+  opened,
+  save,
+  show,
+  store,
+  stored,
+  useBrowser,
+} from './browser';
 
 describe.skipIf(isMissing)('Saving', () => {
   useBrowser();
@@ -21,7 +33,8 @@ describe.skipIf(isMissing)('Saving', () => {
     const dialog = page.getByRole('dialog');
     await dialog.getByText('Somebody else has changed the settings').waitFor();
     expect(await dialog.locator('li').allTextContents()).toEqual([
-      'Number of objects is now “5”, was “1” – changed here, too', 'From this many inside is now “60”, was “50”',
+      'Number of objects is now “5”, was “1” – changed here, too',
+      'From this many inside is now “60”, was “50”',
     ]);
     expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('5');
     await dialog.getByRole('button', { name: button }).click();
@@ -29,11 +42,17 @@ describe.skipIf(isMissing)('Saving', () => {
       async () => [await stored(page, 'MinNumberOfPeopleForTrigger'), await stored(page, 'Occupants')],
       ([one, two]) => one === objects && two === occupants,
     );
-    await eventually(() => page.getByLabel('Number of objects').inputValue(), (value) => value === objects);
+    await eventually(
+      () => page.getByLabel('Number of objects').inputValue(),
+      (value) => value === objects,
+    );
     await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
   });
 
-  test.each([['Take theirs', [0.32, 0.42]], ['Save mine', [0.28, 0.464]]])('of an area that two people have drawn all corners are those of one: %s', async (button, expected) => {
+  test.each([
+    ['Take theirs', [0.32, 0.42]],
+    ['Save mine', [0.28, 0.464]],
+  ])('of an area that two people have drawn all corners are those of one: %s', async (button, expected) => {
     const page = await opened('areas');
     const usual = { Detection1_0: '0.28', Detection1_1: '0.42' };
     await store(page, usual);
@@ -92,10 +111,14 @@ describe.skipIf(isMissing)('Saving', () => {
   test('after a save whose answer was lost nobody is blamed for it', async () => {
     const page = await opened('detection');
     const session = await page.context().newCDPSession(page);
-    await session.send('Fetch.enable', { patterns: [{ urlPattern: '*action=set_post_parameters', requestStage: 'Response' }] });
+    await session.send('Fetch.enable', {
+      patterns: [{ urlPattern: '*action=set_post_parameters', requestStage: 'Response' }],
+    });
     session.on('Fetch.requestPaused', ({ requestId, responseStatusCode }) => {
       const lose = responseStatusCode === 200;
-      void (lose ? session.send('Fetch.failRequest', { requestId, errorReason: 'ConnectionReset' }) : session.send('Fetch.continueRequest', { requestId }));
+      void (lose
+        ? session.send('Fetch.failRequest', { requestId, errorReason: 'ConnectionReset' })
+        : session.send('Fetch.continueRequest', { requestId }));
     });
     await page.getByLabel('Number of objects').fill('5');
     await page.locator('input[name=Sensitivity]').fill('0.45');
@@ -115,7 +138,14 @@ describe.skipIf(isMissing)('Saving', () => {
     await page.evaluate(() => (location.hash = '#/cameras'));
     await page.getByLabel('Report period').fill('9');
     await expectText(page, 'save-state', /^2 unsaved changes in Detection and Cameras$/);
-    for (const [tab, marked] of [['Live', 0], ['Areas', 0], ['Detection', 1], ['Reports', 0], ['Cameras', 1], ['Advanced', 0]] as const) {
+    for (const [tab, marked] of [
+      ['Live', 0],
+      ['Areas', 0],
+      ['Detection', 1],
+      ['Reports', 0],
+      ['Cameras', 1],
+      ['Advanced', 0],
+    ] as const) {
       const link = page.getByRole('navigation').getByRole('link', { name: new RegExp(`^${tab}`) });
       expect(await link.getByRole('img', { name: 'unsaved changes' }).count()).toBe(marked);
     }
@@ -133,10 +163,19 @@ describe.skipIf(isMissing)('Saving', () => {
   test('what the camera holds otherwise than it was sent is named', async () => {
     const page = await opened('detection');
     await page.route('**/*action=set_post_parameters', (route) =>
-      route.continue({ postData: route.request().postData()!.replace(/(<MinNumberOfPeopleForTrigger>)9</, (_, tag: string) => `${tag}8<`) }));
+      route.continue({
+        postData: route
+          .request()
+          .postData()!
+          .replace(/(<MinNumberOfPeopleForTrigger>)9</, (_, tag: string) => `${tag}8<`),
+      }),
+    );
     await page.getByLabel('Number of objects').fill('9');
     await page.getByRole('button', { name: 'Save', exact: true }).click();
-    await page.getByRole('alert').filter({ hasText: 'holds something else than was sent of: Number of objects.' }).waitFor();
+    await page
+      .getByRole('alert')
+      .filter({ hasText: 'holds something else than was sent of: Number of objects.' })
+      .waitFor();
     expect(await page.getByLabel('Number of objects').inputValue()).toBe('8');
     await store(page, { MinNumberOfPeopleForTrigger: '1' });
   });
@@ -151,23 +190,33 @@ describe.skipIf(isMissing)('Saving', () => {
     await store(page, { MinNumberOfPeopleForTrigger: '1' });
   });
 
-  test.each(['Cancel', 'Escape', 'Take theirs', 'Save mine'])('the focus is where it was after the question that two savers are asked: %s', async (way) => {
-    const page = await opened('detection');
-    await page.getByLabel('Number of objects').fill('7');
-    await store(page, { Occupants: '61' });
-    await page.getByRole('button', { name: 'Save', exact: true }).focus();
-    await page.keyboard.press('Enter');
-    await page.getByRole('dialog').waitFor();
-    if (way === 'Escape') await page.keyboard.press('Escape');
-    else await page.getByRole('dialog').getByRole('button', { name: way }).click();
-    await page.getByRole('dialog').waitFor({ state: 'detached' });
-    if (way === 'Save mine') await expectText(page, 'save-state', /^Saved/);
-    const where = await page.evaluate(() => document.activeElement!.closest('.save-bar, main')?.className ?? 'nowhere');
-    const expected = { Cancel: 'Save', Escape: 'Save', 'Take theirs': '', 'Save mine': 'Saved. The camera counts with it from now on.' }[way];
-    if (way !== 'Take theirs') expect(await focused(page)).toBe(expected);
-    expect(where).not.toBe('nowhere');
-    await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
-  });
+  test.each(['Cancel', 'Escape', 'Take theirs', 'Save mine'])(
+    'the focus is where it was after the question that two savers are asked: %s',
+    async (way) => {
+      const page = await opened('detection');
+      await page.getByLabel('Number of objects').fill('7');
+      await store(page, { Occupants: '61' });
+      await page.getByRole('button', { name: 'Save', exact: true }).focus();
+      await page.keyboard.press('Enter');
+      await page.getByRole('dialog').waitFor();
+      if (way === 'Escape') await page.keyboard.press('Escape');
+      else await page.getByRole('dialog').getByRole('button', { name: way }).click();
+      await page.getByRole('dialog').waitFor({ state: 'detached' });
+      if (way === 'Save mine') await expectText(page, 'save-state', /^Saved/);
+      const where = await page.evaluate(
+        () => document.activeElement!.closest('.save-bar, main')?.className ?? 'nowhere',
+      );
+      const expected = {
+        Cancel: 'Save',
+        Escape: 'Save',
+        'Take theirs': '',
+        'Save mine': 'Saved. The camera counts with it from now on.',
+      }[way];
+      if (way !== 'Take theirs') expect(await focused(page)).toBe(expected);
+      expect(where).not.toBe('nowhere');
+      await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
+    },
+  );
 
   test.each(['Cancel', 'Escape', 'Clear log'])('and after any other question: %s', async (way) => {
     const page = await opened('advanced');
@@ -181,7 +230,10 @@ describe.skipIf(isMissing)('Saving', () => {
   });
 
   test.each([
-    [500, 'the camera refused a value'], [400, 'could not read the settings'], [503, 'the camera is restarting'], [0, 'the camera does not answer'],
+    [500, 'the camera refused a value'],
+    [400, 'could not read the settings'],
+    [503, 'the camera is restarting'],
+    [0, 'the camera does not answer'],
   ])('a save that fails with %d says why and keeps what was typed', async (status, reason) => {
     const page = await opened('detection');
     await page.route('**/*action=set_post_parameters', (route) => (status ? route.fulfill({ status }) : route.abort()));
@@ -202,13 +254,23 @@ describe.skipIf(isMissing)('Saving', () => {
     const page = await opened('detection');
     // The page lets no such value through.
     await page.route('**/*action=set_post_parameters', (route) =>
-      route.continue({ postData: route.request().postData()!.replace(/(<MinNumberOfPeopleForTrigger>)9</, '$1many<') }));
+      route.continue({
+        postData: route
+          .request()
+          .postData()!
+          .replace(/(<MinNumberOfPeopleForTrigger>)9</, '$1many<'),
+      }),
+    );
     await page.getByLabel('Number of objects').fill('9');
     const [answer] = await Promise.all([
-      page.waitForResponse('**/*action=set_post_parameters'), page.getByRole('button', { name: 'Save', exact: true }).click(),
+      page.waitForResponse('**/*action=set_post_parameters'),
+      page.getByRole('button', { name: 'Save', exact: true }).click(),
     ]);
     expect(answer.status()).toBe(500);
-    await page.getByRole('alert').filter({ hasText: 'the camera refused a value. Some of the others may count already' }).waitFor();
+    await page
+      .getByRole('alert')
+      .filter({ hasText: 'the camera refused a value. Some of the others may count already' })
+      .waitFor();
     expect(await page.getByLabel('Number of objects').inputValue()).toBe('9');
     expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('1');
     expect(await ask(page, 'get_logfile_as_plain_text')).toContain('trying to set post parameters');

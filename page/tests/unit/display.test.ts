@@ -5,25 +5,39 @@ import { chosenLanguage } from '../../src/texts';
 import { english } from '../../src/texts/en';
 
 const at = (text: string) => Date.parse(`${text}Z`) / 1000;
-const format = (text: string, options: Intl.DateTimeFormatOptions) => new Intl.DateTimeFormat(undefined, { timeZone: 'UTC', ...options }).format(at(text) * 1000);
+const format = (text: string, options: Intl.DateTimeFormatOptions) =>
+  new Intl.DateTimeFormat(undefined, { timeZone: 'UTC', ...options }).format(at(text) * 1000);
 
 describe('labels of an axis', () => {
   test('hours say the day where it begins', () => {
-    const labels = axisLabels([at('2026-03-30T18:00'), at('2026-03-30T21:00'), at('2026-03-31T00:00'), at('2026-03-31T03:00')], 3 * 3600);
+    const labels = axisLabels(
+      [at('2026-03-30T18:00'), at('2026-03-30T21:00'), at('2026-03-31T00:00'), at('2026-03-31T03:00')],
+      3 * 3600,
+    );
     const day = (text: string) => format(text, { day: 'numeric', month: 'short' });
-    expect(labels.map((label) => label.split('\n')[1])).toEqual([day('2026-03-30T18:00'), undefined, day('2026-03-31T00:00'), undefined]);
+    expect(labels.map((label) => label.split('\n')[1])).toEqual([
+      day('2026-03-30T18:00'),
+      undefined,
+      day('2026-03-31T00:00'),
+      undefined,
+    ]);
     expect(labels[1]).toBe(format('2026-03-30T21:00', { timeStyle: 'short' }));
   });
   test('days and months are written as the locale does', () => {
-    expect(axisLabels([at('2026-03-05T00:00')], 86_400)).toEqual([format('2026-03-05T00:00', { day: 'numeric', month: 'short' })]);
-    expect(axisLabels([at('2026-03-01T00:00')], 31 * 86_400)).toEqual([format('2026-03-01T00:00', { month: 'short', year: 'numeric' })]);
+    expect(axisLabels([at('2026-03-05T00:00')], 86_400)).toEqual([
+      format('2026-03-05T00:00', { day: 'numeric', month: 'short' }),
+    ]);
+    expect(axisLabels([at('2026-03-01T00:00')], 31 * 86_400)).toEqual([
+      format('2026-03-01T00:00', { month: 'short', year: 'numeric' }),
+    ]);
     expect(dateTimeOf(at('2026-03-05T13:45'))).toContain(dateOf(at('2026-03-05T00:00')));
   });
 });
 
-test('a moment has a date where that is not today\'s', () => {
+test("a moment has a date where that is not today's", () => {
   const now = new Date(2026, 2, 31, 0, 5);
-  const words = (moment: Date, options: Intl.DateTimeFormatOptions) => new Intl.DateTimeFormat(undefined, options).format(moment);
+  const words = (moment: Date, options: Intl.DateTimeFormatOptions) =>
+    new Intl.DateTimeFormat(undefined, options).format(moment);
   const [today, yesterday] = [new Date(2026, 2, 31, 0, 1, 7), new Date(2026, 2, 30, 23, 59, 7)];
   expect(momentOf(today, now, 'medium')).toBe(words(today, { timeStyle: 'medium' }));
   expect(momentOf(yesterday, now, 'short')).toBe(words(yesterday, { dateStyle: 'medium', timeStyle: 'short' }));
@@ -31,7 +45,14 @@ test('a moment has a date where that is not today\'s', () => {
 });
 
 test.each([
-  [6, '6 s ago'], [119, '119 s ago'], [120, '2 min ago'], [600, '10 min ago'], [7199, '120 min ago'], [7200, '2 h ago'], [100_000, '28 h ago'], [259_200, '3 days ago'],
+  [6, '6 s ago'],
+  [119, '119 s ago'],
+  [120, '2 min ago'],
+  [600, '10 min ago'],
+  [7199, '120 min ago'],
+  [7200, '2 h ago'],
+  [100_000, '28 h ago'],
+  [259_200, '3 days ago'],
 ])('%d seconds are %s', (seconds, words) => {
   expect(english.live.secondsAgo(seconds)).toBe(words);
 });
@@ -54,7 +75,11 @@ describe('two fingers', () => {
 });
 
 test.each([
-  [['en-GB', 'de'], 'en'], [['de-AT', 'en'], 'de'], [['fr', 'DE'], 'de'], [['fr'], 'en'], [[], 'en'],
+  [['en-GB', 'de'], 'en'],
+  [['de-AT', 'en'], 'de'],
+  [['fr', 'DE'], 'de'],
+  [['fr'], 'en'],
+  [[], 'en'],
 ])('of %j the page speaks %s', (wanted, expected) => {
   expect(chosenLanguage(wanted, ['en', 'de'])).toBe(expected);
 });

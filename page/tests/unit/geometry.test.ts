@@ -1,6 +1,17 @@
 import { describe, expect, test } from 'vitest';
 import {
-  crossesItself, insidePicture, leastCorner, leavesPicture, longestEdge, moved, narrowestPassage, narrowness, Point, stepPerCycle, withCornerAfter, withoutCorner,
+  crossesItself,
+  insidePicture,
+  leastCorner,
+  leavesPicture,
+  longestEdge,
+  moved,
+  narrowestPassage,
+  narrowness,
+  Point,
+  stepPerCycle,
+  withCornerAfter,
+  withoutCorner,
 } from '../../src/model/geometry';
 
 const polygon = (...pairs: [number, number][]): Point[] => pairs.map(([x, y]) => ({ x, y }));
@@ -45,9 +56,17 @@ test.each([
   ['a triangle is as narrow as its least height', polygon([0, 0], [60, 0], [0, 80]), 48],
   ['a triangle with a blunt corner, too', polygon([0, 0], [100, 0], [50, 10]), 10],
   ['a dented square at its dent', polygon([0, 0], [100, 0], [100, 100], [50, 10], [0, 100]), 10],
-  ['an angle of two bars, which is wide from outside', polygon([0, 0], [100, 0], [100, 8], [8, 8], [8, 100], [0, 100]), 8],
+  [
+    'an angle of two bars, which is wide from outside',
+    polygon([0, 0], [100, 0], [100, 8], [8, 8], [8, 100], [0, 100]),
+    8,
+  ],
   ['between two dents that face each other', polygon([0, 0], [50, 44], [100, 0], [100, 100], [50, 56], [0, 100]), 12],
-  ['two corners that are near only from outside', polygon([0, 0], [100, 0], [100, 100], [52, 100], [52, 50], [48, 50], [48, 100], [0, 100]), 48],
+  [
+    'two corners that are near only from outside',
+    polygon([0, 0], [100, 0], [100, 100], [52, 100], [52, 50], [48, 50], [48, 100], [0, 100]),
+    48,
+  ],
   ['a line', polygon([0, 0], [10, 10], [20, 20]), 0],
   ['a spot', polygon([4, 4], [4, 4], [4, 4]), 0],
 ])('narrowestPassage: %s', (_, corners, expected) => {
@@ -66,7 +85,9 @@ test('a walking person crosses a fortieth of the picture in a tenth of a second'
 });
 
 test.each([
-  [12, 32, { width: 1280, height: 720 }, [0.9, 2.5]], [31.9, 32, { width: 1280, height: 720 }, [2.4, 2.5]], [0, 64, { width: 720, height: 1280 }, [0, 5]],
+  [12, 32, { width: 1280, height: 720 }, [0.9, 2.5]],
+  [31.9, 32, { width: 1280, height: 720 }, [2.4, 2.5]],
+  [0, 64, { width: 720, height: 1280 }, [0, 5]],
   [33, 33.1, { width: 1280, height: 720 }, [2.5, 2.6]],
 ])('%d pixels where a step has %d are told in percent', (width, step, picture, expected) => {
   expect(narrowness(width, step, picture)).toEqual(expected);
@@ -95,7 +116,9 @@ describe('moving', () => {
     expect(moved(square, { x: 500, y: -5 }, size)).toEqual(polygon([99, 0], [199, 0], [199, 100], [99, 100]));
   });
   test('brings back what lies outside', () => {
-    expect(moved(polygon([-50, 0], [10, 0], [10, 10]), { x: 50, y: 0 }, size)).toEqual(polygon([0, 0], [60, 0], [60, 10]));
+    expect(moved(polygon([-50, 0], [10, 0], [10, 10]), { x: 50, y: 0 }, size)).toEqual(
+      polygon([0, 0], [60, 0], [60, 10]),
+    );
   });
   test('a single corner stays on a pixel of the picture', () => {
     expect(insidePicture({ x: 1e9, y: -3 }, size)).toEqual({ x: 199, y: 0 });

@@ -3,7 +3,8 @@ import { PartReader, pictures, StandsStill } from '../../src/model/live_stream';
 
 const bytes = (text: string) => new TextEncoder().encode(text);
 const text = (part: Uint8Array) => new TextDecoder().decode(part);
-const part = (body: string, length = true) => `--edge\r\nContent-Type: image/jpeg\r\n${length ? `Content-Length: ${bytes(body).length}\r\n` : ''}\r\n${body}\r\n`;
+const part = (body: string, length = true) =>
+  `--edge\r\nContent-Type: image/jpeg\r\n${length ? `Content-Length: ${bytes(body).length}\r\n` : ''}\r\n${body}\r\n`;
 
 function read(stream: string, piece: number, type = 'multipart/x-mixed-replace; boundary=edge'): string[] {
   const reader = new PartReader(type);
@@ -18,7 +19,11 @@ describe('a multipart stream', () => {
     const stream = `${part('one')}${part('--edge two\r\n\r\n--ed')}${part('')}${part('four', false)}--edge--`;
     expect(read(stream, piece)).toEqual(['one', '--edge two\r\n\r\n--ed', '', 'four']);
   });
-  test.each(['multipart/x-mixed-replace;boundary="edge"', 'multipart/x-mixed-replace; boundary=--edge', 'Multipart/X; Boundary=edge; x=y'])('of %j', (type) => {
+  test.each([
+    'multipart/x-mixed-replace;boundary="edge"',
+    'multipart/x-mixed-replace; boundary=--edge',
+    'Multipart/X; Boundary=edge; x=y',
+  ])('of %j', (type) => {
     expect(read(part('one'), 100, type)).toEqual(['one']);
   });
   test('without a boundary is none', () => {
@@ -35,12 +40,15 @@ describe('pictures', () => {
   beforeEach(() => void vi.useFakeTimers());
   afterEach(() => void vi.useRealTimers());
   const answer = (pieces: string[], end: boolean, type = 'multipart/x-mixed-replace; boundary=edge') =>
-    new Response(new ReadableStream({
-      start(controller) {
-        for (const piece of pieces) controller.enqueue(bytes(piece));
-        if (end) controller.close();
-      },
-    }), { headers: { 'Content-Type': type } });
+    new Response(
+      new ReadableStream({
+        start(controller) {
+          for (const piece of pieces) controller.enqueue(bytes(piece));
+          if (end) controller.close();
+        },
+      }),
+      { headers: { 'Content-Type': type } },
+    );
 
   /** What is seen until the patience is over, and then. */
   async function all(response: Response): Promise<string[]> {

@@ -1,7 +1,10 @@
 import { afterEach, beforeEach, describe, expect, test, vi } from 'vitest';
 import { Pulse } from '../../src/model/pulse';
 
-vi.mock('../../src/camera', () => ({ webService: 'http://camera.example/webservices.cgi', loginCheck: 'http://camera.example/icon.svg' }));
+vi.mock('../../src/camera', () => ({
+  webService: 'http://camera.example/webservices.cgi',
+  loginCheck: 'http://camera.example/icon.svg',
+}));
 
 /** What the camera answers, by action. */
 let told: Record<string, string>;
@@ -46,7 +49,14 @@ async function hideFor(milliseconds: number): Promise<void> {
 
 beforeEach(async () => {
   vi.useFakeTimers({ now: new Date(2026, 2, 31, 10, 14) });
-  told = { get_occupancy_count: '4', get_total_crowd: '20', get_crowd_2: '5', get_crowd_3: '1', get_execution_time: '100', get_follower_ages: '' };
+  told = {
+    get_occupancy_count: '4',
+    get_total_crowd: '20',
+    get_crowd_2: '5',
+    get_crowd_3: '1',
+    get_execution_time: '100',
+    get_follower_ages: '',
+  };
   passed(20, 12, 31, 32, 0, 0);
   panel('9');
   trouble = null;
@@ -55,7 +65,12 @@ beforeEach(async () => {
   page = { hidden: false, addEventListener: (_, listener) => (visibilityChanges = listener) };
   vi.stubGlobal('document', page);
   vi.stubGlobal('fetch', camera);
-  vi.stubGlobal('BroadcastChannel', class { postMessage() {} });
+  vi.stubGlobal(
+    'BroadcastChannel',
+    class {
+      postMessage() {}
+    },
+  );
   pulse = new Pulse();
   pulse.start();
   await vi.advanceTimersByTimeAsync(1);
@@ -72,10 +87,18 @@ describe('who comes and goes', () => {
     passed(20, 14, 34, 32, 0, 0);
     await beat();
     expect([ticker(), pulse.cameIn, pulse.wentOut]).toEqual([['3 at 2', '-2 at 1'], 3, 2]);
-    expect(pulse.perEntrance.map(({ cameIn, wentOut }) => [cameIn, wentOut])).toEqual([[0, 2], [3, 0], [0, 0]]);
+    expect(pulse.perEntrance.map(({ cameIn, wentOut }) => [cameIn, wentOut])).toEqual([
+      [0, 2],
+      [3, 0],
+      [0, 0],
+    ]);
     expect(pulse.passages.every(({ time }) => Date.now() - time!.getTime() < 1000)).toBe(true);
   });
-  test.each([['no answer', new TypeError('no network')], ['a restart', 503], ['a refused login', 401]])('is not known of the time of %s', async (_, what) => {
+  test.each([
+    ['no answer', new TypeError('no network')],
+    ['a restart', 503],
+    ['a refused login', 401],
+  ])('is not known of the time of %s', async (_, what) => {
     trouble = what;
     passed(25, 12, 31, 32, 0, 0);
     await beat();
@@ -116,11 +139,21 @@ describe('who comes and goes', () => {
 describe('back from elsewhere', () => {
   test('the figures of before are asked for', async () => {
     await hideFor(60_000);
-    expect([pulse.connection, pulse.occupancy, pulse.crowd, pulse.panel!.occupancy, pulse.panel!.cameras[0]]).toEqual(
-      ['asking', null, [null, null, null], null, expect.objectContaining({ name: 'Lobby', status: '' })]);
+    expect([pulse.connection, pulse.occupancy, pulse.crowd, pulse.panel!.occupancy, pulse.panel!.cameras[0]]).toEqual([
+      'asking',
+      null,
+      [null, null, null],
+      null,
+      expect.objectContaining({ name: 'Lobby', status: '' }),
+    ]);
     const { generation } = pulse;
     await beat();
-    expect([pulse.connection, pulse.occupancy, pulse.panel!.cameras[0].status, pulse.generation]).toEqual(['ok', 4, 'Running', generation + 1]);
+    expect([pulse.connection, pulse.occupancy, pulse.panel!.cameras[0].status, pulse.generation]).toEqual([
+      'ok',
+      4,
+      'Running',
+      generation + 1,
+    ]);
   });
   test('after a glance they stay', async () => {
     await hideFor(3000);
@@ -157,7 +190,11 @@ describe('the crowd of area 1 is what the others leave of all', () => {
       return camera(address, options);
     });
     await beat();
-    expect(asked.find((actions) => actions.includes('get_data_panel_info'))).toEqual(['get_crowd_2', 'get_crowd_3', 'get_data_panel_info']);
+    expect(asked.find((actions) => actions.includes('get_data_panel_info'))).toEqual([
+      'get_crowd_2',
+      'get_crowd_3',
+      'get_data_panel_info',
+    ]);
   });
 });
 
@@ -195,7 +232,10 @@ describe('a login that hangs', () => {
     // The probe is on its way when the next login is accepted.
     let answer = (_: Response) => {};
     vi.stubGlobal('fetch', (address: string, options: RequestInit) =>
-      options.credentials === 'omit' ? new Promise<Response>((resolve) => (answer = resolve)) : camera(address, options));
+      options.credentials === 'omit'
+        ? new Promise<Response>((resolve) => (answer = resolve))
+        : camera(address, options),
+    );
     await vi.advanceTimersByTimeAsync(15_000);
     login = 200;
     void pulse.signIn();

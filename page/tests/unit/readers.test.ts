@@ -14,14 +14,32 @@ import { hostileTexts } from '../hostile';
 
 describe('readElements', () => {
   test.each([
-    ['<app><A>1</A><B>two words</B></app>', [['A', '1'], ['B', 'two words']]],
+    [
+      '<app><A>1</A><B>two words</B></app>',
+      [
+        ['A', '1'],
+        ['B', 'two words'],
+      ],
+    ],
     ['<app><A></A></app>', [['A', '']]],
     ['<?xml version="1.0"?>\n<app>\n<A>1</A>\n</app>\n', [['A', '1']]],
     ['<A>no wrapping</A>', [['A', 'no wrapping']]],
-    ['<app><A>never closed<B>2</B></app>', [['A', 'never closed'], ['B', '2']]],
+    [
+      '<app><A>never closed<B>2</B></app>',
+      [
+        ['A', 'never closed'],
+        ['B', '2'],
+      ],
+    ],
     ['<app><A>cut off', [['A', 'cut off']]],
     ['<app><A>1</A><A>2</A></app>', [['A', '1']]],
-    ['<app><A>a < b > c & d</A><B>2</B></app>', [['A', 'a < b > c & d'], ['B', '2']]],
+    [
+      '<app><A>a < b > c & d</A><B>2</B></app>',
+      [
+        ['A', 'a < b > c & d'],
+        ['B', '2'],
+      ],
+    ],
     ['<app><A x="1">attributes are not read</A><B>2</B></app>', [['B', '2']]],
     ['<app><Unknown>kept</Unknown></app>', [['Unknown', 'kept']]],
     ['', []],
@@ -40,7 +58,9 @@ describe('readElements', () => {
   });
 
   test('markup in a value makes no element', () => {
-    const elements = readElements('<app><NameCam_0><StatusCam_0>Forged</StatusCam_0></NameCam_0><StatusCam_0>Running</StatusCam_0></app>');
+    const elements = readElements(
+      '<app><NameCam_0><StatusCam_0>Forged</StatusCam_0></NameCam_0><StatusCam_0>Running</StatusCam_0></app>',
+    );
     expect(elements.get('StatusCam_0')).toBe('Running');
   });
 });
@@ -58,7 +78,13 @@ describe('readPanel', () => {
   });
 
   test('a follower without answer has no count', () => {
-    expect(panel.cameras[1]).toEqual({ index: 1, name: 'Door', active: true, status: 'No connection error', crowd: null });
+    expect(panel.cameras[1]).toEqual({
+      index: 1,
+      name: 'Door',
+      active: true,
+      status: 'No connection error',
+      crowd: null,
+    });
   });
 
   test('what is missing is unknown', () => {
@@ -68,13 +94,28 @@ describe('readPanel', () => {
 });
 
 test.each([
-  ['12', 12], [' 7\n', 7], ['-1', -1], ['', null], ['1.5', null], ['1e3', null], ['NaN', null], ['12345678901', null], [undefined, null], ['<b>1</b>', null],
+  ['12', 12],
+  [' 7\n', 7],
+  ['-1', -1],
+  ['', null],
+  ['1.5', null],
+  ['1e3', null],
+  ['NaN', null],
+  ['12345678901', null],
+  [undefined, null],
+  ['<b>1</b>', null],
 ])('readInteger of %j', (text, expected) => {
   expect(readInteger(text)).toBe(expected);
 });
 
 test.each([
-  ['1280x720', { width: 1280, height: 720 }], ['0x0', null], ['1280', null], ['1280x720x3', null], ['-1x5', null], ['99999999x1', null], ['', null],
+  ['1280x720', { width: 1280, height: 720 }],
+  ['0x0', null],
+  ['1280', null],
+  ['1280x720x3', null],
+  ['-1x5', null],
+  ['99999999x1', null],
+  ['', null],
 ])('readResolution of %j', (text, expected) => {
   expect(readResolution(text)).toEqual(expected);
 });
@@ -103,13 +144,16 @@ describe('readLog', () => {
   });
 
   test.each(hostileTexts)('a message may be %j', (hostile) => {
-    expect(readLog(`2026-01-02 03:04:05|ostrel_senvo|info|${hostile}`)).toEqual([{ time: '2026-01-02 03:04:05', level: 'info', message: hostile }]);
+    expect(readLog(`2026-01-02 03:04:05|ostrel_senvo|info|${hostile}`)).toEqual([
+      { time: '2026-01-02 03:04:05', level: 'info', message: hostile },
+    ]);
   });
 });
 
 test('ages of followers, with -1 for one that has told nothing', () => {
   expect(readAges('2,0,-1,75,-1,-1,-1,-1,-1,9')).toEqual([2, 0, null, 75, null, null, null, null, null, 9]);
-  for (const text of ['', '1,2', '1,2,3,4,5,6,7,8,9,10,11', 'a,b,c,d,e,f,g,h,i,j', ...hostileTexts]) expect(readAges(text)).toEqual(Array(10).fill(null));
+  for (const text of ['', '1,2', '1,2,3,4,5,6,7,8,9,10,11', 'a,b,c,d,e,f,g,h,i,j', ...hostileTexts])
+    expect(readAges(text)).toEqual(Array(10).fill(null));
 });
 
 describe('passages', () => {

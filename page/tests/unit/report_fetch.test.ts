@@ -5,16 +5,19 @@ vi.mock('../../src/camera', () => ({ webService: '', loginCheck: '' }));
 
 /** Says so many pieces of a report, each when the last wait is nearly over, and then nothing more. */
 function camera(pieces: string[], ends: boolean) {
-  return async (_: string, { signal }: RequestInit): Promise<Response> => new Response(new ReadableStream({
-    async start(controller) {
-      signal!.addEventListener('abort', () => controller.error(signal!.reason));
-      for (const piece of pieces) {
-        await new Promise((resolve) => setTimeout(resolve, kReportPatience - 1));
-        controller.enqueue(new TextEncoder().encode(piece));
-      }
-      if (ends) controller.close();
-    },
-  }));
+  return async (_: string, { signal }: RequestInit): Promise<Response> =>
+    new Response(
+      new ReadableStream({
+        async start(controller) {
+          signal!.addEventListener('abort', () => controller.error(signal!.reason));
+          for (const piece of pieces) {
+            await new Promise((resolve) => setTimeout(resolve, kReportPatience - 1));
+            controller.enqueue(new TextEncoder().encode(piece));
+          }
+          if (ends) controller.close();
+        },
+      }),
+    );
 }
 
 const kPieces = ['Date,Crowd_Area1_Person_Here\n', '2026-03-31 10:00:00,3\n', '2026-03-31 10:15:00,4\n'];
@@ -44,8 +47,11 @@ test.each([0, 2])('one that stops after %d pieces is given up', async (pieces) =
 });
 
 test('so is one that never begins', async () => {
-  vi.stubGlobal('fetch', (_: string, { signal }: RequestInit) =>
-    new Promise((_resolve, reject) => signal!.addEventListener('abort', () => reject(signal!.reason as Error))));
+  vi.stubGlobal(
+    'fetch',
+    (_: string, { signal }: RequestInit) =>
+      new Promise((_resolve, reject) => signal!.addEventListener('abort', () => reject(signal!.reason as Error))),
+  );
   const answer = fetchReport('report');
   await vi.advanceTimersByTimeAsync(kReportPatience);
   expect(await answer).toEqual({ trouble: 'unreachable' });

@@ -15,7 +15,8 @@ let after: () => Promise<unknown>;
 /** With which it answers an upload: of one that it refuses it takes the first element. */
 let status: number;
 
-const documentOf = (values: Map<string, string>) => `<app>${[...values].map(([tag, value]) => `<${tag}>${value}</${tag}>`).join('')}</app>`;
+const documentOf = (values: Map<string, string>) =>
+  `<app>${[...values].map(([tag, value]) => `<${tag}>${value}</${tag}>`).join('')}</app>`;
 
 async function camera(address: string, options: RequestInit = {}): Promise<Response> {
   if (address.includes('get_all_parameters')) {
@@ -40,7 +41,13 @@ const objects = (value: string): [string, string][] => [['MinNumberOfPeopleForTr
 const edits = () => Object.fromEntries(store.edits);
 
 beforeEach(async () => {
-  held = new Map([['MinNumberOfPeopleForTrigger', '1'], ['Sensitivity', '0.350000'], ['Occupants', '50'], ['Detection1_0', '0.000000'], ['CamName', 'Lobby']]);
+  held = new Map([
+    ['MinNumberOfPeopleForTrigger', '1'],
+    ['Sensitivity', '0.350000'],
+    ['Occupants', '50'],
+    ['Detection1_0', '0.000000'],
+    ['CamName', 'Lobby'],
+  ]);
   uploads = downloads = 0;
   status = 200;
   before = after = answer = async () => {};
@@ -67,7 +74,11 @@ test('what is typed while a save runs stays, as an unsaved change', async () => 
     expect(store.save.is).toBe('saving');
   };
   await store.submit();
-  expect([store.save.is, held.get('MinNumberOfPeopleForTrigger'), held.get('CamName')]).toEqual(['saved', '2', 'Lobby']);
+  expect([store.save.is, held.get('MinNumberOfPeopleForTrigger'), held.get('CamName')]).toEqual([
+    'saved',
+    '2',
+    'Lobby',
+  ]);
   expect(edits()).toEqual({ MinNumberOfPeopleForTrigger: '23', CamName: 'Door' });
   store.undo();
   expect(edits()).toEqual({});
@@ -101,7 +112,7 @@ test('a failed save keeps what was typed before and meanwhile', async () => {
   expect([store.save.is, edits()]).toEqual(['failed', { MinNumberOfPeopleForTrigger: '2', CamName: 'Door' }]);
 });
 
-test('after a save whose answer was lost, its values are nobody else\'s', async () => {
+test("after a save whose answer was lost, its values are nobody else's", async () => {
   const lost = async () => {
     throw new TypeError('no network');
   };
@@ -138,14 +149,22 @@ test('what the camera holds otherwise than it was sent is named, and shown', asy
   after = async () => held.set('MinNumberOfPeopleForTrigger', '1').set('CamName', 'Hall');
   await store.submit();
   expect(store.save).toEqual({ is: 'altered', tags: ['MinNumberOfPeopleForTrigger', 'CamName'] });
-  expect([store.values.get('MinNumberOfPeopleForTrigger'), store.values.get('CamName'), edits()]).toEqual(['1', 'Hall', {}]);
+  expect([store.values.get('MinNumberOfPeopleForTrigger'), store.values.get('CamName'), edits()]).toEqual([
+    '1',
+    'Hall',
+    {},
+  ]);
 });
 
 test('of a refused save all is kept to be saved, over what the camera holds of it', async () => {
   status = 500;
   store.change([...objects('2'), ['Occupants', '60']]);
   await store.submit();
-  expect([store.save.is, store.loaded!.get('MinNumberOfPeopleForTrigger'), edits()]).toEqual(['failed', '2', { MinNumberOfPeopleForTrigger: '2', Occupants: '60' }]);
+  expect([store.save.is, store.loaded!.get('MinNumberOfPeopleForTrigger'), edits()]).toEqual([
+    'failed',
+    '2',
+    { MinNumberOfPeopleForTrigger: '2', Occupants: '60' },
+  ]);
   status = 200;
   await store.submit();
   expect([store.save.is, held.get('MinNumberOfPeopleForTrigger'), held.get('Occupants')]).toEqual(['saved', '2', '60']);
@@ -265,10 +284,17 @@ test('an answer that a save has overtaken is dropped', async () => {
 });
 
 describe('an area that two people draw', () => {
-  const outline = (area: string, value: string): [string, string][] => Array.from({ length: 16 }, (_, i) => [`${area}_${i}`, value]);
+  const outline = (area: string, value: string): [string, string][] =>
+    Array.from({ length: 16 }, (_, i) => [`${area}_${i}`, value]);
   const drawn = (area: string) => [0, 1, 6].map((i) => held.get(`${area}_${i}`));
   beforeEach(async () => {
-    held = new Map([...held, ['DetectionControlPoints', '4'], ...outline('Detection1', '0.1'), ...outline('Detection2', '0.2'), ...outline('Entrance1', '0.3')]);
+    held = new Map([
+      ...held,
+      ['DetectionControlPoints', '4'],
+      ...outline('Detection1', '0.1'),
+      ...outline('Detection2', '0.2'),
+      ...outline('Entrance1', '0.3'),
+    ]);
     await store.load();
   });
 
@@ -278,9 +304,15 @@ describe('an area that two people draw', () => {
     await store.submit();
     expect(store.save.is).toBe('conflict');
     const mine = store.mineOver(held);
-    expect(['Detection1_6', 'Detection2_6', 'Entrance1_6', 'DetectionControlPoints'].filter((tag) => mine.has(tag))).toEqual(['Detection1_6']);
+    expect(
+      ['Detection1_6', 'Detection2_6', 'Entrance1_6', 'DetectionControlPoints'].filter((tag) => mine.has(tag)),
+    ).toEqual(['Detection1_6']);
     await store.saveMine();
-    expect([drawn('Detection1'), drawn('Detection2'), drawn('Entrance1')]).toEqual([['0.5', '0.1', '0.1'], ['0.2', '0.2', '0.9'], ['0.3', '0.3', '0.9']]);
+    expect([drawn('Detection1'), drawn('Detection2'), drawn('Entrance1')]).toEqual([
+      ['0.5', '0.1', '0.1'],
+      ['0.2', '0.2', '0.9'],
+      ['0.3', '0.3', '0.9'],
+    ]);
     expect([store.save.is, edits()]).toEqual(['saved', {}]);
   });
 
@@ -289,19 +321,37 @@ describe('an area that two people draw', () => {
     held.set('Detection1_6', '0.9');
     await store.submit();
     store.takeTheirs();
-    expect([store.values.get('Detection1_0'), store.values.get('Detection1_6'), edits(), uploads]).toEqual(['0.1', '0.9', {}, 0]);
+    expect([store.values.get('Detection1_0'), store.values.get('Detection1_6'), edits(), uploads]).toEqual([
+      '0.1',
+      '0.9',
+      {},
+      0,
+    ]);
   });
 
-  test.each([['there', '4', '5'], ['here', '5', '4']])('with another number of corners %s is of one piece with the others of its kind', async (_, mine, theirs) => {
-    store.change([['Detection1_0', '0.5'], ['DetectionControlPoints', mine]]);
+  test.each([
+    ['there', '4', '5'],
+    ['here', '5', '4'],
+  ])('with another number of corners %s is of one piece with the others of its kind', async (_, mine, theirs) => {
+    store.change([
+      ['Detection1_0', '0.5'],
+      ['DetectionControlPoints', mine],
+    ]);
     held.set('DetectionControlPoints', theirs);
     held.set('Detection2_6', '0.9');
     held.set('Entrance1_6', '0.9');
     await store.submit();
     expect(store.save.is).toBe('conflict');
-    expect([store.mineOver(held).has('DetectionControlPoints'), store.mineOver(held).has('Detection2_6')]).toEqual([true, true]);
+    expect([store.mineOver(held).has('DetectionControlPoints'), store.mineOver(held).has('Detection2_6')]).toEqual([
+      true,
+      true,
+    ]);
     await store.saveMine();
-    expect([held.get('DetectionControlPoints'), drawn('Detection1'), drawn('Detection2'), drawn('Entrance1')]).toEqual(
-      [mine, ['0.5', '0.1', '0.1'], ['0.2', '0.2', '0.2'], ['0.3', '0.3', '0.9']]);
+    expect([held.get('DetectionControlPoints'), drawn('Detection1'), drawn('Detection2'), drawn('Entrance1')]).toEqual([
+      mine,
+      ['0.5', '0.1', '0.1'],
+      ['0.2', '0.2', '0.2'],
+      ['0.3', '0.3', '0.9'],
+    ]);
   });
 });
