@@ -1,4 +1,3 @@
-#include <libyuv.h>
 #include <memory>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -9,59 +8,14 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include "conversion_job.h"
 #include "imgconverter.h"
 #include "real_frame.h"
 #include "topics.h"
 
 namespace {
 
-struct Job {
-    unsigned width;
-    unsigned height;
-    unsigned modelWidth;
-    unsigned modelHeight;
-    std::vector<uint8_t> frame;
-    std::vector<uint8_t> rgb;
-
-    int cropWidth() const { return static_cast<int>(crop().first); }
-    int cropHeight() const { return static_cast<int>(crop().second); }
-    int left() const { return static_cast<int>((width - static_cast<unsigned>(crop().first)) >> 1); }
-    int top() const { return static_cast<int>((height - static_cast<unsigned>(crop().second)) >> 1); }
-
-private:
-    std::pair<double, double> crop() const {
-        const double ratio = static_cast<double>(modelWidth) / modelHeight;
-        return width / ratio > height ? std::pair(height * ratio, static_cast<double>(height))
-                                      : std::pair(static_cast<double>(width), width / ratio);
-    }
-};
-
-/** Converts all, crops, scales, repacks, one step after the other over whole pictures. */
-void convertLiterally(Job& job) {
-    const int width = static_cast<int>(job.width);
-    const int height = static_cast<int>(job.height);
-    const int modelWidth = static_cast<int>(job.modelWidth);
-    const int modelHeight = static_cast<int>(job.modelHeight);
-    const std::unique_ptr<uint8_t, decltype(&free)> source(
-        static_cast<uint8_t*>(malloc(size_t{job.width} * job.height * 4)), free);
-    const std::unique_ptr<uint8_t, decltype(&free)> target(
-        static_cast<uint8_t*>(malloc(size_t{job.modelWidth} * job.modelHeight * 4)), free);
-    libyuv::NV12ToARGB(job.frame.data(), width, job.frame.data() + size_t{job.width} * job.height, width, source.get(),
-                       width * 4, width, height);
-    libyuv::ARGBScale(source.get() + job.left() * 4 + job.top() * width * 4, width * 4, job.cropWidth(),
-                      job.cropHeight(), target.get(), modelWidth * 4, modelWidth, modelHeight, libyuv::kFilterBilinear);
-    const uint8_t* argb = target.get();
-    uint8_t* rgb = job.rgb.data();
-    for (unsigned i = 0; i < job.modelWidth * job.modelHeight; ++i) {
-        rgb[0] = argb[2];
-        rgb[1] = argb[1];
-        rgb[2] = argb[0];
-        rgb += 3;
-        argb += 4;
-    }
-}
-
-void convertWithOpenCv(Job& job) {
+void convertWithOpenCv(ConversionJob& job) {
     const int width = static_cast<int>(job.width);
     const int height = static_cast<int>(job.height);
     const cv::Mat nv12(height * 3 / 2, width, CV_8UC1, job.frame.data());
@@ -75,13 +29,13 @@ void convertWithOpenCv(Job& job) {
 /** swscale with its context made once, as a careful user would. */
 class Swscale {
 public:
-    explicit Swscale(const Job& job)
+    explicit Swscale(const ConversionJob& job)
         : m_context(sws_getContext(job.cropWidth(), job.cropHeight(), AV_PIX_FMT_NV12, static_cast<int>(job.modelWidth),
                                    static_cast<int>(job.modelHeight), AV_PIX_FMT_RGB24, SWS_BILINEAR, nullptr, nullptr,
                                    nullptr),
                     sws_freeContext) {}
 
-    void convert(Job& job) {
+    void convert(ConversionJob& job) {
         const int width = static_cast<int>(job.width);
         const int left = job.left() & ~1;
         const uint8_t* const planes[] = {
@@ -98,7 +52,7 @@ private:
 };
 
 template <typename Convert>
-void addVariant(const std::string& topic, const std::string& variant, const std::shared_ptr<Job>& job,
+void addVariant(const std::string& topic, const std::string& variant, const std::shared_ptr<ConversionJob>& job,
                 Convert convert) {
     benchmark::RegisterBenchmark((topic + "/" + variant).c_str(), [job, convert](benchmark::State& state) {
         for (auto _ : state) {
@@ -121,17 +75,17 @@ std::vector<Limit> registerConversion() {
          {Size{1280, 720, 0.65}, Size{1920, 1080, 0.65}, Size{640, 480, 0.65}, Size{3840, 2160, std::nullopt}}) {
         const std::string topic =
             "convert " + std::to_string(size.width) + "x" + std::to_string(size.height) + " to 960x540";
-        const auto job =
-            std::make_shared<Job>(Job{size.width, size.height, 960, 540, realFrame(size.width, size.height),
-                                      std::vector<uint8_t>(size_t{960} * 540 * 3)});
+        const auto job = std::make_shared<ConversionJob>(ConversionJob{size.width, size.height, 960, 540,
+                                                                       realFrame(size.width, size.height),
+                                                                       std::vector<uint8_t>(size_t{960} * 540 * 3)});
         addVariant(topic, "literal", job, convertLiterally);
-        addVariant(topic, "ours", job, [](Job& frame) {
+        addVariant(topic, "ours", job, [](ConversionJob& frame) {
             convertCropScaleU8yuvToRGB(frame.frame.data(), frame.width, frame.height, frame.rgb.data(),
                                        frame.modelWidth, frame.modelHeight);
         });
         addVariant(topic, "OpenCV", job, convertWithOpenCv);
         const auto swscale = std::make_shared<Swscale>(*job);
-        addVariant(topic, "swscale", job, [swscale](Job& frame) { swscale->convert(frame); });
+        addVariant(topic, "swscale", job, [swscale](ConversionJob& frame) { swscale->convert(frame); });
         limits.push_back({topic, "literal", "", std::nullopt});
         limits.push_back({topic, "ours", "literal", size.most});
         limits.push_back({topic, "OpenCV", "literal", std::nullopt});

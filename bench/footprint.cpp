@@ -16,13 +16,19 @@
 #include "scripted_platform.h"
 #include "scripted_process.h"
 #include "test_clock.h"
+#include "this_build.h"
 
 namespace {
 
 constexpr double kMiB = 1024.0 * 1024.0;
 constexpr auto kPatience = std::chrono::minutes(5);  // with a process that hangs
-constexpr const char* kCameraBuild = SENVO_CHECKOUT "/build/camera/";
-constexpr const char* kCameraPrograms = SENVO_CHECKOUT "/build/camera/bin/";
+std::string cameraBuild() {
+    return this_build::checkout() / "build/camera/";
+}
+
+std::string cameraProgram(const char* name) {
+    return cameraBuild() + "bin/" + name;
+}
 
 struct Footprint {
     const char* what;
@@ -36,7 +42,7 @@ struct Footprint {
 
 /** What the camera's build was prepared with, such as "CMAKE_STRIP:FILEPATH". */
 std::string prepared(const std::string& what) {
-    std::ifstream cache(std::string(kCameraBuild) + "CMakeCache.txt");
+    std::ifstream cache(cameraBuild() + "CMakeCache.txt");
     for (std::string line; std::getline(cache, line);) {
         if (line.rfind(what + "=", 0) == 0) {
             return line.substr(what.size() + 1);
@@ -56,8 +62,7 @@ void run(const std::vector<std::string>& command, const std::filesystem::path& f
 double strippedSize() {
     const TestFolder folder;
     const std::string stripped = folder.path() / "ostrel_senvo";
-    run({prepared("CMAKE_STRIP:FILEPATH"), "--strip-all", "-o", stripped,
-         std::string(kCameraPrograms) + "ostrel_senvo"},
+    run({prepared("CMAKE_STRIP:FILEPATH"), "--strip-all", "-o", stripped, cameraProgram("ostrel_senvo")},
         folder.path());
     return static_cast<double>(std::filesystem::file_size(stripped)) / kMiB;
 }
@@ -71,7 +76,7 @@ pid_t startEmulated(const ScriptedProcess& process, const std::string& frames) {
     char base[32];
     std::snprintf(base, sizeof(base), "0x%zx", static_cast<size_t>(kGuestBase));
     return startProgram({"/usr/bin/env", "qemu-arm", "-B", base, "-L", prepared("SENVO_SYSROOT:PATH"),
-                         std::string(kCameraPrograms) + "ostrel_senvo_scripted", frames, "1280", "720", "960", "540"},
+                         cameraProgram("ostrel_senvo_scripted"), frames, "1280", "720", "960", "540"},
                         process.folder(), {"OSTREL_SENVO_ROOT=" + process.folder().string()}, {SIGTERM});
 }
 
@@ -197,7 +202,7 @@ Flash dayOnTheFlash() {
     TestClock clock;
     scripted::reset();
     scripted::offerResolutions(1, {{1280, 720}});
-    for (const auto& [name, value] : desktop::readManifestDefaults(SENVO_MANIFEST)) {
+    for (const auto& [name, value] : desktop::readManifestDefaults(this_build::checkout() / "package/manifest.json")) {
         scripted::parameters()[name] = value;
     }
     scripted::parameters()["PeriodTime"] = "5";
@@ -242,7 +247,7 @@ Flash dayOnTheFlash() {
 
 int measureFootprint(bool json) {
     for (const char* program : {"ostrel_senvo", "ostrel_senvo_scripted"}) {
-        if (!std::filesystem::exists(std::string(kCameraPrograms) + program)) {
+        if (!std::filesystem::exists(cameraProgram(program))) {
             throw std::runtime_error(std::string("expected the camera's build in build/camera; ") + program +
                                      " is not there");
         }

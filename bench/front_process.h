@@ -5,7 +5,7 @@
 
 #include "front.h"
 
-inline constexpr const char* kPassword = "bench";
+inline constexpr const char* kPassword = "bench-bench";
 
 /** What a shell command writes to its standard output. */
 std::string outputOf(const std::string& command);

@@ -20,6 +20,7 @@ extern "C" {
 #include "engine.h"
 #include "overlay_service.h"
 #include "real_frame.h"
+#include "this_build.h"
 #include "topics.h"
 
 namespace {
@@ -158,14 +159,13 @@ std::string readText(const std::string& path) {
 
 /** A network, where this machine has one; the engine that needs none otherwise. */
 desktop::ModelCard modelCard() {
-    const char* const named = std::getenv("SENVO_SHARED");
-    const std::string networks = std::string(named != nullptr ? named : SENVO_SHARED_DEFAULT) + "/models";
+    const std::string networks = this_build::shared() / "models";
     const bool there = std::ifstream(networks + "/yolo-fastest-1.1-xl.weights").good();
     desktop::DesktopConfig config;
     config.networksFolder = networks;
     desktop::setDesktopConfig(config);
     return desktop::parseModelCard(
-        readText(std::string(SENVO_PACKAGE_FOLDER "/models/") + (there ? "yolo-fastest-xl.json" : "motion.json")));
+        readText(this_build::checkout() / "package/models" / (there ? "yolo-fastest-xl.json" : "motion.json")));
 }
 
 /** What an analysis of a frame costs its thread, ten times a second: conversion, model and redraw. */

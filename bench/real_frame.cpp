@@ -1,10 +1,11 @@
 #include "real_frame.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
+
+#include "this_build.h"
 
 namespace {
 
@@ -20,9 +21,7 @@ std::vector<uint8_t> pattern(size_t size, unsigned width) {
 
 std::vector<uint8_t> realFrame(unsigned width, unsigned height) {
     const size_t size = size_t{width} * height * 3 / 2;
-    const char* const named = std::getenv("SENVO_SHARED");
-    const auto clip = std::filesystem::path(named != nullptr ? named : SENVO_SHARED_DEFAULT) / "media" /
-                      "one-by-one-person-detection.mp4";
+    const auto clip = this_build::shared() / "media/one-by-one-person-detection.mp4";
     if (!std::filesystem::exists(clip)) {
         return pattern(size, width);
     }

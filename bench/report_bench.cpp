@@ -216,7 +216,7 @@ std::vector<Limit> registerReport() {
         once("plain", plainReport);
         once("ours", [](const auto& archives) { return report_stream::write(archives, report_stream::Form::Csv); });
         const report_stream::Archives& archives = archivesOf(flushes);
-        printPeak(topic, [&] { return report_stream::write(archives, report_stream::Form::Csv).value_or("").size(); });
+        printPeak(topic, [&] { return report_stream::write(archives, report_stream::Form::Csv).size(); });
         const std::string out = localdata() + std::to_string(flushes) + "-other";
         addOther(topic + "/sqlite3", flushes, reportBySqlite(archives, out + "-sqlite"), out + "-sqlite");
         addOther(topic + "/pandas", flushes, reportByPandas(archives, out + "-pandas"), out + "-pandas");

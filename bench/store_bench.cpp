@@ -4,6 +4,7 @@
 #include "camera_paths.h"
 #include "config_params.h"
 #include "parameter_store.h"
+#include "this_build.h"
 #include "topics.h"
 #include "unique_fd.h"
 
@@ -15,7 +16,8 @@ std::string folder() {
 
 /** Every parameter of the application set once, as saving the settings does. */
 void benchSaveAll(benchmark::State& state) {
-    desktop::ParameterStore store(folder() + "/parameters.db", desktop::readManifestDefaults(SENVO_MANIFEST));
+    desktop::ParameterStore store(folder() + "/parameters.db",
+                                  desktop::readManifestDefaults(this_build::checkout() / "package/manifest.json"));
     int value = 0;
     for (auto _ : state) {
         ++value;

@@ -66,6 +66,7 @@ private:
 class BareResponder {
 public:
     explicit BareResponder(const std::string& socketPath) : m_socket(openFastCgiSocket(socketPath, 5)) {
+        FCGX_Init();  // without it nothing is accepted
         FCGX_InitRequest(&m_request, m_socket, 0);
         m_thread = std::thread([this] {
             while (FCGX_Accept_r(&m_request) == 0) {
@@ -118,8 +119,7 @@ std::string sha256(const std::string& text) {
 
 /** A login that holds for as many requests as come while the server's nonce does. */
 std::string authorization(const std::string& address) {
-    const std::string challenge =
-        outputOf("curl -s --retry 20 --retry-connrefused -D - -o /dev/null http://" + address + kAction);
+    const std::string challenge = outputOf("curl -s --max-time 20 -D - -o /dev/null http://" + address + kAction);
     std::smatch nonce;
     if (!std::regex_search(challenge, nonce, std::regex("nonce=\"([^\"]*)\""))) {
         throw std::runtime_error("expected a web server that asks for a login, got:\n" + challenge);

@@ -59,6 +59,51 @@ private:
     RecordArchive<EntranceActivityRecord> m_archive{"EntranceActivityTidy.csv"};
 };
 
+/** Appends single lines, one a second, while a queue purges all but the last hundred of them without a pause. */
+class PurgedArchives : public Writer {
+public:
+    explicit PurgedArchives(TestClock& clock) : m_clock(clock) {}
+
+    void write() override {
+        PurgeQueue queue;
+        m_archive.purgeOn(queue);
+        m_archive.setPurgeHorizon(0);
+        for (int next = m_progress->done + 1;; ++next) {
+            m_clock.set(kStart + next - 100);
+            m_archive.setNextPurgeDate(kStart - 100);
+            m_progress->begun = next;
+            m_progress->purgeBegun = next;
+            m_archive.addRecords(
+                {{OccupancyRecordBase::timeToString(kStart + next), "Cam", aoi::aoi1, objects::person, next}}, true);
+            m_progress->done = next;
+        }
+    }
+
+    void check() override {
+        m_archive.repair();
+        std::vector<int> numbers;
+        for (const CrowdCountRecord& record : m_archive.getRecords()) {
+            const bool isNext = numbers.empty() || record.count == numbers.back() + 1;
+            // A line that was torn within its number is the last of its run and has a shorter one.
+            numbers.push_back(isNext ? record.count : numbers.back() + 1);
+            if (!isNext) {
+                m_torn.insert(numbers.back());
+            }
+        }
+        ASSERT_FALSE(numbers.empty() && m_progress->done > 0) << "the last hundred stay";
+        const int first = numbers.empty() ? 1 : numbers.front();
+        ASSERT_GE(first, m_first);
+        ASSERT_LE(first, std::max(1, m_progress->begun - 99)) << "a line younger than the horizon was purged";
+        m_first = first;
+        expectInOrder(numbers, first);
+    }
+
+private:
+    TestClock& m_clock;
+    int m_first = 1;
+    RecordArchive<CrowdCountRecord> m_archive{"CrowdCountTidy.csv"};
+};
+
 /** Logs lines of 50 kB on ever new days, so that every twentieth of them shortens the file. */
 class Logs : public Writer {
 public:
@@ -128,6 +173,11 @@ TEST_F(KilledAtAnyMoment, AppendingLosesNothingThatWasFlushed) {
 
 TEST_F(KilledAtAnyMoment, PurgingLosesNothingThatWasFlushed) {
     Archives archives(true);
+    killAtAnyMoment(archives, 6000);
+}
+
+TEST_F(KilledAtAnyMoment, PurgingBesideTheAppendsLosesNothingThatWasFlushed) {
+    PurgedArchives archives(m_clock);
     killAtAnyMoment(archives, 6000);
 }
 

@@ -3,6 +3,7 @@
 #include "entries.h"
 #include "program.h"
 #include "sanitized.h"
+#include "this_build.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ class Corpus : public testing::TestWithParam<fuzz::Entry> {};
 
 TEST_P(Corpus, HoldsNothingThatBreaksAnEntry) {
     int files = 0;
-    const std::filesystem::path folder = std::filesystem::path(CORPUS) / GetParam().name;
+    const std::filesystem::path folder = this_build::checkout() / "tests/fuzz/corpus" / GetParam().name;
     for (const auto& file : std::filesystem::directory_iterator(folder)) {
         expectNoViolation(GetParam(), readFile(file.path()), file.path().filename());
         ++files;

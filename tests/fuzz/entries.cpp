@@ -8,6 +8,7 @@
 #include "log_capture.h"
 #include "occupancy_manager.h"
 #include "program.h"
+#include "summary_report.h"
 #include "test_clock.h"
 
 namespace fuzz {

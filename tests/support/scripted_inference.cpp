@@ -23,7 +23,8 @@ namespace {
 
 constexpr size_t kSlots = 100;
 
-using Job = std::function<std::vector<scripted::Candidate>(const std::vector<uint8_t>&)>;
+/** Receives the file of the input tensor. */
+using Job = std::function<std::vector<scripted::Candidate>(int input)>;
 
 struct InferenceScript {
     Job job;
@@ -71,11 +72,15 @@ void resetInference() {
 }
 
 void find(const std::vector<Candidate>& candidates) {
-    onJob([candidates](const std::vector<uint8_t>&) { return candidates; });
+    onEachJob([candidates] { return candidates; });
 }
 
-void onJob(Job job) {
-    script().job = std::move(job);
+void onJob(std::function<std::vector<Candidate>(const std::vector<uint8_t>&)> job) {
+    script().job = [job = std::move(job)](int input) { return job(readFile(input)); };
+}
+
+void onEachJob(std::function<std::vector<Candidate>()> job) {
+    script().job = [job = std::move(job)](int) { return job(); };
 }
 
 size_t tensorBytes() {
@@ -173,7 +178,7 @@ bool larodRunJob(larodConnection*, const larodJobRequest* request, larodError** 
     if (failsNow("larodRunJob", error)) {
         return false;
     }
-    const std::vector<scripted::Candidate> found = script().job(readFile(request->inputs[0]->fd));
+    const std::vector<scripted::Candidate> found = script().job(request->inputs[0]->fd);
     std::array<float, 4 * kSlots> boxes = {};
     std::array<float, kSlots> classes = {};
     std::array<float, kSlots> scores = {};

@@ -55,6 +55,12 @@ void offerResolutions(unsigned channel, const std::vector<Size>& sizes);
 /** Fills each frame handed out: NV12 of the stream's size after rotation. Without one, frames are black. */
 void drawFrames(std::function<void(uint8_t* nv12, uint32_t width, uint32_t height)> draw);
 
+/**
+ * Every frame handed out is this picture from now on, of the stream's size after rotation: it stays the caller's, and
+ * handing it out takes no time.
+ */
+void lendPicture(uint8_t* nv12);
+
 /** Settings of the stream made last. */
 const std::map<std::string, uint32_t>& lastStreamSettings();
 
@@ -80,6 +86,9 @@ void find(const std::vector<Candidate>& candidates);
 
 /** Asked at every job; receives the input tensor's bytes. Replaces find(). */
 void onJob(std::function<std::vector<Candidate>(const std::vector<uint8_t>& input)> job);
+
+/** The same for who does not look at the input, which is then not read. */
+void onEachJob(std::function<std::vector<Candidate>()> job);
 
 /** Bytes written to output tensors since reset(). */
 size_t tensorBytes();

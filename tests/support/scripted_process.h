@@ -3,10 +3,11 @@
 #include "fastcgi_client.h"
 #include "program.h"
 #include "test_folder.h"
+#include "this_build.h"
 
 /** Whether this build's programs are another processor's and run in an emulator. */
 inline bool isEmulated() {
-    return !std::vector<std::string>{EMULATOR}.empty();
+    return this_build::command("").size() > 1;
 }
 
 /** A folder for the real process on the scripted platform, with all that a camera's package provides. */
@@ -25,7 +26,7 @@ public:
      * handle it. frames: it ends by itself after so many; none: it goes on.
      */
     pid_t start(const std::string& frames = "") const {
-        std::vector<std::string> command = {EMULATOR SCRIPTED_PROGRAM};
+        std::vector<std::string> command = this_build::command("ostrel_senvo_scripted");
         if (!frames.empty()) {
             command.push_back(frames);
         }

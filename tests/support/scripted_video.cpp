@@ -21,6 +21,7 @@ struct ChannelValue {
 
 struct BufferValue {
     std::vector<uint8_t> pixels;
+    uint8_t* lent = nullptr; /**< instead of pixels */
 };
 
 struct StreamValue {
@@ -47,6 +48,7 @@ struct StreamValue {
 struct VideoScript {
     std::map<unsigned, std::vector<scripted::Size>> channels;
     std::function<void(uint8_t*, uint32_t, uint32_t)> draw;
+    uint8_t* lent = nullptr;
     std::map<std::string, uint32_t> lastSettings;
     int framesOut = 0;
     int liveStreams = 0;
@@ -79,6 +81,15 @@ bool offers(unsigned channel, scripted::Size size) {
            std::find(found->second.begin(), found->second.end(), size) != found->second.end();
 }
 
+void fill(std::vector<uint8_t>& pixels, uint32_t width, uint32_t height) {
+    const size_t luma = size_t{width} * height;
+    pixels.assign(luma, 16);
+    pixels.resize(luma + luma / 2, 128);
+    if (script().draw) {
+        script().draw(pixels.data(), width, height);
+    }
+}
+
 VdoChannel* makeChannel(unsigned number) {
     return makeHandle<VdoChannel>("ScriptedVdoChannel", std::make_unique<ChannelValue>(ChannelValue{number}));
 }
@@ -90,6 +101,7 @@ namespace scripted {
 void resetVideo() {
     script().channels.clear();
     script().draw = nullptr;
+    script().lent = nullptr;
     script().lastSettings.clear();
     script().framesOut = 0;
 }
@@ -100,6 +112,10 @@ void offerResolutions(unsigned channel, const std::vector<Size>& sizes) {
 
 void drawFrames(std::function<void(uint8_t*, uint32_t, uint32_t)> draw) {
     script().draw = std::move(draw);
+}
+
+void lendPicture(uint8_t* nv12) {
+    script().lent = nv12;
 }
 
 const std::map<std::string, uint32_t>& lastStreamSettings() {
@@ -205,12 +221,9 @@ VdoBuffer* vdo_stream_get_buffer(VdoStream* self, GError** error) {
         refuse(VDO_ERROR, VDO_ERROR_FAILED, "no buffer is queued to be filled", error);
         return nullptr;
     }
-    std::vector<uint8_t>& pixels = valueOf<BufferValue>(handle).pixels;
-    const size_t luma = size_t{width} * height;
-    pixels.assign(luma, 16);
-    pixels.resize(luma + luma / 2, 128);
-    if (script().draw) {
-        script().draw(pixels.data(), width, height);
+    valueOf<BufferValue>(handle).lent = script().lent;
+    if (script().lent == nullptr) {
+        fill(valueOf<BufferValue>(handle).pixels, width, height);
     }
     stream.out.insert(handle);
     ++script().framesOut;
@@ -261,7 +274,11 @@ gboolean vdo_stream_buffer_enqueue(VdoStream* self, VdoBuffer* buffer, GError** 
 }
 
 gpointer vdo_buffer_get_data(VdoBuffer* self) {
-    return failsNow("vdo_buffer_get_data") ? nullptr : valueOf<BufferValue>(self).pixels.data();
+    if (failsNow("vdo_buffer_get_data")) {
+        return nullptr;
+    }
+    BufferValue& buffer = valueOf<BufferValue>(self);
+    return buffer.lent != nullptr ? buffer.lent : buffer.pixels.data();
 }
 
 VdoChannel* vdo_channel_get(guint number, GError** error) {

@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "this_build.h"
+
 /** A folder of a test's own, removed with everything in it. */
 class TestFolder {
 public:
@@ -47,7 +49,6 @@ private:
 
 /** The folder of real clips and networks, empty when this machine has none. */
 inline std::filesystem::path sharedFolder() {
-    const char* const named = std::getenv("SENVO_SHARED");
-    const std::filesystem::path folder = named != nullptr ? named : SENVO_SHARED_DEFAULT;
+    const std::filesystem::path folder = this_build::shared();
     return std::filesystem::exists(folder / "media") ? folder : std::filesystem::path();
 }
