@@ -34,12 +34,14 @@ uint32_t nextRandom(uint32_t& state) {
     return state >> 16U;
 }
 
-std::vector<int8_t> makeNoise() {
+/** A sensor's noise, so many times as strong. */
+std::vector<int8_t> makeNoise(double strength) {
     std::vector<int8_t> noise(kNoisePeriod);
     uint32_t state = 20240521;
     for (int8_t& value : noise) {
         // The sum of two dice: small deviations are more frequent than large ones, as on a sensor.
-        value = static_cast<int8_t>(static_cast<int>(nextRandom(state) % 4 + nextRandom(state) % 4) - 3);
+        const int dice = static_cast<int>(nextRandom(state) % 4 + nextRandom(state) % 4) - 3;
+        value = static_cast<int8_t>(std::lround(strength * dice));
     }
     return noise;
 }
@@ -99,7 +101,10 @@ double gainAt(const Weather& weather, double seconds) {
 }  // namespace
 
 ScenePainter::ScenePainter(const Scene& scene)
-    : m_scene(scene), m_backdrop(makeSurface(scene)), m_canvas(makeSurface(scene)), m_noise(makeNoise()) {
+    : m_scene(scene),
+      m_backdrop(makeSurface(scene)),
+      m_canvas(makeSurface(scene)),
+      m_noise(makeNoise(scene.weather.noise)) {
     const CairoPtr cairo(cairo_create(m_backdrop.get()));
     if (scene.backdrop == Backdrop::Plaza) {
         drawPlazaBackdrop(cairo.get(), scene);
@@ -178,8 +183,7 @@ void ScenePainter::addNoise(AVFrame& picture, int frame) const {
         const int8_t* noise = m_noise.data() + offset;
         uint8_t* luma = picture.data[0] + static_cast<ptrdiff_t>(row) * picture.linesize[0];
         for (int column = 0; column < picture.width; ++column) {
-            const int disturbed = luma[column] + static_cast<int>(std::lround(m_scene.weather.noise * noise[column]));
-            luma[column] = static_cast<uint8_t>(std::clamp(disturbed, 16, 235));
+            luma[column] = static_cast<uint8_t>(std::clamp(luma[column] + noise[column], 16, 235));
         }
     }
 }
