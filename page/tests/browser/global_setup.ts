@@ -1,9 +1,19 @@
 /* A browser for all tests, and a building for each worker: a leader and two followers on the drawn scene, each behind its web server. */
 
 import { spawn } from 'node:child_process';
-import { createWriteStream, existsSync, mkdirSync, mkdtempSync, readFileSync, rmSync } from 'node:fs';
+import {
+  createWriteStream,
+  existsSync,
+  mkdirSync,
+  mkdtempSync,
+  readdirSync,
+  readFileSync,
+  rmSync,
+  symlinkSync,
+  writeFileSync,
+} from 'node:fs';
 import { tmpdir } from 'node:os';
-import { join } from 'node:path';
+import { join, resolve } from 'node:path';
 import { chromium } from 'playwright-core';
 import type { TestProject } from 'vitest/node';
 import { kBuildings } from './buildings';
@@ -25,8 +35,23 @@ declare module 'vitest' {
 
 const kPatience = 600_000;
 
+/** The package with cameras that look four times a second: six of them leave the machine to the browser. */
+function calmPackage(folder: string): string {
+  const original = resolve(__dirname, '../../../package');
+  mkdirSync(folder);
+  for (const entry of readdirSync(original)) {
+    if (entry !== 'manifest.json') symlinkSync(join(original, entry), join(folder, entry));
+  }
+  const manifest = readFileSync(join(original, 'manifest.json'), 'utf8');
+  const calm = manifest.replace(/("name": "MainLoopTime",[^}]*"default": )"\d+"/, '$1"250"');
+  if (calm === manifest) throw new Error('expected MainLoopTime in the manifest');
+  writeFileSync(join(folder, 'manifest.json'), calm);
+  return folder;
+}
+
 async function startBuilding(
   program: string,
+  packaged: string,
   folder: string,
 ): Promise<{ building: Building; end: () => Promise<void> }> {
   const out = join(folder, 'out');
@@ -34,6 +59,7 @@ async function startBuilding(
   mkdirSync(folder);
   const demo = spawn(program, ['--followers', '2', '--port', '0', '--state', state], {
     stdio: ['ignore', 'pipe', 'pipe'],
+    env: { ...process.env, SENVO_PACKAGE: packaged },
   });
   demo.stdout.pipe(createWriteStream(out));
   demo.stderr.pipe(createWriteStream(join(folder, 'err')));
@@ -82,8 +108,9 @@ export default async function setup(project: TestProject) {
       '--lang=en-GB',
     ],
   });
+  const packaged = calmPackage(join(folder, 'package'));
   const started = await Promise.all(
-    Array.from({ length: kBuildings }, (_, i) => startBuilding(program, join(folder, String(i)))),
+    Array.from({ length: kBuildings }, (_, i) => startBuilding(program, packaged, join(folder, String(i)))),
   );
   project.provide(
     'buildings',

@@ -28,7 +28,7 @@ describe.skipIf(isMissing)('Detection', () => {
     await page.getByLabel('Boats').check();
     await page.getByLabel('Bicycles').uncheck();
     await page.locator('input[name=Sensitivity]').fill('0.4');
-    await page.getByLabel('May be missing for').fill('2.5');
+    await page.getByLabel('May be missing for').fill('1.5');
     await page.getByLabel('exactly').check();
     await page.getByLabel('Number of objects').fill('3');
     await page.getByLabel('From this many inside').fill('77');
@@ -39,7 +39,7 @@ describe.skipIf(isMissing)('Detection', () => {
       DetectBoats: '1',
       DetectBicycles: '0',
       Sensitivity: '0.400000',
-      MaxDisappear: '2.500000',
+      MaxDisappear: '1.500000',
       AoiLogicComparison: '1',
       MinNumberOfPeopleForTrigger: '3',
       Occupants: '77',
