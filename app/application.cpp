@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <sys/sysinfo.h>
 #include <syslog.h>
+#include <utility>
 
 #include "Logger.h"
 #include "clock.h"
@@ -39,6 +40,17 @@ std::optional<TimeOfDay> parseTimeOfDay(const std::string& text) {
         return std::nullopt;
     }
     return TimeOfDay{static_cast<int>(hour), static_cast<int>(minute)};
+}
+
+/** A number for settings: the same for the same ones (FNV-1a, 32 bits; Fowler, Noll, Vo). */
+uint32_t settingsNumber(const ConfigParams& config) {
+    uint32_t number = 2166136261U;
+    for (const auto& [name, text] : parameter_controller::stored_texts(config)) {
+        for (const char character : name + '=' + text + '\n') {
+            number = (number ^ static_cast<uint8_t>(character)) * 16777619U;
+        }
+    }
+    return number;
 }
 
 }  // namespace
@@ -146,7 +158,8 @@ void Application::storeAreas() {
 }
 
 void Application::takeOver(const SettingsUpdate& update) {
-    m_Config = update.settings;
+    const ConfigParams before = std::exchange(m_Config, update.settings);
+    writeSettings(before, update.user);
     if (update.overlays && m_Overlay) {
         m_Overlay->useConfiguredStreams();
     }
@@ -231,8 +244,8 @@ void Application::init_logic(int maxDisappeared) {
 }
 
 void Application::init_ledger() {
-    m_Ledger =
-        std::make_unique<LedgerKeeping>(LedgerSettings::fromEnvironment(), SENVO_VERSION, [this](t_one_locator at) {
+    m_Ledger = std::make_unique<LedgerKeeping>(
+        LedgerSettings::fromEnvironment(), SENVO_VERSION, settingsNumber(m_Config), [this](t_one_locator at) {
             int side = 0;
             for (int number = 1; number <= 3; ++number) {
                 side =
@@ -240,6 +253,7 @@ void Application::init_ledger() {
             }
             return side;
         });
+    m_Occupancy.init(m_Ledger->firstOccupancy());
     m_Events->onAlert([this](const std::string& name, bool active, bool byHand) {
         m_Ledger->write("alert", {{"alert", name}, {"active", active}, {"by_hand", byHand}});
     });
@@ -251,6 +265,42 @@ void Application::writeReset(const char* by, const std::string& user, int from) 
     if (LedgerKeeping* const keeping = m_ReadyLedger) {
         keeping->write("reset", {{"by", by}, {"user", user}, {"from", from}, {"to", 0}});
     }
+}
+
+void Application::writeSettings(const ConfigParams& before, const std::string& user) {
+    if (!m_Ledger) {
+        return;
+    }
+    const std::map<std::string, std::string> old = parameter_controller::stored_texts(before);
+    nlohmann::ordered_json changed = nlohmann::ordered_json::array();
+    for (const auto& [name, text] : parameter_controller::stored_texts(m_Config)) {
+        if (old.at(name) != text) {
+            changed.push_back(name);
+        }
+    }
+    if (!changed.empty()) {
+        m_Ledger->write("settings",
+                        {{"settings", settingsNumber(m_Config)}, {"changed", std::move(changed)}, {"user", user}});
+    }
+}
+
+void Application::correctOccupancy(int32_t to, const std::string& user, const std::string& remark) {
+    m_BetweenCycles.post([this, to, user, remark] {
+        if (m_Ledger) {
+            m_Ledger->write("corrected",
+                            {{"user", user}, {"from", m_Occupancy.get_count()}, {"to", to}, {"remark", remark}});
+        }
+        m_Occupancy.init(to);
+        m_Metrics.occupancyCount = to;
+    });
+}
+
+/** Ends the process at once; the ledger says why. */
+void Application::die(const std::string& reason) {
+    if (LedgerKeeping* const keeping = m_ReadyLedger) {
+        keeping->write("stop", {{"reason", reason}, {"occupancy", m_Occupancy.get_count()}});
+    }
+    grateful_dead(reason);
 }
 
 ledger::PictureSize Application::pictureSize() const {
@@ -268,7 +318,7 @@ bool Application::thread_function() {
         }
     } catch (const std::exception& exception) {
         // Nothing above the main loop could go on from here; the reason must be in the log before the process ends.
-        grateful_dead(std::string("thread_function: ") + exception.what());
+        die(std::string("thread_function: ") + exception.what());
     }
     return true;
 }
@@ -287,7 +337,11 @@ int Application::do_one_analysis() {
     m_Processing->get_detections();
     m_Processing->monitor_AOI_and_entrances();
     m_Processing->examine_and_update_findings();
+    const int occupancyBefore = m_Occupancy.get_count();
     m_Processing->manage_events();
+    if (m_Occupancy.get_count() < occupancyBefore) {
+        writeReset("alert", "", occupancyBefore);
+    }
     m_Processing->update_aoi_and_occupancy_metrics();
     if (m_Ledger) {
         m_Ledger->add(m_Processing->findings(), pictureSize(), m_Occupancy.get_count(), m_Status == STATUS_SLOW);
@@ -321,7 +375,7 @@ void Application::onModelFailure() {
     applicationLog().error("do_one_analysis: After reset init_ai. res_init_ai=" + std::to_string(result) +
                            ", initAIcount=" + std::to_string(m_InitAiCounter));
     if (m_InitAiCounter > kMaxInitAi) {
-        grateful_dead("do_one_analysis 10 consecutive initAIcount. Restarting the program.");
+        die("do_one_analysis 10 consecutive initAIcount. Restarting the program.");
     }
 }
 

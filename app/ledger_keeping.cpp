@@ -21,6 +21,7 @@ using nlohmann::ordered_json;
 constexpr const char* kFolder = "/usr/local/packages/ostrel_senvo/localdata/ledger";
 constexpr int64_t kMostMebibytes = int64_t{1} << 20;
 constexpr int64_t kLongestSync = 3'600;
+constexpr int64_t kLongestKept = 3'600;
 constexpr int64_t kErrorInterval = 60;
 constexpr int64_t kIndexStep = int64_t{1} << 20;    // bytes between two looks whether the process ends
 constexpr std::chrono::milliseconds kPatience(80);  // of a request, for a sync
@@ -66,10 +67,14 @@ LedgerSettings LedgerSettings::fromEnvironment() {
     if (const std::optional<int64_t> seconds = numberFrom("OSTREL_SENVO_LEDGER_SYNC", kLongestSync)) {
         settings.syncSeconds = static_cast<int32_t>(*seconds);
     }
+    if (const std::optional<int64_t> seconds = numberFrom("OSTREL_SENVO_KEEP_OCCUPANCY", kLongestKept)) {
+        settings.keepOccupancySeconds = static_cast<int32_t>(*seconds);
+    }
     return settings;
 }
 
-LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version, ledger::ObjectPath::SideOf sideOf)
+LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version, uint32_t settingsNumber,
+                             ledger::ObjectPath::SideOf sideOf)
     : m_settings(std::move(settings)),
       m_disk(ledger::openFolder(m_settings.folder)),
       m_book(*m_disk, {m_settings.mostBytes, [this] { return m_clock.moment(); }, randomEpoch}),
@@ -79,7 +84,13 @@ LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version
     if (const std::string dropped = m_book.open(); !dropped.empty()) {
         applicationLog().warning("LedgerKeeping: mended the ledger, dropping " + dropped);
     }
-    write("start", {{"version", version}, {"boot", m_clock.boot()}, {"last_run", howTheLastRunEnded()}});
+    m_lastRun = ledger::lastRunOf(*m_disk, m_book.files(), m_clock.now(), m_clock.boot());
+    m_occupancy = firstOccupancy();
+    write("start", {{"version", version},
+                    {"boot", m_clock.boot()},
+                    {"settings", settingsNumber},
+                    {"last_run", m_lastRun.ending},
+                    {"occupancy", m_occupancy}});
     m_thread = std::thread([this] { run(); });
 }
 
@@ -94,29 +105,11 @@ LedgerKeeping::~LedgerKeeping() {
     m_thread.join();
 }
 
-/** In words: what the last line and the last start before it say. */
-std::string LedgerKeeping::howTheLastRunEnded() const {
-    const std::vector<ledger::LedgerFile> files = m_book.files();
-    ledger::LineHead last;
-    nlohmann::json start;
-    for (auto file = files.rbegin(); file != files.rend() && start.is_null(); ++file) {
-        forEachLine(*m_disk, *file, 0, [&](std::string_view line, int64_t) {
-            const std::optional<ledger::LineHead> head = ledger::headOf(line);
-            if (head && head->kind == "start") {
-                start = ledger::parseLine(line);
-            }
-            last = head && head->seq > last.seq ? *head : last;
-            return true;
-        });
-    }
-    if (last.seq == 0) {
-        return "none";
-    }
-    if (last.kind == "stop") {
-        return "stopped in order";
-    }
-    return start.is_object() && start.value("boot", "") == m_clock.boot() ? "killed"
-                                                                          : "power lost or machine restarted";
+int32_t LedgerKeeping::firstOccupancy() const {
+    const int64_t most = int64_t{1000} * m_settings.keepOccupancySeconds;
+    const bool isKept =
+        m_lastRun.occupancy && m_lastRun.gapMillis && *m_lastRun.gapMillis >= 0 && *m_lastRun.gapMillis < most;
+    return isKept ? static_cast<int32_t>(*m_lastRun.occupancy) : 0;
 }
 
 void LedgerKeeping::add(const std::vector<one_find>& findings, ledger::PictureSize picture, int32_t occupancy,

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "index.h"
+#include "last_run.h"
 #include "ledger.h"
 #include "ledger_actions.h"
 #include "machine_clock.h"
@@ -21,10 +22,12 @@ struct LedgerSettings {
     std::string folder;
     int64_t mostBytes = int64_t{32} << 20; /**< of all files */
     int32_t syncSeconds = 300;             /**< a power cut loses at most so much; each sync wears the flash */
+    int32_t keepOccupancySeconds = 0;      /**< the occupancy of a run that ended up to so long ago goes on */
 
     /**
-     * A camera's, in its folder, changed by the environment: OSTREL_SENVO_LEDGER_MIB, 1 to 1,048,576, and
-     * OSTREL_SENVO_LEDGER_SYNC, 1 to 3,600 seconds. Another value is logged, saying what was expected, and not taken.
+     * A camera's, in its folder, changed by the environment: OSTREL_SENVO_LEDGER_MIB, 1 to 1,048,576,
+     * OSTREL_SENVO_LEDGER_SYNC, 1 to 3,600 seconds, and OSTREL_SENVO_KEEP_OCCUPANCY, 1 to 3,600 seconds. Another value
+     * is logged, saying what was expected, and not taken.
      */
     static LedgerSettings fromEnvironment();
 };
@@ -36,10 +39,11 @@ struct LedgerSettings {
 class LedgerKeeping : public LedgerAccess {
 public:
     /**
-     * Opens the ledger, writes the line of the start and starts the thread. version: the application's. sideOf: which
-     * areas and entrances a point is in; called by the analysis.
+     * Opens the ledger, writes the line of the start and starts the thread. version: the application's. settingsNumber:
+     * that of the settings in force. sideOf: which areas and entrances a point is in; called by the analysis.
      */
-    LedgerKeeping(LedgerSettings settings, const std::string& version, ledger::ObjectPath::SideOf sideOf);
+    LedgerKeeping(LedgerSettings settings, const std::string& version, uint32_t settingsNumber,
+                  ledger::ObjectPath::SideOf sideOf);
 
     /** Writes what is open and the line of an orderly stop, and syncs. */
     ~LedgerKeeping() override;
@@ -59,7 +63,11 @@ public:
     /** A line of another kind. Any thread. A disk that refuses it is logged once a minute. */
     void write(const std::string& kind, const nlohmann::ordered_json& body);
 
+    /** The occupancy that this run begins with: nobody, or that of the run before when it is kept. */
+    [[nodiscard]] int32_t firstOccupancy() const;
+
     // For requests; any thread but the analysis's.
+    [[nodiscard]] const ledger::LastRun& lastRun() const override { return m_lastRun; }
     std::string safeLines(int64_t fromSeq, int64_t mostBytes) override;
     [[nodiscard]] const ledger::Ledger& book() const override { return m_book; }
     const ledger::Index& index() override;
@@ -67,13 +75,13 @@ public:
 private:
     void run();
     void complain(const char* what);
-    [[nodiscard]] std::string howTheLastRunEnded() const;
 
     const LedgerSettings m_settings;
     ledger::MachineClock m_clock;
     const std::unique_ptr<ledger::Disk> m_disk;
     ledger::Ledger m_book;
     ledger::Index m_index;
+    ledger::LastRun m_lastRun; /**< constant once constructed */
     ledger::Recorder m_recorder;
     int32_t m_occupancy = 0;              /**< after the last cycle */
     ledger::Instant m_periodBegin;        /**< of the period that goes on */

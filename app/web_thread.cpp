@@ -32,6 +32,7 @@ bool Application::startWebService() {
             });
         },
         [this](const std::string& user) { writeReset("web", user, m_Occupancy.get_count()); },
+        [this](int32_t to, const std::string& user, const std::string& remark) { correctOccupancy(to, user, remark); },
         [this]() -> LedgerAccess* { return m_ReadyLedger; }});
     try {
         std::promise<void> ended;

@@ -47,6 +47,23 @@ private:
     parameter_controller& m_store;
 };
 
+/** Saving into a map. */
+class Listing {
+public:
+    explicit Listing(std::map<std::string, std::string>& texts) : m_texts(texts) {}
+
+    void fixedByPackage(const ConfigParams&) {}
+    void publishedOnly(const char*, int32_t) {}
+    void integer(const std::string& name, int32_t value) { m_texts[name] = std::to_string(value); }
+    void real(const char* name, float value) { m_texts[name] = std::to_string(value); }
+    void flag(const std::string& name, bool value) { m_texts[name] = value ? "true" : "false"; }
+    void text(const char* name, const std::string& value) { m_texts[name] = value; }
+    void cameras(const CameraInfo& info);
+
+private:
+    std::map<std::string, std::string>& m_texts;
+};
+
 template <typename Direction, size_t size>
 void walkPoints(Direction& direction, const std::string& area, std::array<int32_t, size>& points) {
     for (size_t i = 0; i < size; ++i) {
@@ -136,6 +153,18 @@ std::string followerParameter(size_t index, const char* what) {
     return "Follower" + std::to_string(index + 1) + what;
 }
 
+void Listing::cameras(const CameraInfo& info) {
+    integer("PeriodTime", info.i_PeriodTime);
+    text("ThisDeviceCameraName", info.thisCameraName);
+    for (size_t i = 0; i < CameraInfo::kFollowers; ++i) {
+        m_texts[followerParameter(i, "IP")] = info.followerIPAddress[i];
+        m_texts[followerParameter(i, "login")] = info.followerLogin[i];
+        m_texts[followerParameter(i, "PWD")] = info.followerPassword[i];
+        m_texts[followerParameter(i, "CameraName")] = info.followerCameraName[i];
+        flag("is" + followerParameter(i, "Active"), info.followerActive[i]);
+    }
+}
+
 }  // namespace
 
 ConfigParams parameter_controller::load_config_params() {
@@ -148,6 +177,12 @@ ConfigParams parameter_controller::load_config_params() {
 
 void parameter_controller::save_config_params(ConfigParams config) {
     walk(Saving(*this), config);
+}
+
+std::map<std::string, std::string> parameter_controller::stored_texts(ConfigParams config) {
+    std::map<std::string, std::string> texts;
+    walk(Listing(texts), config);
+    return texts;
 }
 
 CameraInfo parameter_controller::load_cameraInfo() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -66,6 +67,9 @@ public:
 
     /** Writes the whole record. ModelWidth, ModelHeight and MainLoopTime are fixed by the package, and not written. */
     void save_config_params(ConfigParams config);
+
+    /** The whole record as save_config_params stores it: the texts by their parameters' names. Holds logins. */
+    static std::map<std::string, std::string> stored_texts(ConfigParams config);
 
     CameraInfo load_cameraInfo();
     void save_cameraInfo(const CameraInfo& info);

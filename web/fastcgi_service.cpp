@@ -325,7 +325,7 @@ int fastcgi_service::processPOST(const std::string& action, const std::string& b
     const char* const kDone = "Status: 200 OK\r\n";
     if (action == "set_post_parameters") {
         try {
-            write(m_parts.settings.set_post_parameters(body) != 0 ? kFailed : kDone);
+            write(m_parts.settings.set_post_parameters(body, parameter("REMOTE_USER")) != 0 ? kFailed : kDone);
         } catch (const std::exception&) {
             applicationLog().error("processPOST: Exception from processPOST trying to set post parameters.");
             return -1;
@@ -334,6 +334,8 @@ int fastcgi_service::processPOST(const std::string& action, const std::string& b
         m_parts.settings.store_data_into_http_request_controller();
         applicationLog().info("processPOST: The followers of the settings are asked.");
         write(kDone);
+    } else if (action == "correct_occupancy") {
+        write(correctOccupancy() != 0 ? kFailed : kDone);
     } else if (action == "post_submit_log") {
         try {
             write(add_post_submit_log(body) != 0 ? kFailed : kDone);
@@ -343,6 +345,22 @@ int fastcgi_service::processPOST(const std::string& action, const std::string& b
         }
     }
     write("\r\n");
+    return 0;
+}
+
+int fastcgi_service::correctOccupancy() {
+    std::string remark = valueOf(m_query, "remark");
+    cutToLogEntry(remark);
+    try {
+        const int64_t to = numberOf(valueOf(m_query, "to"), 0, std::numeric_limits<int32_t>::max(), "to");
+        if (m_parts.correctOccupancy) {
+            m_parts.correctOccupancy(static_cast<int32_t>(to), parameter("REMOTE_USER"), remark);
+        }
+        applicationLog().info("processPOST: This camera occupancy corrected to " + std::to_string(to) + ".");
+    } catch (const std::invalid_argument& question) {
+        applicationLog().error(std::string("processPOST: correct_occupancy: ") + question.what());
+        return -1;
+    }
     return 0;
 }
 

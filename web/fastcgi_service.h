@@ -28,7 +28,9 @@ struct FastCgiParts {
     std::function<int()> resetTotalOccupancy;                       /**< for this thread */
     std::function<void(const char* name, bool active)> manualAlert; /**< starts or stops an alert by hand */
     std::function<void(const std::string& user)> beforeReset = {};  /**< told who resets the occupancy */
-    std::function<LedgerAccess*()> ledger = {};                     /**< null while there is none */
+    /** sets the occupancy */
+    std::function<void(int32_t to, const std::string& user, const std::string& remark)> correctOccupancy = {};
+    std::function<LedgerAccess*()> ledger = {}; /**< null while there is none */
 };
 
 /**
@@ -64,6 +66,8 @@ private:
     /** Answers a POST action: 0, or -1, logged, when it raised an exception. */
     int processPOST(const std::string& action, const std::string& body);
     std::string get_post_body();
+    /** Sets the occupancy to what the query says: 0, or -1, logged, when it says no number. */
+    int correctOccupancy();
     /** Logs for the page: 0, or -1, logged, when the body holds no tags. */
     static int add_post_submit_log(const std::string& body);
 

@@ -22,21 +22,6 @@ constexpr int64_t kMostLines = 100'000;
 constexpr int64_t kMostReadBytes = int64_t{4} << 20;
 constexpr int64_t kMillisPerDay = 86'400'000;
 
-std::string valueOf(const QueryPairs& query, const char* key, const std::string& otherwise = "") {
-    const auto pair = std::find_if(query.begin(), query.end(), [&](const auto& entry) { return entry.first == key; });
-    return pair == query.end() ? otherwise : pair->second;
-}
-
-int64_t numberOf(const std::string& text, int64_t least, int64_t most, const char* what) {
-    int64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size() || number < least || number > most) {
-        throw std::invalid_argument(std::string("expected ") + what + " from " + std::to_string(least) + " to " +
-                                    std::to_string(most) + ", got \"" + text + "\"");
-    }
-    return number;
-}
-
 /** Where a reader is; the number of the next line it wants. */
 int64_t nextSeqOf(const std::string& since, const std::string& epoch) {
     if (since.empty()) {
@@ -165,7 +150,38 @@ LedgerAnswer getCounts(LedgerAccess& access, const QueryPairs& query) {
     return {"application/json", "", answer.dump()};
 }
 
+LedgerAnswer occupancyBefore(const ledger::LastRun& run) {
+    ordered_json lost = ordered_json::array();
+    for (const auto& [key, count] : run.openPeriod) {
+        const auto& [entrance, direction, className] = key;
+        lost.push_back({{"entrance", entrance}, {"direction", direction}, {"class", className}, {"count", count}});
+    }
+    const bool isDated = run.lastLine && run.lastLine->isDated();
+    const ordered_json answer = {
+        {"ended", run.ending},
+        {"at", isDated ? ordered_json(ledger::utcText(run.lastLine->utcMillis)) : ordered_json()},
+        {"gap", run.gapMillis ? ordered_json(*run.gapMillis / 1000) : ordered_json()},
+        {"occupancy", run.occupancy ? ordered_json(*run.occupancy) : ordered_json()},
+        {"lost", std::move(lost)}};
+    return {"application/json", "", answer.dump()};
+}
+
 }  // namespace
+
+std::string valueOf(const QueryPairs& query, const char* key, const std::string& otherwise) {
+    const auto pair = std::find_if(query.begin(), query.end(), [&](const auto& entry) { return entry.first == key; });
+    return pair == query.end() ? otherwise : pair->second;
+}
+
+int64_t numberOf(const std::string& text, int64_t least, int64_t most, const char* what) {
+    int64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number < least || number > most) {
+        throw std::invalid_argument(std::string("expected ") + what + " from " + std::to_string(least) + " to " +
+                                    std::to_string(most) + ", got \"" + text + "\"");
+    }
+    return number;
+}
 
 std::optional<LedgerAnswer> answerFromLedger(LedgerAccess& access, const std::string& action, const QueryPairs& query) {
     if (action == "get_ledger") {
@@ -173,6 +189,9 @@ std::optional<LedgerAnswer> answerFromLedger(LedgerAccess& access, const std::st
     }
     if (action == "get_counts") {
         return getCounts(access, query);
+    }
+    if (action == "occupancy_before") {
+        return occupancyBefore(access.lastRun());
     }
     return std::nullopt;
 }

@@ -208,13 +208,14 @@ std::map<std::string, std::string> parameter_io::parseXMLData_no_dependency(cons
     return values;
 }
 
-int parameter_io::set_post_parameters(const std::string& body) {
+int parameter_io::set_post_parameters(const std::string& body, const std::string& user) {
     std::map<std::string, std::string> values = parseXMLData_no_dependency(body);
     if (values.empty()) {
         applicationLog().error("set_post_parameters: Failed to parse XML payload");
         return -1;
     }
     SettingsUpdate update;
+    update.user = user;
     try {
         upload(std::move(values), update);
     } catch (...) {

@@ -15,6 +15,7 @@
 /** An uploaded record and how far its upload came: what the analysis is to take over between two cycles. */
 struct SettingsUpdate {
     ConfigParams settings;
+    std::string user = {};       /**< who uploaded them */
     bool overlays = false;       /**< the choice of streams was reached */
     bool maxDisappeared = false; /**< the tracker's limit was reached */
     bool detectionAreas = false;
@@ -52,9 +53,9 @@ public:
      * Takes a settings document, <root>...</root>, into force, then saves it. Returns 0, or -1 when it holds no tags.
      * Throws std::invalid_argument, std::out_of_range or std::domain_error for a value that is no number, cannot be
      * stored or, with an analysis period of 0, cannot be computed; the fields read until then stay changed in memory,
-     * and nothing is saved.
+     * and nothing is saved. user: who uploads it, for the record.
      */
-    int set_post_parameters(const std::string& body);
+    int set_post_parameters(const std::string& body, const std::string& user = {});
 
     /** Tag names and values of what stands between <root> and </root>; a repeated tag keeps its last value. */
     static std::map<std::string, std::string> parseXMLData_no_dependency(const std::string& body);

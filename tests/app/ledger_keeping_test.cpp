@@ -1,10 +1,13 @@
 #include "ledger_keeping.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <random>
 #include <sstream>
+#include <thread>
 
 #include "log_capture.h"
 #include "scripted_process.h"
@@ -88,6 +91,105 @@ TEST(LedgerOfAProcess, HasNoGapAfterKills) {
     EXPECT_EQ(std::count(ends.begin(), ends.end(), "killed"), kKills - 1);
 }
 
+/** A process that goes on and can be asked. */
+class LedgerOfAskedProcess : public testing::Test {
+protected:
+    void start(const char* keepSeconds = nullptr) {
+        if (keepSeconds != nullptr) {
+            setenv("OSTREL_SENVO_KEEP_OCCUPANCY", keepSeconds, 1);
+        }
+        m_child.emplace(m_process.start());
+        unsetenv("OSTREL_SENVO_KEEP_OCCUPANCY");
+        while (bodyOf("occupancy_before").empty()) {
+            ASSERT_EQ(m_child->wait(1), -1) << "ended by itself: " << readFile(m_process.folder() / "err");
+        }
+    }
+    void kill() {
+        ::kill(m_child->pid(), SIGKILL);
+        m_child->wait(-1);
+    }
+    void post(const std::string& query, const std::string& body, const char* status) const {
+        const std::string answer = m_process.service().post(query, body);
+        EXPECT_EQ(answer.substr(0, answer.find("\r\n")), std::string("Status: ") + status) << query;
+    }
+    std::string bodyOf(const std::string& action) const {
+        const std::string answer = m_process.answer(action);
+        const size_t head = answer.find("\r\n\r\n");
+        return head == std::string::npos ? "" : answer.substr(head + 4);
+    }
+    nlohmann::json before() const { return nlohmann::json::parse(bodyOf("occupancy_before")); }
+    std::vector<nlohmann::json> linesOf(const std::string& kind) const {
+        std::vector<nlohmann::json> lines = linesIn(m_process.folder() / kLedger);
+        std::erase_if(lines, [&](const nlohmann::json& line) { return line["kind"] != kind; });
+        return lines;
+    }
+    /** Waits for the cycle in which something posted is done. */
+    nlohmann::json waitFor(const std::string& kind, size_t number) const {
+        while (linesOf(kind).size() < number) {
+            std::this_thread::yield();
+        }
+        return linesOf(kind)[number - 1];
+    }
+
+    ScriptedProcess m_process;
+    std::optional<Child> m_child;
+};
+
+TEST_F(LedgerOfAskedProcess, CorrectsTheOccupancyAndTellsOfItAfterAKill) {
+    start();
+    EXPECT_EQ(before()["ended"], "none");
+    EXPECT_TRUE(before()["occupancy"].is_null());
+    post("action=correct_occupancy&to=16&remark=counted%20by%20hand", "", "200 OK");
+    const nlohmann::json corrected = waitFor("corrected", 1);
+    EXPECT_EQ(corrected["to"], 16);
+    EXPECT_EQ(corrected["remark"], "counted by hand");
+    for (const char* const wrong : {"", "&to=", "&to=-1", "&to=2147483648", "&to=1x"}) {
+        post(std::string("action=correct_occupancy") + wrong, "", "400 Bad Request");
+    }
+    const int64_t occupancy = std::stoll(bodyOf("get_occupancy_count"));
+    EXPECT_GE(occupancy, 16) << "somebody may have come in since";
+    kill();
+    start();
+    EXPECT_EQ(before()["ended"], "killed");
+    EXPECT_GE(before()["occupancy"], 16);
+    EXPECT_GE(before()["gap"], 0);
+    EXPECT_EQ(linesOf("start").back()["occupancy"], 0) << "it begins with nobody";
+}
+
+TEST_F(LedgerOfAskedProcess, GoesOnWithTheOccupancyWhenToldTo) {
+    start();
+    post("action=correct_occupancy&to=1000", "", "200 OK");
+    waitFor("corrected", 1);
+    kill();
+    start("3600");
+    EXPECT_GE(linesOf("start").back()["occupancy"], 1000);
+    EXPECT_GE(std::stoll(bodyOf("get_occupancy_count")), 1000);
+}
+
+TEST_F(LedgerOfAskedProcess, NamesWhichSettingsWereChanged) {
+    start();
+    const int64_t atFirst = linesOf("start").back()["settings"];
+    std::string document = bodyOf("get_all_parameters");
+    const auto upload = [&](const std::string& from, const std::string& to) {
+        const size_t at = document.find(from);
+        ASSERT_NE(at, std::string::npos) << document;
+        document.replace(at, from.size(), to);
+        const size_t begin = document.find('>') + 1;
+        post("action=set_post_parameters", "<root>" + document.substr(begin, document.rfind("</") - begin) + "</root>",
+             "200 OK");
+    };
+    // What the first upload changes beside: the store of the test began without values.
+    upload("<VerboseLog>0", "<VerboseLog>1");
+    const nlohmann::json first = waitFor("settings", 1);
+    upload("<VerboseLog>1", "<VerboseLog>0");
+    const nlohmann::json second = waitFor("settings", 2);
+    EXPECT_EQ(second["changed"], (std::vector<std::string>{"VerboseLog"}));
+    EXPECT_NE(second["settings"], first["settings"]);
+    upload("<VerboseLog>0", "<VerboseLog>1");
+    EXPECT_EQ(waitFor("settings", 3)["settings"], first["settings"]) << "the same again";
+    EXPECT_NE(first["settings"], atFirst);
+}
+
 /** A keeping of the test's own. */
 class LedgerKeepingTest : public testing::Test {
 protected:
@@ -100,7 +202,7 @@ protected:
 };
 
 TEST_F(LedgerKeepingTest, HandsOutOnlyWhatAPowerCutWouldLeave) {
-    LedgerKeeping keeping(settings(), "1", nowhere);
+    LedgerKeeping keeping(settings(), "1", 0, nowhere);
     keeping.write("reset", {{"by", "web"}});
     const std::vector<nlohmann::json> lines = linesOf(keeping.safeLines(1, 1 << 20));
     EXPECT_LE(lines.size(), 2U);
@@ -108,7 +210,7 @@ TEST_F(LedgerKeepingTest, HandsOutOnlyWhatAPowerCutWouldLeave) {
 }
 
 TEST_F(LedgerKeepingTest, AnswersWhileItIsWrittenAndKept) {
-    LedgerKeeping keeping(settings(1), "1", nowhere);
+    LedgerKeeping keeping(settings(1), "1", 0, nowhere);
     std::atomic<bool> isWriting = true;
     std::thread writer([&] {
         for (int i = 0; i < 2'000; ++i) {
@@ -132,7 +234,7 @@ TEST_F(LedgerKeepingTest, LogsARefusedLineOnceAMinute) {
     TestClock clock;
     // A file stands where the folder should be.
     writeFile(m_log.folder() / "ledger", "");
-    LedgerKeeping keeping(settings(), "1", nowhere);
+    LedgerKeeping keeping(settings(), "1", 0, nowhere);
     keeping.write("reset", {});
     keeping.write("reset", {});
     const auto logged = [&] {

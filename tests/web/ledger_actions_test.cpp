@@ -28,11 +28,14 @@ public:
         return m_book.lines(fromSeq, m_book.safeSeq(), mostBytes);
     }
     [[nodiscard]] const ledger::Ledger& book() const override { return m_book; }
+    [[nodiscard]] const ledger::LastRun& lastRun() const override { return before; }
     const ledger::Index& index() override {
         while (!m_index.update(1 << 20)) {
         }
         return m_index;
     }
+
+    ledger::LastRun before;
 
 private:
     TestFolder m_folder;
@@ -193,6 +196,20 @@ TEST(LedgerActions, SayWhatIsWrongWithAQuestion) {
         }
     }
     EXPECT_FALSE(answerFromLedger(access, "get_status_code", {}));
+}
+
+TEST(OccupancyBefore, TellsWhatTheLedgerKnows) {
+    Access access;
+    EXPECT_EQ(answerFromLedger(access, "occupancy_before", {})->body,
+              R"({"ended":"none","at":null,"gap":null,"occupancy":null,"lost":[]})");
+    access.before.ending = "killed";
+    access.before.lastLine = ledger::Moment{*ledger::utcOf("2026-11-22T05:35:01.420Z"), "", 0};
+    access.before.gapMillis = 41'900;
+    access.before.occupancy = 16;
+    access.before.openPeriod[{1, "in", "Person"}] = 3;
+    EXPECT_EQ(answerFromLedger(access, "occupancy_before", {})->body,
+              R"({"ended":"killed","at":"2026-11-22T05:35:01.420Z","gap":41,"occupancy":16,)"
+              R"("lost":[{"entrance":1,"direction":"in","class":"Person","count":3}]})");
 }
 
 }  // namespace

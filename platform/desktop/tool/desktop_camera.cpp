@@ -104,6 +104,8 @@ void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds) {
                     "IP address on which the web interface can be reached; 0.0.0.0 opens it to the network")
         ->capture_default_str();
     addMqttOptions(command, options.mqtt);
+    command.add_flag("--keep-occupancy", options.keepOccupancy,
+                     "Go on with the occupancy of a run that ended less than ten minutes ago");
     command.add_option("--seconds", seconds, "End after so many seconds")->check(CLI::Range(1, 1000000000));
     command.add_option("--state", options.state,
                        "Folder for settings, events and the log; by default one below ~/.local/state/ostrel-senvo");
@@ -111,6 +113,7 @@ void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds) {
 
 DesktopCamera::DesktopCamera(const CameraOptions& options, const std::string& name)
     : m_name(name),
+      m_keepOccupancy(options.keepOccupancy),
       m_folder((checkVideo(options.video), checkedNetworks(options.networks), options.state)),
       m_socket(options.listen, options.port) {
     if (options.tls.port) {
@@ -148,6 +151,9 @@ std::vector<SupervisedProcess> DesktopCamera::processes() const {
         if (std::getenv(variable) == nullptr) {
             application.environment[variable] = value;
         }
+    }
+    if (m_keepOccupancy) {
+        application.environment["OSTREL_SENVO_KEEP_OCCUPANCY"] = "600";
     }
     application.heartbeat = heartbeatFile(m_folder);
     application.prepare = [this] { return restoreDamaged((m_folder.path() / "parameters.db").string()); };

@@ -32,7 +32,8 @@ struct CameraOptions {
     std::string listen = "127.0.0.1";
     int port = 8080; /**< 0: any that is free */
     TlsOptions tls;
-    MqttConfig mqtt; /**< the broker that gets the events; none by default */
+    bool keepOccupancy = false; /**< after a short break */
+    MqttConfig mqtt;            /**< the broker that gets the events; none by default */
 };
 
 /** Where a camera's folder is when nothing else was said. */
@@ -76,6 +77,7 @@ private:
     std::string newestErrors() const;
 
     std::string m_name;
+    bool m_keepOccupancy;
     CameraFolder m_folder;
     ListeningSocket m_socket;
     std::optional<ListeningSocket> m_secureSocket;

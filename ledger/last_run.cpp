@@ -1,0 +1,91 @@
+#include "last_run.h"
+
+#include <nlohmann/json.hpp>
+
+namespace ledger {
+namespace {
+
+bool beginsPeriod(const std::string& kind) {
+    return kind == "period" || kind == "start";
+}
+
+/** The file in which the last period begins, or the oldest. */
+size_t firstFileOf(Disk& disk, const std::vector<LedgerFile>& files) {
+    size_t first = files.size();
+    for (bool isFound = false; first > 0 && !isFound;) {
+        --first;
+        forEachLine(disk, files[first], 0, [&](std::string_view line, int64_t) {
+            const std::optional<LineHead> head = headOf(line);
+            isFound = isFound || (head && beginsPeriod(head->kind));
+            return true;
+        });
+    }
+    return first;
+}
+
+/** What a line says of the occupancy behind it; nothing where it says nothing. */
+std::optional<int64_t> occupancyIn(const nlohmann::json& line) {
+    for (const char* const member : {"occupancy", "to"}) {
+        if (const auto found = line.find(member); found != line.end() && found->is_number_integer()) {
+            return found->get<int64_t>();
+        }
+    }
+    return std::nullopt;
+}
+
+void take(const LineHead& head, const nlohmann::json& line, LastRun& run) {
+    if (beginsPeriod(head.kind)) {
+        run.openPeriod.clear();
+    }
+    if (head.kind == "crossing") {
+        ++run.openPeriod[{line.value("entrance", int64_t{0}), line.value("direction", ""), line.value("class", "")}];
+    }
+    if (const std::optional<int64_t> occupancy = occupancyIn(line)) {
+        run.occupancy = occupancy;
+    }
+    run.ending = head.kind == "stop" ? line.value("reason", "") : "";
+}
+
+}  // namespace
+
+LastRun lastRunOf(Disk& disk, const std::vector<LedgerFile>& files, const Instant& now, const std::string& boot) {
+    LastRun run;
+    int64_t lastSeq = 0;
+    for (size_t i = firstFileOf(disk, files); i < files.size(); ++i) {
+        forEachLine(disk, files[i], 0, [&](std::string_view text, int64_t) {
+            const std::optional<LineHead> head = headOf(text);
+            // Paths are most of a ledger, and tell nothing of this.
+            if (!head || head->seq <= lastSeq) {
+                return true;
+            }
+            lastSeq = head->seq;
+            run.lastLine = head->moment;
+            run.ending = "";
+            if (head->kind != "object") {
+                if (const nlohmann::json line = parseLine(text); !line.is_discarded()) {
+                    take(*head, line, run);
+                }
+            }
+            return true;
+        });
+    }
+    if (!run.lastLine) {
+        return run;
+    }
+    // Before the machine's start its clock, which nobody sets, was below 0.
+    std::optional<int64_t> mono;
+    if (run.lastLine->isDated() && now.isDated) {
+        mono = run.lastLine->utcMillis - now.utcOffset;
+    } else if (run.lastLine->boot == boot) {
+        mono = run.lastLine->monoMillis;
+    }
+    if (mono) {
+        run.gapMillis = now.monoMillis - *mono;
+    }
+    if (run.ending.empty()) {
+        run.ending = mono && *mono >= 0 ? "killed" : "power lost or machine restarted";
+    }
+    return run;
+}
+
+}  // namespace ledger
