@@ -26,6 +26,33 @@ float overlap(const FoundBox& a, const FoundBox& b) {
     return width * height / (areaOf(a) + areaOf(b) - width * height);
 }
 
+/** For every box the one among others that is the same object, or null: each of these is one box's, the best fit's. */
+std::vector<const FoundBox*> counterparts(const std::vector<FoundBox>& boxes, const FoundBoxes& others) {
+    struct Pair {
+        float overlap;
+        std::size_t box;
+        std::size_t other;
+    };
+    std::vector<Pair> pairs;
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+        for (std::size_t j = 0; others && j < others->size(); ++j) {
+            if (const float common = overlap(boxes[i], (*others)[j]); common >= kSame) {
+                pairs.push_back({common, i, j});
+            }
+        }
+    }
+    std::stable_sort(pairs.begin(), pairs.end(), [](const Pair& a, const Pair& b) { return a.overlap > b.overlap; });
+    std::vector<const FoundBox*> same(boxes.size());
+    std::vector<bool> taken(others ? others->size() : 0);
+    for (const Pair& pair : pairs) {
+        if (same[pair.box] == nullptr && !taken[pair.other]) {
+            same[pair.box] = &(*others)[pair.other];
+            taken[pair.other] = true;
+        }
+    }
+    return same;
+}
+
 /** Adds those of some boxes that have no counterpart among others. */
 void addUnmatched(const FoundBoxes& boxes, const FoundBoxes& others, Clock::Duration distance,
                   std::vector<Mask>& masks) {
@@ -33,10 +60,10 @@ void addUnmatched(const FoundBoxes& boxes, const FoundBoxes& others, Clock::Dura
         return;
     }
     const double reach = std::chrono::duration<double>(distance).count() * kSidesPerSecond;
-    for (const FoundBox& box : *boxes) {
-        const auto isSame = [&](const FoundBox& other) { return overlap(box, other) >= kSame; };
-        if (!others || std::none_of(others->begin(), others->end(), isSame)) {
-            masks.push_back({box, reach});
+    const std::vector<const FoundBox*> same = counterparts(*boxes, others);
+    for (std::size_t i = 0; i < boxes->size(); ++i) {
+        if (same[i] == nullptr) {
+            masks.push_back({(*boxes)[i], reach});
         }
     }
 }
