@@ -10,7 +10,7 @@
 #include <opencv2/imgproc.hpp>
 #include <utility>
 
-#include "classes_in_force.h"
+#include "settings_in_force.h"
 
 namespace desktop {
 namespace {

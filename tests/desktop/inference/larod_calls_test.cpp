@@ -9,7 +9,12 @@
 
 #include <larod.h>
 
+#include "desktop_config.h"
 #include "last_fetched.h"
+#include "parameter_store.h"
+#include "parameter_watch.h"
+#include "program.h"
+#include "test_folder.h"
 
 namespace {
 
@@ -163,6 +168,33 @@ TEST_F(LarodCalls, AJobThatAnswersForAnOlderFrameKeepsWhatWasFoundOnThatFrame) {
     look(picture(false), 20400000);
     EXPECT_EQ(desktop::lastFetched().micros, 20000000);
     EXPECT_EQ(desktop::lastFetched().found, found);
+}
+
+TEST_F(LarodCalls, JobsNeitherWriteNorWaitForTheSettings) {
+    const TestFolder folder;
+    const std::string path = folder.path() / "parameters.db";
+    writeFile(folder.path() / "manifest.json",
+              R"({"parameters": [], "inference": {"sensitivity": "S"}, "class_parameters": {"Person": "P"}})");
+    desktop::DesktopConfig config;
+    config.stateFolder = folder.path();
+    config.manifest = folder.path() / "manifest.json";
+    desktop::setDesktopConfig(config);
+    desktop::ParameterStore store(path, {{"S", "0.3"}, {"P", "true"}});
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &other), SQLITE_OK);
+    const std::unique_ptr<sqlite3, decltype(&sqlite3_close)> owned(other, sqlite3_close);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK) << "nobody else may write";
+    std::vector<std::string> told;
+    desktop::watchParameters([&](const std::string& name, const std::optional<std::string>&) { told.push_back(name); });
+    told.clear();
+    prepareJob();
+    for (int i = 0; i < 11; ++i) {
+        look(picture(false), i);
+    }
+    desktop::watchParameters({});
+    desktop::setDesktopConfig({});
+    EXPECT_EQ(told, std::vector<std::string>()) << "no setting was lost";
+    EXPECT_EQ(sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
 }
 
 TEST_F(LarodCalls, OutputsAreWrittenFromTheDescriptorsOffsetOn) {
