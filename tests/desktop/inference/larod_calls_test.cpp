@@ -185,7 +185,10 @@ TEST_F(LarodCalls, JobsNeitherWriteNorWaitForTheSettings) {
     const std::unique_ptr<sqlite3, decltype(&sqlite3_close)> owned(other, sqlite3_close);
     ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK) << "nobody else may write";
     std::vector<std::string> told;
-    desktop::watchParameters([&](const std::string& name, const std::optional<std::string>&) { told.push_back(name); });
+    desktop::watchParameters([&](const std::string& name, const std::optional<std::string>&) {
+        told.push_back(name);
+        return true;
+    });
     told.clear();
     prepareJob();
     for (int i = 0; i < 11; ++i) {
