@@ -1,13 +1,14 @@
 #include "sightings.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace desktop {
 namespace {
 
-constexpr auto kHorizon = std::chrono::seconds(1);
+constexpr int64_t kHorizon = 1000000;  // microseconds
 constexpr std::ptrdiff_t kLooks = 3;
-constexpr auto kKept = std::chrono::seconds(10);
+constexpr int64_t kKept = 10 * kHorizon;
 constexpr std::size_t kMostKept = 1000;
 
 // Somebody of 1.7 m walks 1.5 m a second; who hurries gets a little more.
@@ -54,12 +55,11 @@ std::vector<const FoundBox*> counterparts(const std::vector<FoundBox>& boxes, co
 }
 
 /** Adds those of some boxes that have no counterpart among others. */
-void addUnmatched(const FoundBoxes& boxes, const FoundBoxes& others, Clock::Duration distance,
-                  std::vector<Mask>& masks) {
+void addUnmatched(const FoundBoxes& boxes, const FoundBoxes& others, int64_t distance, std::vector<Mask>& masks) {
     if (!boxes) {
         return;
     }
-    const double reach = std::chrono::duration<double>(distance).count() * kSidesPerSecond;
+    const double reach = static_cast<double>(distance) / 1e6 * kSidesPerSecond;
     const std::vector<const FoundBox*> same = counterparts(*boxes, others);
     for (std::size_t i = 0; i < boxes->size(); ++i) {
         if (same[i] == nullptr) {
@@ -70,38 +70,41 @@ void addUnmatched(const FoundBoxes& boxes, const FoundBoxes& others, Clock::Dura
 
 }  // namespace
 
-void Sightings::add(Clock::TimePoint when, FoundBoxes found) {
+void Sightings::add(const Fetched& frame) {
     const std::lock_guard lock(m_mutex);
-    m_sightings.push_back({when, std::move(found)});
+    if (!m_sightings.empty() && frame.micros <= m_sightings.back().micros) {
+        return;
+    }
+    m_sightings.push_back({frame.micros, frame.found});
     while (m_sightings.size() > kMostKept ||
-           (m_sightings.size() > 2 * kLooks && m_sightings.front().when + kKept < when)) {
+           (m_sightings.size() > 2 * kLooks && m_sightings.front().micros + kKept < frame.micros)) {
         m_sightings.pop_front();
     }
 }
 
-bool Sightings::isSettled(Clock::TimePoint when) const {
+bool Sightings::isSettled(int64_t micros) const {
     const std::lock_guard lock(m_mutex);
     const auto later =
-        std::count_if(m_sightings.begin(), m_sightings.end(), [&](const Sighting& s) { return s.when > when; });
-    return later >= kLooks && m_sightings.back().when >= when + kHorizon;
+        std::count_if(m_sightings.begin(), m_sightings.end(), [&](const Sighting& s) { return s.micros > micros; });
+    return later >= kLooks && m_sightings.back().micros >= micros + kHorizon;
 }
 
-std::vector<Mask> Sightings::around(Clock::TimePoint when) const {
+std::vector<Mask> Sightings::around(int64_t micros) const {
     const std::lock_guard lock(m_mutex);
     std::vector<Mask> masks;
     const auto own = std::find_if(m_sightings.begin(), m_sightings.end(),
-                                  [&](const Sighting& sighting) { return sighting.when >= when; });
+                                  [&](const Sighting& sighting) { return sighting.micros >= micros; });
     const auto isFar = [&](auto at) {
-        return std::abs(std::distance(own, at)) > kLooks && std::chrono::abs(at->when - when) > kHorizon;
+        return std::abs(std::distance(own, at)) > kLooks && std::abs(at->micros - micros) > kHorizon;
     };
     for (auto at = own; at != m_sightings.end() && !isFar(at); ++at) {
         if (at != own) {
-            addUnmatched(at->found, std::prev(at)->found, at->when - when, masks);
+            addUnmatched(at->found, std::prev(at)->found, at->micros - micros, masks);
         }
     }
     for (auto at = own; at != m_sightings.begin() && !isFar(std::prev(at)); --at) {
         if (at != m_sightings.end()) {
-            addUnmatched(std::prev(at)->found, at->found, when - std::prev(at)->when, masks);
+            addUnmatched(std::prev(at)->found, at->found, micros - std::prev(at)->micros, masks);
         }
     }
     return masks;

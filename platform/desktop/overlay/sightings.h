@@ -1,11 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <vector>
 
-#include "clock.h"
 #include "last_fetched.h"
 
 namespace desktop {
@@ -25,18 +25,18 @@ struct Mask {
  */
 class Sightings {
 public:
-    /** Notes what was found on a frame that was analysed then; null: nobody has looked. */
-    void add(Clock::TimePoint when, FoundBoxes found);
+    /** Notes a frame that was analysed, and what was found on it. One that is not younger than the last is known. */
+    void add(const Fetched& frame);
 
-    /** Whether enough frames behind this one were looked at: three, and one that is a second younger. */
-    bool isSettled(Clock::TimePoint when) const;
+    /** Whether enough frames behind the one of this time were looked at: three, and one that is a second younger. */
+    bool isSettled(int64_t micros) const;
 
-    /** What covers the frame that was analysed then, beside what was found on it. */
-    std::vector<Mask> around(Clock::TimePoint when) const;
+    /** What covers the frame of this time, beside what was found on it. */
+    std::vector<Mask> around(int64_t micros) const;
 
 private:
     struct Sighting {
-        Clock::TimePoint when;
+        int64_t micros = 0; /**< of the frame, see Fetched */
         FoundBoxes found;
     };
 

@@ -160,6 +160,20 @@ TEST_F(LivePrivacy, CoversWhoIsFoundOnlyOnALaterPictureOrNoMore) {
     }
 }
 
+TEST_F(LivePrivacy, WaitsForYoungerFramesWhileTheSameOneIsAnalysedAgain) {
+    startAnonymised();
+    LiveClient viewer = client(kStream);
+    m_stalledAt = 1000;
+    for (int i = 0; i < 8; ++i) {
+        ASSERT_TRUE(redrawUntilDrawn());
+        m_clock.advance(300ms);
+    }
+    EXPECT_EQ(live().picturesMade(), 0U);
+    m_stalledAt.reset();
+    lookOn();
+    EXPECT_GT(contrastOf(viewer, true), kClear);
+}
+
 TEST_F(LivePrivacy, HidesItWhereNobodyHasLooked) {
     startAnonymised();
     m_found = nullptr;

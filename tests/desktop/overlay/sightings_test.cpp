@@ -6,7 +6,6 @@
 namespace desktop {
 namespace {
 
-using namespace std::chrono_literals;
 using Boxes = std::vector<FoundBox>;
 
 constexpr FoundBox kSomebody = {0.40F, 0.4F, 0.50F, 0.8F};
@@ -14,12 +13,16 @@ constexpr FoundBox kAnother = {0.44F, 0.4F, 0.54F, 0.8F};  // overlaps the first
 
 class Looks : public testing::Test {
 protected:
-    static Clock::TimePoint at(int look) { return Clock::TimePoint(look * 100ms); }
+    static int64_t at(int look) { return int64_t{look} * 100000; }
 
     /** Looks as many times, 100 ms apart, and finds the same each time. */
     void look(int times, const Boxes& found) {
         for (int i = 0; i < times; ++i) {
-            m_sightings.add(at(m_looks++), std::make_shared<const Boxes>(found));
+            m_sightings.add({.picture = {},
+                             .width = 640,
+                             .height = 360,
+                             .micros = at(m_looks++),
+                             .found = std::make_shared<const Boxes>(found)});
         }
     }
 
@@ -35,6 +38,38 @@ protected:
     Sightings m_sightings;
     int m_looks = 0;
 };
+
+TEST_F(Looks, SettleAFrameOnceThreeAreYoungerAndOneByASecond) {
+    look(10, {});
+    EXPECT_FALSE(m_sightings.isSettled(at(0)));
+    look(1, {});
+    EXPECT_TRUE(m_sightings.isSettled(at(0)));
+    EXPECT_FALSE(m_sightings.isSettled(at(1)));
+    m_looks = 30;
+    look(2, {});
+    EXPECT_FALSE(m_sightings.isSettled(at(10))) << "by two that are much younger";
+    look(1, {});
+    EXPECT_TRUE(m_sightings.isSettled(at(10)));
+}
+
+TEST_F(Looks, AtTheSameFrameCountOnce) {
+    look(10, {});
+    for (int again = 0; again < 3; ++again) {
+        --m_looks;
+        look(1, {kSomebody});
+    }
+    EXPECT_FALSE(m_sightings.isSettled(at(7)));
+    EXPECT_FALSE(covers(8, kSomebody)) << "it was looked at before";
+}
+
+TEST_F(Looks, CoverWhoComesInDuringAStall) {
+    look(10, {});
+    m_looks = 40;
+    look(4, {kSomebody});
+    const std::vector<Mask> masks = m_sightings.around(at(9));
+    ASSERT_EQ(masks.size(), 1U);
+    EXPECT_GE(masks[0].reach, 3.1 * 1.25) << "as far as one walks in 3.1 seconds";
+}
 
 TEST_F(Looks, CoverWhoComesToStandBesideSomebodyKnown) {
     look(10, {kSomebody});
