@@ -1,7 +1,9 @@
 #include "sightings.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
+#include <iterator>
 
 namespace desktop {
 namespace {
@@ -11,8 +13,11 @@ constexpr std::ptrdiff_t kLooks = 3;
 constexpr int64_t kKept = 10 * kHorizon;
 constexpr std::size_t kMostKept = 1000;
 
-// Somebody of 1.7 m walks 1.5 m a second; who hurries gets a little more.
-constexpr double kSidesPerSecond = 1.25;
+// In longer sides of a box a second. Somebody of 1.7 m walks 1.5 m a second; who hurries gets a little more. Of those
+// who were seen only once nothing is known, and runners, cyclists and cars go as fast as the other.
+constexpr double kWalking = 1.25;
+constexpr double kUnknownSpeed = 4;
+constexpr double kFaster = 1.25;  // than in the looks that tell the speed
 
 // Of two boxes on frames that follow one another: the same object has moved on by less than its own size.
 constexpr float kSame = 0.1F;
@@ -54,18 +59,56 @@ std::vector<const FoundBox*> counterparts(const std::vector<FoundBox>& boxes, co
     return same;
 }
 
-/** Adds those of some boxes that have no counterpart among others. */
-void addUnmatched(const FoundBoxes& boxes, const FoundBoxes& others, int64_t distance, std::vector<Mask>& masks) {
-    if (!boxes) {
-        return;
+/** How far a box goes in a second, by the looks that follow the one at which it is seen first, in longer sides. */
+template <typename Looks>
+double speedOf(const FoundBox& box, Looks first, Looks end) {
+    const FoundBox* seen = &box;
+    Looks last = first;
+    for (auto next = std::next(first); next != end && std::distance(first, next) <= kLooks; ++next) {
+        const FoundBox* const same = counterparts({*seen}, next->found).front();
+        if (same == nullptr) {
+            break;
+        }
+        seen = same;
+        last = next;
     }
-    const double reach = static_cast<double>(distance) / 1e6 * kSidesPerSecond;
-    const std::vector<const FoundBox*> same = counterparts(*boxes, others);
-    for (std::size_t i = 0; i < boxes->size(); ++i) {
-        if (same[i] == nullptr) {
-            masks.push_back({(*boxes)[i], reach});
+    if (last == first) {
+        return kUnknownSpeed;
+    }
+    // What comes into the picture moves with one edge only.
+    const double ratio = first->ratio;
+    const double across = std::max(std::abs(seen->left - box.left), std::abs(seen->right - box.right)) * ratio;
+    const double down = std::max(std::abs(seen->top - box.top), std::abs(seen->bottom - box.bottom));
+    const double side = std::max((box.right - box.left) * ratio, static_cast<double>(box.bottom - box.top));
+    const double seconds = static_cast<double>(std::abs(last->micros - first->micros)) / 1e6;
+    return std::max(kWalking, kFaster * std::max(across, down) / side / seconds);
+}
+
+/**
+ * What covers those on a frame, the first of some looks, who are found only at a later one of them. Looks that go back
+ * in time give those who were lost.
+ */
+template <typename Looks>
+std::vector<Mask> masksOfNewcomers(Looks own, Looks end, int64_t micros) {
+    std::vector<Mask> masks;
+    if (own == end) {
+        return masks;
+    }
+    for (auto at = std::next(own); at != end; ++at) {
+        const int64_t distance = std::abs(at->micros - micros);
+        if (std::distance(own, at) > kLooks && distance > kHorizon) {
+            break;
+        }
+        const std::vector<FoundBox> nobody;
+        const std::vector<FoundBox>& boxes = at->found ? *at->found : nobody;
+        const std::vector<const FoundBox*> same = counterparts(boxes, std::prev(at)->found);
+        for (std::size_t i = 0; i < boxes.size(); ++i) {
+            if (same[i] == nullptr) {
+                masks.push_back({boxes[i], static_cast<double>(distance) / 1e6 * speedOf(boxes[i], at, end)});
+            }
         }
     }
+    return masks;
 }
 
 }  // namespace
@@ -75,7 +118,9 @@ void Sightings::add(const Fetched& frame) {
     if (!m_sightings.empty() && frame.micros <= m_sightings.back().micros) {
         return;
     }
-    m_sightings.push_back({frame.micros, frame.found});
+    const bool turned = frame.rotation == 90 || frame.rotation == 270;
+    const double ratio = frame.height > 0 ? static_cast<double>(frame.width) / frame.height : 1;
+    m_sightings.push_back({frame.micros, turned ? 1 / ratio : ratio, frame.found});
     while (m_sightings.size() > kMostKept ||
            (m_sightings.size() > 2 * kLooks && m_sightings.front().micros + kKept < frame.micros)) {
         m_sightings.pop_front();
@@ -86,27 +131,18 @@ bool Sightings::isSettled(int64_t micros) const {
     const std::lock_guard lock(m_mutex);
     const auto later =
         std::count_if(m_sightings.begin(), m_sightings.end(), [&](const Sighting& s) { return s.micros > micros; });
-    return later >= kLooks && m_sightings.back().micros >= micros + kHorizon;
+    return later > kLooks && std::prev(m_sightings.end(), 2)->micros >= micros + kHorizon;
 }
 
 std::vector<Mask> Sightings::around(int64_t micros) const {
     const std::lock_guard lock(m_mutex);
-    std::vector<Mask> masks;
     const auto own = std::find_if(m_sightings.begin(), m_sightings.end(),
                                   [&](const Sighting& sighting) { return sighting.micros >= micros; });
-    const auto isFar = [&](auto at) {
-        return std::abs(std::distance(own, at)) > kLooks && std::abs(at->micros - micros) > kHorizon;
-    };
-    for (auto at = own; at != m_sightings.end() && !isFar(at); ++at) {
-        if (at != own) {
-            addUnmatched(at->found, std::prev(at)->found, at->micros - micros, masks);
-        }
-    }
-    for (auto at = own; at != m_sightings.begin() && !isFar(std::prev(at)); --at) {
-        if (at != m_sightings.end()) {
-            addUnmatched(std::prev(at)->found, at->found, micros - std::prev(at)->micros, masks);
-        }
-    }
+    std::vector<Mask> masks = masksOfNewcomers(own, m_sightings.end(), micros);
+    const std::vector<Mask> lost =
+        masksOfNewcomers(own == m_sightings.end() ? m_sightings.rend() : std::make_reverse_iterator(std::next(own)),
+                         m_sightings.rend(), micros);
+    masks.insert(masks.end(), lost.begin(), lost.end());
     return masks;
 }
 

@@ -30,8 +30,10 @@ protected:
     bool covers(int look, const FoundBox& box) const {
         const std::vector<Mask> masks = m_sightings.around(at(look));
         return std::any_of(masks.begin(), masks.end(), [&](const Mask& mask) {
-            return mask.box.left <= box.left && mask.box.top <= box.top && mask.box.right >= box.right &&
-                   mask.box.bottom >= box.bottom;
+            const double more =
+                mask.reach * std::max((mask.box.right - mask.box.left) * 640, (mask.box.bottom - mask.box.top) * 360);
+            return mask.box.left - more / 640 <= box.left && mask.box.top - more / 360 <= box.top &&
+                   mask.box.right + more / 640 >= box.right && mask.box.bottom + more / 360 >= box.bottom;
         });
     }
 
@@ -39,17 +41,18 @@ protected:
     int m_looks = 0;
 };
 
-TEST_F(Looks, SettleAFrameOnceThreeAreYoungerAndOneByASecond) {
+TEST_F(Looks, SettleAFrameOnceThreeAreYoungerAndOneByASecondAndThereIsOneMore) {
     look(10, {});
+    look(1, {});
     EXPECT_FALSE(m_sightings.isSettled(at(0)));
     look(1, {});
     EXPECT_TRUE(m_sightings.isSettled(at(0)));
     EXPECT_FALSE(m_sightings.isSettled(at(1)));
     m_looks = 30;
-    look(2, {});
-    EXPECT_FALSE(m_sightings.isSettled(at(10))) << "by two that are much younger";
+    look(3, {});
+    EXPECT_FALSE(m_sightings.isSettled(at(11))) << "by three that are much younger";
     look(1, {});
-    EXPECT_TRUE(m_sightings.isSettled(at(10)));
+    EXPECT_TRUE(m_sightings.isSettled(at(11)));
 }
 
 TEST_F(Looks, AtTheSameFrameCountOnce) {
@@ -85,6 +88,33 @@ TEST_F(Looks, CoverWhoIsLostBesideSomebodyKnown) {
     EXPECT_TRUE(covers(10, kAnother));
     EXPECT_FALSE(covers(10, kSomebody));
     EXPECT_FALSE(covers(9, kAnother));
+}
+
+TEST_F(Looks, CoverWhoeverGoesFastWhereHeComesFromAndWhereHeGoes) {
+    const auto where = [](int look) {  // twice his height a second
+        const float left = 0.3F + 0.045F * static_cast<float>(look - 10);
+        return FoundBox{left, 0.4F, left + 0.1F, 0.8F};
+    };
+    look(10, {});
+    for (int i = 10; i < 20; ++i) {
+        look(1, {where(i)});
+    }
+    look(10, {});
+    for (const int unseen : {4, 9, 20, 24}) {
+        EXPECT_TRUE(covers(unseen, where(unseen))) << "look " << unseen;
+    }
+}
+
+TEST_F(Looks, CoverAsFarAsOneWalksWhoStandsAndFurtherWhoIsSeenOnce) {
+    look(10, {});
+    look(2, {kSomebody});
+    std::vector<Mask> masks = m_sightings.around(at(5));
+    ASSERT_EQ(masks.size(), 1U);
+    EXPECT_DOUBLE_EQ(masks[0].reach, 0.5 * 1.25);
+    look(1, {kSomebody, {0.8F, 0.4F, 0.9F, 0.8F}});
+    masks = m_sightings.around(at(8));
+    ASSERT_EQ(masks.size(), 2U);
+    EXPECT_DOUBLE_EQ(masks[1].reach, 0.4 * 4);
 }
 
 }  // namespace
