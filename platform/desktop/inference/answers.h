@@ -20,7 +20,7 @@ class Steadying;
  */
 class Answers {
 public:
-    /** Throws std::runtime_error when the settings in force cannot be read. */
+    /** Throws std::runtime_error when the package manifest cannot be read. */
     explicit Answers(const ModelCard& card);
     ~Answers();
     Answers(const Answers&) = delete;

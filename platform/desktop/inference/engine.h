@@ -24,6 +24,9 @@ public:
      * time, one per cycle. Throws std::exception when the picture cannot be worked on.
      */
     virtual std::vector<Detection> detect(const cv::Mat& rgb) = 0;
+
+    /** What the last picture shows besides, of which it is not sure yet whether it is an object. */
+    virtual std::vector<Detection> unconfirmed() const { return {}; }
 };
 
 /** Makes the engine that a card describes. Throws std::runtime_error saying what was expected and what came. */

@@ -212,13 +212,15 @@ void readInput(const larodTensor& input, cv::Mat& picture) {
     }
 }
 
-/** The live picture hides what was found here, whatever the application makes of it. */
-void noteForTheLivePicture(const std::vector<desktop::Detection>& found, const desktop::ModelCard& card) {
+/** The live picture hides what was found here, and what may turn out to be somebody, whatever is made of it. */
+void noteForTheLivePicture(std::vector<desktop::Detection> found, const ServedModel& served) {
     std::vector<desktop::FoundBox> boxes;
+    const std::vector<desktop::Detection> unconfirmed = served.engine->unconfirmed();
+    found.insert(found.end(), unconfirmed.begin(), unconfirmed.end());
     for (const desktop::Detection& detection : found) {
         boxes.push_back({detection.left, detection.top, detection.right, detection.bottom});
     }
-    desktop::noteFound(std::move(boxes), card.tensorWidth, card.tensorHeight);
+    desktop::noteFound(std::move(boxes), served.card.tensorWidth, served.card.tensorHeight);
 }
 
 void writeOutput(size_t number, int fd, const float* values, size_t bytes) {
@@ -404,7 +406,7 @@ bool larodRunJob(larodConnection* connection, const larodJobRequest* request, la
         }
         readInput(request->input, served->picture);
         const std::vector<desktop::Detection> found = served->engine->detect(served->picture);
-        noteForTheLivePicture(found, served->card);
+        noteForTheLivePicture(found, *served);
         const desktop::ResultTensors results = served->answers->answer(found);
         const std::array<const float*, kOutputBytes.size()> values = {results.locations.data(), results.classes.data(),
                                                                       results.scores.data(), results.count.data()};

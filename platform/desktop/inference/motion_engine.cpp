@@ -10,7 +10,7 @@
 #include <opencv2/imgproc.hpp>
 #include <utility>
 
-#include "classes_in_force.h"
+#include "settings_in_force.h"
 
 namespace desktop {
 namespace {
@@ -72,11 +72,19 @@ std::vector<Detection> MotionEngine::detect(const cv::Mat& rgb) {
     giveBackToBackground();
     learnAroundObjects();
 
+    return detections(true);
+}
+
+std::vector<Detection> MotionEngine::unconfirmed() const {
+    return detections(false);
+}
+
+std::vector<Detection> MotionEngine::detections(bool shown) const {
     std::vector<Detection> found;
     const auto width = static_cast<float>(m_small.cols);
     const auto height = static_cast<float>(m_small.rows);
     for (const MotionTrack& track : m_tracks->tracks()) {
-        if (track.shown) {
+        if (track.shown == shown) {
             found.push_back({static_cast<float>(track.edges[0]) / width, static_cast<float>(track.edges[1]) / height,
                              static_cast<float>(track.edges[2]) / width, static_cast<float>(track.edges[3]) / height,
                              track.objectClass, scoreOf(track)});

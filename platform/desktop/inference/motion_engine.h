@@ -21,6 +21,7 @@ public:
     explicit MotionEngine(const MotionCard& card, Counted counted = {});
 
     std::vector<Detection> detect(const cv::Mat& rgb) override;
+    std::vector<Detection> unconfirmed() const override;
 
     /** The objects being followed, for tests and tuning. */
     [[nodiscard]] const std::vector<MotionTrack>& tracks() const { return m_tracks->tracks(); }
@@ -33,6 +34,7 @@ private:
     void shrink(const cv::Mat& rgb);
     void giveBackToBackground();
     void learnAroundObjects();
+    std::vector<Detection> detections(bool shown) const;
 
     MotionCard m_card;
     Counted m_counted;

@@ -79,6 +79,11 @@ void AnonymisedStream::update() {
     }
 }
 
+bool AnonymisedStream::isKnown() const {
+    const std::lock_guard lock(m_mutex);
+    return valueOf(m_names.on) && valueOf(m_names.resolution);
+}
+
 bool AnonymisedStream::is(const StreamSize& size) const {
     const std::lock_guard lock(m_mutex);
     return m_size == size;

@@ -31,6 +31,9 @@ public:
      */
     void parametersLost();
 
+    /** Whether both parameters are known. */
+    bool isKnown() const;
+
     /** Whether this is the stream, as far as one knows. */
     bool is(const StreamSize& size) const;
 

@@ -17,8 +17,7 @@ namespace {
 
 constexpr auto kSilence = std::chrono::seconds(2);      // without a drawing, before the stream goes on without
 constexpr auto kLongestWait = std::chrono::seconds(8);  // for a first picture
-constexpr auto kShortestStep =
-    std::chrono::milliseconds(150);  // between pictures that wait, each of which takes memory
+constexpr int64_t kShortestStep = 150000;  // microseconds between frames that wait, each of which takes memory
 constexpr auto kLongestStill = std::chrono::seconds(30);
 constexpr double kOwnReach = 0.06;  // arms and legs that a box leaves out
 constexpr int kNiceness = 10;
@@ -228,7 +227,7 @@ std::optional<Drawing> LiveServer::next(const Key& key, Stream& stream) {
         return drawing;
     }
     if (drawing) {
-        if (stream.held.empty() || drawing->when >= stream.held.back().when + kShortestStep) {
+        if (stream.held.empty() || drawing->frame.micros >= stream.held.back().frame.micros + kShortestStep) {
             stream.held.push_back(std::move(*drawing));
         } else {
             clearAll(drawing->overlays);
@@ -236,7 +235,7 @@ std::optional<Drawing> LiveServer::next(const Key& key, Stream& stream) {
         }
     }
     std::optional<Drawing> settled;
-    while (!stream.held.empty() && m_parts.sightings.isSettled(stream.held.front().when)) {
+    while (!stream.held.empty() && m_parts.sightings.isSettled(stream.held.front().frame.micros)) {
         if (settled) {
             clearAll(settled->overlays);
             m_parts.desk.giveBack(std::move(settled->overlays));
@@ -261,7 +260,7 @@ std::vector<Mask> LiveServer::masksOf(const Key& key, const Drawing& drawing, bo
     if (!analysed || !m_parts.anonymised.is(key.size) || !drawing.frame.found) {
         return {};
     }
-    std::vector<Mask> masks = m_parts.sightings.around(drawing.when);
+    std::vector<Mask> masks = m_parts.sightings.around(drawing.frame.micros);
     for (const FoundBox& box : *drawing.frame.found) {
         masks.push_back({box, kOwnReach});
     }

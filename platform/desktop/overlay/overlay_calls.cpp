@@ -129,6 +129,9 @@ void axoverlay_init(struct axoverlay_settings* settings, GError** error) {
                                                             " (cairo image), got " + std::to_string(settings->backend));
         }
         running() = std::make_unique<OverlayService>(*settings, configuredParts());
+        if (running()->live() == nullptr) {
+            return;
+        }
         desktop::watchParameters(
             [service = running().get()](const std::string& name, const std::optional<std::string>& value) {
                 if (value) {
@@ -136,6 +139,7 @@ void axoverlay_init(struct axoverlay_settings* settings, GError** error) {
                 } else {
                     service->parametersLost();
                 }
+                return service->knowsParameters();
             });
     });
 }

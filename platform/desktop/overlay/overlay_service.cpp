@@ -74,7 +74,7 @@ void OverlayService::redraw(const Fetched& frame) {
     }
     m_rotation = frame.rotation;
     const auto now = m_parts.clock->now();
-    m_sightings.add(now, frame.found);
+    m_sightings.add(frame);
     const auto before = m_desk.redrawn(now);
     const std::vector<StreamSize> wanting = m_desk.wanting();
     if (wanting.empty()) {

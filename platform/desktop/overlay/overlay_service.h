@@ -63,6 +63,9 @@ public:
     /** Takes note that nobody knows any more what the parameters are to be. Any thread. */
     void parametersLost();
 
+    /** Whether it is known (again) what the parameters are to be. Any thread. */
+    bool knowsParameters() const { return m_anonymised.isKnown(); }
+
     /** Null without a socket. */
     const LiveServer* live() const { return m_live.get(); }
 

@@ -5,6 +5,8 @@
 #include <memory>
 #include <unistd.h>
 
+#include "lost_settings.h"
+
 namespace desktop {
 namespace {
 
@@ -76,6 +78,9 @@ std::string restoreDamaged(const std::string& path) {
         if (isGood) {
             fs::copy_file(goodCopy(path), beside, fs::copy_options::overwrite_existing);
             sync(beside);
+        }
+        if (!isGood) {
+            rememberLoss(path);
         }
         // A log of the damaged file must not be played into the other one.
         fs::remove(path + "-wal");

@@ -13,8 +13,8 @@ void keepGoodCopy(sqlite3* database, const std::string& path);
 
 /**
  * When a store's file is damaged: sets it aside as PATH.damaged, in place of an earlier one, and puts the last good
- * copy there or, without one, nothing, so that the store begins with its defaults. Killed in between, it begins again
- * the next time. Nobody may have the store open meanwhile.
+ * copy there or, without one, nothing, so that the store begins with its defaults, and the loss is remembered
+ * (lost_settings.h). Killed in between, it begins again the next time. Nobody may have the store open meanwhile.
  *
  * Returns what was wrong and what was done, a line for people; empty when the file is whole or missing, or cannot be
  * judged, as when it is locked. When it cannot be set aside, the line says so, and the file stays.

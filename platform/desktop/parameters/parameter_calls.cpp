@@ -8,6 +8,7 @@
 #include <axsdk/axparameter.h>
 
 #include "desktop_config.h"
+#include "lost_settings.h"
 #include "parameter_store.h"
 #include "parameter_watch.h"
 
@@ -49,8 +50,12 @@ std::vector<desktop::ParameterDefault> allDefaults() {
 struct Watch {
     std::mutex mutex; /**< guards what follows, and is held while the watcher is told */
     desktop::ParameterWatcher watcher;
-    std::string failed; /**< the last parameter that a call failed for */
+    bool lost = false; /**< also where no file can remember it */
 };
+
+std::string storePath() {
+    return desktop::desktopConfig().stateFolder + "/parameters.db";
+}
 
 Watch& watch() {
     static Watch instance;
@@ -59,11 +64,17 @@ Watch& watch() {
 
 void tellWatcher(const std::string& name, const std::optional<std::string>& value) {
     const std::lock_guard lock(watch().mutex);
+    const bool known = watch().watcher && watch().watcher(name, value);
     if (!value) {
-        watch().failed = name;
-    }
-    if (watch().watcher) {
-        watch().watcher(name, value);
+        watch().lost = true;
+        try {
+            desktop::rememberLoss(storePath());
+        } catch (const std::exception&) {
+            // Without a configuration there is no folder to remember it in.
+        }
+    } else if (known && watch().lost) {
+        watch().lost = false;
+        desktop::forgetLoss(storePath());
     }
 }
 
@@ -77,13 +88,14 @@ gboolean refuseAccess(GError** error, AXParameterErrorCode code, const std::stri
 void desktop::watchParameters(ParameterWatcher watcher) {
     const std::lock_guard lock(watch().mutex);
     watch().watcher = std::move(watcher);
-    if (watch().watcher && !watch().failed.empty()) {
-        watch().watcher(watch().failed, std::nullopt);
+    if (watch().watcher && (watch().lost || desktop::isLossRemembered(storePath()))) {
+        watch().lost = true;
+        watch().watcher("parameters.db", std::nullopt);
     }
 }
 
 struct _AXParameter {
-    desktop::ParameterStore store{desktop::desktopConfig().stateFolder + "/parameters.db", allDefaults()};
+    desktop::ParameterStore store{storePath(), allDefaults()};
     std::mutex mutex; /**< guards subscriptions */
     std::map<std::string, Subscription> subscriptions;
 };

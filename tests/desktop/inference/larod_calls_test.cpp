@@ -9,6 +9,13 @@
 
 #include <larod.h>
 
+#include "desktop_config.h"
+#include "last_fetched.h"
+#include "parameter_store.h"
+#include "parameter_watch.h"
+#include "program.h"
+#include "test_folder.h"
+
 namespace {
 
 /** An open temporary file of a given content. */
@@ -34,7 +41,17 @@ private:
 };
 
 constexpr const char* kMotionCard = R"({"engine":"motion","tensor":{"width":96,"height":64}})";
+constexpr const char* kPlainCard = R"({"engine":"motion","steady":false,"tensor":{"width":96,"height":64}})";
 constexpr size_t kPictureBytes = 18432;  // 3 * 96 * 64
+
+/** A grey picture of 96x64; somebody stands in it from (32, 16) to (48, 48). */
+std::string picture(bool somebody) {
+    std::string pixels(kPictureBytes, '\x80');
+    for (size_t y = 16; somebody && y < 48; ++y) {
+        pixels.replace((y * 96 + 32) * 3, size_t{16} * 3, size_t{16} * 3, '\x10');
+    }
+    return pixels;
+}
 
 class LarodCalls : public testing::Test {
 protected:
@@ -59,8 +76,8 @@ protected:
             larodLoadModel(m_connection, file.fd(), m_device, LAROD_ACCESS_PRIVATE, "test card", nullptr, &m_error);
     }
 
-    void makeTensors() {
-        load(kMotionCard);
+    void makeTensors(const char* card = kMotionCard) {
+        load(card);
         ASSERT_NE(m_model, nullptr);
         m_inputs = larodCreateModelInputs(m_model, &m_inputCount, nullptr);
         m_outputs = larodCreateModelOutputs(m_model, &m_outputCount, nullptr);
@@ -75,12 +92,22 @@ protected:
         }
     }
 
-    void prepareJob() {
-        makeTensors();
+    void prepareJob(const char* card = kMotionCard) {
+        makeTensors(card);
         bindAll();
         m_input.resize(kPictureBytes);
         m_request = larodCreateJobRequest(m_model, m_inputs, 1, m_outputs, 4, nullptr, nullptr);
         ASSERT_NE(m_request, nullptr);
+    }
+
+    /** Runs a job on a frame of 960x640 that came then. */
+    void look(const std::string& pixels, int64_t micros) {
+        ASSERT_EQ(pwrite(m_input.fd(), pixels.data(), pixels.size(), 0), static_cast<ssize_t>(pixels.size()));
+        desktop::noteFetched({.picture = {}, .width = 960, .height = 640, .micros = micros});
+        for (const TemporaryFile& result : m_results) {
+            ASSERT_EQ(lseek(result.fd(), 0, SEEK_SET), 0);
+        }
+        ASSERT_TRUE(larodRunJob(m_connection, m_request, &m_error)) << m_error->msg;
     }
 
     void expectError(larodErrorCode code, const std::string& message) {
@@ -110,6 +137,67 @@ TEST_F(LarodCalls, AJobWritesTheFourTensorsWhole) {
         EXPECT_EQ(m_results[i].floats(), std::vector<float>(sizes[i]))
             << "output " << i << " of an empty first picture";
     }
+}
+
+TEST_F(LarodCalls, AJobNotesForTheLivePictureWhoIsNotConfirmedYet) {
+    prepareJob(kPlainCard);
+    for (int i = 0; i < 20; ++i) {
+        look(picture(false), i);
+        ASSERT_TRUE(desktop::lastFetched().found);
+        EXPECT_TRUE(desktop::lastFetched().found->empty());
+    }
+    look(picture(true), 20);
+    EXPECT_EQ(m_results[3].floats(), std::vector<float>{0}) << "the application is told of nobody yet";
+    ASSERT_EQ(desktop::lastFetched().found->size(), 1U);
+    const desktop::FoundBox box = desktop::lastFetched().found->front();
+    EXPECT_NEAR(box.left, 32.0F / 96, 0.03F);
+    EXPECT_NEAR(box.top, 16.0F / 64, 0.03F);
+    EXPECT_NEAR(box.right, 48.0F / 96, 0.03F);
+    EXPECT_NEAR(box.bottom, 48.0F / 64, 0.03F);
+}
+
+TEST_F(LarodCalls, AJobThatAnswersForAnOlderFrameKeepsWhatWasFoundOnThatFrame) {
+    prepareJob();
+    for (int i = 0; i < 20; ++i) {
+        look(picture(false), i * 1000000);
+    }
+    look(picture(true), 20000000);
+    const desktop::FoundBoxes found = desktop::lastFetched().found;
+    EXPECT_EQ(desktop::lastFetched().micros, 20000000) << "nothing older within half a second";
+    EXPECT_EQ(found->size(), 1U);
+    look(picture(false), 20400000);
+    EXPECT_EQ(desktop::lastFetched().micros, 20000000);
+    EXPECT_EQ(desktop::lastFetched().found, found);
+}
+
+TEST_F(LarodCalls, JobsNeitherWriteNorWaitForTheSettings) {
+    const TestFolder folder;
+    const std::string path = folder.path() / "parameters.db";
+    writeFile(folder.path() / "manifest.json",
+              R"({"parameters": [], "inference": {"sensitivity": "S"}, "class_parameters": {"Person": "P"}})");
+    desktop::DesktopConfig config;
+    config.stateFolder = folder.path();
+    config.manifest = folder.path() / "manifest.json";
+    desktop::setDesktopConfig(config);
+    desktop::ParameterStore store(path, {{"S", "0.3"}, {"P", "true"}});
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &other), SQLITE_OK);
+    const std::unique_ptr<sqlite3, decltype(&sqlite3_close)> owned(other, sqlite3_close);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK) << "nobody else may write";
+    std::vector<std::string> told;
+    desktop::watchParameters([&](const std::string& name, const std::optional<std::string>&) {
+        told.push_back(name);
+        return true;
+    });
+    told.clear();
+    prepareJob();
+    for (int i = 0; i < 11; ++i) {
+        look(picture(false), i);
+    }
+    desktop::watchParameters({});
+    desktop::setDesktopConfig({});
+    EXPECT_EQ(told, std::vector<std::string>()) << "no setting was lost";
+    EXPECT_EQ(sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
 }
 
 TEST_F(LarodCalls, OutputsAreWrittenFromTheDescriptorsOffsetOn) {

@@ -114,6 +114,23 @@ TEST_F(Motion, AnObjectAtRestStays) {
     }
 }
 
+TEST_F(Motion, WhoStopsInMidPictureIsUnconfirmedUntilItIsFound) {
+    showEmpty(20);
+    EXPECT_TRUE(m_engine.unconfirmed().empty());
+    cv::Mat picture = ground();
+    drawPerson(picture, 300, 250, 0);
+    const Detection somebody = {300.0F / kWidth, 250.0F / kHeight, 360.0F / kWidth, 406.0F / kHeight};
+    int cycles = 0;
+    for (; show(picture).empty() && cycles < 100; ++cycles) {
+        const std::vector<Detection> unconfirmed = m_engine.unconfirmed();
+        ASSERT_EQ(unconfirmed.size(), 1U) << "cycle " << cycles;
+        EXPECT_GT(intersectionOverUnion(unconfirmed[0], somebody), 0.7F) << "cycle " << cycles;
+    }
+    EXPECT_GT(cycles, 0);
+    EXPECT_LT(cycles, 100);
+    EXPECT_TRUE(m_engine.unconfirmed().empty()) << "found by now";
+}
+
 TEST(MotionSettings, AbsorbCyclesEndsARest) {
     MotionCard card;
     card.absorbCycles = 50;

@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
-#include "classes_in_force.h"
 #include "motion_alignment.h"
 #include "motion_blobs.h"
 #include "motion_drawings.h"
 #include "motion_shares.h"
 #include "motion_sizes.h"
+#include "settings_in_force.h"
 
 namespace desktop {
 namespace {

@@ -59,12 +59,15 @@ TEST(AnonymisedStream, IsUnknownWhereAParameterCannotBeReadOrWasLost) {
     }
     HandClock clock;
     AnonymisedStream stream({"On", "Size", "", ""}, {{"On", "false"}, {"Size", "640x360"}}, clock);
+    EXPECT_TRUE(stream.isKnown());
     stream.parametersLost();
     EXPECT_TRUE(stream.isUnknown(kSize));
     stream.parameterSet("Size", "640x360");
     EXPECT_TRUE(stream.isUnknown(kSize)) << "whether it is on";
+    EXPECT_FALSE(stream.isKnown());
     stream.parameterSet("On", "true");
     EXPECT_FALSE(stream.isUnknown(kSize));
+    EXPECT_TRUE(stream.isKnown());
     EXPECT_TRUE(stream.is(kSize));
     EXPECT_FALSE(AnonymisedStream({}, {}, clock).isUnknown(kSize)) << "no such stream";
 }

@@ -128,7 +128,9 @@ protected:
     const desktop::LiveServer& live() const { return *m_service->live(); }
 
     void redraw(int rotation = 0) {
-        m_service->redraw({m_analysed, rotation, m_analysedSize.width, m_analysedSize.height, 0, 0, m_found});
+        const auto now = std::chrono::duration_cast<std::chrono::microseconds>(m_clock.now().time_since_epoch());
+        m_service->redraw({m_analysed, rotation, m_analysedSize.width, m_analysedSize.height,
+                           m_stalledAt.value_or(now.count()), 0, m_found});
     }
 
     /** What the inference finds from here on. */
@@ -167,6 +169,7 @@ protected:
     std::shared_ptr<HandSource> m_source = std::make_shared<HandSource>();
     desktop::SharedPicture m_analysed = stripes();
     desktop::StreamSize m_analysedSize = {640, 360};
+    std::optional<int64_t> m_stalledAt; /**< when the frame came that is analysed; nothing: now */
     desktop::FoundBoxes m_found = std::make_shared<const std::vector<desktop::FoundBox>>();
     std::unique_ptr<desktop::OverlayService> m_service;
 };

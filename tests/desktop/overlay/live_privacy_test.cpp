@@ -32,7 +32,7 @@ protected:
 
     /** Looks at what comes behind the drawings until now, so that these are shown; nobody asks for drawings of it. */
     void lookOn() {
-        for (int look = 0; look < 3; ++look) {
+        for (int look = 0; look < 4; ++look) {
             m_clock.advance(350ms);
             redraw();
         }
@@ -137,12 +137,12 @@ TEST_F(LivePrivacy, CoversWhoIsFoundOnlyOnALaterPictureOrNoMore) {
         const uint64_t picturesBefore = live().picturesMade();
         std::vector<Seen> shown;
         const int pictures = emptyBefore + with + emptyAfter;
-        for (int i = 0; i < pictures + 5; ++i) {
+        for (int i = 0; i < pictures + 6; ++i) {
             const bool there = i >= emptyBefore && (i < emptyBefore + with || emptyAfter == 0);
             find(there ? somebody : std::vector<desktop::FoundBox>());
             m_clock.advance(200ms);
             ASSERT_TRUE(redrawUntilDrawn());
-            if (i >= 5) {  // the picture of a second ago
+            if (i >= 6) {  // the picture of 1.2 seconds ago
                 ASSERT_TRUE(becomes([&] { return live().picturesMade() > picturesBefore + shown.size(); })) << label;
                 shown.push_back(shown.empty() ? first(viewer) : viewer.part());
             }
@@ -158,6 +158,20 @@ TEST_F(LivePrivacy, CoversWhoIsFoundOnlyOnALaterPictureOrNoMore) {
         }
         m_service.reset();
     }
+}
+
+TEST_F(LivePrivacy, WaitsForYoungerFramesWhileTheSameOneIsAnalysedAgain) {
+    startAnonymised();
+    LiveClient viewer = client(kStream);
+    m_stalledAt = 1000;
+    for (int i = 0; i < 8; ++i) {
+        ASSERT_TRUE(redrawUntilDrawn());
+        m_clock.advance(300ms);
+    }
+    EXPECT_EQ(live().picturesMade(), 0U);
+    m_stalledAt.reset();
+    lookOn();
+    EXPECT_GT(contrastOf(viewer, true), kClear);
 }
 
 TEST_F(LivePrivacy, HidesItWhereNobodyHasLooked) {

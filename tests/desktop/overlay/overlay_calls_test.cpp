@@ -198,6 +198,20 @@ TEST_F(OverlayCalls, MirrorAndHideAsTheStoreSays) {
     EXPECT_EQ(LiveClient(m_config.liveSocket, bare).head().rfind("HTTP/1.1 200 ", 0), 0U);
     ASSERT_TRUE(ax_parameter_set(store.get(), "Hide", "true", TRUE, error.fresh()));
     EXPECT_EQ(LiveClient(m_config.liveSocket, bare).head().rfind("HTTP/1.1 403 ", 0), 0U) << "the setting acts at once";
+
+    const std::string lost = m_config.stateFolder + "/parameters.db.lost";
+    EXPECT_FALSE(ax_parameter_set(store.get(), "Missing", "1", TRUE, error.fresh()));
+    EXPECT_TRUE(std::filesystem::exists(lost));
+    EXPECT_EQ(LiveClient(m_config.liveSocket, bare).head().rfind("HTTP/1.1 200 ", 0), 0U) << "hidden, whichever it is";
+    ASSERT_TRUE(ax_parameter_set(store.get(), "Hide", "true", TRUE, error.fresh()));
+    EXPECT_TRUE(std::filesystem::exists(lost)) << "its size is not known yet";
+    axoverlay_cleanup();
+    init();
+    ASSERT_TRUE(ax_parameter_set(store.get(), "Hide", "true", TRUE, error.fresh()));
+    EXPECT_TRUE(std::filesystem::exists(lost)) << "nor after a new start";
+    ASSERT_TRUE(ax_parameter_set(store.get(), "HideSize", "320x180", TRUE, error.fresh()));
+    EXPECT_FALSE(std::filesystem::exists(lost));
+    EXPECT_EQ(LiveClient(m_config.liveSocket, bare).head().rfind("HTTP/1.1 403 ", 0), 0U);
 }
 
 }  // namespace

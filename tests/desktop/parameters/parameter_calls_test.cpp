@@ -152,6 +152,7 @@ TEST_F(ParameterCalls, TellAWatcherBeforeTheyReturn) {
     desktop::watchParameters([&](const std::string& name, const std::optional<std::string>& value) {
         EXPECT_TRUE(!value || get(name.c_str()) == *value) << "set by then";
         told.push_back(name + (value ? "=" + *value : " failed"));
+        return true;
     });
     told.clear();
     EXPECT_TRUE(ax_parameter_set(m_store.get(), "A", "new", TRUE, m_error.slot()));
@@ -165,17 +166,50 @@ TEST_F(ParameterCalls, TellAWatcherWhatFailedAlsoBeforeIt) {
     Names told;
     const auto watcher = [&](const std::string& name, const std::optional<std::string>& value) {
         told.push_back(name + (value ? "=" + *value : " failed"));
+        return true;
     };
     gchar* value = nullptr;
     EXPECT_FALSE(ax_parameter_get(m_store.get(), "D", &value, m_error.slot()));
     desktop::watchParameters(watcher);
-    EXPECT_EQ(told, Names({"D failed"})) << "before";
+    EXPECT_EQ(told, Names({"parameters.db failed"})) << "before";
     EXPECT_FALSE(ax_parameter_set(m_store.get(), "C", "new", TRUE, m_error.slot()));
     EXPECT_FALSE(ax_parameter_get(m_store.get(), "E", &value, m_error.slot()));
-    EXPECT_EQ(told, Names({"D failed", "C failed", "E failed"}));
+    EXPECT_EQ(told, Names({"parameters.db failed", "C failed", "E failed"}));
     EXPECT_FALSE(ax_parameter_add(m_store.get(), "A", "1", nullptr, m_error.slot()));
     EXPECT_EQ(told.size(), 3U) << "one that is there already is no failure";
     desktop::watchParameters({});
+}
+
+TEST_F(ParameterCalls, RememberWhatFailedForTheNextStartUntilAllIsKnown) {
+    const auto isToldOfALoss = [] {
+        bool lost = false;
+        desktop::watchParameters([&](const std::string&, const std::optional<std::string>& value) {
+            lost = !value;
+            return false;
+        });
+        desktop::watchParameters({});
+        return lost;
+    };
+    const auto know = [this](bool all) {
+        desktop::watchParameters([all](const std::string&, const std::optional<std::string>&) { return all; });
+        EXPECT_TRUE(ax_parameter_set(m_store.get(), "A", "new", TRUE, m_error.slot()));
+    };
+    know(true);
+    EXPECT_FALSE(isToldOfALoss());
+    const pid_t pid = fork();
+    if (pid == 0) {
+        configure("/missing/manifest.json");
+        ax_parameter_new("ostrel_senvo", nullptr);
+        _exit(0);
+    }
+    Child child(pid);
+    ASSERT_EQ(child.wait(60000), 0);
+    EXPECT_TRUE(isToldOfALoss()) << "of another process";
+    know(false);
+    EXPECT_TRUE(std::filesystem::exists(m_folder.path() / "parameters.db.lost"));
+    know(true);
+    EXPECT_FALSE(std::filesystem::exists(m_folder.path() / "parameters.db.lost"));
+    EXPECT_FALSE(isToldOfALoss());
 }
 
 TEST_F(ParameterCalls, RefuseABadManifest) {

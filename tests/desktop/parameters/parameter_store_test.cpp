@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "good_copy.h"
+#include "lost_settings.h"
 #include "program.h"
 #include "test_folder.h"
 
@@ -183,6 +184,7 @@ TEST_F(ParameterFile, ThatIsDamagedIsNamedAndSetAsideAndTheLastGoodOneIsUsed) {
             told.ends_with("); it is kept as " + m_path + ".damaged, and the settings are those of the last good copy"))
             << told;
         EXPECT_EQ(readFile(m_path + ".damaged"), bytes);
+        EXPECT_FALSE(desktop::isLossRemembered(m_path));
         ParameterStore store(m_path, {});
         EXPECT_EQ(store.get("A"), "kept " + std::to_string(from));
         EXPECT_EQ(store.get("B"), std::string(20000, 'b'));
@@ -196,6 +198,7 @@ TEST_F(ParameterFile, ThatIsDamagedWithoutAGoodCopyBeginsAnew) {
               m_path + " is damaged (file is not a database); it is kept as " + m_path +
                   ".damaged, and the settings begin anew, since there is no good copy");
     EXPECT_EQ(readFile(m_path + ".damaged"), std::string(5000, 'x'));
+    EXPECT_TRUE(desktop::isLossRemembered(m_path));
     ParameterStore store(m_path, {{"A", "1"}});
     EXPECT_EQ(store.get("A"), "1");
 }
