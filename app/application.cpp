@@ -254,6 +254,7 @@ void Application::init_ledger() {
             return side;
         });
     m_Occupancy.init(m_Ledger->firstOccupancy());
+    m_Metrics.occupancyCount = m_Occupancy.get_count();
     m_Events->onAlert([this](const std::string& name, bool active, bool byHand) {
         m_Ledger->write("alert", {{"alert", name}, {"active", active}, {"by_hand", byHand}});
     });

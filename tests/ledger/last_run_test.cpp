@@ -44,7 +44,7 @@ TEST_F(LastRunTest, IsNoneInANewLedger) {
 TEST_F(LastRunTest, HadCountedInItsOpenPeriodWhatNoPeriodHas) {
     write("start", {{"occupancy", 0}});
     cross("in", 1);
-    write("period", {});
+    write("period", {{"offset", 0}});
     cross("in", 2);
     write("object", {{"to", 99}});
     cross("in", 3);
@@ -89,14 +89,14 @@ TEST_F(LastRunTest, KnowsTheOccupancyByWhateverSetIt) {
 }
 
 TEST_F(LastRunTest, EndedForTheReasonThatItGave) {
-    write("start", {});
+    write("start", {{"version", "1"}});
     write("stop", {{"reason", "stopped in order"}, {"occupancy", 3}});
     EXPECT_EQ(next().ending, "stopped in order");
     EXPECT_EQ(next().occupancy, 3);
 }
 
 TEST_F(LastRunTest, LostItsPowerWhenTheMachineStartedSince) {
-    write("start", {});
+    write("start", {{"version", "1"}});
     const LastRun run = next({30'000, kNow - 30'000, true});
     EXPECT_EQ(run.ending, "power lost or machine restarted");
     EXPECT_EQ(run.gapMillis, 120'000);
@@ -104,12 +104,12 @@ TEST_F(LastRunTest, LostItsPowerWhenTheMachineStartedSince) {
 
 TEST_F(LastRunTest, IsOfTheSameStartOfTheMachineBeforeTheClockIsKnown) {
     m_moment = {0, "b2", 40'000};
-    write("start", {});
+    write("start", {{"version", "1"}});
     const LastRun same = next({kUptime, 0, false});
     EXPECT_EQ(same.ending, "killed");
     EXPECT_EQ(same.gapMillis, kUptime - 40'000);
     m_moment = {0, "b1", 50'000};
-    write("watched", {});
+    write("watched", {{"seconds", 60}});
     const LastRun other = next({kUptime, 0, false});
     EXPECT_EQ(other.ending, "power lost or machine restarted");
     EXPECT_EQ(other.gapMillis, std::nullopt) << "nobody knows";
