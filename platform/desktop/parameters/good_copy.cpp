@@ -48,6 +48,14 @@ std::string damageOf(const std::string& path) {
     return result != SQLITE_OK || found == "ok" ? std::string() : found;
 }
 
+/** Whether there is nothing of a store in a file that SQLite takes for whole, as in one of no bytes. */
+bool isEmptied(const std::string& path) {
+    sqlite3* handle = nullptr;
+    sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE, nullptr);
+    const std::unique_ptr<sqlite3, CloseDatabase> database(handle);
+    return sqlite3_exec(handle, "SELECT name FROM parameter LIMIT 1", nullptr, nullptr, nullptr) == SQLITE_ERROR;
+}
+
 }  // namespace
 
 void keepGoodCopy(sqlite3* database, const std::string& path) {
@@ -65,7 +73,10 @@ std::string restoreDamaged(const std::string& path) {
     if (!fs::is_regular_file(path)) {
         return {};
     }
-    const std::string damage = damageOf(path);
+    std::string damage = damageOf(path);
+    if (damage.empty() && fs::is_regular_file(goodCopy(path)) && isEmptied(path)) {
+        damage = "it is empty";
+    }
     if (damage.empty()) {
         return {};
     }

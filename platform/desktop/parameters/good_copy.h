@@ -16,6 +16,9 @@ void keepGoodCopy(sqlite3* database, const std::string& path);
  * copy there or, without one, nothing, so that the store begins with its defaults, and the loss is remembered
  * (lost_settings.h). Killed in between, it begins again the next time. Nobody may have the store open meanwhile.
  *
+ * A file that was emptied is damaged when there is a good copy; one that was removed is not: so settings are begun
+ * anew.
+ *
  * Returns what was wrong and what was done, a line for people; empty when the file is whole or missing, or cannot be
  * judged, as when it is locked. When it cannot be set aside, the line says so, and the file stays.
  */
