@@ -1,8 +1,8 @@
 #include "http_request_controller.h"
 
 #include <chrono>
-#include <future>
 #include <fstream>
+#include <future>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <stdexcept>
