@@ -171,14 +171,18 @@ void Logger::close() {
 void Logger::writeLast(const std::string& message) {
     syslog(LOG_WARNING, "%s", message.c_str());
     bool purgeNow = false;
-    m_mutex.lock();
-    addWaiting(LogLevel::Warning, message);
-    while (m_purging) {
-        m_purged.wait(m_mutex);
+    try {
+        const MutexLock lock(m_mutex);
+        addWaiting(LogLevel::Warning, message);
+        while (m_purging) {
+            m_purged.wait(m_mutex);
+        }
+        writeWaiting();
+        purgeNow = isPurgeDue();
+    } catch (const std::exception& exception) {
+        // Without memory for the line the process ends all the same.
+        syslog(LOG_ERR, "writeLast: %s", exception.what());
     }
-    writeWaiting();
-    purgeNow = isPurgeDue();
-    m_mutex.unlock();
     if (purgeNow) {
         purge();
     }
@@ -265,14 +269,19 @@ void Logger::incrementNextPurgeDate() {
 void Logger::purge() {
     // From here until m_purging falls, nobody else touches the file: entries wait in memory, so that no caller waits
     // for the disk.
-    try {
+    const auto attempt = [](const auto& step) {
+        try {
+            step();
+        } catch (const std::exception& exception) {
+            // Without memory for it, say: the log goes on as it is.
+            syslog(LOG_ERR, "purge: %s", exception.what());
+        }
+    };
+    attempt([this] {
         tellOfPurge("Initial");
         shorten();
-    } catch (const std::exception& exception) {
-        // Without memory for it, say: the log goes on as it is.
-        syslog(LOG_ERR, "purge: %s", exception.what());
-    }
-    {
+    });
+    attempt([this] {
         const MutexLock lock(m_mutex);
         m_purging = false;
         if (std::exchange(m_cleared, false)) {
@@ -281,9 +290,9 @@ void Logger::purge() {
         if (std::exchange(m_flushWanted, false)) {
             writeWaiting();
         }
-    }
+    });
     m_purged.notify_all();
-    tellOfPurge("Final");
+    attempt([this] { tellOfPurge("Final"); });
 }
 
 void Logger::tellOfPurge(const char* which) {

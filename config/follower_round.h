@@ -4,14 +4,16 @@
 #include <functional>
 #include <future>
 #include <optional>
+#include <system_error>
 #include <type_traits>
 
 #include "config_params.h"
 
 /**
  * Asks every follower that wanted(i) names, all at once, each on a thread of its own: ten silent followers hold the
- * caller as long as one does. Returns the answers by follower, 0..9; nothing for those not asked. An exception of ask
- * comes out of here, that of the lowest follower, after all have answered.
+ * caller as long as one does. Those for which the machine has no thread are asked by the caller, one by one. Returns
+ * the answers by follower, 0..9; nothing for those not asked. An exception of ask comes out of here, that of the lowest
+ * follower, after all have answered.
  */
 template <typename Wanted, typename Ask>
 auto askFollowers(Wanted wanted, Ask ask) {
@@ -19,7 +21,12 @@ auto askFollowers(Wanted wanted, Ask ask) {
     std::array<std::future<Answer>, CameraInfo::kFollowers> pending;
     for (size_t i = 0; i < pending.size(); ++i) {
         if (wanted(i)) {
-            pending[i] = std::async(std::launch::async, ask, i);
+            try {
+                pending[i] = std::async(std::launch::async, ask, i);
+            } catch (const std::system_error&) {
+                // The others must not be asked for nothing: a follower forgets what it has told.
+                pending[i] = std::async(std::launch::deferred, ask, i);
+            }
         }
     }
     std::array<std::optional<Answer>, CameraInfo::kFollowers> answers;

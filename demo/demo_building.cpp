@@ -7,6 +7,7 @@
 #include <sstream>
 #include <utility>
 
+#include "followers_after_start.h"
 #include "parameter_io.h"
 #include "settings_upload.h"
 
@@ -70,18 +71,22 @@ bool DemoBuilding::setUp(Member& member, bool leader) {
     if (start == 0 || !member.camera.serves()) {
         return false;
     }
+    if (member.setUp != 0) {
+        // What people have changed since stays: started again, the application only has to ask its followers.
+        if (!desktop::postAction(member.camera.socket(), "use_followers")) {
+            return false;
+        }
+        member.setUp = start;
+        return true;
+    }
     SettingsTags tags = tagsOf(member.client->get("get_all_parameters"));
     if (!tags.contains("CamName")) {
         return false;
     }
-    // What people change while the demo runs outlives a restart of the application, which only needs its settings saved
-    // once more to ask its followers again.
-    if (member.setUp == 0) {
-        applySettings(m_settings, tags);
-        tags["CamName"] = member.name;
-        tags["RepInt"] = kReportMinutes;
-    }
-    for (size_t i = 1; leader && member.setUp == 0 && i <= DemoBuilding::kMostFollowers; ++i) {
+    applySettings(m_settings, tags);
+    tags["CamName"] = member.name;
+    tags["RepInt"] = kReportMinutes;
+    for (size_t i = 1; leader && i <= DemoBuilding::kMostFollowers; ++i) {
         const std::string follower = "FO" + std::to_string(i) + "_";
         const bool exists = i < m_cameras.size();
         tags[follower + "Active"] = exists ? "1" : "0";

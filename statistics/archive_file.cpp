@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,20 +55,32 @@ bool visitLines(int fd, off_t begin, off_t end, const LineVisitor& visit) {
     return reader.error() == 0;
 }
 
-/**
- * Puts the new content in the place of a file of which so many bytes were taken over. False when lines were appended
- * since, for which the caller goes back; good falls, with errno set, when it cannot be done at all.
- */
-bool replaceUnlessGrown(Replacement& replacement, const std::string& path, off_t done, bool& good) {
-    const MutexLock lock(halfWritten());
+/** How a file ends. */
+struct End {
+    off_t size = 0;
+    bool isWhole = true; /**< its last line has its end */
+
+    bool operator==(const End&) const = default;
+};
+
+/** The same for no file as for an empty one. halfWritten() is held. */
+End endOf(const std::string& path) {
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat status = {};
-    const off_t size = stat(path.c_str(), &status) == 0 ? status.st_size : 0;
-    if (size > done) {
-        return false;
+    if (!file || fstat(file.get(), &status) != 0 || status.st_size == 0) {
+        return {};
     }
-    if (size < done) {
-        errno = EAGAIN;  // a torn line that was taken over was cut off
-        good = false;
+    char last = 0;
+    return {status.st_size, pread(file.get(), &last, 1, status.st_size - 1) == 1 && last == '\n'};
+}
+
+/**
+ * Puts the new content in the place of a file that was taken over up to its end. False when it ends elsewhere by now,
+ * for which the caller goes back; good falls, with errno set, when it cannot be done at all.
+ */
+bool replaceUnlessChanged(Replacement& replacement, const std::string& path, const End& done, bool& good) {
+    const MutexLock lock(halfWritten());
+    if (endOf(path) != done) {
         return false;
     }
     good = replacement.takePlace();
@@ -123,30 +136,38 @@ void rewrite(const std::string& path, const LineFilter& filter) {
     if (readable && !changes && stat(path.c_str(), &status) == 0 && status.st_size == size) {
         return;
     }
-    Replacement replacement(path);
+    std::optional<Replacement> replacement(std::in_place, path);
     const auto keep = [&](const std::string& line) {
         if (filter(line, kept)) {
-            replacement.add(kept);
-            replacement.add("\n");
+            replacement->add(kept);
+            replacement->add("\n");
         }
     };
     // What could not be read must not be taken for what does not stay.
     bool good = readable;
     bool replaced = false;
-    for (off_t done = 0; good && !replaced;) {
+    for (End done; good && !replaced;) {
+        const End end = [&] {
+            const MutexLock lock(halfWritten());
+            return endOf(path);
+        }();
+        if (!done.isWhole || end.size < done.size) {
+            // A last line without its end was taken over, and has been mended since.
+            replacement.emplace(path);
+            done = {};
+        }
         const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-        const off_t end = wholeSize(file.get());
-        good = (file ? visitLines(file.get(), done, end, keep) : errno == ENOENT) && replacement.sync();
+        good = (file ? visitLines(file.get(), done.size, end.size, keep) : errno == ENOENT) && replacement->sync();
         done = end;
         if (good) {
-            replaced = replaceUnlessGrown(replacement, path, done, good);
+            replaced = replaceUnlessChanged(*replacement, path, done, good);
         }
     }
     if (!replaced) {
         reportFailure("rewrite", path, errno);
         return;
     }
-    replacement.syncFolder();
+    replacement->syncFolder();
 }
 
 bool repair(const std::string& path, const LineJudge& parses) {

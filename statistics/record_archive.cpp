@@ -34,15 +34,20 @@ void RecordArchiveBase::purgeArchive() {
             }
             m_pending = cut;
         }
-        m_queue->post([this, cut](const std::atomic<bool>& stop) {
-            try {
-                purgeFile(cut, stop);
-            } catch (...) {
+        try {
+            m_queue->post([this, cut](const std::atomic<bool>& stop) {
+                try {
+                    purgeFile(cut, stop);
+                } catch (...) {
+                    endPurge();
+                    throw;
+                }
                 endPurge();
-                throw;
-            }
+            });
+        } catch (...) {
             endPurge();
-        });
+            throw;
+        }
     }
     incrementNextPurgeDate();
 }

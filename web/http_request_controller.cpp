@@ -1,5 +1,7 @@
 #include "http_request_controller.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <curl/curl.h>
 #include <memory>
 #include <mutex>
@@ -9,6 +11,7 @@
 #include <strings.h>
 
 #include "Logger.h"
+#include "clock.h"
 #include "name_lookups.h"
 
 namespace {
@@ -62,6 +65,15 @@ int numberIn(const std::string& answer, const std::string& ip, const char* actio
     } catch (const std::out_of_range&) {
         throw std::out_of_range(message("none of 32 bits"));
     }
+}
+
+/** Whether a cookie, as a line of libcurl's, has not expired: its fifth field tells when it does, 0 for never. */
+bool isLive(std::string_view cookie) {
+    for (int field = 0; field < 4; ++field) {
+        cookie.remove_prefix(cookie.find('\t') + 1);
+    }
+    const long long expires = std::atoll(std::string(cookie).c_str());
+    return expires == 0 || expires > clockNow();
 }
 
 void initOnce() {
@@ -123,7 +135,17 @@ std::string send_request_text(const std::string& url, const std::string& login, 
         }
         // libcurl writes the file when the transfer is cleaned up; the flash is spared when there is nothing new.
         if (transfer.hasCookie) {
-            curl_easy_setopt(curl.get(), CURLOPT_COOKIEJAR, kCookieFile);
+            curl_slist* cookies = nullptr;
+            curl_easy_getinfo(curl.get(), CURLINFO_COOKIELIST, &cookies);
+            const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> owner(cookies, curl_slist_free_all);
+            while (cookies != nullptr && !isLive(cookies->data)) {
+                cookies = cookies->next;
+            }
+            if (cookies != nullptr) {
+                curl_easy_setopt(curl.get(), CURLOPT_COOKIEJAR, kCookieFile);
+            } else {
+                std::remove(kCookieFile);
+            }
         }
     }
     return complete && transfer.body.find("error") == std::string::npos ? transfer.body : "";

@@ -36,27 +36,50 @@ protected:
     const std::string m_path = m_folder.path() / "log.txt";
 };
 
-TEST_F(LogTroubles, APurgeThatThrowsLeavesALogThatGoesOnAndEnds) {
+TEST_F(LogTroubles, ThatThrowInAPurgeOrAtTheEndLeaveALogThatGoesOnAndEnds) {
     std::atomic<int> calls = 0;
     std::atomic<int> throwing = 0;  // the call that throws; 0: none
+    std::atomic<int> days = 0;
     setClock([&] {
         if (++calls == throwing) {
             throw std::bad_alloc();
         }
-        return int64_t{kStart + (throwing > 0 ? 2 * kDay : 0)} * 1000000;
+        return (kStart + int64_t{days} * kDay) * 1000000;
     });
-    std::optional<Logger> log;
-    log.emplace("app", m_path);
-    fill(2097152);
-    calls = 0;
-    throwing = 2;  // the flush asks for the time, then the purge does
-    EXPECT_NO_THROW(log->flush());
-    EXPECT_GE(calls, 2);
-    log->warning("after it");
-    EXPECT_TRUE(content().ends_with("|app|warning|after it\n"));
-    log.reset();
-    EXPECT_TRUE(content().ends_with("|app|warning|STOPPING app\n1970-01-01 00:00:00|app|warning|\n") ||
-                content().ends_with("|app|warning|\n"));
+    const auto throwAt = [&](int call) {
+        calls = 0;
+        throwing = call;
+    };
+    // A flush asks for the time, then what it tells of the purge does, before and after it.
+    for (int call = 2; call <= 4; ++call) {
+        days = 0;
+        std::optional<Logger> log;
+        log.emplace("app", m_path);
+        fill(2097152);
+        days = 2;
+        throwAt(call);
+        EXPECT_NO_THROW(log->flush()) << "call " << call;
+        EXPECT_GE(calls, 2) << "call " << call;
+        throwAt(0);
+        log->warning("after it");
+        EXPECT_TRUE(content().ends_with("|app|warning|after it\n")) << "call " << call;
+        log.reset();
+        EXPECT_TRUE(content().ends_with("|app|warning|STOPPING app\n2023-11-16 22:13:20|app|warning|\n"))
+            << "call " << call << ": " << content().substr(content().size() - 200);
+    }
+    // The end asks for the time of each of its two lines and whether a purge is due, which then tells of itself.
+    for (int call = 1; call <= 6; ++call) {
+        days = 0;
+        std::optional<Logger> log;
+        log.emplace("app", m_path);
+        fill(2097152);
+        days = 2;
+        throwAt(call);
+        log.reset();
+        throwAt(0);
+        EXPECT_TRUE(content().find("|STOPPING app\n") != std::string::npos || call == 1) << "call " << call;
+        EXPECT_TRUE(content().ends_with("|app|warning|\n") || call >= 5) << "call " << call;
+    }
     setClock(nullptr);
 }
 

@@ -1,12 +1,12 @@
 #include <arpa/inet.h>
 #include <atomic>
-#include <glib.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
 #include "camera_and_front.h"
+#include "digest.h"
 #include "file_descriptor.h"
 
 namespace {
@@ -16,21 +16,10 @@ constexpr size_t kDripping = 50;
 constexpr int kMostAtOnce = 128;
 constexpr const char* kUpload = "/local/ostrel_senvo/webservices.cgi?action=set_post_parameters";
 
-std::string sha256(const std::string& text) {
-    const std::unique_ptr<gchar, decltype(&g_free)> digest(
-        g_compute_checksum_for_string(G_CHECKSUM_SHA256, text.data(), static_cast<gssize>(text.size())), g_free);
-    return digest.get();
-}
-
 /** The header of an operator who uploads, made by hand: it is to be sent before the body is there. */
 std::string uploadersLogin(const std::string& address, const std::string& password) {
-    const std::string challenge = curl("http://" + address + "/").headers;
-    const size_t at = challenge.find("nonce=\"") + 7;
-    const std::string nonce = challenge.substr(at, challenge.find('"', at) - at);
-    const std::string response = sha256(sha256("operator:Ostrel Senvo:" + password) + ":" + nonce +
-                                        ":00000001:c:auth:" + sha256(std::string("POST:") + kUpload));
-    return "Authorization: Digest username=\"operator\", realm=\"Ostrel Senvo\", nonce=\"" + nonce + "\", uri=\"" +
-           kUpload + "\", algorithm=SHA-256, qop=auth, nc=00000001, cnonce=\"c\", response=\"" + response + "\"\r\n";
+    return "Authorization: Digest username=\"operator\", " +
+           digestOf(nonceOf(address), "operator", password, "POST", kUpload) + "\r\n";
 }
 
 /** Connections of people who say nothing, or one letter at a time, and who come again whenever they are sent away. */

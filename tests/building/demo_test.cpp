@@ -50,6 +50,30 @@ TEST(Demo, IsALeaderWithFollowersThatOneCtrlCEnds) {
     EXPECT_EQ(readFile(folder.path() / "err"), "");
 }
 
+TEST(Demo, LeavesSettingsAloneOnceItHasSetThemUp) {
+    const TestFolder folder;
+    const std::filesystem::path state = folder.path() / "state";
+    Child demo(startProgram({this_build::program("senvo-demo"), "--followers", "1", "--port", "0", "--state", state},
+                            folder.path()));
+    const auto output = [&] { return readFile(folder.path() / "out"); };
+    ASSERT_TRUE(eventually([&] { return output().find("Follower 1: http://") != std::string::npos; })) << output();
+    const std::string url = valueOf(output(), "url");
+    const CameraAccess leader(url.substr(7, url.size() - 8), valueOf(output(), "password"));
+    const auto timesAsked = [&] {
+        return occurrences(leader.get("get_logfile_as_plain_text"), "The followers of the settings are asked.");
+    };
+    EXPECT_EQ(timesAsked(), 0U);
+    // A set-up anew could not log in, and would never end.
+    const std::filesystem::path accounts = state / "accounts";
+    writeFile(accounts, std::regex_replace(readFile(accounts), std::regex("leader:.*\n"), ""));
+    for (size_t start = 1; start <= 2; ++start) {
+        ASSERT_TRUE(killApplicationOf(state));
+        EXPECT_TRUE(eventually([&] { return timesAsked() == start; })) << timesAsked() << " times";
+    }
+    EXPECT_TRUE(
+        eventually([&] { return leader.get("get_all_parameters").find("<CamName>Leader<") != std::string::npos; }));
+}
+
 TEST(Demo, EndsWhenItsTimeIsOver) {
     const TestFolder folder;
     const ProgramResult result = runProgram(

@@ -193,6 +193,15 @@ TEST_F(Front, TakesANewPasswordAtOnce) {
     EXPECT_EQ(curl(url("/"), login()).status, 301);
 }
 
+TEST_F(Front, StandsBeforeALeaderThatAsksItsFollowersAfterEachStart) {
+    const auto timesAsked = [] {
+        return occurrences(camera().get("get_logfile_as_plain_text"), "The followers of the settings are asked.");
+    };
+    EXPECT_TRUE(eventually([&] { return timesAsked() == 1; })) << timesAsked() << " times";
+    ASSERT_TRUE(killApplicationOf(s_camera->state()));
+    EXPECT_TRUE(eventually([&] { return timesAsked() == 2; })) << timesAsked() << " times, not once a start";
+}
+
 TEST_F(Front, ComesBackWithoutTurningAnybodyAway) {
     const std::string pidOfFront = [] {
         const TestFolder folder;

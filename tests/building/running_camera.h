@@ -30,6 +30,27 @@ inline std::string valueOf(const std::string& output, const std::string& key) {
     return std::regex_search(output, found, std::regex("(?:^|\n)" + key + ": ([^\n]*)\n")) ? found[1].str() : "";
 }
 
+/** How often something stands in a text. */
+inline size_t occurrences(const std::string& text, const std::string& what) {
+    size_t count = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
+        ++count;
+    }
+    return count;
+}
+
+/** Kills the application of the camera in a state folder; false when there is none. */
+inline bool killApplicationOf(const std::filesystem::path& state) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::error_code gone;
+        const auto cwd = std::filesystem::read_symlink(entry.path() / "cwd", gone);
+        if (!gone && cwd == state / "root/usr/local/packages/ostrel_senvo") {
+            return kill(std::stoi(entry.path().filename().string()), SIGKILL) == 0;
+        }
+    }
+    return false;
+}
+
 /** senvo run with a camera on the drawn scene, as a process. */
 class RunningCamera {
 public:

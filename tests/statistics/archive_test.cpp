@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include "file_size_limit.h"
 #include "log_capture.h"
@@ -253,6 +254,35 @@ TEST_F(Archive, CompletesALastLineThatParsesAndDropsOneThatDoesNot) {
     std::filesystem::remove(m_archive.path());
     m_archive.repair();
     EXPECT_FALSE(std::filesystem::exists(m_archive.path()));
+}
+
+TEST_F(Archive, IsPurgedWhileItsTornLastLineIsMended) {
+    const auto isRecord = [](const std::string& line) { return line != "to"; };
+    const struct {
+        const char* label;
+        std::string last;
+        const char* added;
+        std::string after;
+    } cases[] = {
+        {"a whole line is completed", "whole", "", "kept\nwhole\n"},
+        {"a whole line is completed and more comes", "whole", "more\n", "kept\nwhole\nmore\n"},
+        {"a torn line is cut off", "to", "", "kept\n"},
+        {"a torn line is cut off and more comes", "to", "more\n", "kept\nmore\n"},
+        {"a torn line is cut off and as much comes", "to", "m\n", "kept\nm\n"},
+    };
+    for (const auto& [label, last, added, after] : cases) {
+        write("old\nkept\n" + last);
+        bool isMended = false;
+        archive_file::rewrite(m_archive.path(), [&](const std::string& line, std::string& kept) {
+            if (line == last && !std::exchange(isMended, true)) {
+                EXPECT_TRUE(archive_file::repairLastLine(m_archive.path(), isRecord)) << label;
+                EXPECT_TRUE(archive_file::append(m_archive.path(), added)) << label;
+            }
+            kept = line;
+            return line != "old";
+        });
+        EXPECT_EQ(content(), after) << label;
+    }
 }
 
 TEST_F(Archive, IsNeverReadInTheMiddleOfAnAppend) {

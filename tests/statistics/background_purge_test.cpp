@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "log_capture.h"
+#include "no_threads.h"
 #include "occupancy_manager.h"
 #include "sanitized.h"
 #include "scripted_followers.h"
@@ -213,19 +214,40 @@ TEST_F(BackgroundPurge, IsGivenUpAtTheEnd) {
     for (int i = 0; i < 1000; ++i) {
         before += line(kFiles[0], kOld, "Old");
     }
-    std::ofstream(path(kFiles[0])) << before;
+    std::ofstream(path("Archive.csv")) << before;
+    RecordArchive<CrowdCountRecord> archive("Archive.csv");
+    std::optional<PurgeQueue> queue;
+    queue.emplace();
+    archive.purgeOn(*queue);
+    std::atomic<const std::atomic<bool>*> stop = nullptr;
+    queue->post([&stop](const std::atomic<bool>& ofTheQueue) { stop = &ofTheQueue; });
     m_clock.set(kDue);
     m_gate.closeAt(500);
-    flush();
+    archive.purgeArchive();
     ASSERT_TRUE(m_gate.awaitSomebody());
-    std::thread ending([this] { m_manager.reset(); });
+    std::thread ending([&queue] { queue.reset(); });
+    EXPECT_TRUE(becomes([&stop] { return stop.load()->load(); }));
     m_gate.open();
     ending.join();
-    // Given up or just done, never half.
-    const std::string after = content(kFiles[0]);
-    EXPECT_TRUE(after == before + line(kFiles[0], kFlushed, "Cam") || after == line(kFiles[0], kFlushed, "Cam"))
-        << after.size();
-    EXPECT_FALSE(std::filesystem::exists(path(kFiles[0]) + ".new"));
+    EXPECT_EQ(content("Archive.csv"), before);
+    EXPECT_FALSE(std::filesystem::exists(path("Archive.csv") + ".new"));
+}
+
+TEST_F(BackgroundPurge, IsTriedAgainWhenNoThreadCanBeStarted) {
+    std::ofstream(path("Archive.csv")) << line(kFiles[0], kOld, "Old");
+    PurgeQueue queue;
+    RecordArchive<CrowdCountRecord> archive("Archive.csv");
+    archive.purgeOn(queue);
+    m_clock.set(kDue);
+    {
+        const NoThreads noThreads;
+        EXPECT_THROW(archive.purgeArchive(), std::system_error);
+    }
+    EXPECT_EQ(archive.getNextPurgeDate(), kDue) << "it is still due";
+    ASSERT_FALSE(archive.pendingPurge()) << "readers see what is there";
+    archive.purgeArchive();
+    EXPECT_TRUE(becomes([&] { return content("Archive.csv").empty(); }));
+    archive.clearArchive();  // waits for nothing more
 }
 
 /** An archive that is purged again and again while it is appended to and read. */

@@ -3,7 +3,9 @@
 #include <optional>
 #include <set>
 
+#include "follower_round.h"
 #include "log_capture.h"
+#include "no_threads.h"
 #include "occupancy_manager.h"
 #include "scripted_followers.h"
 #include "scripted_platform.h"
@@ -149,6 +151,32 @@ TEST_F(Collection, KeepsTheOthersWhenACallBreaks) {
     EXPECT_EQ(flush(), "no memory for 10.0.0.1");
     for (const char* const file : kFiles) {
         EXPECT_EQ(cameras(file), allBut({0})) << file;
+    }
+}
+
+TEST_F(Collection, KeepsAllWhenNoThreadCanBeStarted) {
+    m_clock.advance(60);
+    const NoThreads noThreads;
+    EXPECT_EQ(flush(), "");
+    for (const char* const file : kFiles) {
+        EXPECT_EQ(cameras(file), allBut({})) << file;
+    }
+}
+
+TEST(FollowerRound, AsksAllWhicheverThreadIsTheFirstThatCannotBeStarted) {
+    for (size_t first = 0; first < CameraInfo::kFollowers; ++first) {
+        std::optional<NoThreads> noThreads;
+        const auto answers = askFollowers(
+            [&](size_t i) {
+                if (i == first) {
+                    noThreads.emplace();
+                }
+                return true;
+            },
+            [](size_t i) { return i; });
+        for (size_t i = 0; i < answers.size(); ++i) {
+            EXPECT_EQ(answers.at(i), i) << "threads end before follower " << first + 1;
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 #include "http_request_controller.h"
 
 #include <chrono>
+#include <fstream>
 #include <future>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -158,6 +159,18 @@ TEST_F(FollowerClient, KeepsAFileOnlyOfCookies) {
     ASSERT_EQ(requests.size(), 2U);
     EXPECT_NE(requests[1].find("Cookie: a=b"), std::string::npos) << requests[1];
     EXPECT_EQ(std::filesystem::last_write_time("cookie.txt"), before) << "written anew";
+}
+
+TEST_F(FollowerClient, KeepsNoFileOfCookiesThatAreTakenBack) {
+    CannedServer server([](int connection, const std::string&) {
+        return CannedServer::write(connection, answer("200 OK", "Set-Cookie: a=; Max-Age=0\r\n", "200"));
+    });
+    EXPECT_EQ(m_client.get_status_from_followerip(server.address(), "", ""), 200);
+    EXPECT_FALSE(std::filesystem::exists("cookie.txt"));
+    std::ofstream("cookie.txt") << "# Netscape HTTP Cookie File\n127.0.0.1\tFALSE\t/local/ostrel_senvo/\tFALSE\t"
+                                << "4000000000\ta\tb\n";
+    EXPECT_EQ(m_client.get_status_from_followerip(server.address(), "", ""), 200);
+    EXPECT_FALSE(std::filesystem::exists("cookie.txt")) << "the last one is gone";
 }
 
 TEST_F(FollowerClient, HasNoAnswerFromNobody) {

@@ -74,21 +74,32 @@ void requireNoOtherWriter(const fs::path& path, const fs::path& folder) {
 
 /** The same for a folder and all that it holds; links are looked at, not followed. */
 void requireOwnTree(const fs::path& folder) {
-    // The folder's own name may be a link, as where a service manager keeps its services' folders.
-    const fs::path real = fs::exists(folder) ? fs::canonical(folder) : folder;
-    requireOwner(real, real);
-    if (!fs::is_directory(real)) {
+    requireOwner(folder, folder);
+    if (!fs::is_directory(folder)) {
         return;
     }
     constexpr fs::perms kOthersEnter = fs::perms::group_exec | fs::perms::others_exec;
-    const bool othersEnter = (fs::status(real).permissions() & kOthersEnter) != fs::perms::none;
-    requireNoOtherWriter(real, real);
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(real)) {
-        requireOwner(entry.path(), real);
+    const bool othersEnter = (fs::status(folder).permissions() & kOthersEnter) != fs::perms::none;
+    requireNoOtherWriter(folder, folder);
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
+        requireOwner(entry.path(), folder);
         if (othersEnter) {
-            requireNoOtherWriter(entry.path(), real);
+            requireNoOtherWriter(entry.path(), folder);
         }
     }
+}
+
+/**
+ * Where a folder is: its own name may be a link, as where a service manager keeps its services' folders, though not
+ * one that somebody else may turn elsewhere.
+ */
+fs::path realFolder(const fs::path& folder) {
+    const fs::path link = folder.has_filename() ? folder : folder.parent_path();
+    if (!fs::is_symlink(link)) {
+        return folder;
+    }
+    requireOwner(link, {});
+    return fs::canonical(folder);
 }
 
 /** For the length of a scope, what is made is for its owner alone. */
@@ -161,6 +172,7 @@ ChosenCard chooseModelCard(const std::string& nameOrPath, const std::string& net
 
 CameraFolder::CameraFolder(const fs::path& folder) : m_path(fs::absolute(folder)) {
     try {
+        m_path = realFolder(m_path);
         requireOwnTree(m_path);
         const PrivateFiles whatIsMade;
         fs::create_directories(application() / "localdata");

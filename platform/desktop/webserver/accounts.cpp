@@ -4,16 +4,18 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
 #include <glib.h>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
 
+#include "file_descriptor.h"
 #include "front.h"
 
 namespace desktop {
@@ -71,9 +73,50 @@ bool giveToOwnerOf(const std::filesystem::path& folder, int file) {
     return geteuid() != 0 || (stat(folder.c_str(), &owner) == 0 && fchown(file, owner.st_uid, owner.st_gid) == 0);
 }
 
-std::vector<std::string> readLines(const std::filesystem::path& file) {
+/**
+ * The file of accounts, held for as long as the descriptor lives; none when there is none. What somebody else could
+ * have put in its place is refused: root must not hand what a link leads to on to the folder's owner.
+ */
+FileDescriptor openAccounts(const std::filesystem::path& path, int operation) {
+    const auto fail = [&](const std::string& reason) {
+        return std::runtime_error("cannot read " + path.string() + ": " + reason);
+    };
+    for (;;) {
+        FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (file.get() < 0) {
+            if (errno == ENOENT) {
+                return file;
+            }
+            throw fail(std::strerror(errno));
+        }
+        struct stat folder = {};
+        struct stat opened = {};
+        if (stat(path.parent_path().c_str(), &folder) != 0 || fstat(file.get(), &opened) != 0 ||
+            flock(file.get(), operation) != 0) {
+            throw fail(std::strerror(errno));
+        }
+        if (!S_ISREG(opened.st_mode) || opened.st_uid != folder.st_uid) {
+            throw fail("expected a file of its folder's owner");
+        }
+        struct stat named = {};
+        if (lstat(path.c_str(), &named) == 0 && named.st_ino == opened.st_ino) {
+            return file;
+        }
+        // Replaced while another call held it.
+    }
+}
+
+std::vector<std::string> linesOf(const FileDescriptor& file) {
+    std::string text;
+    char piece[4096];
+    for (ssize_t got = 0; file.get() >= 0 && (got = read(file.get(), piece, sizeof(piece))) != 0;) {
+        if (got < 0) {
+            throw std::runtime_error(std::string("cannot read the accounts: ") + std::strerror(errno));
+        }
+        text.append(piece, static_cast<size_t>(got));
+    }
     std::vector<std::string> lines;
-    std::ifstream in(file);
+    std::istringstream in(text);
     for (std::string line; std::getline(in, line);) {
         lines.push_back(line);
     }
@@ -99,7 +142,7 @@ std::string randomPassword() {
 Accounts::Accounts(std::filesystem::path file) : m_file(std::move(file)) {}
 
 bool Accounts::has(const std::string& user) const {
-    const std::vector<std::string> lines = readLines(m_file);
+    const std::vector<std::string> lines = linesOf(openAccounts(m_file, LOCK_SH));
     return std::any_of(lines.begin(), lines.end(),
                        [&](const std::string& line) { return line.rfind(lineStart(user), 0) == 0; });
 }
@@ -111,9 +154,10 @@ void Accounts::set(const std::string& user, const std::string& password, std::op
         throw std::runtime_error(std::string("expected the role operator for ") + kOperator +
                                  ", without whom nobody could change anything, got viewer");
     }
+    const FileDescriptor held = openAccounts(m_file, LOCK_EX);
     std::string text;
     std::string roleLine;
-    for (const std::string& line : readLines(m_file)) {
+    for (const std::string& line : linesOf(held)) {
         if (line.rfind(roleStart(user), 0) == 0) {
             roleLine = line + "\n";
         } else if (line.rfind(lineStart(user), 0) != 0) {

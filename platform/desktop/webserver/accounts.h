@@ -26,14 +26,15 @@ public:
     /** The file need not exist yet. */
     explicit Accounts(std::filesystem::path file);
 
+    /** Throws std::runtime_error when the file cannot be read, or is none of its folder's owner's. */
     bool has(const std::string& user) const;
 
     /**
      * Sets a user's password and role; without one a user keeps his, and kOperator is an operator always. The file is
-     * readable for its owner only: who calls, or, called by root, the owner of its
-     * folder. Throws std::runtime_error for a user whose name is not 1 to 32 letters, digits, dots, dashes and
-     * underscores or who would have no role, for a password of fewer than 10 characters, of more than 128 bytes or with
-     * control characters, and when the file cannot be written.
+     * readable for its owner only: who calls, or, called by root, the owner of its folder. Calls at the same time wait
+     * for each other. Throws what has() throws, and std::runtime_error for a user whose name is not 1 to 32 letters,
+     * digits, dots, dashes and underscores or who would have no role, for a password of fewer than 10 characters, of
+     * more than 128 bytes or with control characters, and when the file cannot be written.
      */
     void set(const std::string& user, const std::string& password, std::optional<Role> role = std::nullopt) const;
 

@@ -111,16 +111,21 @@ local function isOperator(user)
   return text:find("\n#role:" .. user .. ":operator\n", 1, true) ~= nil
 end
 
-local function loginKey()
-  local nonce = (header["Authorization"] or ""):match('nonce="([^"]*)"')
-  return nonce and attr["request.remote-addr"] .. " " .. claimedUser() .. " " .. nonce
+-- Under what a user's login is remembered; nil where that cannot be told for certain. A cnonce is the client's own.
+local function loginKey(user)
+  local nonce = (header["Authorization"] or ""):match('[ ,]nonce="([^"]*)"')
+  return nonce and user ~= "" and attr["request.remote-addr"] .. " " .. user .. " " .. nonce or nil
+end
+
+local function hasBeenRight(key)
+  local right = key and logins.right[key]
+  return right and math.abs(os.time() - right.last) <= kForgetRight
 end
 
 -- After some failures an address tries one login a second, through whichever of its connections. Before, too, there is a
 -- limit to those of a second that have not been right yet, since the server tells of a failure only some time later.
 local function mustWait()
-  local key = loginKey()
-  if not header["Authorization"] or (key and logins.right[key]) then
+  if not header["Authorization"] or hasBeenRight(loginKey(claimedUser())) then
     return false
   end
   local now = os.time()
@@ -132,8 +137,7 @@ end
 
 -- Only what reaches the server's own question for the login is a try: a refusal before tells nothing of a password.
 local function letThrough()
-  local key = loginKey()
-  if header["Authorization"] and not (key and logins.right[key]) then
+  if header["Authorization"] and not hasBeenRight(loginKey(claimedUser())) then
     local tries = entryOf(logins.tries, attr["request.remote-addr"], os.time(), 0)
     tries.count = tries.count + 1
   end
@@ -153,8 +157,8 @@ local function noteLogin()
     failed.count, failed.last = failed.count + 1, now
   elseif request.req_env["REMOTE_USER"] then
     request.resp_header["X-Senvo-Role"] = isOperator(request.req_env["REMOTE_USER"]) and "operator" or "viewer"
-    local key = loginKey()
-    if key and not logins.right[key] then
+    local key = loginKey(request.req_env["REMOTE_USER"])
+    if key and not hasBeenRight(key) then
       entryOf(logins.right, key, now, kForgetRight)
       local tries = entryOf(logins.tries, address, now, 0)
       tries.count = math.max(0, tries.count - 1)

@@ -106,6 +106,31 @@ TEST(CameraFolder, WithThingsOfSomebodyElseIsRefusedByName) {
     }
 }
 
+TEST(CameraFolder, BehindALinkIsWhereTheLinkLed) {
+    const TestFolder folder;
+    const fs::path link = folder.path() / "link";
+    fs::create_directory(folder.path() / "camera");
+    fs::permissions(folder.path() / "camera", fs::perms::owner_all);
+    fs::create_directory_symlink(folder.path() / "camera", link);
+    const desktop::CameraFolder camera(link);
+    EXPECT_EQ(camera.path(), fs::canonical(folder.path() / "camera"));
+}
+
+TEST(CameraFolder, BehindALinkOfSomebodyElseIsRefusedByName) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give links away";
+    }
+    const TestFolder folder;
+    const fs::path link = folder.path() / "link";
+    fs::create_directory(folder.path() / "camera");
+    fs::permissions(folder.path() / "camera", fs::perms::owner_all);
+    fs::create_directory_symlink(folder.path() / "camera", link);
+    ASSERT_EQ(lchown(link.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(errorOf([&] { const desktop::CameraFolder camera(link); }),
+              "expected the camera's folder to belong to user 0, got " + link.string() + " of user 65534");
+    EXPECT_TRUE(fs::is_empty(folder.path() / "camera")) << "nothing was written into it";
+}
+
 TEST(CameraFolder, MayHoldLinksOfItsOwner) {
     const TestFolder folder;
     const fs::path path = folder.path() / "camera";
