@@ -85,7 +85,7 @@ async function startBuilding(
 
 export default async function setup(project: TestProject) {
   const program = process.env.DEMO_PROGRAM ?? join(__dirname, '../../../build/release/bin/senvo-demo');
-  const executablePath = process.env.CHROMIUM ?? '/usr/bin/chromium';
+  const executablePath = process.env.CHROMIUM ?? '/usr/bin/chromium-headless-shell';
   for (const needed of [program, executablePath]) {
     if (existsSync(needed)) continue;
     console.log(`Skipped: ${needed} is missing`);
