@@ -86,11 +86,12 @@ LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version
     }
     m_lastRun = ledger::lastRunOf(*m_disk, m_book.files(), m_clock.now(), m_clock.boot());
     m_occupancy = firstOccupancy();
-    write("start", {{"version", version},
-                    {"boot", m_clock.boot()},
-                    {"settings", settingsNumber},
-                    {"last_run", m_lastRun.ending},
-                    {"occupancy", m_occupancy}});
+    ordered_json start = {
+        {"version", version}, {"settings", settingsNumber}, {"last_run", m_lastRun.ending}, {"occupancy", m_occupancy}};
+    if (m_clock.now().isDated) {
+        start["boot"] = m_clock.boot();  // else the line begins with it
+    }
+    write("start", start);
     m_thread = std::thread([this] { run(); });
 }
 

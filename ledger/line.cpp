@@ -131,6 +131,9 @@ std::string utcDay(int64_t utcMillis) {
 
 std::string bodyText(const nlohmann::ordered_json& body) {
     // What others wrote, such as a remark, may be no UTF-8; that must not cost the line.
+    if (body.empty()) {
+        return {};
+    }
     const std::string object = body.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
     return object.substr(1, object.size() - 2);
 }

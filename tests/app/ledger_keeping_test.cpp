@@ -9,6 +9,7 @@
 #include <sstream>
 #include <thread>
 
+#include "ledger_schema.h"
 #include "log_capture.h"
 #include "scripted_process.h"
 #include "test_clock.h"
@@ -43,6 +44,15 @@ std::vector<std::string> kindsOf(const std::vector<nlohmann::json>& lines) {
     return kinds;
 }
 
+/** What the schema has against these lines. */
+std::string faultsOf(const std::vector<nlohmann::json>& lines) {
+    std::string text;
+    for (const nlohmann::json& line : lines) {
+        text += line.dump() + "\n";
+    }
+    return schemaFaults(text);
+}
+
 constexpr const char* kLedger = "usr/local/packages/ostrel_senvo/localdata/ledger";
 
 TEST(LedgerOfAProcess, TellsOfItsStartItsEndAndWhatItSaw) {
@@ -60,6 +70,7 @@ TEST(LedgerOfAProcess, TellsOfItsStartItsEndAndWhatItSaw) {
         for (size_t i = 0; i < lines.size(); ++i) {
             EXPECT_EQ(lines[i]["seq"], i + 1);
         }
+        EXPECT_EQ(faultsOf(lines), "");
     }
 }
 
@@ -103,6 +114,10 @@ protected:
         while (bodyOf("occupancy_before").empty()) {
             ASSERT_EQ(m_child->wait(1), -1) << "ended by itself: " << readFile(m_process.folder() / "err");
         }
+    }
+    void TearDown() override {
+        kill();
+        EXPECT_EQ(faultsOf(linesIn(m_process.folder() / kLedger)), "");
     }
     void kill() {
         ::kill(m_child->pid(), SIGKILL);

@@ -4,6 +4,8 @@
 #include <nlohmann/json.hpp>
 #include <random>
 
+#include "ledger_schema.h"
+
 namespace ledger {
 namespace {
 
@@ -234,6 +236,55 @@ TEST(LedgerRecorder, EndsWhatItFollowsAtAnOrderlyStop) {
     recording.recorder().finish(recording.now(), 0);
     EXPECT_EQ(recording.of("object").size(), 1U);
     EXPECT_EQ(recording.of("watched").size(), 1U);
+}
+
+TEST(LedgerRecorder, WritesLinesAsTheSchemaSays) {
+    for (const bool isDated : {true, false}) {
+        Recording recording(isDated);
+        for (int cycle = 0; cycle < 1'300; ++cycle) {
+            const bool crosses = cycle == 700;
+            recording.see(
+                {found(7, {100, 240 + cycle % 8}, crosses ? entranceActivity::exitEntrance2 : entranceActivity::unknown,
+                       cycle % 100 < 50 ? footings::in_AOI1_briefly : footings::not_in_AOI),
+                 found(8, {cycle % 900, cycle % 400})});
+        }
+        recording.recorder().addFailure(recording.now(), 1);
+        recording.recorder().finish(recording.now(), 1);
+        std::string text;
+        int64_t seq = 0;
+        for (const auto& [kind, body] : recording.lines) {
+            const Moment moment = isDated ? Moment{1'795'305'600'000, "", 0} : Moment{0, "b1", 5};
+            text += lineText({++seq, "e", moment, kind}, bodyText(body));
+        }
+        for (const char* const kind : {"crossing", "object", "watched"}) {
+            EXPECT_FALSE(recording.of(kind).empty()) << kind;
+        }
+        EXPECT_EQ(schemaFaults(text), "");
+    }
+}
+
+TEST(LedgerSchema, MissesWhateverALineLacksAndKnowsNothingElse) {
+    const nlohmann::json whole = nlohmann::json::parse(
+        R"({"seq":1,"epoch":"e","t":"2026-11-22T05:35:01.420Z","kind":"crossing","entrance":1,"direction":"in",)"
+        R"("class":"Person","object":7,"before":[1,2],"after":[1,3],"size":[1000,500],"followed":0.2,"occupancy":3})");
+    EXPECT_EQ(schemaFaults(whole.dump() + "\n"), "");
+    std::vector<std::string> spoiled;
+    for (const auto& [name, value] : whole.items()) {
+        nlohmann::json line = whole;
+        line.erase(name);
+        spoiled.push_back(line.dump());
+    }
+    nlohmann::json more = whole;
+    more["more"] = 1;
+    spoiled.push_back(more.dump());
+    std::string text;
+    for (const std::string& line : spoiled) {
+        text += line + "\n";
+    }
+    const std::string faults = schemaFaults(text);
+    for (const std::string& line : spoiled) {
+        EXPECT_NE(faults.find(" in " + line), std::string::npos) << line;
+    }
 }
 
 }  // namespace
