@@ -32,13 +32,17 @@ time_t clockNow() {
     return static_cast<time_t>(clockNowMicros() / 1000000);
 }
 
-time_t steadyNow() {
+int64_t steadyNowMicros() {
     if (steadySource()) {
-        return static_cast<time_t>(steadySource()() / 1000000);
+        return steadySource()();
     }
     timespec time = {};
     clock_gettime(CLOCK_BOOTTIME, &time);
-    return time.tv_sec;
+    return int64_t{time.tv_sec} * 1000000 + time.tv_nsec / 1000;
+}
+
+time_t steadyNow() {
+    return static_cast<time_t>(steadyNowMicros() / 1000000);
 }
 
 std::tm localTime(time_t moment) {

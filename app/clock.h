@@ -15,7 +15,10 @@ int64_t clockNowMicros();
 /** Wall-clock time, whole seconds since 1970. Any thread. */
 time_t clockNow();
 
-/** Whole seconds since some moment before the start, which go on evenly however the wall clock is set. Any thread. */
+/** Microseconds since some moment before the start, which go on evenly however the wall clock is set. Any thread. */
+int64_t steadyNowMicros();
+
+/** The same in whole seconds. Any thread. */
 time_t steadyNow();
 
 /** The calendar time of a moment in the machine's time zone, as that is set now. Any thread. */

@@ -1,11 +1,13 @@
 #include "http_request_controller.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <curl/curl.h>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <strings.h>
@@ -16,7 +18,7 @@
 
 namespace {
 
-constexpr long kTimeoutSeconds = 5;
+constexpr std::chrono::milliseconds kTimeout(5000);
 constexpr size_t kMostBytes = 1U << 20U;
 constexpr int kMostAnswers = 4;  // digest authentication takes two, and a third when the server's nonce was stale
 constexpr const char* kCookieFile = "cookie.txt";
@@ -94,13 +96,18 @@ size_t WriteCallback(const char* data, size_t size, size_t count, void* userData
 
 std::string send_request_text(const std::string& url, const std::string& login, const std::string& password) {
     initOnce();
+    const int64_t begun = steadyNowMicros();
+    const std::optional<std::string> addresses = lookUpHost(url, kTimeout);
+    const auto left = kTimeout - std::chrono::microseconds(steadyNowMicros() - begun);
+    const long leftMillis = std::chrono::duration_cast<std::chrono::milliseconds>(left).count();
+    if (!addresses || leftMillis <= 0) {
+        return "";
+    }
+    const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> known(
+        addresses->empty() ? nullptr : curl_slist_append(nullptr, addresses->c_str()), curl_slist_free_all);
     const std::string credentials = login + ":" + password;
     Transfer transfer;
     bool complete = false;
-    LookupRoom room(needsLookup(url));
-    if (!room.isGiven()) {
-        return "";
-    }
     {
         const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(), curl_easy_cleanup);
         if (!curl) {
@@ -109,7 +116,8 @@ std::string send_request_text(const std::string& url, const std::string& login, 
         curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
         curl_easy_setopt(curl.get(), CURLOPT_USERPWD, credentials.c_str());
         curl_easy_setopt(curl.get(), CURLOPT_COOKIEFILE, kCookieFile);
-        curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT, kTimeoutSeconds);
+        curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, leftMillis);
+        curl_easy_setopt(curl.get(), CURLOPT_RESOLVE, known.get());
         curl_easy_setopt(curl.get(), CURLOPT_HTTPAUTH, CURLAUTH_DIGEST);
         curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, limitedWrite);
         curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &transfer);
@@ -122,17 +130,7 @@ std::string send_request_text(const std::string& url, const std::string& login, 
         curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
         // A follower is a neighbour on the network: a proxy of the environment must not see its password.
         curl_easy_setopt(curl.get(), CURLOPT_PROXY, "");
-#if LIBCURL_VERSION_NUM >= 0x075700
-        // The end of a transfer would otherwise wait for a name lookup that has no end.
-        curl_easy_setopt(curl.get(), CURLOPT_QUICK_EXIT, 1L);
-#endif
-        const CURLcode result = curl_easy_perform(curl.get());
-        complete = result == CURLE_OK;
-        curl_off_t lookup = 0;
-        curl_easy_getinfo(curl.get(), CURLINFO_NAMELOOKUP_TIME_T, &lookup);
-        if (result == CURLE_OPERATION_TIMEDOUT && lookup == 0) {
-            room.leaveBehind();
-        }
+        complete = curl_easy_perform(curl.get()) == CURLE_OK;
         // libcurl writes the file when the transfer is cleaned up; the flash is spared when there is nothing new.
         if (transfer.hasCookie) {
             curl_slist* cookies = nullptr;

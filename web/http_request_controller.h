@@ -14,9 +14,9 @@ std::string makeRequest(const std::string& ip, const std::string& action);
  * Fetches an address with HTTP digest authentication and returns the body of the answer; empty when there is none,
  * when the HTTP status is an error, or when the body has the word "error" in it.
  *
- * Takes 5 seconds at most, and none while too many name lookups hang. Only http and https, redirects are not followed,
- * an answer above 1 MiB is none, and so is one that asks to log in again and again. Cookies that are set are kept in
- * "cookie.txt" in the working folder. Any thread.
+ * Takes 5 seconds at most, and none while a lookup of the host's name hangs. Only http and https, redirects are not
+ * followed, an answer above 1 MiB is none, and so is one that asks to log in again and again. Cookies that are set are
+ * kept in "cookie.txt" in the working folder. Any thread.
  */
 std::string send_request_text(const std::string& url, const std::string& login, const std::string& password);
 

@@ -1,32 +1,17 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 
-/** Whether the host of an address is a name, or none at all. */
-bool needsLookup(const std::string& url);
+constexpr size_t kMostNameLookups = 20; /**< at a time: two for each follower */
 
 /**
- * Room for one name lookup, for the time of a transfer. A lookup that a transfer gives up goes on in a thread that
- * libcurl leaves behind until the machine's resolver has given up, too; so there are only so many at a time, and those
- * left behind count for a minute. Any thread.
+ * Finds the addresses of the host that a URL names, as CURLOPT_RESOLVE takes them; empty for a host that is an address,
+ * or none. Nothing when the name has none or the machine's resolver does not say so within the limit.
+ *
+ * A resolver cannot be told to stop, so a lookup that is given up goes on in a thread of its own until it ends by
+ * itself. Until then nobody waits for that name again, nor is there another lookup of it; nor are there more than
+ * kMostNameLookups of all names together. Any thread.
  */
-class LookupRoom {
-public:
-    static constexpr int kMost = 20; /**< two for each follower */
-
-    /** Takes room, where it is wanted. */
-    explicit LookupRoom(bool wanted);
-    ~LookupRoom();
-    LookupRoom(const LookupRoom&) = delete;
-    LookupRoom& operator=(const LookupRoom&) = delete;
-
-    /** False when there was none. */
-    bool isGiven() const { return !m_wanted || m_taken; }
-
-    /** The lookup had not ended when its transfer did. */
-    void leaveBehind();
-
-private:
-    const bool m_wanted;
-    bool m_taken = false;
-};
+std::optional<std::string> lookUpHost(const std::string& url, std::chrono::microseconds limit);

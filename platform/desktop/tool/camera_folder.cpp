@@ -13,6 +13,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "not_now.h"
+
 namespace desktop {
 namespace {
 
@@ -44,7 +46,7 @@ void writeFile(const fs::path& path, const std::string& text) {
     file << text;
     file.close();
     if (!file) {
-        throw std::runtime_error("cannot write " + path.string());
+        throw NotNow("cannot write " + path.string());
     }
     fs::rename(beside, path);
 }
@@ -118,9 +120,9 @@ private:
 FileDescriptor lockFolder(const fs::path& folder) {
     FileDescriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-        throw std::runtime_error(
-            errno == EWOULDBLOCK ? "a camera runs in " + folder.string() + " already: expected a folder of its own"
-                                 : "cannot lock the camera's folder " + folder.string() + ": " + std::strerror(errno));
+        throw NotNow(errno == EWOULDBLOCK
+                         ? "a camera runs in " + folder.string() + " already: expected a folder of its own"
+                         : "cannot lock the camera's folder " + folder.string() + ": " + std::strerror(errno));
     }
     return lock;
 }

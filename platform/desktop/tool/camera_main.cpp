@@ -9,6 +9,7 @@
 #include "background.h"
 #include "desktop_camera.h"
 #include "followers_after_start.h"
+#include "not_now.h"
 #include "options_file.h"
 #include "source_name.h"
 
@@ -17,6 +18,7 @@ namespace {
 using desktop::DesktopCamera;
 
 constexpr int kUnusable = 2;
+constexpr int kNotNow = 3;
 constexpr const char* kDefaultName = "camera";
 constexpr std::chrono::milliseconds kLook(50);
 
@@ -112,6 +114,9 @@ int perform(CLI::App& app, int argc, char** argv, const std::function<int()>& co
     }
     try {
         return command();
+    } catch (const desktop::NotNow& error) {
+        std::cerr << "senvo: " << error.what() << '\n';
+        return kNotNow;
     } catch (const std::exception& error) {
         std::cerr << "senvo: " << error.what() << '\n';
         return kUnusable;

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <numeric>
+#include <regex>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -31,12 +32,23 @@ bool isFile(const std::string& video) {
     return video.find("://") == std::string::npos && video.rfind("scene:", 0) != 0;
 }
 
-/** The host of an address, without user and password. */
-std::string hostOf(const std::string& address) {
-    const std::string name = displayName(address);
-    const size_t start = name.find("://") + 3;
-    const size_t host = name.compare(start, 4, "***@") == 0 ? start + 4 : start;
-    return name.substr(host, name.find_first_of("/:?", host) - host);
+/** Refuses an address that leads nowhere. It may hold a password, in whichever place: what was wrong is not shown. */
+void checkAddress(const std::string& address) {
+    const size_t start = address.find("://") + 3;
+    const std::string authority = address.substr(start, address.find_first_of("/?#", start) - start);
+    const std::string place = authority.substr(authority.rfind('@') + 1);
+    static const std::regex form(R"((\[[0-9A-Fa-f:.]+(?:%[\w.-]+)?\]|[^\s[:cntrl:]"<>\\^`{|}%:[\]]+)(?::(.*))?)");
+    std::smatch parts;
+    if (!std::regex_match(place, parts, form)) {
+        throw std::runtime_error(displayName(address) +
+                                 ": expected a host behind the //, as in rtsp://192.0.2.7/stream, got none");
+    }
+    const std::string port = parts[2];
+    if (parts[2].matched && (port.empty() || port.size() > 5 || port.find_first_not_of("0123456789") != port.npos ||
+                             std::stoi(port) < 1 || std::stoi(port) > 65535)) {
+        throw std::runtime_error(displayName(address) +
+                                 ": expected a port from 1 to 65535, as in rtsp://192.0.2.7:554/stream");
+    }
 }
 
 /** Refuses what can never be a video. A network camera that cannot be reached now may be there later. */
@@ -51,9 +63,8 @@ void checkVideo(const std::string& video) {
         const std::atomic<bool> neverStopped = false;
         openReader(video, neverStopped);
     }
-    if (kind == SourceKind::Network && hostOf(video).empty()) {
-        throw std::runtime_error(displayName(video) +
-                                 ": expected a host behind the //, as in rtsp://192.0.2.7/stream, got none");
+    if (kind == SourceKind::Network) {
+        checkAddress(video);
     }
 }
 

@@ -84,6 +84,10 @@ void requireFile(const std::string& source) {
     if (std::filesystem::is_directory(status)) {
         throw VideoError(VDO_ERROR_NOT_FOUND, source + ": expected a video file, got a folder");
     }
+    // A pipe would be waited for, for ever.
+    if (!std::filesystem::is_regular_file(status)) {
+        throw VideoError(VDO_ERROR_NOT_FOUND, source + ": expected a video file, got something else");
+    }
 }
 
 class MediaReader : public FrameReader {

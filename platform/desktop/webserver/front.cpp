@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "front_script.h"
+#include "not_now.h"
 
 namespace desktop {
 namespace {
@@ -78,7 +79,7 @@ void writeFile(const std::filesystem::path& path, const std::string& text) {
     file << text;
     file.close();
     if (!file) {
-        throw std::runtime_error("cannot write " + path.string());
+        throw NotNow("cannot write " + path.string());
     }
 }
 
@@ -138,7 +139,7 @@ ListeningSocket::ListeningSocket(const std::string& address, int port, const std
     if (bind(m_descriptor, found->ai_addr, found->ai_addrlen) != 0 || listen(m_descriptor, kBacklog) != 0) {
         const std::string reason = std::strerror(errno);
         close(m_descriptor);
-        throw std::runtime_error("cannot listen on " + place + ": " + reason + "; " + option + " chooses another");
+        throw NotNow("cannot listen on " + place + ": " + reason + "; " + option + " chooses another");
     }
     sockaddr_storage name = {};
     socklen_t size = sizeof(name);

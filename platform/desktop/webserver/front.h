@@ -21,7 +21,8 @@ class ListeningSocket {
 public:
     /**
      * Listens on an IPv4 or IPv6 address; port 0 takes any that is free. Throws std::runtime_error that names address
-     * and port and what is wrong: no address, or a port that is taken. option: the one that chooses another port.
+     * and port and what is wrong: no address, or, as NotNow, a port that is taken. option: the one that chooses another
+     * port.
      */
     ListeningSocket(const std::string& address, int port, const std::string& option = "--port");
     ~ListeningSocket();

@@ -1,10 +1,17 @@
 #include "tls_pair.h"
 
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
 #include <glib.h>
 #include <memory>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
+
+#include "file_descriptor.h"
+#include "not_now.h"
 
 namespace desktop {
 namespace {
@@ -40,6 +47,23 @@ std::string openssl(std::vector<std::string> words) {
     return output.get();
 }
 
+/** Brings what a file or folder holds to the disk. */
+void sync(const fs::path& path) {
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (fsync(file.get()) != 0) {
+        throw NotNow("cannot write " + path.string() + ": " + std::strerror(errno));
+    }
+}
+
+bool isPair(const TlsPair& pair) {
+    try {
+        givenTlsPair(pair.certificate, pair.key);
+        return true;
+    } catch (const std::runtime_error&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 TlsPair givenTlsPair(const fs::path& certificate, const fs::path& key) {
@@ -62,7 +86,7 @@ TlsPair givenTlsPair(const fs::path& certificate, const fs::path& key) {
 
 TlsPair ownTlsPair(const fs::path& stateFolder, const std::string& address) {
     const TlsPair pair = {stateFolder / "tls-cert.pem", stateFolder / "tls-key.pem"};
-    if (fs::exists(pair.certificate) && fs::exists(pair.key)) {
+    if (fs::exists(pair.certificate) && fs::exists(pair.key) && isPair(pair)) {
         return pair;
     }
     const TlsPair made = {pair.certificate.string() + ".new", pair.key.string() + ".new"};
@@ -72,8 +96,11 @@ TlsPair ownTlsPair(const fs::path& stateFolder, const std::string& address) {
              kDays, "-subj", "/CN=Ostrel Senvo", "-addext", names, "-keyout", made.key.string(), "-out",
              made.certificate.string()});
     chmod(made.key.c_str(), S_IRUSR | S_IWUSR);
+    sync(made.key);
+    sync(made.certificate);
     fs::rename(made.key, pair.key);
     fs::rename(made.certificate, pair.certificate);
+    sync(stateFolder);
     return pair;
 }
 

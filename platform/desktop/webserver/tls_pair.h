@@ -18,8 +18,8 @@ struct TlsPair {
 TlsPair givenTlsPair(const std::filesystem::path& certificate, const std::filesystem::path& key);
 
 /**
- * The camera's own pair, in its folder: made the first time, good for ten years, signed by itself. address: the IP
- * address that it listens on. Throws std::runtime_error with the reason.
+ * The camera's own pair, in its folder: made the first time, good for ten years, signed by itself, and made anew when
+ * what lies there is no pair. address: the IP address that it listens on. Throws std::runtime_error with the reason.
  */
 TlsPair ownTlsPair(const std::filesystem::path& stateFolder, const std::string& address);
 
