@@ -235,4 +235,17 @@ TEST_F(Steady, WhatTheFilterWouldThrowAwayHasNoPlace) {
     }
 }
 
+TEST_F(Steady, WhoLeavesIsShownUntilWhereHeWasSeenLast) {
+    for (double x = 130; x <= 930; x += 40) {
+        next({personAt(x, 250)});
+    }
+    int last = 0;
+    for (int i = 0; i < 10; ++i) {
+        m_answer = next({});
+        last = m_answer.empty() ? last : Locator(m_answer[0]).x;
+    }
+    EXPECT_TRUE(m_answer.empty());
+    EXPECT_NEAR(last, 930, 12);
+}
+
 }  // namespace
