@@ -248,4 +248,15 @@ TEST_F(Steady, WhoLeavesIsShownUntilWhereHeWasSeenLast) {
     EXPECT_NEAR(last, 930, 12);
 }
 
+TEST_F(Steady, WhoComesNearerIsShownFromWhenHeIsLargeEnough) {
+    for (int i = 0; i < 20; ++i) {
+        // From 0.2 % of the picture on; it is 0.45 % in the sixth picture, which the eleventh answer is for.
+        const auto half = static_cast<float>(12 + i);
+        const Detection box = {0.5F - half / kWidth,      0.5F - 2 * half / kHeight, 0.5F + half / kWidth,
+                               0.5F + 2 * half / kHeight, ObjectClass::Car,          0.7F};
+        m_answer = next({box});
+        EXPECT_TRUE(i < 10 || m_answer.size() == 1) << i;
+    }
+}
+
 }  // namespace

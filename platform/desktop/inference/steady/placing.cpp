@@ -82,7 +82,11 @@ std::vector<Detection> Placing::place(std::vector<ShownObject>& objects, double 
     for (ShownObject* const next : order) {
         ShownObject& object = *next;
         bool shown = false;
-        if (object.wanted.area() * kWidest < kSmallest * width * height) {
+        const auto isTooSmall = [&](const PixelBox& box) { return box.area() * kWidest < kSmallest * width * height; };
+        if (!object.visible && isTooSmall(object.box)) {
+            object.box = object.wanted;  // it begins where it is large enough
+        }
+        if (isTooSmall(object.wanted)) {
             object.box = object.wanted;  // too small to be shown: nobody waits for it
         } else if (object.visible) {
             shown = move(object, width, height);
