@@ -259,4 +259,41 @@ TEST_F(Steady, WhoComesNearerIsShownFromWhenHeIsLargeEnough) {
     }
 }
 
+TEST_F(Steady, WhoGivesWayIsNowhereNearerToAnothersPlaceThanHeHimself) {
+    const auto distance = [](const PixelBox& a, const PixelBox& b) { return std::hypot(a.x - b.x, a.y - b.y); };
+    int gaveWay = 0;
+    for (int lot = 0; lot < 24; ++lot) {
+        m_stage = Steadying();
+        std::map<int, PixelBox> before;
+        const double speed = 6 + lot % 6 * 2;
+        const double apart = 60 + lot / 6 * 10;
+        for (int i = 0; i < 70; ++i) {
+            next(
+                {personAt(200 + 10.0 * i, 250), personAt(200 - apart + 10.0 * i, 253), personAt(760 - speed * i, 256)});
+            std::map<int, PixelBox> now;
+            for (const ShownObject& shown : m_stage.shown()) {
+                if (shown.visible) {
+                    PixelBox there = shown.box;
+                    there.x += shown.asideX;
+                    there.y += shown.asideY;
+                    now.emplace(shown.number, there);
+                }
+            }
+            for (const auto& [hidden, left] : before) {
+                if (now.contains(hidden)) {
+                    continue;
+                }
+                ++gaveWay;
+                for (const auto& [number, there] : now) {
+                    if (before.contains(number)) {
+                        EXPECT_LT(distance(before.at(number), there), distance(left, there)) << lot << " " << i;
+                    }
+                }
+            }
+            before = std::move(now);
+        }
+    }
+    EXPECT_GE(gaveWay, 1);
+}
+
 }  // namespace

@@ -191,6 +191,16 @@ const PixelBox* Placing::before(const ShownObject& object) const {
 
 bool Placing::isMistakable(const ShownObject& object, const PixelBox& there) const {
     const PixelBox* const from = before(object);
+    // One that the tracker still knows, but that has no box of its own yet, takes whatever comes nearer to him than its
+    // own object is.
+    const auto robs = [&](const Left& left) {
+        return left.number != object.number && left.objectClass == object.objectClass && !isPlaced(left.number) &&
+               left.answers == 0 && !Way(*from, there).isShorter(Way(left.box, there), 1);
+    };
+    if (from != nullptr &&
+        (std::any_of(m_before.begin(), m_before.end(), robs) || std::any_of(m_left.begin(), m_left.end(), robs))) {
+        return true;
+    }
     for (const Placed& placed : m_placed) {
         if (placed.object->objectClass != object.objectClass) {
             continue;
