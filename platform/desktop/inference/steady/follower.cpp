@@ -44,7 +44,14 @@ void Follower::follow(double now, const std::vector<SeenBox>& seen, double width
     std::vector<bool> found(m_objects.size(), false);
     give(seen, true, taken, found);
     give(seen, false, taken, found);
-    std::erase_if(m_objects, [&](const FollowedObject& object) { return hasGone(object, now, width, height); });
+    m_gone.clear();
+    std::erase_if(m_objects, [&](const FollowedObject& object) {
+        const bool gone = hasGone(object, now, width, height);
+        if (gone && isKnown(object)) {
+            m_gone.push_back(object);
+        }
+        return gone;
+    });
     sortOutTwins(now);
     begin(now, seen, taken);
 }

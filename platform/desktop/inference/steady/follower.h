@@ -23,6 +23,9 @@ public:
     std::vector<FollowedObject>& objects() { return m_objects; }
     const std::vector<FollowedObject>& objects() const { return m_objects; }
 
+    /** Those that were known and are followed no more since the last picture. */
+    const std::vector<FollowedObject>& gone() const { return m_gone; }
+
     /** Whether an object was seen often enough to be believed. */
     static bool isKnown(const FollowedObject& object);
 
@@ -37,6 +40,7 @@ private:
     bool hasGone(const FollowedObject& object, double now, double width, double height) const;
 
     std::vector<FollowedObject> m_objects;
+    std::vector<FollowedObject> m_gone;
     int m_nextNumber = 0;
 };
 

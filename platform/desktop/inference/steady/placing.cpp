@@ -13,7 +13,7 @@ constexpr double kWidest = 1.5;     // by which a box may be widened to be large
 constexpr double kNarrowest = 0.2;  // of its width, to which it may be narrowed
 constexpr double kShared = 0.36;    // of the smaller box
 constexpr double kReach = 105;      // pixels: the tracker takes what is nearer
-constexpr int kRemembered = 11;     // answers after which the tracker has forgotten an object
+constexpr int kRemembered = 2;      // answers after which the tracker has forgotten an object near an entrance
 constexpr int kGaveWay = 1;
 constexpr double kMeeting = 1.2;
 constexpr double kAside = 0.06;         // of its height: a step aside
@@ -82,7 +82,11 @@ std::vector<Detection> Placing::place(std::vector<ShownObject>& objects, double 
     for (ShownObject* const next : order) {
         ShownObject& object = *next;
         bool shown = false;
-        if (object.wanted.area() * kWidest < kSmallest * width * height) {
+        const auto isTooSmall = [&](const PixelBox& box) { return box.area() * kWidest < kSmallest * width * height; };
+        if (!object.visible && isTooSmall(object.box)) {
+            object.box = object.wanted;  // it begins where it is large enough
+        }
+        if (isTooSmall(object.wanted)) {
             object.box = object.wanted;  // too small to be shown: nobody waits for it
         } else if (object.visible) {
             shown = move(object, width, height);
@@ -187,6 +191,16 @@ const PixelBox* Placing::before(const ShownObject& object) const {
 
 bool Placing::isMistakable(const ShownObject& object, const PixelBox& there) const {
     const PixelBox* const from = before(object);
+    // One that the tracker still knows, but that has no box of its own yet, takes whatever comes nearer to him than its
+    // own object is.
+    const auto robs = [&](const Left& left) {
+        return left.number != object.number && left.objectClass == object.objectClass && !isPlaced(left.number) &&
+               left.answers == 0 && !Way(*from, there).isShorter(Way(left.box, there), 1);
+    };
+    if (from != nullptr &&
+        (std::any_of(m_before.begin(), m_before.end(), robs) || std::any_of(m_left.begin(), m_left.end(), robs))) {
+        return true;
+    }
     for (const Placed& placed : m_placed) {
         if (placed.object->objectClass != object.objectClass) {
             continue;

@@ -37,6 +37,12 @@ std::vector<SeenBox> seenBoxes(const std::vector<Detection>& found, const Analys
     return seen;
 }
 
+FollowedObject* find(std::vector<FollowedObject>& objects, int number) {
+    const auto found = std::find_if(objects.begin(), objects.end(),
+                                    [number](const FollowedObject& object) { return object.number() == number; });
+    return found == objects.end() ? nullptr : &*found;
+}
+
 }  // namespace
 
 std::vector<Detection> Steadying::next(const std::vector<Detection>& found, const AnalysedPicture& picture) {
@@ -57,10 +63,13 @@ std::vector<Detection> Steadying::next(const std::vector<Detection>& found, cons
             m_shown.emplace_back(object.number());
         }
     }
+    m_gone.insert(m_gone.end(), m_follower.gone().begin(), m_follower.gone().end());
     for (ShownObject& shown : m_shown) {
-        const auto object = std::find_if(m_follower.objects().begin(), m_follower.objects().end(),
-                                         [&](const FollowedObject& o) { return o.number() == shown.number; });
-        if (object == m_follower.objects().end()) {
+        FollowedObject* object = find(m_follower.objects(), shown.number);
+        if (object == nullptr) {
+            object = find(m_gone, shown.number);  // it goes its last half a second yet
+        }
+        if (object == nullptr) {
             shown.aimAtEnd(step);
             continue;
         }
@@ -69,6 +78,7 @@ std::vector<Detection> Steadying::next(const std::vector<Detection>& found, cons
             object->forgetBefore(moment);
         }
     }
+    std::erase_if(m_gone, [&](const FollowedObject& object) { return object.lastSeen() <= moment; });
     std::erase_if(m_shown, [](const ShownObject& shown) {
         return shown.ended && (shown.hasArrived() || shown.over > kLongestEnd);
     });

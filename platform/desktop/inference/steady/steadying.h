@@ -51,7 +51,8 @@ public:
 
 private:
     Follower m_follower;
-    std::deque<int64_t> m_pictures; /**< from the one answered for to the newest */
+    std::vector<FollowedObject> m_gone; /**< followed no more, and not yet shown where they were seen last */
+    std::deque<int64_t> m_pictures;     /**< from the one answered for to the newest */
     std::vector<ShownObject> m_shown;
     Placing m_placing;
 };
