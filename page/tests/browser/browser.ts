@@ -56,8 +56,10 @@ export async function open(
     ...options,
   });
   context.setDefaultTimeout(kPatience);
-  // A stream as fast as the camera's takes the machine's time from everything else.
-  await context.route(/\/video\.mjpg\?/, (route) => route.continue({ url: `${route.request().url()}&fps=3` }));
+  // A stream as fast as the camera's takes the machine's time from everything else. Who answers for the login takes all
+  // requests in hand, which nobody else may then.
+  if (!('httpCredentials' in options))
+    await context.route(/\/video\.mjpg\?/, (route) => route.continue({ url: `${route.request().url()}&fps=3` }));
   contexts.push(context);
   const page = await context.newPage();
   page.on('request', (request) => {
