@@ -99,7 +99,7 @@ std::string send_request_text(const std::string& url, const std::string& login, 
     const int64_t begun = steadyNowMicros();
     const std::optional<std::string> addresses = lookUpHost(url, kTimeout);
     const auto left = kTimeout - std::chrono::microseconds(steadyNowMicros() - begun);
-    const long leftMillis = std::chrono::duration_cast<std::chrono::milliseconds>(left).count();
+    const auto leftMillis = static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(left).count());
     if (!addresses || leftMillis <= 0) {
         return "";
     }
