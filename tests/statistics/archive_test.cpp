@@ -270,18 +270,18 @@ TEST_F(Archive, IsPurgedWhileItsTornLastLineIsMended) {
         {"a torn line is cut off and more comes", "to", "more\n", "kept\nmore\n"},
         {"a torn line is cut off and as much comes", "to", "m\n", "kept\nm\n"},
     };
-    for (const auto& [label, last, added, after] : cases) {
-        write("old\nkept\n" + last);
+    for (const auto& each : cases) {
+        write("old\nkept\n" + each.last);
         bool isMended = false;
         archive_file::rewrite(m_archive.path(), [&](const std::string& line, std::string& kept) {
-            if (line == last && !std::exchange(isMended, true)) {
-                EXPECT_TRUE(archive_file::repairLastLine(m_archive.path(), isRecord)) << label;
-                EXPECT_TRUE(archive_file::append(m_archive.path(), added)) << label;
+            if (line == each.last && !std::exchange(isMended, true)) {
+                EXPECT_TRUE(archive_file::repairLastLine(m_archive.path(), isRecord)) << each.label;
+                EXPECT_TRUE(archive_file::append(m_archive.path(), each.added)) << each.label;
             }
             kept = line;
             return line != "old";
         });
-        EXPECT_EQ(content(), after) << label;
+        EXPECT_EQ(content(), each.after) << each.label;
     }
 }
 
