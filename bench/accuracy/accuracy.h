@@ -25,9 +25,6 @@ Comparison countScene(const Scene& scene, const Noise& noise, uint64_t seed);
  */
 int countStander(uint64_t seed, double seconds);
 
-/** Counts the clips of the shared folder with each engine; whether all figures are within their limits. */
-bool measureClips();
-
 /** The topic's command line; returns 0, or 1 when a figure misses its limit. Throws std::exception. */
 int measureAccuracy(const std::vector<std::string>& words);
 

@@ -7,7 +7,7 @@
 #include <set>
 #include <thread>
 
-#include "log_capture.h"
+#include "camera_statistics.h"
 #include "no_threads.h"
 #include "occupancy_manager.h"
 #include "sanitized.h"
@@ -101,41 +101,23 @@ bool becomes(const std::function<bool()>& condition) {
     return true;
 }
 
-class BackgroundPurge : public testing::Test {
+class BackgroundPurge : public CameraStatistics {
 protected:
-    BackgroundPurge() {
-        scripted::reset();
-        m_config.b_Detection1Active = m_config.b_Occupancy1Active = m_config.b_DetectPersons = true;
-        m_camera.thisCameraName = "Cam";
-        m_camera.i_PeriodTime = 5;
-        m_manager.emplace(m_config);
-        m_manager->purgeInBackground();
+    BackgroundPurge() { m_manager->purgeInBackground(); }
+    /** The manager's thread may be held at the gate. */
+    ~BackgroundPurge() override {
+        m_gate.open();
+        m_manager.reset();
     }
-    ~BackgroundPurge() override { m_gate.open(); }
 
-    std::string path(const std::string& name) const {
-        return (m_log.folder() / "usr/local/packages/ostrel_senvo/localdata" / name).string();
-    }
-    std::string content(const std::string& name) const {
-        std::ifstream in(path(name));
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
     /** Lines of an archive: so many numbers, all 0. */
     static std::string line(const std::string& name, const std::string& date, const std::string& camera) {
         return date + "," + camera + ",0,0" + (name == kFiles[1] ? ",0,0" : name == kFiles[2] ? "" : ",0") + "\n";
     }
     void flush() { m_manager->add({}, {m_camera, m_events, m_followers, m_leaderMetrics}); }
 
-    const TimeZone m_utc{"UTC0"};
-    const LogCapture m_log;
-    TestClock m_clock{kStart};
     Gate m_gate{m_clock};
-    ConfigParams m_config;
-    CameraInfo m_camera;
-    EventManager m_events;
     ScriptedFollowers m_followers;
-    LeaderMetricsParams m_leaderMetrics;
-    std::optional<OccupancyManager> m_manager;
 };
 
 const std::string kOld = "2021-12-31 00:00:00";

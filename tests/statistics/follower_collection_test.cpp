@@ -3,8 +3,8 @@
 #include <optional>
 #include <set>
 
+#include "camera_statistics.h"
 #include "follower_round.h"
-#include "log_capture.h"
 #include "no_threads.h"
 #include "occupancy_manager.h"
 #include "scripted_followers.h"
@@ -14,7 +14,6 @@
 namespace {
 
 constexpr time_t kDay = 86400;
-constexpr time_t kStart = 1704067200;  // 2024-01-01 00:00:00
 constexpr const char* kGood = "1\n,,0,0,3\n1\n,,0,0,2,1\n1\n,,0,7\n1\n,,0,0,4\n";
 
 constexpr const char* kFiles[] = {"CrowdCountTidy.csv", "EntranceActivityTidy.csv", "OccupancyTidy.csv",
@@ -36,27 +35,18 @@ public:
 };
 
 /** A leader with ten followers, each with one record of each kind. */
-class Collection : public testing::Test {
+class Collection : public CameraStatistics {
 protected:
     Collection() {
-        scripted::reset();
-        m_config.b_Detection1Active = m_config.b_Occupancy1Active = m_config.b_DetectPersons = true;
-        m_camera.thisCameraName = "Cam";
-        m_camera.i_PeriodTime = 5;
         for (size_t i = 0; i < CameraInfo::kFollowers; ++i) {
             m_camera.followerActive[i] = true;
             m_camera.followerIPAddress[i] = address(i);
             m_camera.followerCameraName[i] = "Gate" + std::to_string(i + 1);
             m_followers.answers[address(i)] = kGood;
         }
-        m_manager.emplace(m_config);
     }
 
     static std::string address(size_t follower) { return "10.0.0." + std::to_string(follower + 1); }
-
-    std::string path(const std::string& name) const {
-        return (m_log.folder() / "usr/local/packages/ostrel_senvo/localdata" / name).string();
-    }
 
     /** The cameras of an archive's lines, in order: "Cam Gate1 Gate2". */
     std::string cameras(const std::string& name) const {
@@ -100,15 +90,7 @@ protected:
         }
     }
 
-    const TimeZone m_utc{"UTC0"};
-    const LogCapture m_log;
-    TestClock m_clock{kStart};
-    ConfigParams m_config;
-    CameraInfo m_camera;
-    EventManager m_events;
     TroubledFollowers m_followers;
-    LeaderMetricsParams m_leaderMetrics;
-    std::optional<OccupancyManager> m_manager;
 };
 
 TEST_F(Collection, KeepsTheGoodOnesWhicheverFollowerAnswersNonsense) {

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "builders.h"
-#include "log_capture.h"
+#include "camera_statistics.h"
 #include "sanitized.h"
 #include "scripted_followers.h"
 #include "scripted_process.h"
@@ -228,40 +228,17 @@ TEST(Countdown, FollowsTheWallClock) {
     EXPECT_TRUE(timer.isExpired());
 }
 
-class Statistics : public testing::Test {
+class Statistics : public CameraStatistics {
 protected:
-    Statistics() {
-        scripted::reset();
-        m_config.b_Detection1Active = m_config.b_Occupancy1Active = m_config.b_DetectPersons = true;
-        m_camera.thisCameraName = "Cam";
-        m_camera.i_PeriodTime = 5;
-        m_manager.emplace(m_config);
-    }
-
-    std::string file(const std::string& name) const {
-        return (m_log.folder() / "usr/local/packages/ostrel_senvo/localdata" / name).string();
-    }
-    std::string content(const std::string& name) const {
-        std::ifstream in(file(name));
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
     void see(const std::vector<one_find>& findings) {
         EXPECT_TRUE(m_manager->add(findings, {m_camera, m_events, m_followers, m_leaderMetrics}));
     }
     int64_t rows(const std::string& name) const {
-        std::ifstream in(file(name));
+        std::ifstream in(path(name));
         return std::count(std::istreambuf_iterator<char>(in), {}, '\n');
     }
 
-    const TimeZone m_utc{"UTC0"};
-    const LogCapture m_log;
-    TestClock m_clock{kStart};
-    ConfigParams m_config;
-    CameraInfo m_camera;
-    EventManager m_events;
     ScriptedFollowers m_followers;
-    LeaderMetricsParams m_leaderMetrics;
-    std::optional<OccupancyManager> m_manager;
 };
 
 TEST_F(Statistics, OfAMinuteAndThenOfEveryPeriodAreKept) {
@@ -396,7 +373,7 @@ TEST_F(Statistics, FollowAClockThatIsSet) {
                  {"an hour back", -3600, 3600 + 60},
                  {"a day back", -kDay, kDay + 60}};
     for (const auto& [label, jump, untilFlush] : cases) {
-        std::filesystem::remove(file("EntranceActivityTidy.csv"));
+        std::filesystem::remove(path("EntranceActivityTidy.csv"));
         m_clock.set(kStart);
         m_manager.emplace(m_config);
         see({kPersonEnters1});
@@ -432,7 +409,7 @@ TEST_F(Statistics, OfTheNightOfADaylightSavingChangeComeEveryPeriod) {
     };
     for (const auto& [label, zone, from, dates] : cases) {
         const TimeZone inZone(zone);
-        std::filesystem::remove(file("EntranceActivityTidy.csv"));
+        std::filesystem::remove(path("EntranceActivityTidy.csv"));
         m_clock.set(from);
         m_manager.emplace(m_config);
         for (int minute = 0; minute < 11; ++minute) {
