@@ -3,6 +3,8 @@
 #include <chrono>
 #include <utility>
 
+#include "mutex.h"
+
 static_assert(sizeof(time_t) == sizeof(int64_t), "times go beyond 2038, on every processor");
 
 namespace {
@@ -15,6 +17,12 @@ std::function<int64_t()>& source() {
 
 std::function<int64_t()>& steadySource() {
     static std::function<int64_t()> instance;
+    return instance;
+}
+
+// Guards the C library's notion of the zone: its own lock is none that a race detector sees.
+Mutex& zone() {
+    static Mutex instance;
     return instance;
 }
 
@@ -46,11 +54,17 @@ time_t steadyNow() {
 }
 
 std::tm localTime(time_t moment) {
+    std::tm result = {};
+    const MutexLock lock(zone());
     // Whoever changes the machine's time zone does not restart the application.
     tzset();
-    std::tm result = {};
     localtime_r(&moment, &result);
     return result;
+}
+
+time_t fromLocalTime(std::tm calendar) {
+    const MutexLock lock(zone());
+    return mktime(&calendar);
 }
 
 void setClock(std::function<int64_t()> nowMicros, std::function<int64_t()> steadyMicros) {

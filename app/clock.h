@@ -24,6 +24,9 @@ time_t steadyNow();
 /** The calendar time of a moment in the machine's time zone, as that is set now. Any thread. */
 std::tm localTime(time_t moment);
 
+/** The moment of a calendar time in that zone; its fields are brought into their ranges first. Any thread. */
+time_t fromLocalTime(std::tm calendar);
+
 /**
  * Replaces the time source; an empty function brings the system's clocks back. Without a second one, the first stands
  * for the steady clock, too. Call before threads that read it start.

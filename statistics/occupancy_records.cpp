@@ -36,7 +36,7 @@ time_t stringToTime(const std::string& text, const char* format) {
     std::tm calendar = {};
     std::istringstream stream(text);
     stream >> std::get_time(&calendar, format);
-    return stream.fail() ? 0 : mktime(&calendar);
+    return stream.fail() ? 0 : fromLocalTime(calendar);
 }
 
 std::string OccupancyRecordBase::getCurrentDateTime() {

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <thread>
 
 #include "Logger.h"
 #include "occupancy_records.h"
@@ -19,6 +20,19 @@ TEST(LocalTime, FollowsATimeZoneThatIsChangedWhileItRuns) {
     EXPECT_EQ(Logger::timeToString(0), "1969-12-31 19:00:00");
     setenv("TZ", "JST-9", 1);
     EXPECT_EQ(OccupancyRecordBase::timeToString(0), "1970-01-01 09:00:00");
+}
+
+// Without a TZ the C library forgets and learns the zone at each question.
+TEST(LocalTime, IsAskedForByTwoThreadsAtOnce) {
+    unsetenv("TZ");
+    const auto ask = [] {
+        for (time_t moment = 0; moment < 100 * 86400; moment += 86400) {
+            EXPECT_EQ(fromLocalTime(localTime(moment)), moment);
+        }
+    };
+    std::thread other(ask);
+    ask();
+    other.join();
 }
 
 }  // namespace
