@@ -217,8 +217,8 @@ TEST_F(BackgroundPurge, IsGivenUpAtTheEnd) {
 
 TEST_F(BackgroundPurge, IsTriedAgainWhenNoThreadCanBeStarted) {
     std::ofstream(path("Archive.csv")) << line(kFiles[0], kOld, "Old");
-    PurgeQueue queue;
     RecordArchive<CrowdCountRecord> archive("Archive.csv");
+    PurgeQueue queue;
     archive.purgeOn(queue);
     m_clock.set(kDue);
     {
