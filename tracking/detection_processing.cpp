@@ -4,6 +4,7 @@
 
 #include "Logger.h"
 #include "clock.h"
+#include "counting_rules.h"
 #include "follower_round.h"
 
 namespace {
@@ -54,28 +55,15 @@ void DetectionProcessing::get_detections() {
 }
 
 footings DetectionProcessing::footingOf(const detection& box, t_one_locator locator) const {
-    for (int area = 1; area <= kAreas; ++area) {
-        if (m_parts.areas.is_detected(area, locator)) {
-            const bool counts = !isWhollyExcluded(box) && m_parts.detector.is_object_a_trigger(box.ClassId);
-            return counts ? briefly(area) : footings::not_in_AOI;
-        }
-    }
-    return footings::not_in_AOI;
+    const int area = detectionAreaAt(m_parts.areas, locator);
+    const bool counts = area != 0 && !isWhollyExcluded(box) && m_parts.detector.is_object_a_trigger(box.ClassId);
+    return counts ? briefly(area) : footings::not_in_AOI;
 }
 
 bool DetectionProcessing::isWhollyExcluded(const detection& box) const {
     const area_of_interest& areas = m_parts.areas;
     return areas.is_excluded({box.X, box.Y}) && areas.is_excluded({box.X + box.W, box.Y}) &&
            areas.is_excluded({box.X, box.Y + box.H}) && areas.is_excluded({box.X + box.W, box.Y + box.H});
-}
-
-entrances DetectionProcessing::entranceOf(t_one_locator locator) const {
-    for (int zone = 1; zone <= kAreas; ++zone) {
-        if (m_parts.areas.is_in_entrance(zone, locator)) {
-            return static_cast<entrances>(static_cast<int>(entrances::not_in_entrance) + zone);
-        }
-    }
-    return entrances::not_in_entrance;
 }
 
 void DetectionProcessing::monitor_AOI_and_entrances() {
@@ -88,7 +76,7 @@ void DetectionProcessing::monitor_AOI_and_entrances() {
         finding.detect = box;
         finding.id = id;
         finding.footing = footingOf(box, finding.locator);
-        finding.entrance = entranceOf(finding.locator);
+        finding.entrance = entranceAt(m_parts.areas, finding.locator);
         finding.entranceAct = entranceActivity::unknown;
         if (m_parts.objectTracker.is_id_in_occupancy_map(id)) {
             const entrances previous = m_parts.objectTracker.get_occupancy_state(id);
@@ -124,17 +112,7 @@ void DetectionProcessing::moveOccupancy(entrances previous, entrances current) {
 }
 
 entranceActivity DetectionProcessing::getEntranceActivity(entrances previous, entrances current, bool cameraInside) {
-    const auto activity = [](entrances zone, bool entering) {
-        const int index = static_cast<int>(zone) - static_cast<int>(entrances::in_entrance1);
-        return static_cast<entranceActivity>(2 * index + (entering ? 0 : 1));
-    };
-    if (previous == entrances::not_in_entrance && isInZone(current)) {
-        return activity(current, !cameraInside);
-    }
-    if (isInZone(previous) && current == entrances::not_in_entrance) {
-        return activity(previous, cameraInside);
-    }
-    return entranceActivity::unknown;
+    return entranceActivityOf(previous, current, cameraInside);
 }
 
 void DetectionProcessing::examine_and_update_findings() {

@@ -78,7 +78,6 @@ public:
 private:
     footings footingOf(const detection& box, t_one_locator locator) const;
     bool isWhollyExcluded(const detection& box) const;
-    entrances entranceOf(t_one_locator locator) const;
     void moveOccupancy(entrances previous, entrances current);
     void manageAlert(const char* name, int lengthy, int all);
 
