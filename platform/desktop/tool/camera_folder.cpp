@@ -172,6 +172,19 @@ ChosenCard chooseModelCard(const std::string& nameOrPath, const std::string& net
     return {motion, "for no card's network lies in " + networksFolder};
 }
 
+fs::path defaultStateFolder(const std::string& name) {
+    // A folder that is not named from the root is to be ignored.
+    if (const char* const state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state == '/') {
+        return fs::path(state) / "ostrel-senvo" / name;
+    }
+    const char* const home = std::getenv("HOME");
+    return fs::path(home == nullptr ? "." : home) / ".local/state/ostrel-senvo" / name;
+}
+
+fs::path ledgerFolder(const fs::path& stateFolder) {
+    return stateFolder / "root" / kPackagePath / "localdata/ledger";
+}
+
 CameraFolder::CameraFolder(const fs::path& folder) : m_path(fs::absolute(folder)) {
     try {
         m_path = realFolder(m_path);

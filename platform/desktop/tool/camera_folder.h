@@ -37,6 +37,12 @@ struct ChosenCard {
  */
 ChosenCard chooseModelCard(const std::string& nameOrPath, const std::string& networksFolder);
 
+/** Where a camera's folder is when nothing else was said. */
+std::filesystem::path defaultStateFolder(const std::string& name);
+
+/** The ledger of the camera in a folder; the archives lie beside it. */
+std::filesystem::path ledgerFolder(const std::filesystem::path& stateFolder);
+
 class CameraFolder {
 public:
     /**

@@ -92,15 +92,6 @@ void installPage(const fs::path& html) {
 
 }  // namespace
 
-fs::path defaultStateFolder(const std::string& name) {
-    // A folder that is not named from the root is to be ignored.
-    if (const char* const state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state == '/') {
-        return fs::path(state) / "ostrel-senvo" / name;
-    }
-    const char* const home = std::getenv("HOME");
-    return fs::path(home == nullptr ? "." : home) / ".local/state/ostrel-senvo" / name;
-}
-
 void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds) {
     command
         .add_option("--model", options.model,

@@ -36,9 +36,6 @@ struct CameraOptions {
     MqttConfig mqtt;            /**< the broker that gets the events; none by default */
 };
 
-/** Where a camera's folder is when nothing else was said. */
-std::filesystem::path defaultStateFolder(const std::string& name);
-
 /** Adds the options that all who run cameras have; state and seconds go beside CameraOptions. */
 void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds);
 
