@@ -10,6 +10,8 @@ namespace ledger {
 namespace {
 
 constexpr int64_t kMillisPerSecond = 1000;
+// Beyond what a ledger reaches in a thousand years; a damaged line must not make numbers overflow.
+constexpr int64_t kMostNumber = 1'000'000'000'000'000;
 
 constexpr std::string_view kUtcForm = "0000-00-00T00:00:00.000Z";
 constexpr int64_t kMillisPerMinute = 60 * kMillisPerSecond;
@@ -54,7 +56,7 @@ bool take(std::string_view& rest, std::string_view expected) {
 
 bool takeNumber(std::string_view& rest, int64_t& number) {
     const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), number);
-    if (error != std::errc()) {
+    if (error != std::errc() || number < 0 || number > kMostNumber) {
         return false;
     }
     rest.remove_prefix(static_cast<size_t>(end - rest.data()));
