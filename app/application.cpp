@@ -258,7 +258,7 @@ void Application::init_ledger() {
     m_Events->onAlert([this](const std::string& name, bool active, bool byHand) {
         m_Ledger->write("alert", {{"alert", name}, {"active", active}, {"by_hand", byHand}});
     });
-    m_OccupancyManager.onPeriod([this](const auto& tallies) { m_Ledger->addPeriod(tallies); });
+    m_OccupancyManager.onPeriod([this](const EndedPeriod& period) { m_Ledger->addPeriod(period); });
     m_ReadyLedger = m_Ledger.get();
 }
 

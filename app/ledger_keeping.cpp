@@ -19,6 +19,7 @@ namespace {
 using nlohmann::ordered_json;
 
 constexpr const char* kFolder = "/usr/local/packages/ostrel_senvo/localdata/ledger";
+constexpr const char* kArchive = "/usr/local/packages/ostrel_senvo/localdata/EntranceActivityTidy.csv";
 constexpr int64_t kMostMebibytes = int64_t{1} << 20;
 constexpr int64_t kLongestSync = 3'600;
 constexpr int64_t kLongestKept = 3'600;
@@ -126,12 +127,12 @@ void LedgerKeeping::addFailure() {
     m_recorder.addFailure(m_clock.now(), m_occupancy);
 }
 
-void LedgerKeeping::addPeriod(const std::map<std::string, std::string>& tallies) {
+void LedgerKeeping::addPeriod(const EndedPeriod& period) {
     const ledger::Instant now = m_clock.now();
     const int64_t length = now.monoMillis - m_periodBegin.monoMillis;
     const int64_t watched = m_recorder.watchedMillis() - m_watchedBefore;
     ordered_json numbers = ordered_json::object();
-    for (const auto& [name, text] : tallies) {
+    for (const auto& [name, text] : period.tallies) {
         numbers[name] = std::strtoll(text.c_str(), nullptr, 10);
     }
     const auto timeOf = [&](int64_t mono) {
@@ -141,6 +142,8 @@ void LedgerKeeping::addPeriod(const std::map<std::string, std::string>& tallies)
           {{"begin", timeOf(m_periodBegin.monoMillis)},
            {"end", timeOf(now.monoMillis)},
            {"offset", zoneOffsetSeconds()},
+           {"archived", period.dateTime},
+           {"camera", period.camera},
            {"coverage", length > 0 ? std::min(1.0, static_cast<double>(watched) / static_cast<double>(length)) : 0},
            {"tallies", std::move(numbers)}});
     m_periodBegin = now;
@@ -206,4 +209,8 @@ std::string LedgerKeeping::safeLines(int64_t fromSeq, int64_t mostBytes) {
 const ledger::Index& LedgerKeeping::index() {
     m_index.update(kIndexStep);
     return m_index;
+}
+
+std::string LedgerKeeping::archive() const {
+    return cameraPath(kArchive);
 }

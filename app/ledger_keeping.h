@@ -15,6 +15,7 @@
 #include "ledger_actions.h"
 #include "machine_clock.h"
 #include "mutex.h"
+#include "occupancy_manager.h"
 #include "recorder.h"
 
 /** How a ledger is kept; what no environment says is a camera's. */
@@ -57,11 +58,11 @@ public:
     /** A cycle whose model failed. The analysis thread. */
     void addFailure();
 
-    /** A period's tallies, by name. The analysis thread. */
-    void addPeriod(const std::map<std::string, std::string>& tallies);
+    /** A period that is over. The analysis thread. */
+    void addPeriod(const EndedPeriod& period);
 
     /** A line of another kind. Any thread. A disk that refuses it is logged once a minute. */
-    void write(const std::string& kind, const nlohmann::ordered_json& body);
+    void write(const std::string& kind, const nlohmann::ordered_json& body) override;
 
     /** The occupancy that this run begins with: nobody, or that of the run before when it is kept. */
     [[nodiscard]] int32_t firstOccupancy() const;
@@ -71,6 +72,8 @@ public:
     std::string safeLines(int64_t fromSeq, int64_t mostBytes) override;
     [[nodiscard]] const ledger::Ledger& book() const override { return m_book; }
     const ledger::Index& index() override;
+    AnswerJobs& jobs() override { return m_jobs; }
+    [[nodiscard]] std::string archive() const override;
 
 private:
     void run();
@@ -94,4 +97,5 @@ private:
     int64_t m_done = 0;       /**< and that are done */
     std::condition_variable m_changed;
     std::thread m_thread;
+    AnswerJobs m_jobs; /**< ends before what it reads */
 };

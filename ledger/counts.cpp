@@ -138,7 +138,22 @@ int64_t momentOf(const std::string& text, const std::string& zone) {
     return millisOf(time);
 }
 
-std::vector<CountsRow> countsOf(const Index& index, const CountsQuery& query) {
+HourOfDay::HourOfDay(const std::string& zone)
+    : m_read([known = std::shared_ptr<GTimeZone>(zoneOf(zone).release(), UnrefZone())](int64_t utcMillis) {
+          const Time utc(g_date_time_new_from_unix_utc(utcMillis / 1000));
+          const Time there(utc ? g_date_time_to_timezone(utc.get(), known.get()) : nullptr);
+          return there ? g_date_time_get_hour(there.get()) : 0;
+      }) {}
+
+int HourOfDay::operator()(int64_t utcMillis) const {
+    if (const int64_t quarter = utcMillis / kQuarterMillis; quarter != m_quarter) {
+        m_quarter = quarter;
+        m_hour = m_read(utcMillis);
+    }
+    return m_hour;
+}
+
+std::vector<CountsRow> countsOf(const Index& index, const CountsQuery& query, const Quarters& before) {
     const Zone zone = zoneOf(query.zone);
     if (query.from >= query.until) {
         throw std::invalid_argument("expected an end behind the begin, got " + textOf(zone, query.from) + " to " +
@@ -159,10 +174,12 @@ std::vector<CountsRow> countsOf(const Index& index, const CountsQuery& query) {
         row.beginText = textOf(zone, row.begin);
         row.endText = textOf(zone, row.end);
         int64_t watched = 0;
-        const auto behind = quarters.lower_bound(row.end / kQuarterMillis);
-        for (auto at = quarters.lower_bound(row.begin / kQuarterMillis); at != behind; ++at) {
-            addTo(row, at->second, query.by);
-            watched += at->second.watchedMillis;
+        for (const Quarters* const from : {&quarters, &before}) {
+            const auto behind = from->lower_bound(row.end / kQuarterMillis);
+            for (auto at = from->lower_bound(row.begin / kQuarterMillis); at != behind; ++at) {
+                addTo(row, at->second, query.by);
+                watched += at->second.watchedMillis;
+            }
         }
         row.coverage = std::min(1.0, static_cast<double>(watched) / static_cast<double>(row.end - row.begin));
         begin = row.end;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -66,10 +67,26 @@ CountsBy countsByOf(const std::string& text);
  */
 int64_t momentOf(const std::string& text, const std::string& zone);
 
+/** Tells the hour of the day in a zone. */
+class HourOfDay {
+public:
+    /** zone: as in CountsQuery. Throws std::invalid_argument for an unknown one. */
+    explicit HourOfDay(const std::string& zone);
+
+    /** 0..23; quick for moments near the one before. */
+    int operator()(int64_t utcMillis) const;
+
+private:
+    std::function<int(int64_t)> m_read;
+    mutable int64_t m_quarter = -1; /**< the last one asked for */
+    mutable int m_hour = 0;
+};
+
 /**
  * Counts per step, every step of the time asked for; hours and days as the zone has them, a night of 25 hours included.
- * Throws std::invalid_argument for an unknown zone, an end before the begin, and for more than 20,000 rows.
+ * before: what is known from elsewhere, and added. Throws std::invalid_argument for an unknown zone, an end before the
+ * begin, and for more than 20,000 rows.
  */
-std::vector<CountsRow> countsOf(const Index& index, const CountsQuery& query);
+std::vector<CountsRow> countsOf(const Index& index, const CountsQuery& query, const Quarters& before = {});
 
 }  // namespace ledger

@@ -71,10 +71,10 @@ bool OccupancyManager::add(const std::vector<one_find>& findings, const PeriodPa
     }
     partners.events.sendJSONDataEvent(getDataMap());
     partners.events.sendXMLDataEvent(getSparseDataMap());
-    if (periodObserver) {
-        periodObserver(getSparseDataMap());
-    }
     const std::string dateTime = OccupancyRecordBase::getCurrentDateTime();
+    if (periodObserver) {
+        periodObserver({dateTime, partners.cameras.thisCameraName, getSparseDataMap()});
+    }
     flushLocal(dateTime, partners.cameras.thisCameraName);
     collectFromFollowers(dateTime, partners);
     flushTimer.reset(std::clamp(partners.cameras.i_PeriodTime, -kMostMinutes, kMostMinutes) * kSecondsPerMinute);

@@ -33,6 +33,13 @@ struct PeriodPartners {
     const LeaderMetricsParams& leaderMetrics; /**< which followers can be called */
 };
 
+/** A period that is over. */
+struct EndedPeriod {
+    std::string dateTime;                       /**< its date in the archives */
+    std::string camera;                         /**< this camera's name there */
+    std::map<std::string, std::string> tallies; /**< by name; of what is monitored */
+};
+
 /**
  * Turns every cycle's findings into per-period tallies; at the end of each period publishes them as data events and
  * appends them to the archives, on a leader together with its followers'. A second set of tallies waits for a leader to
@@ -61,10 +68,8 @@ public:
      */
     bool add(const std::vector<one_find>& findings, const PeriodPartners& partners) EXCLUDES(m_mutex);
 
-    /** Asks for a call at the end of each period, with its tallies by name, on the thread of add. */
-    void onPeriod(std::function<void(const std::map<std::string, std::string>&)> observer) {
-        periodObserver = std::move(observer);
-    }
+    /** Asks for a call at the end of each period, on the thread of add. */
+    void onPeriod(std::function<void(const EndedPeriod&)> observer) { periodObserver = std::move(observer); }
 
     // The same operation on both sets of tallies. Any thread.
     void reset() EXCLUDES(m_mutex);
@@ -127,7 +132,7 @@ private:
     RecordArchive<EntranceActivityRecord> entranceActivityRecordArchive;
     RecordArchive<OccupancyObjectRecord> occupancyObjectRecordArchive;
     RecordArchive<CrowdCountRecord> averageCrowdCountRecordArchive;
-    std::function<void(const std::map<std::string, std::string>&)> periodObserver;
+    std::function<void(const EndedPeriod&)> periodObserver;
     int flushInterval = 60; /**< seconds */
     CountdownTimer flushTimer{flushInterval};
     mutable Mutex m_mutex; /**< guards the tallies, which the web service resets and fetches; never held over a disk */

@@ -207,18 +207,21 @@ std::string fastcgi_service::get_post_body() {
     return body;
 }
 
+void fastcgi_service::write(const Answer& answer) {
+    write(std::string("Status: ") + answer.status + "\r\n" + answer.headers);
+    if (answer.contentType != nullptr) {
+        write(std::string("Content-Type: ") + answer.contentType + "\r\n");
+    }
+    write("\r\n");
+    write(answer.body);
+}
+
 int fastcgi_service::processGET(const std::string& action) {
     if (m_parts.config.b_VerboseLog) {
         applicationLog().info("processGET: : " + action);
     }
     try {
-        const Answer answer = answerTo(action);
-        write(std::string("Status: ") + answer.status + "\r\n" + answer.headers);
-        if (answer.contentType != nullptr) {
-            write(std::string("Content-Type: ") + answer.contentType + "\r\n");
-        }
-        write("\r\n");
-        write(answer.body);
+        write(answerTo(action));
     } catch (const std::exception& exception) {
         applicationLog().error("processGET: Exception from " + action + ": " + exception.what());
     }
@@ -278,19 +281,26 @@ fastcgi_service::Answer fastcgi_service::answerTo(const std::string& action) {
             return {known.contentType, known.body(*this)};
         }
     }
-    if (std::optional<Answer> answer = answerOfLedger(action)) {
+    if (std::optional<Answer> answer = answerOfLedger(answerFromLedger, action)) {
         return *answer;
     }
     raiseManualAlert(action);
     return {};
 }
 
-std::optional<fastcgi_service::Answer> fastcgi_service::answerOfLedger(const std::string& action) {
+std::optional<fastcgi_service::Answer> fastcgi_service::answerOfLedger(AskLedger ask, const std::string& action,
+                                                                       const std::string& body) {
     LedgerAccess* const access = m_parts.ledger ? m_parts.ledger() : nullptr;
+    if (access == nullptr) {
+        return std::nullopt;
+    }
     try {
+        const ledger::PictureSize picture = {static_cast<int32_t>(m_parts.detector.get_stream_width()),
+                                             static_cast<int32_t>(m_parts.detector.get_stream_height())};
         std::optional<LedgerAnswer> answer =
-            access == nullptr ? std::nullopt : answerFromLedger(*access, action, m_query);
-        return answer ? std::optional(Answer{answer->contentType, std::move(answer->body), std::move(answer->headers)})
+            ask(*access, {action, m_query, body, parameter("REMOTE_USER"), m_parts.config, picture});
+        return answer ? std::optional(Answer{answer->contentType, std::move(answer->body), std::move(answer->headers),
+                                             answer->status})
                       : std::nullopt;
     } catch (const std::invalid_argument& question) {
         return Answer{kPlain, std::string(question.what()) + "\n", "", "400 Bad Request"};
@@ -343,6 +353,9 @@ int fastcgi_service::processPOST(const std::string& action, const std::string& b
             applicationLog().error("processPOST: Exception from add_post_submit_log.");
             return -1;
         }
+    } else if (const std::optional<Answer> answer = answerOfLedger(answerPostToLedger, action, body)) {
+        write(*answer);
+        return 0;
     }
     write("\r\n");
     return 0;

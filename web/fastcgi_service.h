@@ -83,7 +83,9 @@ private:
         const char* status = "200 OK";
     };
     Answer answerTo(const std::string& action);
-    std::optional<Answer> answerOfLedger(const std::string& action);
+    using AskLedger = std::optional<LedgerAnswer> (*)(LedgerAccess&, const LedgerQuestion&);
+    std::optional<Answer> answerOfLedger(AskLedger ask, const std::string& action, const std::string& body = {});
+    void write(const Answer& answer);
 
     FastCgiParts m_parts;
     FCGX_Request m_request = {};

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <fstream>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -11,6 +12,11 @@
 #include "clock.h"
 #include "counts.h"
 #include "finding.h"
+#include "occupancy_records.h"
+#include "recount.h"
+#include "settings_file.h"
+#include "stays.h"
+#include "why.h"
 
 namespace {
 
@@ -21,6 +27,9 @@ constexpr int64_t kMostLines = 100'000;
 // What a request reads at most when it picks a few lines out of many.
 constexpr int64_t kMostReadBytes = int64_t{4} << 20;
 constexpr int64_t kMillisPerDay = 86'400'000;
+constexpr int64_t kLongestHandCount = 3'600'000;  // milliseconds
+constexpr size_t kMostTaps = 3'000;
+constexpr size_t kLongestRemark = 1'000;
 
 /** Where a reader is; the number of the next line it wants. */
 int64_t nextSeqOf(const std::string& since, const std::string& epoch) {
@@ -110,7 +119,189 @@ LedgerAnswer getLedger(LedgerAccess& access, const QueryPairs& query) {
             body};
 }
 
-LedgerAnswer getCounts(LedgerAccess& access, const QueryPairs& query) {
+/** The answer to a job, or its number where it is not made yet. */
+LedgerAnswer answerOfJob(AnswerJobs& jobs, int64_t number) {
+    if (std::optional<std::string> answer = jobs.take(number)) {
+        return {"application/json", "", std::move(*answer)};
+    }
+    return {"application/json", "", ordered_json({{"job", number}}).dump(), "202 Accepted"};
+}
+
+/** The time that a question is about; the last day by default. */
+inquiry::Span spanOf(const QueryPairs& query) {
+    const std::string zone = valueOf(query, "zone");
+    const std::string from = valueOf(query, "from");
+    const std::string to = valueOf(query, "to");
+    inquiry::Span span;
+    span.until = to.empty() ? clockNowMicros() / 1000 : ledger::momentOf(to, zone);
+    span.from = from.empty() ? span.until - kMillisPerDay : ledger::momentOf(from, zone);
+    if (span.from >= span.until) {
+        throw std::invalid_argument("expected to behind from, got " + ledger::utcText(span.from) + " and " +
+                                    ledger::utcText(span.until));
+    }
+    return span;
+}
+
+/** Asks the lines of a time, on the jobs' thread. */
+LedgerAnswer askLines(LedgerAccess& access, const inquiry::Span& span,
+                      const std::function<ordered_json(const inquiry::Chunks&)>& question) {
+    const int64_t job = access.jobs().post([&access, span, question](const std::atomic<bool>& stop) {
+        const inquiry::Chunks chunks = inquiry::chunksOf(access.book(), span);
+        ordered_json answer = {{"from", ledger::utcText(span.from)}, {"to", ledger::utcText(span.until)}};
+        answer.update(question([&chunks, &stop] { return stop ? std::string() : chunks(); }));
+        return answer.dump();
+    });
+    return answerOfJob(access.jobs(), job);
+}
+
+LedgerAnswer getStays(LedgerAccess& access, const QueryPairs& query) {
+    const inquiry::Span span = spanOf(query);
+    return askLines(access, span, [span](const inquiry::Chunks& chunks) {
+        return ordered_json({{"stays", inquiry::jsonOf(inquiry::staysOf(chunks, span))}});
+    });
+}
+
+LedgerAnswer getHeat(LedgerAccess& access, const QueryPairs& query) {
+    const inquiry::Span span = spanOf(query);
+    const std::string zone = valueOf(query, "zone");
+    const ledger::HourOfDay checked(zone);
+    return askLines(access, span, [span, zone](const inquiry::Chunks& chunks) {
+        return inquiry::jsonOf(inquiry::heatOf(chunks, span, zone));
+    });
+}
+
+LedgerAnswer getWhy(LedgerAccess& access, const LedgerQuestion& question) {
+    const inquiry::Span span = spanOf(question.query);
+    // What is asked about is held in memory.
+    if (span.until - span.from > kMillisPerDay) {
+        throw std::invalid_argument("expected a day at most, got " + ledger::utcText(span.from) + " to " +
+                                    ledger::utcText(span.until));
+    }
+    const auto entrance = static_cast<int>(numberOf(valueOf(question.query, "entrance", "0"), 0, 3, "entrance"));
+    const inquiry::SettingsFor settings = inquiry::settingsInForce(question.settings, question.picture);
+    return askLines(access, span, [span, entrance, settings](const inquiry::Chunks& chunks) {
+        return inquiry::whyOf(chunks, settings, span, entrance);
+    });
+}
+
+LedgerAnswer postRecount(LedgerAccess& access, const LedgerQuestion& question) {
+    const inquiry::Span span = spanOf(question.query);
+    const nlohmann::json document = nlohmann::json::parse(question.body, nullptr, false);
+    if (document.is_discarded()) {
+        throw std::invalid_argument("expected settings as JSON, got " + std::to_string(question.body.size()) +
+                                    " bytes that are none");
+    }
+    Settings settings;
+    try {
+        settings = parseSettings(document);
+    } catch (const std::runtime_error& error) {
+        throw std::invalid_argument(error.what());
+    }
+    return askLines(access, span, [span, settings](const inquiry::Chunks& chunks) {
+        const auto settingsFor = [&settings](ledger::PictureSize size) {
+            ConfigParams config;
+            applySettings(settings, static_cast<unsigned>(size.width), static_cast<unsigned>(size.height), 1, config);
+            return config;
+        };
+        return inquiry::jsonOf(inquiry::recountOf(chunks, settingsFor, span));
+    });
+}
+
+/** A count made by hand, checked; throws std::invalid_argument. */
+ordered_json handCountOf(const std::string& body, const std::string& user) {
+    const nlohmann::json count = nlohmann::json::parse(body, nullptr, false);
+    const auto fail = [](const std::string& expected) {
+        throw std::invalid_argument("expected a count by hand with " + expected);
+    };
+    const auto momentIn = [&](const nlohmann::json& object, const char* key) {
+        const auto found = object.is_object() ? object.find(key) : object.end();
+        const std::optional<int64_t> moment =
+            found != object.end() && found->is_string() ? ledger::utcOf(found->get<std::string>()) : std::nullopt;
+        if (!moment) {
+            fail(std::string("\"") + key + "\" such as 2026-11-22T07:00:00.000Z");
+        }
+        return *moment;
+    };
+    const int64_t begin = momentIn(count, "begin");
+    const int64_t end = momentIn(count, "end");
+    if (end <= begin || end - begin > kLongestHandCount) {
+        fail("an end behind the begin, by an hour at most");
+    }
+    const nlohmann::json offset = count.value("phone_offset", nlohmann::json(0));
+    if (!offset.is_number_integer()) {
+        fail("\"phone_offset\" in whole milliseconds");
+    }
+    const nlohmann::json remark = count.value("remark", nlohmann::json(""));
+    if (!remark.is_string() || remark.get<std::string>().size() > kLongestRemark) {
+        fail("a \"remark\" of " + std::to_string(kLongestRemark) + " bytes at most");
+    }
+    const nlohmann::json taps = count.value("taps", nlohmann::json());
+    if (!taps.is_array() || taps.size() > kMostTaps) {
+        fail("at most " + std::to_string(kMostTaps) + " \"taps\"");
+    }
+    ordered_json kept = ordered_json::array();
+    for (const nlohmann::json& tap : taps) {
+        const int64_t moment = momentIn(tap, "t");
+        const nlohmann::json entrance = tap.value("entrance", nlohmann::json());
+        const nlohmann::json direction = tap.value("direction", nlohmann::json());
+        if (!entrance.is_number_integer() || entrance < 1 || entrance > 3 ||
+            (direction != "in" && direction != "out") || moment < begin || moment > end) {
+            fail("taps of an entrance 1 to 3, a direction in or out and a time between begin and end");
+        }
+        kept.push_back({{"t", ledger::utcText(moment)}, {"entrance", entrance}, {"direction", direction}});
+    }
+    return {
+        {"user", user},     {"begin", ledger::utcText(begin)}, {"end", ledger::utcText(end)}, {"phone_offset", offset},
+        {"remark", remark}, {"taps", std::move(kept)}};
+}
+
+/** Crossings of this camera in the periods of its archive, up to a moment, by the quarter in which each period ended.
+ */
+ledger::Quarters quartersOfArchive(const std::string& path, const std::string& camera, int64_t before,
+                                   const std::atomic<bool>& stop) {
+    ledger::Quarters quarters;
+    std::ifstream file(path);
+    std::string known;
+    int64_t end = 0;
+    for (std::string line; std::getline(file, line) && !stop;) {
+        EntranceActivityRecord record;
+        try {
+            if (!record.deserialize(line) || record.cameraName != camera || record.entrance == entrance::unknown ||
+                record.object == objects::unknown) {
+                continue;
+            }
+            if (record.dateTime != known) {
+                known = record.dateTime;
+                std::string text = known;
+                std::replace(text.begin(), text.end(), ' ', 'T');
+                end = ledger::momentOf(text, "") - 1000;
+            }
+        } catch (const std::logic_error&) {
+            continue;  // a torn line, or no time
+        }
+        if (end >= before) {
+            continue;
+        }
+        ledger::Quarter& quarter = quarters[end / ledger::kQuarterMillis];
+        const int zone = static_cast<int>(record.entrance) + 1;
+        const int classId = static_cast<int>(record.object);
+        const auto add = [&](bool isIn, int32_t count) {
+            if (count > 0) {
+                int32_t& sum = quarter.crossings[{zone, isIn, classId}];
+                sum += std::min(count, std::numeric_limits<int32_t>::max() - sum);
+            }
+        };
+        add(true, record.entranceCount);
+        add(false, record.exitCount);
+    }
+    return quarters;
+}
+
+std::string countsAnswer(const ledger::Index& index, const ledger::CountsQuery& question,
+                         const ledger::Quarters& archived);
+
+LedgerAnswer getCounts(LedgerAccess& access, const LedgerQuestion& asked) {
+    const QueryPairs& query = asked.query;
     ledger::CountsQuery question;
     question.zone = valueOf(query, "zone");
     question.step = ledger::stepOf(valueOf(query, "step", "hour"));
@@ -122,8 +313,23 @@ LedgerAnswer getCounts(LedgerAccess& access, const QueryPairs& query) {
     question.from = from.empty() ? question.until - kMillisPerDay : ledger::momentOf(from, question.zone);
     const ledger::Index& index = access.index();
     const std::optional<int64_t> knownFrom = index.begin();
+    if (knownFrom && question.from >= *knownFrom) {
+        return {"application/json", "", countsAnswer(index, question, {})};
+    }
+    // Before the ledger's first day the archive tells, which may be long.
+    const int64_t job = access.jobs().post(
+        [&index, question, path = access.archive(), camera = asked.settings.cameraInfo.thisCameraName,
+         before = knownFrom.value_or(std::numeric_limits<int64_t>::max())](const std::atomic<bool>& stop) {
+            return countsAnswer(index, question, quartersOfArchive(path, camera, before, stop));
+        });
+    return answerOfJob(access.jobs(), job);
+}
+
+std::string countsAnswer(const ledger::Index& index, const ledger::CountsQuery& question,
+                         const ledger::Quarters& archived) {
+    const std::optional<int64_t> knownFrom = index.begin();
     ordered_json rows = ordered_json::array();
-    for (const ledger::CountsRow& row : ledger::countsOf(index, question)) {
+    for (const ledger::CountsRow& row : ledger::countsOf(index, question, archived)) {
         ordered_json counts = ordered_json::array();
         for (const auto& [key, count] : row.counts) {
             ordered_json entry = ordered_json::object();
@@ -147,7 +353,7 @@ LedgerAnswer getCounts(LedgerAccess& access, const QueryPairs& query) {
     }
     const ordered_json answer = {{"known_from", knownFrom ? ordered_json(ledger::utcText(*knownFrom)) : ordered_json()},
                                  {"rows", std::move(rows)}};
-    return {"application/json", "", answer.dump()};
+    return answer.dump();
 }
 
 LedgerAnswer occupancyBefore(const ledger::LastRun& run) {
@@ -183,15 +389,40 @@ int64_t numberOf(const std::string& text, int64_t least, int64_t most, const cha
     return number;
 }
 
-std::optional<LedgerAnswer> answerFromLedger(LedgerAccess& access, const std::string& action, const QueryPairs& query) {
+std::optional<LedgerAnswer> answerFromLedger(LedgerAccess& access, const LedgerQuestion& question) {
+    const std::string& action = question.action;
     if (action == "get_ledger") {
-        return getLedger(access, query);
+        return getLedger(access, question.query);
     }
     if (action == "get_counts") {
-        return getCounts(access, query);
+        return getCounts(access, question);
     }
     if (action == "occupancy_before") {
         return occupancyBefore(access.lastRun());
+    }
+    if (action == "stays") {
+        return getStays(access, question.query);
+    }
+    if (action == "heat") {
+        return getHeat(access, question.query);
+    }
+    if (action == "why") {
+        return getWhy(access, question);
+    }
+    if (action == "ledger_answer") {
+        return answerOfJob(access.jobs(),
+                           numberOf(valueOf(question.query, "job"), 1, std::numeric_limits<int64_t>::max(), "job"));
+    }
+    return std::nullopt;
+}
+
+std::optional<LedgerAnswer> answerPostToLedger(LedgerAccess& access, const LedgerQuestion& question) {
+    if (question.action == "recount") {
+        return postRecount(access, question);
+    }
+    if (question.action == "hand_count") {
+        access.write("hand_count", handCountOf(question.body, question.user));
+        return LedgerAnswer{"text/plain", "", ""};
     }
     return std::nullopt;
 }

@@ -1,14 +1,18 @@
 #pragma once
 
 #include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "answer_jobs.h"
+#include "config_params.h"
 #include "index.h"
 #include "last_run.h"
 #include "ledger.h"
+#include "object_path.h"
 
 /** The ledger as requests reach it. */
 class LedgerAccess {
@@ -28,6 +32,15 @@ public:
 
     /** The index, with what was written until now. */
     virtual const ledger::Index& index() = 0;
+
+    /** Adds a line. */
+    virtual void write(const std::string& kind, const nlohmann::ordered_json& body) = 0;
+
+    /** Makes answers that take long; ends before the ledger does. */
+    virtual AnswerJobs& jobs() = 0;
+
+    /** The archive of crossings per period, for what was before the ledger. */
+    [[nodiscard]] virtual std::string archive() const = 0;
 };
 
 /** The pairs of a request's query, decoded, in their order. */
@@ -39,15 +52,32 @@ std::string valueOf(const QueryPairs& query, const char* key, const std::string&
 /** A whole number; throws std::invalid_argument, saying what was expected and what came. what: its name. */
 int64_t numberOf(const std::string& text, int64_t least, int64_t most, const char* what);
 
+/** What a request asks of the ledger. */
+struct LedgerQuestion {
+    std::string action;
+    QueryPairs query = {};
+    std::string body = {}; /**< of a POST */
+    std::string user = {};
+    ConfigParams settings = {};       /**< in force */
+    ledger::PictureSize picture = {}; /**< that their areas are drawn in */
+};
+
 /** What a request of the ledger is answered. */
 struct LedgerAnswer {
     const char* contentType;
     std::string headers; /**< further ones, each with its end */
     std::string body;
+    const char* status = "200 OK";
 };
 
 /**
- * Answers get_ledger, get_counts and occupancy_before; nothing for another action. Throws std::invalid_argument, saying
- * what was expected, for a question that makes no sense. Takes milliseconds, however large the ledger is.
+ * Answers get_ledger, get_counts, occupancy_before, stays, heat, why and ledger_answer; nothing for another action.
+ * Throws std::invalid_argument, saying what was expected, for a question that makes no sense.
+ *
+ * Takes 100 ms at most, however large the ledger is. What takes longer is answered with a number, {"job":7} and the
+ * status 202, with which ledger_answer gives the answer, or the number again.
  */
-std::optional<LedgerAnswer> answerFromLedger(LedgerAccess& access, const std::string& action, const QueryPairs& query);
+std::optional<LedgerAnswer> answerFromLedger(LedgerAccess& access, const LedgerQuestion& question);
+
+/** The same for a POST: recount, whose body is settings, and hand_count, whose body is a count made by hand. */
+std::optional<LedgerAnswer> answerPostToLedger(LedgerAccess& access, const LedgerQuestion& question);

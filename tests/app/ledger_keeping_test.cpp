@@ -205,6 +205,34 @@ TEST_F(LedgerOfAskedProcess, NamesWhichSettingsWereChanged) {
     EXPECT_NE(first["settings"], atFirst);
 }
 
+TEST_F(LedgerOfAskedProcess, CountsAgainTellsWhyAndKeepsACountByHand) {
+    start();
+    const auto answerOf = [&](const std::string& answer) {
+        std::string head = answer.substr(0, answer.find("\r\n"));
+        nlohmann::json body = nlohmann::json::parse(answer.substr(answer.find("\r\n\r\n") + 4));
+        while (head == "Status: 202 Accepted") {
+            const std::string later = m_process.answer("ledger_answer&job=" + body["job"].dump());
+            head = later.substr(0, later.find("\r\n"));
+            body = nlohmann::json::parse(later.substr(later.find("\r\n\r\n") + 4));
+        }
+        EXPECT_EQ(head, "Status: 200 OK");
+        return body;
+    };
+    const nlohmann::json reasons = answerOf(m_process.answer("why"));
+    EXPECT_TRUE(reasons["crossings"].is_array()) << reasons;
+    EXPECT_TRUE(answerOf(m_process.answer("heat"))["cells"].is_array());
+    const nlohmann::json recounted =
+        answerOf(m_process.service().post("action=recount", R"({"entrance1":[[0,0],[0.5,0],[0.5,1],[0,1]]})"));
+    EXPECT_TRUE(recounted["counts"].is_array()) << recounted;
+    post("action=recount", "no settings", "400 Bad Request");
+    const std::string begin = "2026-11-22T09:00:00.000Z";
+    const std::string end = "2026-11-22T09:01:00.000Z";
+    post("action=hand_count", R"({"begin":")" + begin + R"(","end":")" + end + R"(","taps":[]})", "200 OK");
+    EXPECT_EQ(waitFor("hand_count", 1)["begin"], begin);
+    post("action=hand_count", R"({"begin":")" + end + R"(","end":")" + begin + R"(","taps":[]})", "400 Bad Request");
+    EXPECT_EQ(linesOf("hand_count").size(), 1U);
+}
+
 /** A keeping of the test's own. */
 class LedgerKeepingTest : public testing::Test {
 protected:

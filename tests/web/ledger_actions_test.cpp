@@ -1,10 +1,15 @@
 #include "ledger_actions.h"
 
+#include <future>
 #include <gtest/gtest.h>
+#include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
+#include "ledger_schema.h"
 #include "test_clock.h"
 #include "test_folder.h"
 
@@ -35,6 +40,10 @@ public:
         return m_index;
     }
 
+    void write(const std::string& kind, const nlohmann::ordered_json& body) override { m_book.append(kind, body); }
+    AnswerJobs& jobs() override { return m_jobs; }
+    [[nodiscard]] std::string archive() const override { return m_folder.path() / "EntranceActivityTidy.csv"; }
+
     ledger::LastRun before;
 
 private:
@@ -43,7 +52,18 @@ private:
     std::unique_ptr<ledger::Disk> m_disk = ledger::openFolder((m_folder.path() / "ledger").string());
     ledger::Ledger m_book{*m_disk, {int64_t{1} << 30, [this] { return m_now; }, [] { return std::string("e1"); }}};
     ledger::Index m_index{*m_disk, m_book};
+    AnswerJobs m_jobs;
 };
+
+/** Asks, and asks again where an answer takes its time. */
+LedgerAnswer ask(Access& access, const LedgerQuestion& question, bool isPost = false) {
+    LedgerAnswer answer = *(isPost ? answerPostToLedger : answerFromLedger)(access, question);
+    while (std::string(answer.status) == "202 Accepted") {
+        const auto job = nlohmann::json::parse(answer.body).at("job").get<int64_t>();
+        answer = *answerFromLedger(access, {"ledger_answer", {{"job", std::to_string(job)}}});
+    }
+    return answer;
+}
 
 /** The value of a header of an answer. */
 std::string headerOf(const LedgerAnswer& answer, const std::string& name) {
@@ -70,18 +90,18 @@ TEST(GetLedger, GivesAReaderExactlyWhatItMissed) {
     for (int i = 0; i < 10; ++i) {
         access.cross("2026-11-22T08:00:00.000Z");
     }
-    const LedgerAnswer all = *answerFromLedger(access, "get_ledger", {});
+    const LedgerAnswer all = *answerFromLedger(access, {"get_ledger", {}});
     EXPECT_STREQ(all.contentType, "application/x-ndjson");
     EXPECT_EQ(numbersOf(all.body), (Numbers{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
     EXPECT_EQ(headerOf(all, "X-Ledger-Next"), "e1:10");
-    const LedgerAnswer some = *answerFromLedger(access, "get_ledger", {{"since", "e1:4"}, {"limit", "3"}});
+    const LedgerAnswer some = *answerFromLedger(access, {"get_ledger", {{"since", "e1:4"}, {"limit", "3"}}});
     EXPECT_EQ(numbersOf(some.body), (Numbers{5, 6, 7}));
     EXPECT_EQ(headerOf(some, "X-Ledger-Next"), "e1:7");
     EXPECT_EQ(headerOf(some, "X-Ledger-End"), "e1:10");
-    const LedgerAnswer none = *answerFromLedger(access, "get_ledger", {{"since", "e1:10"}});
+    const LedgerAnswer none = *answerFromLedger(access, {"get_ledger", {{"since", "e1:10"}}});
     EXPECT_EQ(none.body, "");
     EXPECT_EQ(headerOf(none, "X-Ledger-Next"), "e1:10");
-    const LedgerAnswer other = *answerFromLedger(access, "get_ledger", {{"since", "e0:400"}, {"limit", "1"}});
+    const LedgerAnswer other = *answerFromLedger(access, {"get_ledger", {{"since", "e0:400"}, {"limit", "1"}}});
     EXPECT_EQ(numbersOf(other.body), (Numbers{1})) << "another ledger's reader begins at the beginning";
 }
 
@@ -109,7 +129,7 @@ TEST(GetLedger, PicksByKindAndTime) {
         {"a day that is gone on from", {{"from", "2026-11-21"}, {"since", "e1:9"}, {"to", "2026-11-23"}}, {}, "e1:12"},
     };
     for (const auto& [name, query, numbers, next] : cases) {
-        const LedgerAnswer answer = *answerFromLedger(access, "get_ledger", query);
+        const LedgerAnswer answer = *answerFromLedger(access, {"get_ledger", query});
         EXPECT_EQ(numbersOf(answer.body), numbers) << name;
         EXPECT_EQ(headerOf(answer, "X-Ledger-Next"), next) << name;
     }
@@ -125,7 +145,7 @@ TEST(GetLedger, GivesAMebibyteAtMostAndLosesNothing) {
     Numbers numbers;
     int answers = 0;
     for (; answers < 100; ++answers) {
-        const LedgerAnswer answer = *answerFromLedger(access, "get_ledger", {{"since", since}});
+        const LedgerAnswer answer = *answerFromLedger(access, {"get_ledger", {{"since", since}}});
         if (answer.body.empty()) {
             break;
         }
@@ -149,9 +169,11 @@ TEST(GetCounts, CountsPerStepOfAZone) {
         const std::string begin = "2026-11-22T08:" + std::to_string(minute) + ":00.000Z";
         access.add(begin, "watched", {{"minute", begin}, {"seconds", 60}});
     }
-    const LedgerAnswer answer = *answerFromLedger(
-        access, "get_counts",
-        {{"from", "2026-11-22T08:00:00"}, {"to", "2026-11-22T10:00:00"}, {"step", "hour"}, {"zone", "Europe/Berlin"}});
+    const LedgerAnswer answer = ask(access, {"get_counts",
+                                             {{"from", "2026-11-22T08:00:00"},
+                                              {"to", "2026-11-22T10:00:00"},
+                                              {"step", "hour"},
+                                              {"zone", "Europe/Berlin"}}});
     EXPECT_STREQ(answer.contentType, "application/json");
     EXPECT_EQ(answer.body,
               R"({"known_from":"2026-11-22T08:00:00.000Z","rows":[)"
@@ -166,7 +188,7 @@ TEST(GetCounts, IsOfTheLastDayWhenNothingElseIsSaid) {
     access.cross("2026-11-21T11:59:59.999Z");
     access.cross("2026-11-21T12:00:00.000Z");
     const nlohmann::json answer =
-        nlohmann::json::parse(answerFromLedger(access, "get_counts", {{"step", "year"}, {"zone", "UTC"}})->body);
+        nlohmann::json::parse(ask(access, {"get_counts", {{"step", "year"}, {"zone", "UTC"}}}).body);
     ASSERT_EQ(answer["rows"].size(), 1U);
     EXPECT_EQ(answer["rows"][0]["counts"][0]["count"], 1);
 }
@@ -189,25 +211,228 @@ TEST(LedgerActions, SayWhatIsWrongWithAQuestion) {
     };
     for (const auto& [action, query, refusal] : cases) {
         try {
-            answerFromLedger(access, action, query);
+            answerFromLedger(access, {action, query});
             ADD_FAILURE() << action << " took " << query[0].second;
         } catch (const std::invalid_argument& error) {
             EXPECT_STREQ(error.what(), refusal);
         }
     }
-    EXPECT_FALSE(answerFromLedger(access, "get_status_code", {}));
+    EXPECT_FALSE(answerFromLedger(access, {"get_status_code", {}}));
+}
+
+/** Somebody who comes in through entrance 1, at x 100, and stays in area 1 for a second. */
+void comeIn(Access& access, const std::string& minute, int object) {
+    const std::string begin = minute + ":00.000Z";
+    access.add(minute + ":00.200Z", "crossing",
+               {{"entrance", 1},
+                {"direction", "in"},
+                {"class", "Person"},
+                {"object", object},
+                {"before", {120, 50}},
+                {"after", {80, 50}},
+                {"size", {640, 360}}});
+    access.add(minute + ":03.000Z", "object",
+               {{"object", object},
+                {"class", "Person"},
+                {"first", begin},
+                {"last", minute + ":01.200Z"},
+                {"part", 1},
+                {"ended", true},
+                {"size", {640, 360}},
+                {"begin", begin},
+                {"path", {{0, 140, 50}, {100, 120, 50}, {200, 80, 50}, {1200, 20, 50, 9}}},
+                {"areas", {{{"area", 1}, {"enter", minute + ":00.200Z"}, {"leave", minute + ":01.200Z"}}}}});
+}
+
+constexpr const char* kSettings =
+    R"({"entrance1":[[0,0],[0.15625,0],[0.15625,1],[0,1]],"detection1":[[0,0],[0.15625,0],[0.15625,1],[0,1]]})";
+
+LedgerQuestion aboutTheDay(const char* action, const std::string& body = "") {
+    return {action, {{"from", "2026-11-22"}, {"to", "2026-11-23"}, {"zone", "UTC"}}, body};
+}
+
+TEST(AskedLedger, CountsAgainWithOtherSettings) {
+    Access access;
+    comeIn(access, "2026-11-21T09:00", 1);
+    comeIn(access, "2026-11-22T09:00", 2);
+    comeIn(access, "2026-11-22T10:00", 3);
+    const LedgerAnswer same = ask(access, aboutTheDay("recount", kSettings), true);
+    EXPECT_STREQ(same.contentType, "application/json");
+    EXPECT_EQ(same.body,
+              R"({"from":"2026-11-22T00:00:00.000Z","to":"2026-11-23T00:00:00.000Z",)"
+              R"("counts":[{"entrance":1,"direction":"in","class":"Person","count":2}],)"
+              R"("recorded":[{"entrance":1,"direction":"in","class":"Person","count":2}],)"
+              R"("objects":2,"without_path":0,)"
+              R"("stays":[{"area":1,"class":"Person","visits":2,"average":1.0,"median":1.0,"longest":1.0}]})");
+    // Nobody came as far as this line.
+    const nlohmann::json farther = nlohmann::json::parse(
+        ask(access, aboutTheDay("recount", R"({"entrance2":[[0,0],[0.01,0],[0.01,1],[0,1]]})"), true).body);
+    EXPECT_EQ(farther["counts"], nlohmann::json::array());
+    EXPECT_EQ(farther["recorded"][0]["count"], 2);
+}
+
+TEST(AskedLedger, TellsStaysHeatAndWhy) {
+    Access access;
+    comeIn(access, "2026-11-22T09:00", 1);
+    EXPECT_EQ(
+        nlohmann::json::parse(ask(access, aboutTheDay("stays")).body)["stays"],
+        nlohmann::json::parse(R"([{"area":1,"class":"Person","visits":1,"average":1.0,"median":1.0,"longest":1.0}])"));
+    const nlohmann::json heat = nlohmann::json::parse(ask(access, aboutTheDay("heat")).body);
+    EXPECT_EQ(heat["columns"], 32);
+    EXPECT_EQ(heat["rows"], 18);
+    EXPECT_EQ(heat["cells"][0]["hour"], 9);
+    LedgerQuestion why = aboutTheDay("why");
+    why.query.emplace_back("entrance", "1");
+    why.picture = {320, 180};
+    why.settings.i_EntrancesControlPoints = 4;
+    why.settings.i_Occupancy1 = {0, 0, 50, 0, 50, 180, 0, 180};
+    why.settings.b_Occupancy1Active = true;
+    const nlohmann::json reasons = nlohmann::json::parse(ask(access, why).body);
+    ASSERT_EQ(reasons["crossings"].size(), 1U);
+    EXPECT_EQ(reasons["crossings"][0]["rule"], "was outside every entrance, then in entrance 1: in");
+}
+
+TEST(AskedLedger, KeepsACountByHand) {
+    Access access;
+    const char* const count =
+        R"({"begin":"2026-11-22T09:00:00.000Z","end":"2026-11-22T09:10:00.000Z","phone_offset":-120,"remark":"rain",)"
+        R"("taps":[{"t":"2026-11-22T09:00:07.100Z","entrance":1,"direction":"in"}]})";
+    EXPECT_STREQ(ask(access, {"hand_count", {}, count, "ann"}, true).status, "200 OK");
+    const std::string line = access.safeLines(1, 10'000);
+    const std::string body = R"("kind":"hand_count","user":"ann","begin":"2026-11-22T09:00:00.000Z",)"
+                             R"("end":"2026-11-22T09:10:00.000Z","phone_offset":-120,"remark":"rain",)"
+                             R"("taps":[{"t":"2026-11-22T09:00:07.100Z","entrance":1,"direction":"in"}]})";
+    EXPECT_NE(line.find(body), std::string::npos) << line;
+    EXPECT_EQ(schemaFaults(line), "");
+    for (const auto& [part, other] :
+         std::map<std::string, std::string>{{"\"begin\":\"2026-11-22T09:00:00.000Z\"", "\"begin\":9"},
+                                            {"09:10:00.000Z", "10:00:00.001Z"},
+                                            {"\"entrance\":1", "\"entrance\":4"},
+                                            {"\"in\"", "\"up\""},
+                                            {"09:00:07.100Z", "08:59:59.999Z"},
+                                            {"-120", "\"late\""},
+                                            {"\"rain\"", "7"},
+                                            {"[{\"t\"", "[7,{\"t\""}}) {
+        std::string wrong = count;
+        wrong.replace(wrong.find(part), part.size(), other);
+        EXPECT_THROW(answerPostToLedger(access, {"hand_count", {}, wrong}), std::invalid_argument) << wrong;
+    }
+    EXPECT_THROW(answerPostToLedger(access, {"hand_count", {}, "[]"}), std::invalid_argument);
+    EXPECT_EQ(access.book().end().seq, 1) << "what was refused is not kept";
+}
+
+TEST(AskedLedger, HasTheArchiveForWhatWasBeforeIt) {
+    const TimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+    Access access;
+    access.cross("2026-07-02T08:00:00.000Z");
+    // Summer time, a follower, and a period that the ledger has as well.
+    writeFile(access.archive(),
+              "2026-07-01 10:00:00,Door,0,0,3,2\n2026-07-01 10:00:00,Follower,0,0,50,50\nnothing\n"
+              "2026-07-01 10:15:00,Door,1,2,0,4\n2026-07-02 12:00:00,Door,0,0,1,0\n");
+    LedgerQuestion question = {
+        "get_counts",
+        {{"from", "2026-07-01"}, {"to", "2026-07-03"}, {"step", "hour"}, {"by", "direction"}, {"zone", "UTC"}}};
+    question.settings.cameraInfo.thisCameraName = "Door";
+    std::map<std::string, std::string> counts;
+    const nlohmann::json answer = nlohmann::json::parse(ask(access, question).body);
+    for (const nlohmann::json& row : answer["rows"]) {
+        if (!row["counts"].empty()) {
+            counts[row["begin"]] = row["counts"].dump() + row["coverage"].dump();
+        }
+    }
+    const std::map<std::string, std::string> expected = {
+        {"2026-07-01T07:00:00+00:00", R"([{"count":2,"direction":"out"},{"count":3,"direction":"in"}]null)"},
+        {"2026-07-01T08:00:00+00:00", R"([{"count":4,"direction":"out"}]null)"},
+        {"2026-07-02T08:00:00+00:00", R"([{"count":1,"direction":"in"}]0.0)"}};
+    EXPECT_EQ(counts, expected);
+}
+
+TEST(AskedLedger, RefusesQuestionsThatMakeNoSense) {
+    Access access;
+    const std::string longer = "expected a day at most, got 2026-11-22T00:00:00.000Z to 2026-11-24T00:00:00.000Z";
+    const struct {
+        LedgerQuestion question;
+        bool isPost;
+        std::string refusal;
+    } cases[] = {
+        {{"why", {{"from", "2026-11-22"}, {"to", "2026-11-24"}, {"zone", "UTC"}}}, false, longer},
+        {{"why", {{"entrance", "4"}}}, false, "expected entrance from 0 to 3, got \"4\""},
+        {{"stays", {{"from", "2026-11-22"}, {"to", "2026-11-22"}, {"zone", "UTC"}}},
+         false,
+         "expected to behind from, got 2026-11-22T00:00:00.000Z and 2026-11-22T00:00:00.000Z"},
+        {{"heat", {{"zone", "Moon"}}}, false, "expected a time zone such as Europe/Berlin, got \"Moon\""},
+        {{"ledger_answer", {{"job", "7"}}},
+         false,
+         "expected the number of an answer that is being made or was not fetched yet, got 7"},
+        {{"recount", {}, "{"}, true, "expected settings as JSON, got 1 bytes that are none"},
+        {{"recount", {}, R"({"entrance1":[[0,0]]})"},
+         true,
+         "\"entrance1\": expected 3 to 8 corners [x, y], got [[0,0]]"},
+    };
+    for (const auto& [question, isPost, refusal] : cases) {
+        try {
+            ask(access, question, isPost);
+            ADD_FAILURE() << "took " << question.action << ", expected " << refusal;
+        } catch (const std::invalid_argument& error) {
+            EXPECT_EQ(error.what(), refusal);
+        }
+    }
+}
+
+TEST(AnswerJobs, GiveANumberWhereAnAnswerTakesLong) {
+    AnswerJobs jobs;
+    std::promise<void> goOn;
+    const int64_t slow = jobs.post([waits = goOn.get_future().share()](const std::atomic<bool>&) {
+        waits.wait();
+        return std::string("slow");
+    });
+    EXPECT_EQ(slow, 1);
+    EXPECT_EQ(jobs.take(slow), std::nullopt);
+    for (int i = 0; i < 8; ++i) {
+        jobs.post([](const std::atomic<bool>&) { return std::string("next"); });
+    }
+    EXPECT_THROW(jobs.post([](const std::atomic<bool>&) { return std::string(); }), std::invalid_argument);
+    goOn.set_value();
+    std::optional<std::string> answer;
+    while (!(answer = jobs.take(slow))) {
+    }
+    EXPECT_EQ(answer, "slow");
+    EXPECT_THROW(jobs.take(slow), std::invalid_argument) << "it was fetched";
+    while (!(answer = jobs.take(9))) {
+    }
+    EXPECT_EQ(answer, "next");
+}
+
+TEST(AnswerJobs, EndWhileOneIsUnderWay) {
+    std::promise<void> begun;
+    auto jobs = std::make_unique<AnswerJobs>();
+    jobs->post([&begun](const std::atomic<bool>& stop) {
+        begun.set_value();
+        while (!stop) {
+            std::this_thread::yield();
+        }
+        return std::string();
+    });
+    bool isMade = false;
+    jobs->post([&isMade](const std::atomic<bool>&) {
+        isMade = true;
+        return std::string();
+    });
+    begun.get_future().wait();
+    jobs.reset();
+    EXPECT_FALSE(isMade);
 }
 
 TEST(OccupancyBefore, TellsWhatTheLedgerKnows) {
     Access access;
-    EXPECT_EQ(answerFromLedger(access, "occupancy_before", {})->body,
+    EXPECT_EQ(answerFromLedger(access, {"occupancy_before", {}})->body,
               R"({"ended":"none","at":null,"gap":null,"occupancy":null,"lost":[]})");
     access.before.ending = "killed";
     access.before.lastLine = ledger::Moment{*ledger::utcOf("2026-11-22T05:35:01.420Z"), "", 0};
     access.before.gapMillis = 41'900;
     access.before.occupancy = 16;
     access.before.openPeriod[{1, "in", "Person"}] = 3;
-    EXPECT_EQ(answerFromLedger(access, "occupancy_before", {})->body,
+    EXPECT_EQ(answerFromLedger(access, {"occupancy_before", {}})->body,
               R"({"ended":"killed","at":"2026-11-22T05:35:01.420Z","gap":41,"occupancy":16,)"
               R"("lost":[{"entrance":1,"direction":"in","class":"Person","count":3}]})");
 }

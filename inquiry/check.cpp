@@ -1,0 +1,241 @@
+#include "check.h"
+
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <utility>
+
+#include "index.h"
+#include "kept_path.h"
+#include "occupancy_records.h"
+
+namespace inquiry {
+
+namespace {
+
+using nlohmann::json;
+
+/** Tallies of a period by the data map's names, such as "Entrance1_Entrances_Person". */
+using Tallies = std::map<std::string, int64_t>;
+
+struct Cut {
+    int64_t from = 0;
+    int64_t through = 0;
+    bool isAll = false; /**< lines of every kind; else those of objects */
+};
+
+/** A period as the ledger has it. */
+struct Period {
+    int64_t seq = 0;
+    std::string camera;
+    std::string archived; /**< its date in the archives */
+    Tallies tallies;
+};
+
+std::string tallyName(const KeptCrossing& crossing) {
+    return std::string(entranceNames.at(static_cast<size_t>(crossing.entrance - 1))) +
+           (crossing.isIn ? "_Entrances_" : "_Exits_") + class_index_to_label(crossing.classId);
+}
+
+/** The same for a number of an archive's record. */
+std::string tallyName(const EntranceActivityRecord& record, bool isIn) {
+    return std::string(entranceNames.at(static_cast<size_t>(record.entrance))) + (isIn ? "_Entrances_" : "_Exits_") +
+           objectNames.at(static_cast<size_t>(record.object));
+}
+
+bool isOfCrossings(const std::string& name) {
+    return name.find("_Entrances_") != std::string::npos || name.find("_Exits_") != std::string::npos;
+}
+
+/** Walks a ledger and keeps what the next line is judged by. */
+class Walk {
+public:
+    Walk(Checked& checked, std::vector<Cut> cuts) : m_checked(checked), m_cuts(std::move(cuts)) {}
+
+    void take(const std::string& file, std::string_view text) {
+        const json line = ledger::parseLine(text);
+        const std::optional<ledger::LineHead> head = ledger::headOf(text);
+        if (line.is_discarded() || !head) {
+            m_checked.faults.push_back(file + ": behind line " + std::to_string(m_seq) +
+                                       " is something that is no line");
+            return;
+        }
+        ++m_checked.lines;
+        judgeNumber(file, *head);
+        if (head->kind == "start") {
+            // What a run had counted since its last period is in no tally.
+            m_checked.explained += m_sum.empty() ? 0 : 1;
+            m_sum.clear();
+            m_isWhole = true;
+        } else if (head->kind == "reset") {
+            m_sum.clear();
+            m_isReset = true;
+        } else if (head->kind == "crossing") {
+            if (const std::optional<KeptCrossing> crossing = crossingOf(line)) {
+                ++m_checked.crossings;
+                ++m_sum[tallyName(*crossing)];
+            } else {
+                m_checked.faults.push_back(file + ": line " + std::to_string(head->seq) + " is no crossing");
+            }
+        } else if (head->kind == "period") {
+            judgePeriod(file, *head, line);
+        }
+    }
+
+    [[nodiscard]] const std::vector<Period>& periods() const { return m_periods; }
+
+private:
+    /** Whether a line "cut" tells that all lines between two numbers are gone, or all of a kind that is not kept. */
+    [[nodiscard]] bool isCut(int64_t from, int64_t through) {
+        int64_t next = from;
+        for (const Cut& cut : m_cuts) {
+            if (cut.from <= next && cut.through >= next) {
+                m_isWhole = m_isWhole && !cut.isAll;
+                next = cut.through + 1;
+            }
+        }
+        return next > through;
+    }
+
+    void judgeNumber(const std::string& file, const ledger::LineHead& head) {
+        if (m_epoch.empty()) {
+            m_epoch = head.epoch;
+        } else if (head.epoch != m_epoch) {
+            m_checked.faults.push_back(file + ": line " + std::to_string(head.seq) + " is of the epoch " + head.epoch +
+                                       ", expected " + m_epoch);
+        }
+        if (head.seq <= m_seq) {
+            m_checked.faults.push_back(file + ": line " + std::to_string(head.seq) + " comes behind line " +
+                                       std::to_string(m_seq));
+        } else if (head.seq > m_seq + 1 && !isCut(m_seq + 1, head.seq - 1)) {
+            m_checked.faults.push_back(file + ": lines " + std::to_string(m_seq + 1) + " to " +
+                                       std::to_string(head.seq - 1) +
+                                       " are missing, and no line says that they were cut");
+            m_isWhole = false;
+        }
+        m_seq = std::max(m_seq, head.seq);
+    }
+
+    void judgePeriod(const std::string& file, const ledger::LineHead& head, const json& line) {
+        Period period = {head.seq, line.value("camera", ""), line.value("archived", ""), {}};
+        const json tallies = line.value("tallies", json::object());
+        for (const auto& [name, count] : tallies.items()) {
+            if (isOfCrossings(name) && count.is_number_integer()) {
+                period.tallies[name] = count.get<int64_t>();
+            }
+        }
+        const bool isSame = std::all_of(period.tallies.begin(), period.tallies.end(), [&](const auto& tally) {
+            const auto counted = m_sum.find(tally.first);
+            return tally.second == (counted == m_sum.end() ? 0 : counted->second);
+        });
+        if (isSame) {
+            ++m_checked.periods;
+        } else if (m_isReset || !m_isWhole) {
+            ++m_checked.explained;
+        } else {
+            m_checked.faults.push_back(file + ": the tallies of the period in line " + std::to_string(head.seq) +
+                                       " are not the sum of its crossings");
+        }
+        m_periods.push_back(std::move(period));
+        m_sum.clear();
+        m_isReset = false;
+        m_isWhole = true;
+    }
+
+    Checked& m_checked;
+    std::vector<Cut> m_cuts;
+    std::string m_epoch;
+    int64_t m_seq = 0;
+    Tallies m_sum;          /**< crossings since the last period, start or reset */
+    bool m_isReset = false; /**< in this period; what crossed in that very cycle may be on either side */
+    bool m_isWhole = false; /**< this period's lines are all there */
+    std::vector<Period> m_periods;
+};
+
+/** All that was cut, by the numbers it begins with: a line tells it that may come long after. */
+std::vector<Cut> cutsOf(ledger::Disk& disk) {
+    std::vector<Cut> cuts;
+    visitLines(chunksOf(disk, {}), [&](const ledger::LineHead& head, std::string_view text) {
+        if (head.kind == "cut") {
+            const json line = ledger::parseLine(text);
+            cuts.push_back({line.value("from", int64_t{0}), line.value("through", int64_t{0}),
+                            line.value("removed", "") == "all"});
+        }
+        return true;
+    });
+    std::sort(cuts.begin(), cuts.end(), [](const Cut& a, const Cut& b) { return a.from < b.from; });
+    return cuts;
+}
+
+/** Compares the archive's periods with the ledger's that ended in the same second. */
+void compareArchive(const std::string& archive, const std::vector<Period>& periods, Checked& checked) {
+    std::ifstream file(archive);
+    if (!file) {
+        checked.faults.push_back("cannot read " + archive);
+        return;
+    }
+    std::map<std::pair<std::string, std::string>, const Period*> byEnd;
+    for (const Period& period : periods) {
+        byEnd[{period.archived, period.camera}] = &period;
+    }
+    std::map<std::pair<std::string, std::string>, Tallies> records;
+    for (std::string line; std::getline(file, line);) {
+        EntranceActivityRecord record;
+        try {
+            if (!record.deserialize(line) || static_cast<size_t>(record.entrance) >= entranceNames.size() ||
+                static_cast<size_t>(record.object) >= objectNames.size()) {
+                continue;
+            }
+        } catch (const std::logic_error&) {
+            continue;
+        }
+        Tallies& tallies = records[{record.dateTime, record.cameraName}];
+        tallies[tallyName(record, true)] += record.entranceCount;
+        tallies[tallyName(record, false)] += record.exitCount;
+    }
+    for (const auto& [key, tallies] : records) {
+        const auto period = byEnd.find(key);
+        if (period == byEnd.end()) {
+            continue;  // a follower's, or from before the ledger's first day
+        }
+        ++checked.archived;
+        for (const auto& [name, count] : tallies) {
+            const auto kept = period->second->tallies.find(name);
+            if (kept == period->second->tallies.end() || kept->second != count) {
+                checked.faults.push_back(
+                    archive + ": " + key.first + " has " + std::to_string(count) + " for " + name +
+                    ", the ledger's line " + std::to_string(period->second->seq) + " has " +
+                    (kept == period->second->tallies.end() ? "none" : std::to_string(kept->second)));
+            }
+        }
+    }
+}
+
+}  // namespace
+
+Checked check(ledger::Disk& disk, const std::string& archive) {
+    Checked checked;
+    Walk walk(checked, cutsOf(disk));
+    std::vector<ledger::LedgerFile> files;
+    for (const std::string& name : disk.list()) {
+        if (const std::optional<ledger::LedgerFile> file = ledger::fileOf(name)) {
+            files.push_back(*file);
+        }
+    }
+    std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.firstSeq < b.firstSeq; });
+    for (ledger::LedgerFile& file : files) {
+        file.bytes = disk.size(file.name).value_or(0);
+        ledger::forEachLine(disk, file, 0, [&](std::string_view line, int64_t) {
+            walk.take(file.name, line);
+            return true;
+        });
+    }
+    if (!archive.empty()) {
+        compareArchive(archive, walk.periods(), checked);
+    }
+    return checked;
+}
+
+}  // namespace inquiry

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "finding.h"
+#include "object_path.h"
+
+namespace inquiry {
+
+/** Where an object was in one cycle. */
+struct PlacedPoint {
+    int64_t utcMillis = 0;
+    t_one_locator at;
+};
+
+/** An area that an object was in, from its first cycle there to the first elsewhere, or its last of all. */
+struct KeptStay {
+    int area = 0; /**< 1..3 */
+    int64_t enter = 0;
+    int64_t leave = 0; /**< UTC, milliseconds */
+};
+
+/** What a line of kind "object" tells: a part of an object's way through the picture. */
+struct KeptPath {
+    int64_t object = 0; /**< its number since the application's start */
+    int32_t classId = 0;
+    ledger::PictureSize size;
+    bool ended = false;
+    std::vector<PlacedPoint> points; /**< a point a cycle; those left out are put back on the straight way */
+    std::vector<KeptStay> stays;
+};
+
+/** What a line of kind "crossing" tells. */
+struct KeptCrossing {
+    int64_t object = 0;
+    int entrance = 1; /**< 1..3 */
+    bool isIn = true;
+    int32_t classId = 0;
+    ledger::PictureSize size;
+    t_one_locator before;
+    t_one_locator after;
+};
+
+/** Reads a whole line of its kind; nothing for what is none. Undated times are the earliest there are. */
+std::optional<KeptPath> pathOf(const nlohmann::json& line);
+std::optional<KeptCrossing> crossingOf(const nlohmann::json& line);
+
+/** The class of a label, 0..8; nothing for another text. */
+std::optional<int32_t> classOf(const std::string& label);
+
+}  // namespace inquiry

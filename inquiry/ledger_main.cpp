@@ -1,0 +1,206 @@
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+
+#include "camera_folder.h"
+#include "check.h"
+#include "counts.h"
+#include "lines.h"
+#include "recount.h"
+#include "settings_file.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kFine = 0;
+constexpr int kFaulty = 1;
+constexpr int kUnusable = 2;
+// Paths are kept per cycle, however long that was; what settings say in seconds is not replayed.
+constexpr int kAnyCycleMillis = 100;
+
+struct Options {
+    std::string state;
+    std::string ledger;
+    std::string from;
+    std::string to;
+    std::string zone;
+    std::string format = "json";
+    std::vector<std::string> kinds;
+    std::string tracks;
+    std::string settings;
+    std::string archives;
+};
+
+fs::path folderOf(const Options& options) {
+    const fs::path state = options.state.empty() ? desktop::defaultStateFolder("camera") : fs::path(options.state);
+    fs::path folder = options.ledger.empty() ? desktop::ledgerFolder(state) : fs::path(options.ledger);
+    if (!fs::is_directory(folder)) {
+        throw std::runtime_error("expected a ledger's folder, got " + folder.string() + ", which is none");
+    }
+    return folder;
+}
+
+inquiry::Span spanOf(const Options& options) {
+    inquiry::Span span;
+    span.from = options.from.empty() ? span.from : ledger::momentOf(options.from, options.zone);
+    span.until = options.to.empty() ? span.until : ledger::momentOf(options.to, options.zone);
+    if (span.from >= span.until) {
+        throw std::runtime_error("expected --to behind --from, got " + options.from + " and " + options.to);
+    }
+    return span;
+}
+
+/** A field of a spreadsheet's table. */
+std::string cell(const nlohmann::json& line, const char* key) {
+    const auto value = line.find(key);
+    if (value == line.end()) {
+        return "";
+    }
+    return value->is_string() ? value->get<std::string>() : value->dump();
+}
+
+int exportLines(const Options& options) {
+    const auto disk = ledger::openFolder(folderOf(options).string());
+    const inquiry::Span span = spanOf(options);
+    const bool isTable = options.format == "csv";
+    const std::set<std::string> kinds =
+        isTable ? std::set<std::string>{"crossing"} : std::set<std::string>(options.kinds.begin(), options.kinds.end());
+    constexpr const char* kColumns[] = {"t",     "epoch",  "seq",      "entrance", "direction",
+                                        "class", "object", "followed", "occupancy"};
+    if (isTable) {
+        for (const char* const column : kColumns) {
+            std::cout << (column == kColumns[0] ? "" : ",") << column;
+        }
+        std::cout << '\n';
+    }
+    inquiry::visitLines(inquiry::chunksOf(*disk, span), [&](const ledger::LineHead& head, std::string_view text) {
+        if (!span.holds(inquiry::timeOf(head)) || (!kinds.empty() && !kinds.contains(head.kind))) {
+            return true;
+        }
+        if (!isTable) {
+            std::cout << text << '\n';
+            return true;
+        }
+        const nlohmann::json line = ledger::parseLine(text);
+        for (const char* const column : kColumns) {
+            std::cout << (column == kColumns[0] ? "" : ",") << cell(line, column);
+        }
+        std::cout << '\n';
+        return true;
+    });
+    std::cout.flush();
+    return std::cout ? kFine : throw std::runtime_error("cannot write the lines");
+}
+
+int checkLedger(const Options& options) {
+    const fs::path folder = folderOf(options);
+    const fs::path beside = folder.parent_path() / "EntranceActivityTidy.csv";
+    const fs::path archive =
+        options.archives.empty() ? beside : fs::path(options.archives) / "EntranceActivityTidy.csv";
+    const auto disk = ledger::openFolder(folder.string());
+    const bool isCompared = !options.archives.empty() || fs::exists(archive);
+    const inquiry::Checked checked = inquiry::check(*disk, isCompared ? archive.string() : "");
+    for (const std::string& fault : checked.faults) {
+        std::cout << fault << '\n';
+    }
+    std::cerr << checked.lines << " lines, " << checked.crossings << " crossings; " << checked.periods
+              << " periods are the sum of their crossings, " << checked.explained
+              << " were cut short by a start, a reset or retention; " << checked.archived
+              << " compared with the archive; " << checked.faults.size() << " faults\n";
+    return checked.faults.empty() ? kFine : kFaulty;
+}
+
+int recountTracks(const std::string& file, inquiry::Recount& recount) {
+    std::ifstream tracks(file);
+    if (!tracks) {
+        throw std::runtime_error("cannot read " + file);
+    }
+    int64_t number = 0;
+    for (std::string line; std::getline(tracks, line);) {
+        ++number;
+        try {
+            recount.addCycle(nlohmann::json::parse(line, nullptr, false));
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error(file + ", line " + std::to_string(number) + ": " + error.what());
+        }
+    }
+    return kFine;
+}
+
+int recount(const Options& options) {
+    const Settings settings = readSettingsFile(options.settings);
+    const inquiry::SettingsFor settingsFor = [&](ledger::PictureSize size) {
+        ConfigParams config;
+        applySettings(settings, static_cast<unsigned>(size.width), static_cast<unsigned>(size.height), kAnyCycleMillis,
+                      config);
+        return config;
+    };
+    inquiry::Recounted result;
+    if (!options.tracks.empty()) {
+        inquiry::Recount replay(settingsFor, {});
+        recountTracks(options.tracks, replay);
+        result = replay.finish();
+    } else {
+        const auto disk = ledger::openFolder(folderOf(options).string());
+        const inquiry::Span span = spanOf(options);
+        result = inquiry::recountOf(inquiry::chunksOf(*disk, span), settingsFor, span);
+    }
+    std::cout << inquiry::jsonOf(result).dump(2) << '\n';
+    return kFine;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Asks the ledger, in which a camera keeps every crossing.", "senvo ledger");
+    app.set_help_flag();
+    app.set_help_all_flag("-h,--help", "Print this help message and exit");
+    app.require_subcommand(1);
+    Options options;
+    const auto addLedger = [&](CLI::App& command) {
+        command.add_option("--state", options.state, "The camera's folder; by default that of senvo run");
+        command.add_option("--ledger", options.ledger, "The ledger's own folder, wherever it lies");
+    };
+    const auto addSpan = [&](CLI::App& command) {
+        command.add_option("--from", options.from, "Begin, such as 2026-11-22 or 2026-11-22T08:00:00Z");
+        command.add_option("--to", options.to, "End, which does not belong to it");
+        command.add_option("--zone", options.zone, "Time zone, such as Europe/Berlin; by default this machine's");
+    };
+    CLI::App* const exports = app.add_subcommand("export", "Writes lines: as they are, or the crossings as a table");
+    addLedger(*exports);
+    addSpan(*exports);
+    exports->add_option("--format", options.format, "json: a line each; csv: the crossings as a table")
+        ->check(CLI::IsMember({"csv", "json"}))
+        ->capture_default_str();
+    exports->add_option("--kinds", options.kinds, "Kinds of lines, joined by commas; by default all")->delimiter(',');
+    CLI::App* const checks = app.add_subcommand(
+        "check", "Looks for gaps, and compares sums with the archive. Ends with 1 when something is wrong");
+    addLedger(*checks);
+    checks->add_option("--archives", options.archives, "The folder of the archives; by default where the ledger lies");
+    CLI::App* const recounts =
+        app.add_subcommand("recount", "Counts again what the ledger or a file of tracks holds, with other settings");
+    recounts->group("");  // people know it as a command of its own
+    addLedger(*recounts);
+    addSpan(*recounts);
+    recounts->add_option("--settings", options.settings, "A settings file as senvo evaluate takes it")->required();
+    recounts->add_option("--tracks", options.tracks, "The file tracks.jsonl of senvo evaluate, instead of a ledger");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        return app.exit(success);
+    } catch (const CLI::ParseError& error) {
+        app.exit(error, std::cerr, std::cerr);
+        return kUnusable;
+    }
+    try {
+        return exports->parsed() ? exportLines(options) : checks->parsed() ? checkLedger(options) : recount(options);
+    } catch (const std::exception& error) {
+        std::cerr << "senvo ledger: " << error.what() << '\n';
+        return kUnusable;
+    }
+}

@@ -1,0 +1,88 @@
+#include "lines.h"
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace inquiry {
+
+namespace {
+
+constexpr int64_t kChunkBytes = int64_t{1} << 20;
+
+/** Whether a file's lines may all be from before a time. */
+bool isBefore(const ledger::LedgerFile& file, const Span& span) {
+    return span.from != std::numeric_limits<int64_t>::min() && file.day < ledger::utcDay(span.from);
+}
+
+}  // namespace
+
+Chunks chunksOf(const ledger::Ledger& book, const Span& span) {
+    int64_t next = 1;
+    for (const ledger::LedgerFile& file : book.files()) {
+        if (!isBefore(file, span)) {
+            break;
+        }
+        next = file.lastSeq + 1;
+    }
+    return [&book, next, last = book.end().seq]() mutable {
+        std::string lines = book.lines(next, last, kChunkBytes);
+        if (!lines.empty()) {
+            const size_t before = lines.size() < 2 ? std::string::npos : lines.rfind('\n', lines.size() - 2);
+            const size_t begin = before == std::string::npos ? 0 : before + 1;
+            const auto head = ledger::headOf(std::string_view(lines).substr(begin, lines.size() - 1 - begin));
+            next = head ? head->seq + 1 : last + 1;
+        }
+        return lines;
+    };
+}
+
+Chunks chunksOf(ledger::Disk& disk, const Span& span) {
+    std::vector<ledger::LedgerFile> files;
+    for (const std::string& name : disk.list()) {
+        const std::optional<ledger::LedgerFile> file = ledger::fileOf(name);
+        if (file && !isBefore(*file, span)) {
+            files.push_back(*file);
+        }
+    }
+    std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.firstSeq < b.firstSeq; });
+    return [&disk, files, file = size_t{0}, at = int64_t{0}]() mutable {
+        for (; file < files.size(); ++file, at = 0) {
+            // A line longer than a chunk is read with as many as it takes.
+            for (int64_t most = kChunkBytes;; most *= 2) {
+                std::string lines = disk.read(files[file].name, at, most).value_or("");
+                const bool isAll = static_cast<int64_t>(lines.size()) < most;
+                lines.resize(lines.rfind('\n') == std::string::npos ? 0 : lines.rfind('\n') + 1);
+                if (!lines.empty()) {
+                    at += static_cast<int64_t>(lines.size());
+                    return lines;
+                }
+                if (isAll) {
+                    break;
+                }
+            }
+        }
+        return std::string();
+    };
+}
+
+void visitLines(const Chunks& chunks, const std::function<bool(const ledger::LineHead&, std::string_view)>& visit) {
+    for (std::string lines = chunks(); !lines.empty(); lines = chunks()) {
+        for (size_t at = 0; at < lines.size();) {
+            const size_t end = lines.find('\n', at);
+            const std::string_view line = std::string_view(lines).substr(at, end - at);
+            const std::optional<ledger::LineHead> head = ledger::headOf(line);
+            if (head && !visit(*head, line)) {
+                return;
+            }
+            at = end + 1;
+        }
+    }
+}
+
+int64_t timeOf(const ledger::LineHead& head) {
+    return head.moment.isDated() ? head.moment.utcMillis : std::numeric_limits<int64_t>::min();
+}
+
+}  // namespace inquiry

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <string>
+#include <string_view>
+
+#include "disk.h"
+#include "ledger.h"
+#include "line.h"
+
+/** What can be asked of a ledger's lines beyond counts: recounts, stays, heat, why, and whether it is whole. */
+namespace inquiry {
+
+/** A time asked for: UTC, milliseconds, its end not included. All of a ledger by default, undated lines included. */
+struct Span {
+    int64_t from = std::numeric_limits<int64_t>::min();
+    int64_t until = std::numeric_limits<int64_t>::max();
+
+    [[nodiscard]] bool holds(int64_t utcMillis) const { return utcMillis >= from && utcMillis < until; }
+};
+
+/** Gives a ledger's next whole lines, ends included, about 1 MiB; empty behind the last. */
+using Chunks = std::function<std::string()>;
+
+/** The lines of a running application's ledger, as far as it goes now, from the first that may belong to a time. */
+Chunks chunksOf(const ledger::Ledger& book, const Span& span);
+
+/** The lines of a folder that somebody may be writing to. disk: outlives what is returned. */
+Chunks chunksOf(ledger::Disk& disk, const Span& span);
+
+/** Calls visit with each line, its end not included, until there is none or visit returns false. */
+void visitLines(const Chunks& chunks, const std::function<bool(const ledger::LineHead&, std::string_view)>& visit);
+
+/** When a line was; the earliest there is for one whose time is not known. */
+int64_t timeOf(const ledger::LineHead& head);
+
+/** How long after something happened the line that tells of it may come: a path's part is written when it is full. */
+inline constexpr int64_t kLatestLine = 15 * 60 * 1000;
+
+}  // namespace inquiry

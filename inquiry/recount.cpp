@@ -1,0 +1,256 @@
+#include "recount.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
+
+#include "counting_rules.h"
+
+namespace inquiry {
+
+using nlohmann::json;
+using nlohmann::ordered_json;
+
+SettingsFor settingsInForce(const ConfigParams& settings, ledger::PictureSize picture) {
+    return [settings, picture](ledger::PictureSize size) {
+        ConfigParams config = settings;
+        if (picture.width <= 0 || picture.height <= 0) {
+            return config;
+        }
+        const auto scale = [&](PointArray<8>& points) {
+            for (size_t i = 0; i < points.size(); i += 2) {
+                points[i] = static_cast<int32_t>(int64_t{points[i]} * size.width / picture.width);
+                points[i + 1] = static_cast<int32_t>(int64_t{points[i + 1]} * size.height / picture.height);
+            }
+        };
+        for (PointArray<8>* const points : {&config.i_Detection1, &config.i_Detection2, &config.i_Detection3,
+                                            &config.i_Occupancy1, &config.i_Occupancy2, &config.i_Occupancy3}) {
+            scale(*points);
+        }
+        return config;
+    };
+}
+
+/** The settings for pictures of one size, ready to be asked. */
+struct Recount::Rules {
+    explicit Rules(ConfigParams settings) : config(std::move(settings)), areas(config) {
+        storeEntrances(config, areas);
+        storeDetectionAreas(config, areas);
+    }
+    const ConfigParams config;
+    area_of_interest areas;
+};
+
+Recount::Recount(SettingsFor settings, const Span& span) : m_settings(std::move(settings)), m_span(span) {}
+
+Recount::~Recount() = default;
+
+const Recount::Rules& Recount::rulesFor(ledger::PictureSize size) {
+    std::unique_ptr<Rules>& rules = m_rules[{size.width, size.height}];
+    if (!rules) {
+        rules = std::make_unique<Rules>(m_settings(size));
+    }
+    return *rules;
+}
+
+void Recount::add(const ledger::LineHead& head, std::string_view line) {
+    if (head.kind == "start") {
+        endRun();
+        return;
+    }
+    if (head.kind == "crossing") {
+        if (const std::optional<KeptCrossing> crossing = crossingOf(ledger::parseLine(line))) {
+            const bool isAsked = m_span.holds(timeOf(head));
+            m_open[crossing->object].push_back({*crossing, isAsked});
+            if (isAsked && isObjectClassMonitored(rulesFor(crossing->size).config, crossing->classId)) {
+                ++m_result.recorded[{crossing->entrance, crossing->isIn, crossing->classId}];
+            }
+        }
+        return;
+    }
+    if (head.kind == "object") {
+        if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line))) {
+            for (const PlacedPoint& point : path->points) {
+                step(path->object, path->classId, path->size, point);
+            }
+            if (path->ended) {
+                ++m_result.objects;
+                endObject(path->object);
+            }
+        }
+    }
+}
+
+void Recount::addCycle(const json& cycle) {
+    try {
+        const auto time = static_cast<int64_t>(cycle.at("seconds").get<double>() * 1000);
+        const ledger::PictureSize size = {cycle.at("picture").at(0).get<int32_t>(),
+                                          cycle.at("picture").at(1).get<int32_t>()};
+        std::set<int64_t> seen;
+        for (const json& object : cycle.at("objects")) {
+            const auto id = object.at("id").get<int64_t>();
+            const int32_t classId = classOf(object.at("class").get<std::string>()).value_or(-1);
+            const t_one_locator at = {object.at("locator").at(0).get<int32_t>(),
+                                      object.at("locator").at(1).get<int32_t>()};
+            const auto activity = object.at("activity").get<int>();
+            if (m_span.holds(time) && activity >= 0 && activity <= static_cast<int>(entranceActivity::exitEntrance3) &&
+                isObjectClassMonitored(rulesFor(size).config, classId)) {
+                ++m_result.recorded[{activity / 2 + 1, activity % 2 == 0, classId}];
+            }
+            step(id, classId, size, {time, at});
+            seen.insert(id);
+        }
+        for (auto track = m_tracks.begin(); track != m_tracks.end();) {
+            const int64_t id = (track++)->first;
+            if (!seen.contains(id)) {
+                ++m_result.objects;
+                endObject(id);
+            }
+        }
+    } catch (const json::exception& error) {
+        throw std::runtime_error(std::string("expected a cycle of tracks.jsonl, got another line (") + error.what() +
+                                 ")");
+    }
+}
+
+void Recount::step(int64_t object, int32_t classId, ledger::PictureSize size, const PlacedPoint& point) {
+    const Rules& rules = rulesFor(size);
+    const entrances state = entranceAt(rules.areas, point.at);
+    const auto [known, isNew] = m_tracks.try_emplace(object);
+    Track& track = known->second;
+    if (!isNew) {
+        const int32_t classNow = classAt(object, classId, track.at, point.at);
+        const entranceActivity activity = entranceActivityOf(track.state, state, rules.config.b_IsCameraInside);
+        if (activity != entranceActivity::unknown && m_span.holds(point.utcMillis) &&
+            isObjectClassMonitored(rules.config, classNow)) {
+            ++m_result.counts[{static_cast<int>(activity) / 2 + 1, static_cast<int>(activity) % 2 == 0, classNow}];
+        }
+    }
+    track.state = state;
+    track.at = point.at;
+    const int area = isObjectClassMonitored(rules.config, classId) ? detectionAreaAt(rules.areas, point.at) : 0;
+    track.last = point.utcMillis;
+    if (area != track.area) {
+        leave(track);
+        track.area = area;
+        track.entered = point.utcMillis;
+    }
+    track.classId = classId;
+}
+
+/** An object's class may waver: where a recorded crossing was the same step, it has the class that was counted. */
+int32_t Recount::classAt(int64_t object, int32_t voted, t_one_locator before, t_one_locator after) {
+    const auto open = m_open.find(object);
+    if (open == m_open.end()) {
+        return voted;
+    }
+    std::vector<Recorded>& crossings = open->second;
+    const auto same = std::find_if(crossings.begin(), crossings.end(), [&](const Recorded& recorded) {
+        return recorded.crossing.before == before && recorded.crossing.after == after;
+    });
+    if (same == crossings.end()) {
+        return voted;
+    }
+    const int32_t counted = same->crossing.classId;
+    crossings.erase(same);
+    return counted;
+}
+
+void Recount::leave(Track& track) {
+    if (track.area != 0 && m_span.holds(track.last)) {
+        m_result.stays[{track.area, track.classId}].push_back(track.last - track.entered);
+    }
+    track.area = 0;
+}
+
+void Recount::endObject(int64_t object) {
+    if (const auto track = m_tracks.find(object); track != m_tracks.end()) {
+        leave(track->second);
+        m_tracks.erase(track);
+    }
+    if (const auto open = m_open.find(object); open != m_open.end()) {
+        m_result.withoutPath += std::count_if(open->second.begin(), open->second.end(),
+                                              [](const Recorded& recorded) { return recorded.isAsked; });
+        m_open.erase(open);
+    }
+}
+
+void Recount::endRun() {
+    while (!m_tracks.empty()) {
+        ++m_result.objects;
+        endObject(m_tracks.begin()->first);
+    }
+    while (!m_open.empty()) {
+        endObject(m_open.begin()->first);
+    }
+}
+
+Recounted Recount::finish() {
+    endRun();
+    return std::move(m_result);
+}
+
+Recounted recountOf(const Chunks& chunks, const SettingsFor& settings, const Span& span) {
+    Recount recount(settings, span);
+    visitLines(chunks, [&](const ledger::LineHead& head, std::string_view line) {
+        if (head.moment.isDated() && head.moment.utcMillis - kLatestLine >= span.until) {
+            return false;
+        }
+        if (timeOf(head) >= span.from || head.kind == "start") {
+            recount.add(head, line);
+        }
+        return true;
+    });
+    return recount.finish();
+}
+
+namespace {
+
+ordered_json jsonOf(const Counts& counts) {
+    ordered_json entries = ordered_json::array();
+    for (const auto& [key, count] : counts) {
+        entries.push_back({{"entrance", key.entrance},
+                           {"direction", key.isIn ? "in" : "out"},
+                           {"class", class_index_to_label(key.classId)},
+                           {"count", count}});
+    }
+    return entries;
+}
+
+double secondsOf(int64_t millis) {
+    return static_cast<double>(millis / 100) / 10;
+}
+
+}  // namespace
+
+ordered_json jsonOf(const StaysByArea& stays) {
+    ordered_json entries = ordered_json::array();
+    for (const auto& [key, unsorted] : stays) {
+        std::vector<int64_t> lengths = unsorted;
+        std::sort(lengths.begin(), lengths.end());
+        int64_t sum = 0;
+        for (const int64_t length : lengths) {
+            sum += length;
+        }
+        const size_t half = lengths.size() / 2;
+        const int64_t median = lengths.size() % 2 == 1 ? lengths[half] : (lengths[half - 1] + lengths[half]) / 2;
+        entries.push_back({{"area", key.first},
+                           {"class", class_index_to_label(key.second)},
+                           {"visits", lengths.size()},
+                           {"average", secondsOf(sum / static_cast<int64_t>(lengths.size()))},
+                           {"median", secondsOf(median)},
+                           {"longest", secondsOf(lengths.back())}});
+    }
+    return entries;
+}
+
+ordered_json jsonOf(const Recounted& recounted) {
+    return {{"counts", jsonOf(recounted.counts)},
+            {"recorded", jsonOf(recounted.recorded)},
+            {"objects", recounted.objects},
+            {"without_path", recounted.withoutPath},
+            {"stays", jsonOf(recounted.stays)}};
+}
+
+}  // namespace inquiry

@@ -1,0 +1,104 @@
+#include "answer_jobs.h"
+
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+#include <utility>
+
+namespace {
+
+constexpr size_t kMostKept = 8;
+constexpr std::chrono::milliseconds kPatience(80);
+
+}  // namespace
+
+AnswerJobs::~AnswerJobs() {
+    {
+        const MutexLock lock(m_mutex);
+        m_stop = true;
+    }
+    m_changed.notify_all();
+    if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+int64_t AnswerJobs::post(Work work) {
+    int64_t number = 0;
+    {
+        const MutexLock lock(m_mutex);
+        if (m_waiting.size() == kMostKept) {
+            throw std::invalid_argument("expected at most " + std::to_string(kMostKept) +
+                                        " questions that wait for an answer, got one more; ask again later");
+        }
+        if (!m_isStarted) {
+            m_thread = std::thread([this] { run(); });
+            m_isStarted = true;
+        }
+        number = ++m_last;
+        m_waiting.push_back({number, std::move(work)});
+    }
+    m_changed.notify_all();
+    return number;
+}
+
+std::optional<std::string> AnswerJobs::take(int64_t number) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    Done done;
+    m_mutex.lock();
+    for (bool isInTime = true;;) {
+        if (const auto found = m_done.find(number); found != m_done.end()) {
+            done = std::move(found->second);
+            m_done.erase(found);
+            break;
+        }
+        const bool isWaiting =
+            std::any_of(m_waiting.begin(), m_waiting.end(), [&](const Job& job) { return job.number == number; });
+        const bool isKnown = isWaiting || m_current == number;
+        if (!isKnown || !isInTime) {
+            m_mutex.unlock();
+            if (!isKnown) {
+                throw std::invalid_argument(
+                    "expected the number of an answer that is being made or was not fetched yet, got " +
+                    std::to_string(number));
+            }
+            return std::nullopt;
+        }
+        isInTime = m_changed.wait_until(m_mutex, deadline) == std::cv_status::no_timeout;
+    }
+    m_mutex.unlock();
+    if (done.error) {
+        std::rethrow_exception(done.error);
+    }
+    return std::move(done.answer);
+}
+
+void AnswerJobs::run() {
+    m_mutex.lock();
+    while (true) {
+        while (m_waiting.empty() && !m_stop) {
+            m_changed.wait(m_mutex);
+        }
+        if (m_stop) {
+            break;
+        }
+        const Job job = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        m_current = job.number;
+        m_mutex.unlock();
+        Done done;
+        try {
+            done.answer = job.work(m_stop);
+        } catch (...) {
+            done.error = std::current_exception();
+        }
+        m_mutex.lock();
+        m_current = 0;
+        m_done[job.number] = std::move(done);
+        if (m_done.size() > kMostKept) {
+            m_done.erase(m_done.begin());
+        }
+        m_changed.notify_all();
+    }
+    m_mutex.unlock();
+}
