@@ -3,13 +3,20 @@
 #include <algorithm>
 #include <fstream>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "check.h"
+#include "failing_power.h"
+#include "index.h"
+#include "ledger.h"
 #include "log_capture.h"
 #include "occupancy_manager.h"
 #include "program.h"
+#include "stays.h"
 #include "summary_report.h"
 #include "test_clock.h"
+#include "why.h"
 
 namespace fuzz {
 namespace {
@@ -221,6 +228,66 @@ void archives(const std::string& text) {
     mendAndPurge<CrowdCountRecord>(names.crowdCount);
     mendAndPurge<EntranceActivityRecord>(names.entranceActivity);
     mendAndPurge<OccupancyObjectRecord>(names.occupancy);
+}
+
+namespace {
+
+/** Everything that is asked of lines; what is none has to be passed over. */
+void askLines(FailingPower& disk) {
+    ConfigParams settings;
+    settings.b_DetectPersons = true;
+    settings.b_Occupancy1Active = settings.b_Detection1Active = true;
+    settings.i_EntrancesControlPoints = settings.i_DetectionControlPoints = 4;
+    settings.i_Occupancy1 = settings.i_Detection1 = {0, 0, 100, 0, 100, 100, 0, 100};
+    const inquiry::SettingsFor settingsFor = inquiry::settingsInForce(settings, {640, 360});
+    const inquiry::Recounted recounted = inquiry::recountOf(inquiry::chunksOf(disk, {}), settingsFor, {});
+    require(recounted.withoutPath >= 0 && recounted.objects >= 0, "nothing is counted backwards");
+    inquiry::jsonOf(recounted).dump();
+    inquiry::jsonOf(inquiry::staysOf(inquiry::chunksOf(disk, {}), {})).dump();
+    const inquiry::Span day = {int64_t{kNow} * 1000, int64_t{kNow + 86400} * 1000};
+    inquiry::jsonOf(inquiry::heatOf(inquiry::chunksOf(disk, day), day, "UTC")).dump();
+    inquiry::whyOf(inquiry::chunksOf(disk, day), settingsFor, day, 0).dump();
+}
+
+bool isSame(const ledger::Quarters& left, const ledger::Quarters& right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(), [](const auto& a, const auto& b) {
+        return a.first == b.first && a.second.crossings == b.second.crossings &&
+               a.second.watchedMillis == b.second.watchedMillis;
+    });
+}
+
+}  // namespace
+
+void ledger(const std::string& text) {
+    cameraFolder();
+    const std::string name = "000000000001-2024-01-01.ndjson";
+    FailingPower disk(1);
+    disk.replace(name, text);
+    askLines(disk);
+    const auto options = [] {
+        return ledger::LedgerOptions{int64_t{1} << 30,
+                                     [] {
+                                         return ledger::Moment{int64_t{kNow} * 1000, "", 0};
+                                     },
+                                     [] { return std::string("epoch"); }};
+    };
+    ledger::Ledger book(disk, options());
+    book.open();
+    const std::string mended = disk.read(name, 0, static_cast<int64_t>(text.size())).value_or("");
+    require(text.starts_with(mended), "mending only cuts an end off");
+    const int64_t last = book.end().seq;
+    require(book.append("reset", {{"by", "web"}}) && book.end().seq == last + 1, "it goes on with the next number");
+    require(!book.lines(last + 1, last + 1, 1).empty(), "what was appended is read back");
+    const auto quartersOf = [&] {
+        ledger::Index index(disk, book);
+        while (!index.update(1 << 20)) {
+        }
+        index.save();
+        return index.quarters(std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::max());
+    };
+    const ledger::Quarters read = quartersOf();
+    require(isSame(read, quartersOf()), "the index tells what the lines told");
+    inquiry::check(disk, "");
 }
 
 }  // namespace fuzz

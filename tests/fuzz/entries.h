@@ -27,10 +27,14 @@ void log(const std::string& text);
 /** The four archives, one after the other with a byte 0x1D between them: reading, mending, purging, the report. */
 void archives(const std::string& text);
 
+/** A file of a ledger: mending, going on, indexing, checking, and all that is asked of its lines. */
+void ledger(const std::string& text);
+
 struct Entry {
     const char* name; /**< its folder in the corpus */
     void (*run)(const std::string& text);
 };
-inline constexpr Entry kEntries[] = {{"record", record}, {"exchange", exchange}, {"log", log}, {"archives", archives}};
+inline constexpr Entry kEntries[] = {
+    {"record", record}, {"exchange", exchange}, {"log", log}, {"archives", archives}, {"ledger", ledger}};
 
 }  // namespace fuzz
