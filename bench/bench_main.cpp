@@ -19,8 +19,8 @@ namespace {
 constexpr const char* kHelp =
     "Usage: ./senvo bench [TOPIC ...] [--json] [--repetitions N] [--here]\n"
     "Measures in one run, variants interleaved, and prints medians and ratios. TOPIC: convert, cycle, store,\n"
-    "overlay; all four without one; report and archive, with large files, web, with web servers, and live, with\n"
-    "viewers, only by name. Or, alone: footprint, what the application takes of a camera, or accuracy,\n"
+    "overlay; all four without one; report, archive and ledger, with large files, web, with web servers, and live,\n"
+    "with viewers, only by name. Or, alone: footprint, what the application takes of a camera, or accuracy,\n"
     "how well it counts; ./senvo bench accuracy --help tells more.\n"
     "Each topic is a process of its own; with --here a single one runs in this process, as a profiler likes it.\n"
     "Ends with 1 when a figure misses its limit, with 3 when a topic crashes, hangs or leaves a process behind.\n";
@@ -39,14 +39,10 @@ struct Options {
 };
 
 const std::map<std::string, std::vector<Limit> (*)()>& topics() {
-    static const std::map<std::string, std::vector<Limit> (*)()> all = {{"convert", registerConversion},
-                                                                        {"cycle", registerCycle},
-                                                                        {"store", registerStore},
-                                                                        {"overlay", registerOverlay},
-                                                                        {"report", registerReport},
-                                                                        {"archive", registerArchive},
-                                                                        {"web", registerWeb},
-                                                                        {"live", registerLive}};
+    static const std::map<std::string, std::vector<Limit> (*)()> all = {
+        {"convert", registerConversion}, {"cycle", registerCycle},   {"store", registerStore},
+        {"overlay", registerOverlay},    {"report", registerReport}, {"archive", registerArchive},
+        {"ledger", registerLedger},      {"web", registerWeb},       {"live", registerLive}};
     return all;
 }
 

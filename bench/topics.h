@@ -13,6 +13,7 @@ std::vector<Limit> registerOverlay();
 // Asked for by name only: their archives take minutes to write and read.
 std::vector<Limit> registerReport();
 std::vector<Limit> registerArchive();
+std::vector<Limit> registerLedger();
 
 // Watches the live picture for a minute.
 std::vector<Limit> registerLive();
