@@ -87,6 +87,22 @@ TEST_F(Roles, AreToldToThePage) {
     EXPECT_EQ(curl(url("/")).headers.find("X-Senvo-Role"), std::string::npos) << "to nobody else";
 }
 
+/** What is answered to a login that is wrong, from an address of its own, since failures slow it. */
+TEST_F(Roles, AreToldToNobodyWhoHasNotLoggedIn) {
+    int address = 20;
+    for (const char* action : {"get_status_code", "get_all_parameters", "reset_occupancy", "nobody_knows_this_one"}) {
+        for (const char* user : {"operator", "otto", "vera", "nobody"}) {
+            const std::string uri = service(action);
+            const std::string login = std::string("Digest username=\"") + user + "\", " +
+                                      digestOf(nonceOf(s_camera->address()), user, "a guess, and one more", "GET", uri);
+            const HttpAnswer answer = curl(
+                url(uri), {"--interface", "127.0.0." + std::to_string(address++), "-H", "Authorization: " + login});
+            EXPECT_EQ(answer.status, 401) << user << ", " << action;
+        }
+    }
+    EXPECT_EQ(askAs("vera", service("reset_occupancy")).status, 403) << "to herself";
+}
+
 /** What a login of vera's is answered when it is right, but says more than one name. */
 TEST_F(Roles, AreThoseOfTheUserWhoseLoginItIs) {
     const auto statusOf = [](const std::string& action, const std::string& before, const std::string& behind) {
