@@ -75,6 +75,9 @@ TEST_F(Roles, AreKeptActionByAction) {
     EXPECT_EQ(askAs("vera", service("get_crowd_2&action=get_crowd_3")).status, 200);
     EXPECT_EQ(askAs("vera", "/local/ostrel_senvo/index.html").status, 200);
     EXPECT_EQ(askAs("vera", "/live/image.jpg").status, 200);
+    for (const char* path : {"/live/image.jpg", "/local/ostrel_senvo/index.html", "/"}) {
+        EXPECT_EQ(askAs("vera", path, {"--data", "x"}).status, 403) << path << ", posted";
+    }
 }
 
 TEST_F(Roles, AreToldToThePage) {
