@@ -1,6 +1,8 @@
 #include "clock.h"
 
 #include <chrono>
+#include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "mutex.h"
@@ -24,6 +26,18 @@ std::function<int64_t()>& steadySource() {
 Mutex& zone() {
     static Mutex instance;
     return instance;
+}
+
+/**
+ * Whoever changes the machine's time zone does not restart the application. The C library looks at that zone's file
+ * again only where no variable names it. The first who asks is the log at the start, before there are threads.
+ */
+void learnZone() {
+    const char* const name = std::getenv("TZ");
+    if (name != nullptr && (std::strcmp(name, ":/etc/localtime") == 0 || std::strcmp(name, "/etc/localtime") == 0)) {
+        unsetenv("TZ");
+    }
+    tzset();
 }
 
 }  // namespace
@@ -56,8 +70,7 @@ time_t steadyNow() {
 std::tm localTime(time_t moment) {
     std::tm result = {};
     const MutexLock lock(zone());
-    // Whoever changes the machine's time zone does not restart the application.
-    tzset();
+    learnZone();
     localtime_r(&moment, &result);
     return result;
 }

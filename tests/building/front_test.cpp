@@ -9,7 +9,19 @@
 
 namespace {
 
-class Front : public CameraAndFront {};
+class Front : public CameraAndFront {
+protected:
+    static pid_t pidOfFront() {
+        const TestFolder folder;
+        const std::string pid =
+            runProgram({"/bin/sh", "-c",
+                        "for p in /proc/[0-9]*; do [ \"$(readlink $p/cwd)\" = \"" + s_camera->state().string() +
+                            "\" ] && grep -q lighttpd $p/comm && basename $p; done; true"},
+                       folder.path())
+                .out;
+        return pid.empty() ? -1 : std::stoi(pid);
+    }
+};
 
 TEST_F(Front, AsksEverybodyForALogin) {
     for (const char* path : {"/", "/local/ostrel_senvo/webservices.cgi?action=get_status_code", "/local/ostrel_senvo/",
@@ -203,17 +215,48 @@ TEST_F(Front, StandsBeforeALeaderThatAsksItsFollowersAfterEachStart) {
     EXPECT_TRUE(eventually([&] { return timesAsked() == 2; })) << timesAsked() << " times, not once a start";
 }
 
+TEST_F(Front, StandsBeforeACameraWhoseDamagedSettingsAreMendedAtItsStart) {
+    const TestFolder folder;
+    RunningCamera other(folder.path() / "other");
+    const auto nameOf = [&] {
+        std::smatch found;
+        const std::string document = other.access().get("get_all_parameters");
+        return std::regex_search(document, found, std::regex("<CamName>([^<]*)")) ? found[1].str() : "";
+    };
+    std::string document = other.access().get("get_all_parameters");
+    document = std::regex_replace(document, std::regex("<CamName>[^<]*"), "<CamName>Kept");
+    ASSERT_EQ(other.access()
+                  .post("set_post_parameters", "<root>" + document.substr(5, document.rfind("</app>") - 5) + "</root>")
+                  .status,
+              200);
+    ASSERT_EQ(other.stop(), 0);
+    const std::filesystem::path store = other.state() / "parameters.db";
+    std::string bytes = readFile(store);
+    ASSERT_GT(bytes.size(), 4096U);
+    writeFile(store, bytes.replace(0, 4096, std::string(4096, 'x')));
+    other.start("0");
+    EXPECT_TRUE(eventually([&] { return nameOf() == "Kept"; })) << nameOf() << other.errors();
+    EXPECT_NE(other.errors().find(store.string() + " is damaged ("), std::string::npos) << other.errors();
+    EXPECT_EQ(readFile(store.string() + ".damaged"), bytes);
+    EXPECT_EQ(other.stop(), 0);
+}
+
+TEST_F(Front, ThatHangsIsStartedAgain) {
+    const pid_t front = pidOfFront();
+    ASSERT_GT(front, 0);
+    kill(front, SIGSTOP);
+    EXPECT_TRUE(eventually([] {
+        return s_camera->errors().find("the web server did nothing for 30 s and was killed; starting it again") !=
+               std::string::npos;
+    })) << s_camera->errors();
+    EXPECT_EQ(camera().ask("get_analysis_resolution").body, "1280x720");
+    EXPECT_NE(pidOfFront(), front);
+}
+
 TEST_F(Front, ComesBackWithoutTurningAnybodyAway) {
-    const std::string pidOfFront = [] {
-        const TestFolder folder;
-        return runProgram({"/bin/sh", "-c",
-                           "for p in /proc/[0-9]*; do [ \"$(readlink $p/cwd)\" = \"" + s_camera->state().string() +
-                               "\" ] && grep -q lighttpd $p/comm && basename $p; done; true"},
-                          folder.path())
-            .out;
-    }();
-    ASSERT_FALSE(pidOfFront.empty());
-    kill(std::stoi(pidOfFront), SIGKILL);
+    const pid_t front = pidOfFront();
+    ASSERT_GT(front, 0);
+    kill(front, SIGKILL);
     const HttpAnswer answer = camera().ask("get_analysis_resolution");
     EXPECT_EQ(answer.status, 200) << "it waits in the socket's queue";
     EXPECT_EQ(answer.body, "1280x720");

@@ -75,6 +75,9 @@ TEST_F(Roles, AreKeptActionByAction) {
     EXPECT_EQ(askAs("vera", service("get_crowd_2&action=get_crowd_3")).status, 200);
     EXPECT_EQ(askAs("vera", "/local/ostrel_senvo/index.html").status, 200);
     EXPECT_EQ(askAs("vera", "/live/image.jpg").status, 200);
+    for (const char* path : {"/live/image.jpg", "/local/ostrel_senvo/index.html", "/"}) {
+        EXPECT_EQ(askAs("vera", path, {"--data", "x"}).status, 403) << path << ", posted";
+    }
 }
 
 TEST_F(Roles, AreToldToThePage) {
@@ -85,6 +88,22 @@ TEST_F(Roles, AreToldToThePage) {
     EXPECT_NE(roleOf("vera"), std::string::npos);
     EXPECT_NE(roleOf("otto"), std::string::npos);
     EXPECT_EQ(curl(url("/")).headers.find("X-Senvo-Role"), std::string::npos) << "to nobody else";
+}
+
+/** What is answered to a login that is wrong, from an address of its own, since failures slow it. */
+TEST_F(Roles, AreToldToNobodyWhoHasNotLoggedIn) {
+    int address = 20;
+    for (const char* action : {"get_status_code", "get_all_parameters", "reset_occupancy", "nobody_knows_this_one"}) {
+        for (const char* user : {"operator", "otto", "vera", "nobody"}) {
+            const std::string uri = service(action);
+            const std::string login = std::string("Digest username=\"") + user + "\", " +
+                                      digestOf(nonceOf(s_camera->address()), user, "a guess, and one more", "GET", uri);
+            const HttpAnswer answer = curl(
+                url(uri), {"--interface", "127.0.0." + std::to_string(address++), "-H", "Authorization: " + login});
+            EXPECT_EQ(answer.status, 401) << user << ", " << action;
+        }
+    }
+    EXPECT_EQ(askAs("vera", service("reset_occupancy")).status, 403) << "to herself";
 }
 
 /** What a login of vera's is answered when it is right, but says more than one name. */

@@ -1,6 +1,10 @@
 #include "fastcgi_service.h"
 
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <filesystem>
+#include <mutex>
 #include <sys/stat.h>
 #include <thread>
 
@@ -13,6 +17,52 @@
 namespace {
 
 using Texts = std::vector<std::string>;
+
+/** What this program has told the system log. */
+class SystemLog {
+public:
+    static void add(const char* format, va_list values) {
+        std::string text(1 << 20U, '\0');
+        const int length = std::vsnprintf(text.data(), text.size(), format, values);
+        text.resize(static_cast<size_t>(std::max(0, length)));
+        const std::lock_guard lock(s_mutex);
+        s_texts.push_back(std::move(text));
+    }
+    /** Those of one letter only, which was logged for a test. */
+    static Texts of(char letter) {
+        const std::lock_guard lock(s_mutex);
+        Texts found;
+        std::copy_if(s_texts.begin(), s_texts.end(), std::back_inserter(found), [letter](const std::string& text) {
+            return !text.empty() && text.find_first_not_of(letter) == std::string::npos;
+        });
+        return found;
+    }
+
+private:
+    static inline std::mutex s_mutex;  // guards what follows
+    static inline Texts s_texts;
+};
+
+}  // namespace
+
+// In place of the C library's, which would write to the console where no daemon listens.
+extern "C" void syslog(int /*priority*/, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    SystemLog::add(format, values);
+    va_end(values);
+}
+
+// What that becomes where the compiler fortifies.
+extern "C" void __syslog_chk(int priority, int flag, const char* format, ...);
+extern "C" void __syslog_chk(int /*priority*/, int /*flag*/, const char* format, ...) {
+    va_list values;
+    va_start(values, format);
+    SystemLog::add(format, values);
+    va_end(values);
+}
+
+namespace {
 
 /** The service on its own thread, asked through its socket. */
 class Service : public WebFixture {
@@ -143,6 +193,17 @@ TEST_F(Service, CutsWhatAClientWantsLogged) {
                       "<root><log_severity>error</log_severity><log_entry>" + entry + "</log_entry></root>");
         EXPECT_EQ(LogCapture::ofLevel("error"), std::vector<std::string>{logged}) << label;
     }
+}
+
+TEST_F(Service, CutsNothingElseForTheSystemLog) {
+    client().post("action=post_submit_log", "<root><log_severity>warning</log_severity><log_entry>" +
+                                                std::string(900'000, 'q') + "</log_entry></root>");
+    EXPECT_EQ(SystemLog::of('q'), Texts{std::string(1024, 'q')});
+    const Texts whole = {std::string(100'000, 'w'), std::string(100'000, 'w'), std::string(100'000, 'w')};
+    applicationLog().info(whole[0]);
+    applicationLog().warning(whole[0]);
+    applicationLog().error(whole[0]);
+    EXPECT_EQ(SystemLog::of('w'), whole);
 }
 
 TEST_F(Service, ServesTheNewestOfTheLog) {

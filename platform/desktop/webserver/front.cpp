@@ -26,7 +26,7 @@ constexpr int kHighestPort = 65535;
 // The socket's path is relative to the camera's folder, the server's working folder: a socket's address has to be
 // short.
 constexpr const char* kConfiguration = R"(# Written at every start; changes are lost.
-server.modules = ("mod_setenv", "mod_magnet", "mod_auth", "mod_authn_file", "mod_redirect", "mod_alias", "mod_access", "mod_fastcgi", "mod_proxy")
+server.modules = ("mod_setenv", "mod_magnet", "mod_auth", "mod_authn_file", "mod_access", "mod_redirect", "mod_alias", "mod_fastcgi", "mod_proxy")
 server.systemd-socket-activation = "enable"
 server.bind = "@BIND@"
 server.port = @PORT@

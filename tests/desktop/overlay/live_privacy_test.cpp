@@ -9,6 +9,42 @@ constexpr int kClear = 200;  /**< least contrast of a row of stripes */
 constexpr int kHidden = 100; /**< most contrast of a row of squares */
 constexpr int kCovered = 30; /**< most contrast of a row of something covered */
 
+/** A part of a picture, in pixels. */
+struct Area {
+    int left;
+    int top;
+    int right;
+    int bottom;
+};
+
+/** A dark picture of 320x180 with bright areas. */
+desktop::SharedPicture blocks(const std::vector<Area>& areas) {
+    desktop::FramePtr frame = desktop::makeNv12Frame(320, 180);
+    for (int y = 0; y < 180; ++y) {
+        std::fill_n(frame->data[0] + y * frame->linesize[0], 320, uint8_t{16});
+    }
+    for (int y = 0; y < 90; ++y) {
+        std::fill_n(frame->data[1] + y * frame->linesize[1], 320, uint8_t{128});
+    }
+    for (const Area& area : areas) {
+        for (int y = area.top; y < area.bottom; ++y) {
+            std::fill_n(frame->data[0] + y * frame->linesize[0] + area.left, area.right - area.left, uint8_t{235});
+        }
+    }
+    return {frame.release(), desktop::FreeFrame()};
+}
+
+/** How many pixels of an area are as bright as what was drawn; a cover has the mean, with the dark around it. */
+int brightPixels(const Seen& seen, const Area& area) {
+    int bright = 0;
+    for (int y = area.top; y < area.bottom; ++y) {
+        for (int x = area.left; x < area.right; ++x) {
+            bright += seen.at(x, y) > 230 ? 1 : 0;
+        }
+    }
+    return bright;
+}
+
 class LivePrivacy : public LiveFixture {
 protected:
     void startAnonymised() {
@@ -120,6 +156,60 @@ TEST_F(LivePrivacy, CoversItMirroredAndTurnedAsThePictureIs) {
     EXPECT_LT(contrastWithin(seen, 140, 242, 318), kCovered);
     EXPECT_GT(contrastWithin(seen, 140, 0, 230), kClear);
 }
+
+struct TurnCase {
+    const char* label;
+    int rotation;
+    bool mirrored;
+    desktop::FoundBox found; /**< of the square in the middle, as the inference counts it */
+    Area another;            /**< where the picture has what was looked at, and nobody found */
+};
+
+class LivePrivacyTurned : public LivePrivacy, public testing::WithParamInterface<TurnCase> {};
+
+// A network sees the largest square of what it is given, turned, and says where in that it has found something.
+TEST_P(LivePrivacyTurned, CoversWhatIsFoundAndWhatWasNotLookedAt) {
+    desktop::OverlayParts turned = parts();
+    turned.choices = {{"On", "true"}, {"Size", "320x180"}};
+    turned.rotation = GetParam().rotation;
+    turned.mirrored = GetParam().mirrored;
+    start(turned);
+    const desktop::SharedPicture picture = blocks({{80, 0, 110, 30}, {0, 0, 60, 60}, {200, 120, 230, 160}});
+    m_source->show(picture);
+    m_analysed = picture;
+    desktop::noteFetched({.picture = picture,
+                          .rotation = turned.rotation,
+                          .width = m_analysedSize.width,
+                          .height = m_analysedSize.height});
+    desktop::noteFound({GetParam().found}, 300, 300);
+    m_found = desktop::lastFetched().found;
+    LiveClient viewer = client(kStream);
+    ASSERT_TRUE(redrawUntilDrawn(turned.rotation));
+    for (int look = 0; look < 4; ++look) {
+        m_clock.advance(350ms);
+        redraw(turned.rotation);
+    }
+    const Seen seen = first(viewer);
+    ASSERT_EQ(seen.width, turned.rotation % 180 == 0 ? 320 : 180);
+    const Area& another = GetParam().another;
+    const int shown = brightPixels(seen, another);
+    EXPECT_GT(shown, (another.right - another.left) * (another.bottom - another.top) * 3 / 4) << GetParam().label;
+    EXPECT_EQ(brightPixels(seen, {0, 0, seen.width, seen.height}), shown) << GetParam().label << ", and nothing else";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, LivePrivacyTurned,
+    testing::Values(
+        TurnCase{"upright", 0, false, {10 / 180.0F, 0, 40 / 180.0F, 30 / 180.0F}, {200, 120, 230, 160}},
+        TurnCase{"by 90 degrees", 90, false, {150 / 180.0F, 10 / 180.0F, 1, 40 / 180.0F}, {20, 200, 60, 230}},
+        TurnCase{"by 180 degrees", 180, false, {140 / 180.0F, 150 / 180.0F, 170 / 180.0F, 1}, {90, 20, 120, 60}},
+        TurnCase{"by 270 degrees", 270, false, {0, 140 / 180.0F, 30 / 180.0F, 170 / 180.0F}, {120, 90, 160, 120}},
+        TurnCase{"by 90 degrees, and mirrored",
+                 90,
+                 true,
+                 {150 / 180.0F, 10 / 180.0F, 1, 40 / 180.0F},
+                 {120, 200, 160, 230}}),
+    [](const auto& instance) { return "Case" + std::to_string(instance.index); });
 
 TEST_F(LivePrivacy, CoversWhoIsFoundOnlyOnALaterPictureOrNoMore) {
     const std::vector<desktop::FoundBox> somebody = {{0.4F, 0.4F, 0.6F, 0.8F}};
