@@ -21,3 +21,12 @@ objects class_index_to_object(int32_t classId) {
 const char* class_index_to_label(int32_t classId) {
     return isObjectIndex(classId) ? kLabels[static_cast<size_t>(classId)] : "Unknown";
 }
+
+std::optional<int32_t> label_to_class_index(const std::string& label) {
+    for (int32_t classId = 0; classId <= static_cast<int32_t>(objects::boat); ++classId) {
+        if (label == class_index_to_label(classId)) {
+            return classId;
+        }
+    }
+    return std::nullopt;
+}

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <utility>
 
 /**
@@ -58,6 +60,9 @@ objects class_index_to_object(int32_t classId);
 
 /** The label of a model class index, "Person" to "Boat"; "Unknown" for an index outside 0..8. */
 const char* class_index_to_label(int32_t classId);
+
+/** The other way round: 0..8; nothing for another text. */
+std::optional<int32_t> label_to_class_index(const std::string& label);
 
 /** The three detection areas. */
 enum class aoi : int32_t {

@@ -119,8 +119,9 @@ private:
     }
 
     void judgePeriod(const std::string& file, const ledger::LineHead& head, const json& line) {
-        Period period = {head.seq, line.value("camera", ""), line.value("archived", ""), {}};
-        const json tallies = line.value("tallies", json::object());
+        Period period = {head.seq, ledger::textIn(line, "camera"), ledger::textIn(line, "archived"), {}};
+        const auto found = line.find("tallies");
+        const json tallies = found == line.end() ? json::object() : *found;
         for (const auto& [name, count] : tallies.items()) {
             if (isOfCrossings(name) && count.is_number_integer()) {
                 period.tallies[name] = count.get<int64_t>();
@@ -160,8 +161,8 @@ std::vector<Cut> cutsOf(ledger::Disk& disk) {
     visitLines(chunksOf(disk, {}), [&](const ledger::LineHead& head, std::string_view text) {
         if (head.kind == "cut") {
             const json line = ledger::parseLine(text);
-            cuts.push_back({line.value("from", int64_t{0}), line.value("through", int64_t{0}),
-                            line.value("removed", "") == "all"});
+            cuts.push_back({ledger::numberIn(line, "from"), ledger::numberIn(line, "through"),
+                            ledger::textIn(line, "removed") == "all"});
         }
         return true;
     });

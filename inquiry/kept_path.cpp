@@ -44,7 +44,7 @@ ledger::PictureSize sizeOf(const json& line) {
 }
 
 int32_t classIn(const json& line) {
-    return classOf(line.at("class").get<std::string>()).value_or(-1);
+    return label_to_class_index(line.at("class").get<std::string>()).value_or(-1);
 }
 
 void addPoint(const json& entry, int64_t begin, std::vector<PlacedPoint>& points) {
@@ -63,15 +63,6 @@ void addPoint(const json& entry, int64_t begin, std::vector<PlacedPoint>& points
 }
 
 }  // namespace
-
-std::optional<int32_t> classOf(const std::string& label) {
-    for (int32_t classId = 0; classId <= static_cast<int32_t>(objects::boat); ++classId) {
-        if (label == class_index_to_label(classId)) {
-            return classId;
-        }
-    }
-    return std::nullopt;
-}
 
 std::optional<KeptPath> pathOf(const json& line) {
     try {

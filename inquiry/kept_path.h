@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "finding.h"
@@ -48,8 +47,5 @@ struct KeptCrossing {
 /** Reads a whole line of its kind; nothing for what is none. Undated times are the earliest there are. */
 std::optional<KeptPath> pathOf(const nlohmann::json& line);
 std::optional<KeptCrossing> crossingOf(const nlohmann::json& line);
-
-/** The class of a label, 0..8; nothing for another text. */
-std::optional<int32_t> classOf(const std::string& label);
 
 }  // namespace inquiry

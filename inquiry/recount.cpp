@@ -90,7 +90,7 @@ void Recount::addCycle(const json& cycle) {
         std::set<int64_t> seen;
         for (const json& object : cycle.at("objects")) {
             const auto id = object.at("id").get<int64_t>();
-            const int32_t classId = classOf(object.at("class").get<std::string>()).value_or(-1);
+            const int32_t classId = label_to_class_index(object.at("class").get<std::string>()).value_or(-1);
             const t_one_locator at = {object.at("locator").at(0).get<int32_t>(),
                                       object.at("locator").at(1).get<int32_t>()};
             const auto activity = object.at("activity").get<int>();

@@ -10,20 +10,11 @@ namespace ledger {
 
 namespace {
 
-constexpr int kClasses = 9;
+constexpr double kMinuteSeconds = 60;
 constexpr std::string_view kEnding = ".index";
 
 std::string indexName(const LedgerFile& file) {
     return fileName(file.firstSeq, file.day, false) + std::string(kEnding);
-}
-
-int classOf(const std::string& label) {
-    for (int i = 0; i < kClasses; ++i) {
-        if (label == class_index_to_label(i)) {
-            return i;
-        }
-    }
-    return -1;
 }
 
 int64_t quarterOf(int64_t utcMillis) {
@@ -39,14 +30,16 @@ struct Addition {
 std::optional<Addition> additionOf(const nlohmann::json& line, const std::string& kind) {
     Addition addition;
     if (kind == "crossing") {
-        const CountKey key = {line.value("entrance", 0), line.value("direction", "") == "in",
-                              classOf(line.value("class", ""))};
-        if (key.entrance < 1 || key.entrance > 3 || key.classId < 0) {
+        const int64_t entrance = numberIn(line, "entrance");
+        const std::optional<int32_t> classId = label_to_class_index(textIn(line, "class"));
+        if (entrance < 1 || entrance > 3 || !classId) {
             return std::nullopt;
         }
-        addition.crossing = key;
+        addition.crossing = {static_cast<int>(entrance), textIn(line, "direction") == "in", *classId};
     } else {
-        addition.watchedMillis = static_cast<int32_t>(line.value("seconds", 0.0) * 1000);
+        const auto seconds = line.find("seconds");
+        const double watched = seconds != line.end() && seconds->is_number() ? seconds->get<double>() : 0;
+        addition.watchedMillis = static_cast<int32_t>(std::clamp(watched, 0.0, kMinuteSeconds) * 1000);
     }
     return addition;
 }
@@ -127,7 +120,7 @@ void Index::take(std::string_view line, Part& part) {
     }
     if (head->kind == "clock") {
         if (moment.isDated() && parsed.contains("boot")) {
-            date(parsed.value("boot", ""), moment.utcMillis - parsed.value("mono", int64_t{0}), part);
+            date(textIn(parsed, "boot"), moment.utcMillis - numberIn(parsed, "mono"), part);
         }
         return;
     }
@@ -142,7 +135,7 @@ void Index::take(std::string_view line, Part& part) {
     }
     // A minute's line is written when the next one has begun.
     const bool isMinute = head->kind == "watched";
-    const std::optional<int64_t> minute = isMinute ? utcOf(parsed.value("minute", "")) : std::nullopt;
+    const std::optional<int64_t> minute = isMinute ? utcOf(textIn(parsed, "minute")) : std::nullopt;
     add(part.quarters, minute.value_or(moment.utcMillis), addition->crossing, addition->watchedMillis);
 }
 

@@ -1,5 +1,7 @@
 #include "last_run.h"
 
+#include <algorithm>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 namespace ledger {
@@ -27,7 +29,7 @@ size_t firstFileOf(Disk& disk, const std::vector<LedgerFile>& files) {
 std::optional<int64_t> occupancyIn(const nlohmann::json& line) {
     for (const char* const member : {"occupancy", "to"}) {
         if (const auto found = line.find(member); found != line.end() && found->is_number_integer()) {
-            return found->get<int64_t>();
+            return std::clamp<int64_t>(numberIn(line, member), 0, std::numeric_limits<int32_t>::max());
         }
     }
     return std::nullopt;
@@ -38,12 +40,12 @@ void take(const LineHead& head, const nlohmann::json& line, LastRun& run) {
         run.openPeriod.clear();
     }
     if (head.kind == "crossing") {
-        ++run.openPeriod[{line.value("entrance", int64_t{0}), line.value("direction", ""), line.value("class", "")}];
+        ++run.openPeriod[{numberIn(line, "entrance"), textIn(line, "direction"), textIn(line, "class")}];
     }
     if (const std::optional<int64_t> occupancy = occupancyIn(line)) {
         run.occupancy = occupancy;
     }
-    run.ending = head.kind == "stop" ? line.value("reason", "") : "";
+    run.ending = head.kind == "stop" ? textIn(line, "reason") : "";
 }
 
 }  // namespace

@@ -172,4 +172,15 @@ nlohmann::json parseLine(std::string_view line) {
     return parsed.is_object() ? parsed : discarded;
 }
 
+std::string textIn(const nlohmann::json& line, const char* member) {
+    const auto found = line.find(member);
+    return found != line.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
+int64_t numberIn(const nlohmann::json& line, const char* member) {
+    const auto found = line.find(member);
+    const int64_t number = found != line.end() && found->is_number_integer() ? found->get<int64_t>() : 0;
+    return number >= -kMostNumber && number <= kMostNumber ? number : 0;
+}
+
 }  // namespace ledger

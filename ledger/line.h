@@ -47,6 +47,12 @@ std::optional<LineHead> headOf(std::string_view line);
 /** Reads a whole line; a discarded value when it is no JSON object with a ledger line's head. */
 nlohmann::json parseLine(std::string_view line);
 
+/** A member of a line; empty where there is none, or another kind of value: a damaged line must not end a process. */
+std::string textIn(const nlohmann::json& line, const char* member);
+
+/** Likewise a whole number, 0 where there is none or one beyond all reach. */
+int64_t numberIn(const nlohmann::json& line, const char* member);
+
 /** "2026-11-22T04:31:39.123Z"; years 0 to 9999. */
 std::string utcText(int64_t utcMillis);
 

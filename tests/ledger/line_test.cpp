@@ -64,5 +64,18 @@ TEST(LedgerLine, TellsUtc) {
     EXPECT_EQ(utcDay(951'782'399'999), "2000-02-28");
 }
 
+TEST(LedgerLine, OfADamagedOneTheRestIsRead) {
+    const nlohmann::json line = nlohmann::json::parse(
+        R"({"text":7,"number":"7","huge":9223372036854775807,"fraction":1.5,"good":"x","seven":7,"none":null})");
+    EXPECT_EQ(textIn(line, "text"), "");
+    EXPECT_EQ(textIn(line, "missing"), "");
+    EXPECT_EQ(textIn(line, "good"), "x");
+    for (const char* const member : {"number", "huge", "fraction", "none", "missing"}) {
+        EXPECT_EQ(numberIn(line, member), 0) << member;
+    }
+    EXPECT_EQ(numberIn(line, "seven"), 7);
+    EXPECT_FALSE(headOf(R"({"seq":9223372036854775807,"epoch":"e","t":"2026-11-22T08:00:00.000Z","kind":"reset"})"));
+}
+
 }  // namespace
 }  // namespace ledger
