@@ -115,8 +115,12 @@ public:
         // Asked for before the file is opened: a purge that ends in between does no harm.
         const std::optional<PurgeCut> purge = pendingPurge();
         DateReader date;
+        // Made once: asking for the time in the machine's zone costs more than reading a line.
+        T dated;
+        dated.dateTime = purge ? purge->now : dated.dateTime;
         archive_file::forEachLine(path(), [&](const std::string& line) {
-            T record = purge ? parse(line, purge->now) : parse(line);
+            T record = dated;
+            record.deserialize(line);
             if (!purge || purge->before <= date.read(record.dateTime)) {
                 records.push_back(std::move(record));
             }
@@ -146,12 +150,6 @@ public:
     }
 
 private:
-    static T parse(const std::string& line) {
-        T record;
-        record.deserialize(line);
-        return record;
-    }
-
     static T parse(const std::string& line, const std::string& now) {
         T record;
         if (!record.deserialize(line)) {

@@ -30,6 +30,9 @@ void readSection(std::istream& text, const std::string& dateTime, const std::str
     std::string line;
     std::getline(text, line);
     const int count = std::stoi(line);
+    Record blank;
+    blank.dateTime = dateTime;
+    blank.cameraName = camera;
     for (int i = 0; i < count; ++i) {
         if (!std::getline(text, line)) {
             if (count - i > kMostMissingLines) {
@@ -38,7 +41,7 @@ void readSection(std::istream& text, const std::string& dateTime, const std::str
             }
             line.clear();
         }
-        Record record;
+        Record record = blank;
         record.deserialize(line);
         record.dateTime = dateTime;
         record.cameraName = camera;
