@@ -229,6 +229,24 @@ TEST_F(Steady, NarrowedNeighboursAreStillLargeEnoughInWholePixels) {
     }
 }
 
+TEST_F(Steady, WhoTurnsBackIsFollowed) {
+    for (int i = 0; i < 60; ++i) {
+        m_answer = next({personAt(i < 30 ? 200 + 10.0 * i : 800 - 10.0 * i, 250)});
+        ASSERT_LE(m_stage.followed().size(), 1U) << i;
+    }
+    EXPECT_EQ(m_stage.followed()[0].number(), 0);
+}
+
+TEST_F(Steady, ANewObjectsBoxesAreAsRoughAsThoseOfTheOthers) {
+    for (int i = 0; i < 300; ++i) {
+        const double off = i % 2 == 0 ? 9 : -9;
+        next({personAt(300 + off, 250 - off)});
+    }
+    next({personAt(300, 250), personAt(700, 250)});
+    ASSERT_EQ(m_stage.followed().size(), 2U);
+    EXPECT_GT(m_stage.followed()[1].jitter(), 0.055);
+}
+
 TEST_F(Steady, ThirtyObjectsTakeTwelvePlacesAndKeepThem) {
     std::vector<Detection> found;
     for (int i = 0; i < 30; ++i) {
