@@ -205,6 +205,48 @@ TEST_F(Steady, NeighboursAreNarrowedSoThatBothSurvive) {
     }
 }
 
+TEST_F(Steady, NarrowedNeighboursAreStillLargeEnoughInWholePixels) {
+    for (int lot = 0; lot < 500; ++lot) {
+        const float height = 120 + static_cast<float>(lot / 10);
+        m_stage = Steadying();
+        for (int i = 0; i < 12; ++i) {
+            std::vector<Detection> found = {personAt(300, 300), personAt(312 + 0.1 * (lot % 10), 300)};
+            for (Detection& box : found) {
+                box.top = (300 - height / 2) / kHeight;
+                box.bottom = (300 + height / 2) / kHeight;
+            }
+            m_answer = next(found);
+        }
+        for (const Detection& box : m_answer) {
+            const auto pixels = [](float from, float to, int size) {
+                return static_cast<int>(to * static_cast<float>(size)) -
+                       static_cast<int>(from * static_cast<float>(size));
+            };
+            EXPECT_GE(pixels(box.left, box.right, kWidth) * pixels(box.top, box.bottom, kHeight),
+                      0.005 * kWidth * kHeight)
+                << lot;
+        }
+    }
+}
+
+TEST_F(Steady, WhoTurnsBackIsFollowed) {
+    for (int i = 0; i < 60; ++i) {
+        m_answer = next({personAt(i < 30 ? 200 + 10.0 * i : 800 - 10.0 * i, 250)});
+        ASSERT_LE(m_stage.followed().size(), 1U) << i;
+    }
+    EXPECT_EQ(m_stage.followed()[0].number(), 0);
+}
+
+TEST_F(Steady, ANewObjectsBoxesAreAsRoughAsThoseOfTheOthers) {
+    for (int i = 0; i < 300; ++i) {
+        const double off = i % 2 == 0 ? 9 : -9;
+        next({personAt(300 + off, 250 - off)});
+    }
+    next({personAt(300, 250), personAt(700, 250)});
+    ASSERT_EQ(m_stage.followed().size(), 2U);
+    EXPECT_GT(m_stage.followed()[1].jitter(), 0.055);
+}
+
 TEST_F(Steady, ThirtyObjectsTakeTwelvePlacesAndKeepThem) {
     std::vector<Detection> found;
     for (int i = 0; i < 30; ++i) {

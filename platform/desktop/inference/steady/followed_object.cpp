@@ -6,26 +6,27 @@
 namespace desktop {
 namespace {
 
-constexpr double kUsualJitter = 0.05;
 constexpr double kLeastJitter = 0.02;
 constexpr double kMostJitter = 0.1;
 constexpr double kJitterMemory = 0.04;  // share of the newest look in the estimate
 constexpr double kUsualSpeed = 1.2;     // deviation of a new object's speed, in sizes a second
-constexpr double kUnrest = 0.6;         // by which the speed changes within a second, in sizes a second
+constexpr double kUnrest = 0.3;         // by which the speed changes within a second, in sizes a second
+constexpr double kTurn = 2.5;           // the same for one that stops, starts or turns
+constexpr double kTurns = 0.003;        // share of looks at which one does
 constexpr double kSizeUnrest = 0.15;
 constexpr double kSizeNoise = 1.0;       // of the jitter
 constexpr double kSizeMisfit = 0.25;     // deviation of a box's size, in the logarithm
 constexpr double kLargestMisfit = 0.65;  // of a size that fits at all, in the logarithm
+constexpr double kOtherClass = 1;        // by which a box of another class is less likely, in the logarithm
 constexpr double kSurprise = 2.5;        // deviations up to which a box is believed
 constexpr double kMajority = 1.5;
 constexpr double kVoteKept = 0.93;  // of older votes at each look: who was far away at first is known better later
 
 constexpr int kTimesToKnowSpeed = 4;
 constexpr double kNear = 0.25;  // sizes within which a box may be the object's whatever its speed
-constexpr double kTurn = 0.5;   // sizes a second by which it may go elsewhere than expected
 constexpr double kFastPerson = 1.5;
-constexpr double kFastVehicle = 3;
-constexpr double kFarthest = 0.8;
+constexpr double kFastVehicle = 2;
+constexpr double kFarthest = 1;
 
 std::array<double, 4> axesOf(const PixelBox& box) {
     return {box.x, box.y, box.width, box.height};
@@ -39,6 +40,11 @@ double square(double value) {
     return value * value;
 }
 
+/** Of a normal distribution. */
+double density(double off, double variance) {
+    return std::exp(-square(off) / variance / 2) / std::sqrt(2 * 3.14159265358979323846 * variance);
+}
+
 }  // namespace
 
 double commonArea(const PixelBox& a, const PixelBox& b) {
@@ -47,14 +53,14 @@ double commonArea(const PixelBox& a, const PixelBox& b) {
     return width > 0 && height > 0 ? width * height : 0;
 }
 
-FollowedObject::FollowedObject(int number, double now, const SeenBox& seen)
+FollowedObject::FollowedObject(int number, double now, const SeenBox& seen, double jitter)
     : m_number(number),
       m_first(now),
       m_last(now),
       m_lastConfident(now),
       m_timesConfident(seen.confident ? 1 : 0),
       m_lastScore(seen.score),
-      m_jitter(kUsualJitter),
+      m_jitter(jitter),
       m_class(seen.objectClass) {
     Picture picture;
     picture.time = now;
@@ -111,44 +117,73 @@ void FollowedObject::adopt(const FollowedObject& other) {
     m_timesSeen += other.m_timesSeen;
 }
 
-PixelBox FollowedObject::newestPlace() const {
+const FollowedObject::Picture& FollowedObject::lastLook() const {
     auto picture = m_pictures.rbegin();
     while (!picture->seen && std::next(picture) != m_pictures.rend()) {
         ++picture;
     }
-    return boxOf(picture->axes);
+    return *picture;
 }
 
-double FollowedObject::uncertainty() const {
-    const double variance = (newest().expected[0].placeVariance + newest().expected[1].placeVariance) / 2;
-    return std::sqrt(variance + noise(0));
+PixelBox FollowedObject::newestPlace() const {
+    return boxOf(lastLook().axes);
 }
 
 double FollowedObject::reach() const {
+    const double speed = m_class == ObjectClass::Person ? kFastPerson : kFastVehicle;
     const double gap = newest().time - m_last;
-    if (m_timesSeen < kTimesToKnowSpeed) {
-        const double speed = m_class == ObjectClass::Person ? kFastPerson : kFastVehicle;
-        return scale() * std::min(kFarthest, kNear + speed * gap);
-    }
-    return scale() * std::min(kFarthest, kNear + kTurn * gap);
+    return scale() * (m_timesSeen < kTimesToKnowSpeed ? std::min(kFarthest, kNear + speed * gap) : kFarthest);
 }
 
-double FollowedObject::misfit(const SeenBox& seen) const {
+double FollowedObject::placeLikelihood(const SeenBox& seen, double unrest) const {
+    const Picture& last = lastLook();
+    const double gap = newest().time - last.time;
+    const AxisState x = last.axes[0].after(gap, unrest);
+    const AxisState y = last.axes[1].after(gap, unrest);
+    return density(seen.box.x - x.place, x.placeVariance + noise(0)) *
+           density(seen.box.y - y.place, y.placeVariance + noise(1));
+}
+
+double FollowedObject::turning(const SeenBox& seen) const {
+    const double turns = kTurns * placeLikelihood(seen, square(kTurn * scale()));
+    const double all = turns + (1 - kTurns) * placeLikelihood(seen, unrest(0));
+    return all > 0 ? turns / all : 0;
+}
+
+double FollowedObject::likelihood(const SeenBox& seen) const {
     const PixelBox here = expected();
+    if (square(seen.box.x - here.x) + square(seen.box.y - here.y) > square(reach())) {
+        return 0;
+    }
     const double height = std::log(seen.box.height / here.height);
     const double width = std::log(seen.box.width / here.width);
     if (m_timesSeen > 3 && std::max(std::abs(height), std::abs(width) * 0.8) > kLargestMisfit) {
-        return kBadFit;
+        return 0;
     }
-    if (std::hypot(seen.box.x - here.x, seen.box.y - here.y) > reach()) {
-        return kBadFit;
+    const double place =
+        kTurns * placeLikelihood(seen, square(kTurn * scale())) + (1 - kTurns) * placeLikelihood(seen, unrest(0));
+    const double size = square(height / kSizeMisfit) / 2 + square(width / kSizeMisfit) / 4;
+    return place * std::exp(-size - (seen.objectClass == m_class ? 0 : kOtherClass));
+}
+
+void FollowedObject::believeTurn(double share) {
+    size_t next = m_pictures.size() - 1;
+    while (next > 1 && !m_pictures[next - 1].seen) {
+        --next;
     }
-    const double far = square(seen.box.x - here.x) / (newest().expected[0].placeVariance + noise(0)) +
-                       square(seen.box.y - here.y) / (newest().expected[1].placeVariance + noise(1));
-    return far + square(height / kSizeMisfit) + square(width / kSizeMisfit) / 2;
+    for (size_t k = std::max<size_t>(next, 1); k < m_pictures.size(); ++k) {
+        const double step = m_pictures[k].time - m_pictures[k - 1].time;
+        for (size_t i = 0; i < 2; ++i) {
+            const double power = unrest(i) + share * (square(kTurn * scale()) - unrest(i));
+            m_pictures[k].axes[i] = m_pictures[k].expected[i] = m_pictures[k - 1].axes[i].after(step, power);
+        }
+    }
 }
 
 void FollowedObject::see(const SeenBox& seen) {
+    if (m_timesSeen > 3) {
+        believeTurn(turning(seen));
+    }
     Picture& picture = m_pictures.back();
     picture.seen = true;
     const std::array<double, kAxes> places = axesOf(seen.box);

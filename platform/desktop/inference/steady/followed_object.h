@@ -43,7 +43,8 @@ struct SeenBox {
  */
 class FollowedObject {
 public:
-    FollowedObject(int number, double now, const SeenBox& seen);
+    /** jitter: of boxes of other objects, as a fraction of the height, until it knows its own. */
+    FollowedObject(int number, double now, const SeenBox& seen, double jitter);
 
     int number() const { return m_number; }
 
@@ -70,12 +71,18 @@ public:
     /** Where it was when it was seen last, by what was known then. */
     PixelBox newestPlace() const;
 
-    /** Deviation of the expected place, noise of a box included, in pixels. */
-    double uncertainty() const;
+    /**
+     * How likely a box of the newest picture is of this object: the density of its place per square pixel, and less
+     * the more its size and class are others; 0 for one that cannot be. Most objects go on as they went; now and then
+     * one stops, starts or turns (multiple models: Bar-Shalom, Li, Kirubarajan: Estimation, 2001, 11.6).
+     */
+    double likelihood(const SeenBox& seen) const;
 
-    /** How ill a box of the newest picture fits what is expected; 0 is best, kBadFit and more is none. */
-    double misfit(const SeenBox& seen) const;
-    static constexpr double kBadFit = 16;
+    /**
+     * Sum of the logarithms by which what was seen speaks for an object and against chance (Sittler: An optimal data
+     * association problem in surveillance theory, IEEE Transactions on Military Electronics 8, 1964).
+     */
+    double trust = 0;
 
     /** Takes a box of the newest picture. */
     void see(const SeenBox& seen);
@@ -126,7 +133,11 @@ private:
     };
 
     const Picture& newest() const { return m_pictures.back(); }
+    const Picture& lastLook() const;
     double reach() const;
+    double placeLikelihood(const SeenBox& seen, double unrest) const;
+    double turning(const SeenBox& seen) const;
+    void believeTurn(double share);
     double noise(size_t axis) const;
     double unrest(size_t axis) const;
     double scale() const;

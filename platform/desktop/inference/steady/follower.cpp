@@ -9,22 +9,27 @@ namespace desktop {
 namespace {
 
 constexpr int kTimesToBeKnown = 3;
+constexpr double kTrusted = 5;            // trust from which an object is believed
+constexpr double kDistrusted = -6;        // below which one that is not known is given up
+constexpr double kFound = 0.7;            // share of pictures in which an object is found
+constexpr double kUnknown = 4;            // by which one that is not known is less likely: others choose first
+constexpr double kWeak = 2;               // by which a weak box is, in the logarithm
 constexpr double kLongestFirstGap = 0.7;  // seconds for which one that is not known may be out of sight
-constexpr double kOtherClass = 2;         // misfit of a box of another class
-constexpr double kWeakFit = 5;            // misfit that a weak box may have at most
 constexpr double kLongestWeak = 2.5;      // seconds for which weak boxes alone are believed
-constexpr double kUnknown = 3;            // misfit of an object that is not known: others choose first
-constexpr double kPart = 0.6;     // share of the smaller box above which two boxes are one object or parts of it
-constexpr double kApart = 0.5;    // share of the smaller box below which two boxes prove two objects
-constexpr double kTwin = 0.6;     // heights from an object at which a new one may be the same
+constexpr double kChance = 0.05;          // boxes in a picture that are of nothing, or of somebody new
+constexpr double kJitterMemory = 0.02;    // of an object in what was measured of all
+constexpr int kTimesToKnowJitter = 7;
+constexpr double kPart = 0.9;     // share of the smaller box above which two boxes are one object or parts of it
+constexpr double kApart = 0.8;    // share of the smaller box below which two boxes prove two objects
+constexpr double kTwin = 0.45;    // heights from an object at which a new one may be the same
 constexpr double kTwinRun = 0.8;  // and so many more for each second it was out of sight
 constexpr double kTwinFarthest = 1.2;
 constexpr double kTwinSize = 0.5;  // by which their heights may differ, in the logarithm
 constexpr double kEdge = 0.02;     // of the picture: nearer to its edge a box touches it
 constexpr double kLeaves = 0.2;    // sizes a second towards the edge
 constexpr double kLeft = 0.3;      // seconds after which one who was leaving is gone
-constexpr int kTimesTogether = 2;  // pictures that show both prove two objects
-constexpr int kTimesAlone = 2;     // pictures that show one in turn prove one
+constexpr int kTimesTogether = 1;  // pictures that show both prove two objects
+constexpr int kTimesAlone = 4;     // pictures that show one in turn prove one
 
 double sharedOf(const PixelBox& a, const PixelBox& b) {
     return commonArea(a, b) / std::min(a.area(), b.area());
@@ -33,17 +38,26 @@ double sharedOf(const PixelBox& a, const PixelBox& b) {
 }  // namespace
 
 bool Follower::isKnown(const FollowedObject& object) {
-    return object.timesSeen() >= kTimesToBeKnown && object.timesConfident() >= 2 && object.twin < 0;
+    return object.timesSeen() >= kTimesToBeKnown && object.timesConfident() >= 2 && object.trust > kTrusted &&
+           object.twin < 0;
 }
 
 void Follower::follow(double now, const std::vector<SeenBox>& seen, double width, double height) {
     for (FollowedObject& object : m_objects) {
         object.advance(now);
     }
+    m_chance = kChance / (width * height);
     std::vector<bool> taken(seen.size(), false);
     std::vector<bool> found(m_objects.size(), false);
     give(seen, true, taken, found);
     give(seen, false, taken, found);
+    for (size_t i = 0; i < m_objects.size(); ++i) {
+        if (found[i] && m_objects[i].timesSeen() >= kTimesToKnowJitter) {
+            m_jitter += kJitterMemory * (m_objects[i].jitter() - m_jitter);
+        } else if (!found[i] && !isKnown(m_objects[i])) {
+            m_objects[i].trust += std::log(1 - kFound);
+        }
+    }
     m_gone.clear();
     std::erase_if(m_objects, [&](const FollowedObject& object) {
         const bool gone = hasGone(object, now, width, height);
@@ -73,24 +87,26 @@ void Follower::give(const std::vector<SeenBox>& seen, bool confident, std::vecto
     if (rows.empty() || columns.empty()) {
         return;
     }
+    // How much more likely a box is the object's than a chance one, and the object found than not.
+    const double whenFound = std::log(kFound / (1 - kFound));
     std::vector<double> gains(rows.size() * columns.size(), 0);
+    std::vector<double> trusts(gains.size(), 0);
     for (size_t r = 0; r < rows.size(); ++r) {
         const FollowedObject& object = m_objects[rows[r]];
-        // Who was out of sight for long may be anywhere, so that a box near him says less.
-        const double vague = 4 * std::log(object.uncertainty() / (0.05 * object.expected().height));
-        const double before = vague + (isKnown(object) ? 0 : kUnknown);
         for (size_t c = 0; c < columns.size(); ++c) {
-            const SeenBox& box = seen[columns[c]];
-            const double misfit = object.misfit(box);
-            if (misfit < (confident ? FollowedObject::kBadFit : kWeakFit)) {
-                const double all = misfit + before + (box.objectClass == object.objectClass() ? 0 : kOtherClass);
-                gains[r * columns.size() + c] = std::max(0.01, 2 * FollowedObject::kBadFit - all);
+            const double likelihood = object.likelihood(seen[columns[c]]);
+            if (likelihood > 0) {
+                const double trust = std::log(likelihood / m_chance);
+                trusts[r * columns.size() + c] = std::max(0.0, trust);
+                gains[r * columns.size() + c] =
+                    trust + whenFound - (isKnown(object) ? 0 : kUnknown) - (confident ? 0 : kWeak);
             }
         }
     }
     const std::vector<size_t> pairs = assign(gains, rows.size(), columns.size());
     for (size_t r = 0; r < rows.size(); ++r) {
         if (pairs[r] != kUnassigned) {
+            m_objects[rows[r]].trust += trusts[r * columns.size() + pairs[r]];
             m_objects[rows[r]].see(seen[columns[pairs[r]]]);
             taken[columns[pairs[r]]] = true;
             found[rows[r]] = true;
@@ -145,7 +161,9 @@ void Follower::begin(double now, const std::vector<SeenBox>& seen, const std::ve
         for (size_t i = 0; i < known && isNew; ++i) {
             const FollowedObject& object = m_objects[i];
             const PixelBox there = object.expected();
-            const double way = std::hypot(there.x - seen[j].box.x, there.y - seen[j].box.y);
+            const PixelBox last = object.newestPlace();
+            const double way = std::min(std::hypot(there.x - seen[j].box.x, there.y - seen[j].box.y),
+                                        std::hypot(last.x - seen[j].box.x, last.y - seen[j].box.y));
             const double reach = std::min(kTwinFarthest, kTwin + kTwinRun * (now - object.lastSeen()));
             const bool alike = std::abs(std::log(seen[j].box.height / there.height)) < kTwinSize;
             if (alike && way < nearest * reach * seen[j].box.height) {
@@ -158,7 +176,7 @@ void Follower::begin(double now, const std::vector<SeenBox>& seen, const std::ve
             isNew = sharedOf(seen[j].box, there) < kPart;
         }
         if (isNew) {
-            m_objects.emplace_back(m_nextNumber++, now, seen[j]);
+            m_objects.emplace_back(m_nextNumber++, now, seen[j], m_jitter);
             m_objects.back().twin = twin;
             FollowedObject* const other = twin < 0 ? nullptr : find(twin);
             m_objects.back().together =
@@ -172,7 +190,7 @@ void Follower::begin(double now, const std::vector<SeenBox>& seen, const std::ve
 bool Follower::hasGone(const FollowedObject& object, double now, double width, double height) const {
     const double gap = now - object.lastSeen();
     if (!isKnown(object)) {
-        return gap > kLongestFirstGap;
+        return gap > kLongestFirstGap || object.trust < kDistrusted;
     }
     const PixelBox there = object.expected();
     const bool outside = there.x < 0 || there.y < 0 || there.x > width || there.y > height;

@@ -12,7 +12,7 @@ namespace desktop {
  * Confident boxes choose first, then weak ones are given to objects that are known already, as ByteTrack does (Zhang et
  * al.: ByteTrack, multi-object tracking by associating every detection box, ECCV 2022); objects are expected where a
  * constant velocity takes them, as in SORT (Bewley et al.: Simple online and realtime tracking, ICIP 2016), and pairs
- * are chosen all at once.
+ * are chosen all at once, by how much more likely a box is of an object than of chance.
  */
 class Follower {
 public:
@@ -42,6 +42,8 @@ private:
     std::vector<FollowedObject> m_objects;
     std::vector<FollowedObject> m_gone;
     int m_nextNumber = 0;
+    double m_jitter = 0.05; /**< deviation of boxes' places, as a fraction of the height, over all objects */
+    double m_chance = 0;    /**< confident boxes on a square pixel that are of none of the objects */
 };
 
 }  // namespace desktop

@@ -232,8 +232,10 @@ bool Placing::fits(ShownObject& object, const PixelBox& where, double width, dou
     if (there.area() * kWidest < kSmallest * picture) {
         return false;
     }
-    there.width = std::clamp(there.width, kSmallest * picture / there.height, kLargest * picture / there.height);
-    Placed placed = {&object, where, there, std::max(kNarrowest * there.width, kSmallest * picture / there.height)};
+    // On whole pixels on either side of the locator, a box must still be large enough.
+    const double least = 2 * std::ceil(kSmallest * picture / there.height / 2);
+    there.width = std::clamp(there.width, least, std::max(least, kLargest * picture / there.height));
+    Placed placed = {&object, where, there, std::max(kNarrowest * there.width, least)};
     std::vector<Placed> narrowed = m_placed;
     for (Placed& other : narrowed) {
         if (!sameKind(other.object->objectClass, object.objectClass)) {
