@@ -91,9 +91,15 @@ export function address(action: string): string {
   return `${building!.url}local/ostrel_senvo/webservices.cgi?action=${action}`;
 }
 
-/** Asks the camera past the page's own code. */
+/** Asks the camera past the page's own code; again while logins are slowed down, as right after a change of password. */
 export async function ask(page: Page, action: string): Promise<string> {
-  return page.evaluate(async (url) => (await fetch(url, { headers: { 'X-Senvo-Page': '1' } })).text(), address(action));
+  return page.evaluate(async (url) => {
+    for (;;) {
+      const answer = await fetch(url, { headers: { 'X-Senvo-Page': '1' } });
+      if (answer.status !== 401 && answer.status !== 429) return answer.text();
+      await new Promise((resolve) => setTimeout(resolve, 500));
+    }
+  }, address(action));
 }
 
 export async function post(page: Page, action: string, body: string): Promise<number> {

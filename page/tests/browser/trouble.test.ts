@@ -185,9 +185,9 @@ describe.skipIf(isMissing)('Trouble', () => {
       expect(await page.getByLabel('Number of objects').inputValue()).toBe('6');
       await save(page);
     } finally {
-      setPassword(building!.password);
+      password = building!.password;
+      setPassword(password);
     }
-    password = building!.password;
     await store(page, { MinNumberOfPeopleForTrigger: '1' });
   });
 
