@@ -7,7 +7,9 @@
 
 namespace {
 
-constexpr size_t kMostKept = 8;
+constexpr size_t kMostWaiting = 8;
+// More than can be under way together, so that nobody's answer goes while he is on his way to fetch it.
+constexpr size_t kMostKept = 2 * kMostWaiting;
 constexpr std::chrono::milliseconds kPatience(80);
 
 }  // namespace
@@ -27,8 +29,8 @@ int64_t AnswerJobs::post(Work work) {
     int64_t number = 0;
     {
         const MutexLock lock(m_mutex);
-        if (m_waiting.size() == kMostKept) {
-            throw std::invalid_argument("expected at most " + std::to_string(kMostKept) +
+        if (m_waiting.size() == kMostWaiting) {
+            throw std::invalid_argument("expected at most " + std::to_string(kMostWaiting) +
                                         " questions that wait for an answer, got one more; ask again later");
         }
         if (!m_isStarted) {

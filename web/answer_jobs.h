@@ -17,7 +17,7 @@
  * Answers that may take longer than a request may: they are made by a thread of their own, one after the other, and
  * whoever asked comes back for them with their number.
  *
- * Any thread. The last answers are kept until they are fetched, eight at most.
+ * Any thread. The last answers are kept until they are fetched, sixteen at most.
  */
 class AnswerJobs {
 public:
