@@ -108,6 +108,11 @@ void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds) {
     addMqttOptions(command, options.mqtt);
     command.add_flag("--keep-occupancy", options.keepOccupancy,
                      "Go on with the occupancy of a run that ended less than ten minutes ago");
+    command
+        .add_option("--ledger-size", options.ledgerMebibytes,
+                    "MiB that the ledger takes at most; its oldest days go first")
+        ->check(CLI::Range(1, 1048576))
+        ->capture_default_str();
     command.add_option("--seconds", seconds, "End after so many seconds")->check(CLI::Range(1, 1000000000));
     command.add_option("--state", options.state,
                        "Folder for settings, events and the log; by default one below ~/.local/state/ostrel-senvo");
@@ -116,6 +121,7 @@ void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds) {
 DesktopCamera::DesktopCamera(const CameraOptions& options, const std::string& name)
     : m_name(name),
       m_keepOccupancy(options.keepOccupancy),
+      m_ledgerMebibytes(options.ledgerMebibytes),
       m_folder((checkVideo(options.video), checkedNetworks(options.networks), options.state)),
       m_socket(options.listen, options.port) {
     if (options.tls.port) {
@@ -147,12 +153,10 @@ std::vector<SupervisedProcess> DesktopCamera::processes() const {
     application.workingFolder = m_folder.application();
     application.environment["OSTREL_SENVO_ROOT"] = m_folder.root().string();
     application.environment["SENVO_DESKTOP_CONFIG"] = m_folder.configFile().string();
-    // A machine's disk is larger than a camera's flash, and does not wear. Whoever starts this may want it otherwise.
-    for (const auto& [variable, value] :
-         {std::pair("OSTREL_SENVO_LEDGER_MIB", "2048"), {"OSTREL_SENVO_LEDGER_SYNC", "1"}}) {
-        if (std::getenv(variable) == nullptr) {
-            application.environment[variable] = value;
-        }
+    application.environment["OSTREL_SENVO_LEDGER_MIB"] = std::to_string(m_ledgerMebibytes);
+    // A machine's disk does not wear as a camera's flash does. Whoever starts this may want it otherwise.
+    if (std::getenv("OSTREL_SENVO_LEDGER_SYNC") == nullptr) {
+        application.environment["OSTREL_SENVO_LEDGER_SYNC"] = "1";
     }
     if (m_keepOccupancy) {
         application.environment["OSTREL_SENVO_KEEP_OCCUPANCY"] = "600";

@@ -33,6 +33,7 @@ struct CameraOptions {
     int port = 8080; /**< 0: any that is free */
     TlsOptions tls;
     bool keepOccupancy = false; /**< after a short break */
+    int ledgerMebibytes = 2048; /**< that the ledger takes at most */
     MqttConfig mqtt;            /**< the broker that gets the events; none by default */
 };
 
@@ -75,6 +76,7 @@ private:
 
     std::string m_name;
     bool m_keepOccupancy;
+    int m_ledgerMebibytes;
     CameraFolder m_folder;
     ListeningSocket m_socket;
     std::optional<ListeningSocket> m_secureSocket;
