@@ -188,7 +188,7 @@ TEST_F(Live, ShowsNobodyUncoveredOnTheAnonymisedStream) {
     std::set<desktop::Colour> there;
     size_t pictures = 0;
     size_t sharp = 0;
-    // Of these there are at most seven a second: it takes the length of a pass to see as many.
+    // It takes most of a pass to see everybody; on a slow machine there are fewer pictures of it.
     EXPECT_TRUE(eventually(
         [&] {
             for (const Picture& picture : hidden.newest()) {
@@ -199,7 +199,7 @@ TEST_F(Live, ShowsNobodyUncoveredOnTheAnonymisedStream) {
             for (const Picture& picture : other.newest()) {
                 there.merge(picture.coats());
             }
-            return sharp >= 420 && there.size() == 8;
+            return sharp >= 200 && there.size() == 8;
         },
         std::chrono::minutes(20)))
         << there.size() << " people, " << sharp << " of " << pictures << " pictures";
