@@ -37,7 +37,7 @@ struct LedgerSettings {
  * The ledger of a running application: its lines are written by the thread that knows them, and synced, bounded and
  * indexed by a thread of its own.
  */
-class LedgerKeeping : public LedgerAccess {
+class LedgerKeeping final : public LedgerAccess {
 public:
     /**
      * Opens the ledger, writes the line of the start and starts the thread. version: the application's. settingsNumber:

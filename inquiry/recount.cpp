@@ -219,7 +219,7 @@ ordered_json jsonOf(const Counts& counts) {
 }
 
 double secondsOf(int64_t millis) {
-    return static_cast<double>(millis / 100) / 10;
+    return static_cast<double>(millis - millis % 100) / 1000;
 }
 
 }  // namespace

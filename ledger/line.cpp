@@ -164,7 +164,7 @@ std::optional<LineHead> headOf(std::string_view line) {
 }
 
 nlohmann::json parseLine(std::string_view line) {
-    const nlohmann::json discarded = nlohmann::json::value_t::discarded;
+    nlohmann::json discarded = nlohmann::json::value_t::discarded;
     if (!headOf(line)) {
         return discarded;
     }

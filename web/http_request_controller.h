@@ -36,7 +36,7 @@ public:
     static constexpr int kNoConnection = 700;
 
     http_request_controller();
-    ~http_request_controller();
+    ~http_request_controller() override;
 
     void init(const std::string& appName) EXCLUDES(m_mutex);
 

@@ -86,13 +86,13 @@ std::vector<Detection> Placing::place(std::vector<ShownObject>& objects, double 
         if (!object.visible && isTooSmall(object.box)) {
             object.box = object.wanted;  // it begins where it is large enough
         }
-        if (isTooSmall(object.wanted)) {
-            object.box = object.wanted;  // too small to be shown: nobody waits for it
-        } else if (object.visible) {
+        const bool isShowable = !isTooSmall(object.wanted);  // nobody waits for what is too small
+        if (isShowable && object.visible) {
             shown = move(object, width, height);
-        } else if (!isTaken(object) && !isMistakable(object, object.box) && fits(object, object.box, width, height)) {
+        } else if (isShowable && !isTaken(object) && !isMistakable(object, object.box) &&
+                   fits(object, object.box, width, height)) {
             shown = true;
-        } else if (object.hidden > kLongestHiding) {
+        } else if (!isShowable || object.hidden > kLongestHiding) {
             object.box = object.wanted;
         }
         if (!shown) {
