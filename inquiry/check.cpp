@@ -219,14 +219,7 @@ void compareArchive(const std::string& archive, const std::vector<Period>& perio
 Checked check(ledger::Disk& disk, const std::string& archive) {
     Checked checked;
     Walk walk(checked, cutsOf(disk));
-    std::vector<ledger::LedgerFile> files;
-    for (const std::string& name : disk.list()) {
-        if (const std::optional<ledger::LedgerFile> file = ledger::fileOf(name)) {
-            files.push_back(*file);
-        }
-    }
-    std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.firstSeq < b.firstSeq; });
-    for (ledger::LedgerFile& file : files) {
+    for (ledger::LedgerFile file : filesIn(disk)) {
         file.bytes = disk.size(file.name).value_or(0);
         ledger::forEachLine(disk, file, 0, [&](std::string_view line, int64_t) {
             walk.take(file.name, line);

@@ -10,6 +10,8 @@ namespace inquiry {
 namespace {
 
 constexpr int64_t kChunkBytes = int64_t{1} << 20;
+// How long after something happened the line that tells of it may come: a path's part is written when it is full.
+constexpr int64_t kLatestLine = 15 * 60 * 1000;
 
 /** Whether a file's lines may all be from before a time. */
 bool isBefore(const ledger::LedgerFile& file, const Span& span) {
@@ -38,15 +40,20 @@ Chunks chunksOf(const ledger::Ledger& book, const Span& span) {
     };
 }
 
-Chunks chunksOf(ledger::Disk& disk, const Span& span) {
+std::vector<ledger::LedgerFile> filesIn(ledger::Disk& disk) {
     std::vector<ledger::LedgerFile> files;
     for (const std::string& name : disk.list()) {
-        const std::optional<ledger::LedgerFile> file = ledger::fileOf(name);
-        if (file && !isBefore(*file, span)) {
+        if (const std::optional<ledger::LedgerFile> file = ledger::fileOf(name)) {
             files.push_back(*file);
         }
     }
     std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.firstSeq < b.firstSeq; });
+    return files;
+}
+
+Chunks chunksOf(ledger::Disk& disk, const Span& span) {
+    std::vector<ledger::LedgerFile> files = filesIn(disk);
+    std::erase_if(files, [&](const ledger::LedgerFile& file) { return isBefore(file, span); });
     return [&disk, files, file = size_t{0}, at = int64_t{0}]() mutable {
         for (; file < files.size(); ++file, at = 0) {
             // A line longer than a chunk is read with as many as it takes.
@@ -79,6 +86,17 @@ void visitLines(const Chunks& chunks, const std::function<bool(const ledger::Lin
             at = end + 1;
         }
     }
+}
+
+void visitLinesUntil(const Chunks& chunks, const Span& span,
+                     const std::function<void(const ledger::LineHead&, std::string_view)>& visit) {
+    visitLines(chunks, [&](const ledger::LineHead& head, std::string_view line) {
+        const bool isTooLate = head.moment.isDated() && head.moment.utcMillis - kLatestLine >= span.until;
+        if (!isTooLate) {
+            visit(head, line);
+        }
+        return !isTooLate;
+    });
 }
 
 int64_t timeOf(const ledger::LineHead& head) {

@@ -5,6 +5,7 @@
 #include <limits>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "disk.h"
 #include "ledger.h"
@@ -33,10 +34,17 @@ Chunks chunksOf(ledger::Disk& disk, const Span& span);
 /** Calls visit with each line, its end not included, until there is none or visit returns false. */
 void visitLines(const Chunks& chunks, const std::function<bool(const ledger::LineHead&, std::string_view)>& visit);
 
+/**
+ * The same until lines are too late to tell of a time. Earlier ones come, too: that an object was there may be told by
+ * a line of before, and a run's begin has to be known.
+ */
+void visitLinesUntil(const Chunks& chunks, const Span& span,
+                     const std::function<void(const ledger::LineHead&, std::string_view)>& visit);
+
+/** A folder's files in the order of their lines. */
+std::vector<ledger::LedgerFile> filesIn(ledger::Disk& disk);
+
 /** When a line was; the earliest there is for one whose time is not known. */
 int64_t timeOf(const ledger::LineHead& head);
-
-/** How long after something happened the line that tells of it may come: a path's part is written when it is full. */
-inline constexpr int64_t kLatestLine = 15 * 60 * 1000;
 
 }  // namespace inquiry

@@ -32,21 +32,12 @@ SettingsFor settingsInForce(const ConfigParams& settings, ledger::PictureSize pi
     };
 }
 
-/** The settings for pictures of one size, ready to be asked. */
-struct Recount::Rules {
-    explicit Rules(ConfigParams settings) : config(std::move(settings)), areas(config) {
-        storeEntrances(config, areas);
-        storeDetectionAreas(config, areas);
-    }
-    const ConfigParams config;
-    area_of_interest areas;
-};
+RulesBySize::Rules::Rules(ConfigParams settings) : config(std::move(settings)), areas(config) {
+    storeEntrances(config, areas);
+    storeDetectionAreas(config, areas);
+}
 
-Recount::Recount(SettingsFor settings, const Span& span) : m_settings(std::move(settings)), m_span(span) {}
-
-Recount::~Recount() = default;
-
-const Recount::Rules& Recount::rulesFor(ledger::PictureSize size) {
+const RulesBySize::Rules& RulesBySize::of(ledger::PictureSize size) {
     std::unique_ptr<Rules>& rules = m_rules[{size.width, size.height}];
     if (!rules) {
         rules = std::make_unique<Rules>(m_settings(size));
@@ -63,7 +54,7 @@ void Recount::add(const ledger::LineHead& head, std::string_view line) {
         if (const std::optional<KeptCrossing> crossing = crossingOf(ledger::parseLine(line))) {
             const bool isAsked = m_span.holds(timeOf(head));
             m_open[crossing->object].push_back({*crossing, isAsked});
-            if (isAsked && isObjectClassMonitored(rulesFor(crossing->size).config, crossing->classId)) {
+            if (isAsked && isObjectClassMonitored(m_rules.of(crossing->size).config, crossing->classId)) {
                 ++m_result.recorded[{crossing->entrance, crossing->isIn, crossing->classId}];
             }
         }
@@ -95,7 +86,7 @@ void Recount::addCycle(const json& cycle) {
                                       object.at("locator").at(1).get<int32_t>()};
             const auto activity = object.at("activity").get<int>();
             if (m_span.holds(time) && activity >= 0 && activity <= static_cast<int>(entranceActivity::exitEntrance3) &&
-                isObjectClassMonitored(rulesFor(size).config, classId)) {
+                isObjectClassMonitored(m_rules.of(size).config, classId)) {
                 ++m_result.recorded[{activity / 2 + 1, activity % 2 == 0, classId}];
             }
             step(id, classId, size, {time, at});
@@ -115,7 +106,7 @@ void Recount::addCycle(const json& cycle) {
 }
 
 void Recount::step(int64_t object, int32_t classId, ledger::PictureSize size, const PlacedPoint& point) {
-    const Rules& rules = rulesFor(size);
+    const RulesBySize::Rules& rules = m_rules.of(size);
     const entrances state = entranceAt(rules.areas, point.at);
     const auto [known, isNew] = m_tracks.try_emplace(object);
     Track& track = known->second;
@@ -193,14 +184,10 @@ Recounted Recount::finish() {
 
 Recounted recountOf(const Chunks& chunks, const SettingsFor& settings, const Span& span) {
     Recount recount(settings, span);
-    visitLines(chunks, [&](const ledger::LineHead& head, std::string_view line) {
-        if (head.moment.isDated() && head.moment.utcMillis - kLatestLine >= span.until) {
-            return false;
-        }
+    visitLinesUntil(chunks, span, [&](const ledger::LineHead& head, std::string_view line) {
         if (timeOf(head) >= span.from || head.kind == "start") {
             recount.add(head, line);
         }
-        return true;
     });
     return recount.finish();
 }

@@ -25,6 +25,23 @@ using SettingsFor = std::function<ConfigParams(ledger::PictureSize)>;
 /** The settings in force, whose areas are drawn in a picture of a size; another size has them in proportion. */
 SettingsFor settingsInForce(const ConfigParams& settings, ledger::PictureSize picture);
 
+/** Settings, ready to be asked, for pictures of every size that turns up. */
+class RulesBySize {
+public:
+    struct Rules {
+        explicit Rules(ConfigParams settings);
+        const ConfigParams config;
+        area_of_interest areas;
+    };
+
+    explicit RulesBySize(SettingsFor settings) : m_settings(std::move(settings)) {}
+    const Rules& of(ledger::PictureSize size);
+
+private:
+    const SettingsFor m_settings;
+    std::map<std::pair<int32_t, int32_t>, std::unique_ptr<Rules>> m_rules;
+};
+
 using Counts = std::map<ledger::CountKey, int64_t>;
 
 /** Milliseconds of every stay, by area, 1..3, and class. */
@@ -47,10 +64,7 @@ struct Recounted {
  */
 class Recount {
 public:
-    Recount(SettingsFor settings, const Span& span);
-    ~Recount();
-    Recount(const Recount&) = delete;
-    Recount& operator=(const Recount&) = delete;
+    Recount(SettingsFor settings, const Span& span) : m_rules(std::move(settings)), m_span(span) {}
 
     /** A line of a ledger, in order; kinds that tell nothing of objects are passed over. */
     void add(const ledger::LineHead& head, std::string_view line);
@@ -62,7 +76,6 @@ public:
     Recounted finish();
 
 private:
-    struct Rules;
     /** An object on its way. */
     struct Track {
         entrances state = entrances::unknown;
@@ -77,17 +90,15 @@ private:
         bool isAsked = false; /**< in the time asked for */
     };
 
-    const Rules& rulesFor(ledger::PictureSize size);
     void step(int64_t object, int32_t classId, ledger::PictureSize size, const PlacedPoint& point);
     int32_t classAt(int64_t object, int32_t voted, t_one_locator before, t_one_locator after);
     void leave(Track& track);
     void endObject(int64_t object);
     void endRun();
 
-    const SettingsFor m_settings;
+    RulesBySize m_rules;
     const Span m_span;
-    std::map<std::pair<int32_t, int32_t>, std::unique_ptr<Rules>> m_rules; /**< by the picture's size */
-    std::map<int64_t, Track> m_tracks;                                     /**< of this run of the application */
+    std::map<int64_t, Track> m_tracks;               /**< of this run of the application */
     std::map<int64_t, std::vector<Recorded>> m_open; /**< recorded crossings whose path has not come yet */
     Recounted m_result;
 };

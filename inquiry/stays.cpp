@@ -17,10 +17,7 @@ constexpr int64_t kLongestStep = 2'000;
 
 /** Calls visit with every path of the time, and with nothing where a run of the application begins. */
 void visitPaths(const Chunks& chunks, const Span& span, const std::function<void(const KeptPath*)>& visit) {
-    visitLines(chunks, [&](const ledger::LineHead& head, std::string_view line) {
-        if (head.moment.isDated() && head.moment.utcMillis - kLatestLine >= span.until) {
-            return false;
-        }
+    visitLinesUntil(chunks, span, [&](const ledger::LineHead& head, std::string_view line) {
         if (head.kind == "start") {
             visit(nullptr);
         } else if (head.kind == "object" && timeOf(head) >= span.from) {
@@ -28,7 +25,6 @@ void visitPaths(const Chunks& chunks, const Span& span, const std::function<void
                 visit(&*path);
             }
         }
-        return true;
     });
 }
 

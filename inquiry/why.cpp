@@ -4,7 +4,6 @@
 #include <cmath>
 #include <limits>
 #include <map>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <vector>
@@ -46,10 +45,7 @@ struct Seen {
 Seen seenIn(const Chunks& chunks, const Span& span) {
     Seen seen;
     int run = 0;
-    visitLines(chunks, [&](const ledger::LineHead& head, std::string_view line) {
-        if (head.moment.isDated() && head.moment.utcMillis - kLatestLine >= span.until) {
-            return false;
-        }
+    visitLinesUntil(chunks, span, [&](const ledger::LineHead& head, std::string_view line) {
         if (head.kind == "start") {
             ++run;
         } else if (head.kind == "crossing" && span.holds(timeOf(head))) {
@@ -64,7 +60,6 @@ Seen seenIn(const Chunks& chunks, const Span& span) {
                 way.points.insert(way.points.end(), path->points.begin(), path->points.end());
             }
         }
-        return true;
     });
     return seen;
 }
@@ -80,16 +75,7 @@ std::string whereText(entrances state) {
                      std::to_string(static_cast<int>(state) - static_cast<int>(entrances::in_entrance1) + 1);
 }
 
-/** The settings for pictures of one size. */
-struct Rules {
-    explicit Rules(ConfigParams settings) : config(std::move(settings)), areas(config) {
-        storeEntrances(config, areas);
-    }
-    const ConfigParams config;
-    area_of_interest areas;
-};
-
-std::string ruleText(const Rules& rules, const KeptCrossing& crossing) {
+std::string ruleText(const RulesBySize::Rules& rules, const KeptCrossing& crossing) {
     const entrances before = entranceAt(rules.areas, crossing.before);
     const entrances after = entranceAt(rules.areas, crossing.after);
     const entranceActivity activity = entranceActivityOf(before, after, rules.config.b_IsCameraInside);
@@ -170,14 +156,7 @@ double distanceTo(const ConfigParams& config, int entrance, t_one_locator at, le
 
 ordered_json whyOf(const Chunks& chunks, const SettingsFor& settings, const Span& span, int entrance) {
     const Seen seen = seenIn(chunks, span);
-    std::map<std::pair<int32_t, int32_t>, std::unique_ptr<Rules>> known;
-    const auto rulesFor = [&](ledger::PictureSize size) -> const Rules& {
-        std::unique_ptr<Rules>& rules = known[{size.width, size.height}];
-        if (!rules) {
-            rules = std::make_unique<Rules>(settings(size));
-        }
-        return *rules;
-    };
+    RulesBySize rules(settings);
     bool isMore = false;
     ordered_json crossings = ordered_json::array();
     std::map<ObjectOfRun, std::set<int>> crossed;
@@ -199,7 +178,7 @@ ordered_json whyOf(const Chunks& chunks, const SettingsFor& settings, const Span
                              {"object", each.crossing.object},
                              {"before", pointJson(each.crossing.before)},
                              {"after", pointJson(each.crossing.after)},
-                             {"rule", ruleText(rulesFor(each.crossing.size), each.crossing)},
+                             {"rule", ruleText(rules.of(each.crossing.size), each.crossing)},
                              {"path", way == seen.ways.end() ? ordered_json() : pathJson(way->second, each.utcMillis)},
                              {"neighbours", neighboursJson(seen, each)}});
     }
@@ -213,7 +192,7 @@ ordered_json whyOf(const Chunks& chunks, const SettingsFor& settings, const Span
             double least = kNear;
             for (const PlacedPoint& point : way.points) {
                 const double far = span.holds(point.utcMillis)
-                                       ? distanceTo(rulesFor(way.size).config, zone, point.at, way.size)
+                                       ? distanceTo(rules.of(way.size).config, zone, point.at, way.size)
                                        : std::numeric_limits<double>::infinity();
                 if (far <= least) {
                     least = far;

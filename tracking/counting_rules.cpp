@@ -13,11 +13,11 @@ t_Polygon polygonOf(const std::array<int32_t, size>& points) {
     return polygon;
 }
 
+}  // namespace
+
 bool isInZone(entrances state) {
     return state >= entrances::in_entrance1;
 }
-
-}  // namespace
 
 void storeDetectionAreas(const ConfigParams& config, area_of_interest& areas) {
     areas.set_detection(1, polygonOf(config.i_Detection1));

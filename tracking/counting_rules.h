@@ -12,6 +12,9 @@ void storeEntrances(const ConfigParams& config, area_of_interest& areas);
 /** The entrance zone that a point is in, the one of the lowest number; not_in_entrance in none. */
 entrances entranceAt(const area_of_interest& areas, t_one_locator at);
 
+/** Whether an entrance state is in one of the zones. */
+bool isInZone(entrances state);
+
 /** The detection area that a point is in, the lowest of 1..3; 0 in none. */
 int detectionAreaAt(const area_of_interest& areas, t_one_locator at);
 

@@ -24,10 +24,6 @@ int areaOf(footings footing) {
     return (static_cast<int>(footing) + 1) / 2;
 }
 
-bool isInZone(entrances state) {
-    return state >= entrances::in_entrance1;
-}
-
 /** Findings per detection area, index 1..3; index 0 holds those in none. */
 struct AreaCounts {
     std::array<int, kAreas + 1> all = {};
