@@ -11,7 +11,7 @@ namespace {
 
 constexpr int64_t kChunkBytes = int64_t{1} << 20;
 // How long after something happened the line that tells of it may come: a path's part is written when it is full.
-constexpr int64_t kLatestLine = 15 * 60 * 1000;
+constexpr int64_t kLatestLine = int64_t{15} * 60 * 1000;
 
 /** Whether a file's lines may all be from before a time. */
 bool isBefore(const ledger::LedgerFile& file, const Span& span) {

@@ -88,8 +88,8 @@ Heat heatOf(const Chunks& chunks, const Span& span, const std::string& zone) {
                 std::clamp(Heat::kColumns * point.at.first / path->size.width, 0, Heat::kColumns - 1);
             const int32_t row = std::clamp(heat.rows * point.at.second / path->size.height, 0, heat.rows - 1);
             std::vector<int64_t>& cells = heat.cells[{path->classId, hourOf(point.utcMillis)}];
-            cells.resize(static_cast<size_t>(heat.rows * Heat::kColumns));
-            cells[static_cast<size_t>(row * Heat::kColumns + column)] +=
+            cells.resize(static_cast<size_t>(heat.rows) * Heat::kColumns);
+            cells[static_cast<size_t>(row) * Heat::kColumns + static_cast<size_t>(column)] +=
                 std::clamp<int64_t>(path->points[i].utcMillis - point.utcMillis, 0, kLongestStep);
         }
     });
@@ -101,7 +101,7 @@ ordered_json jsonOf(const Heat& heat) {
     for (const auto& [key, millis] : heat.cells) {
         ordered_json seconds = ordered_json::array();
         for (const int64_t each : millis) {
-            seconds.push_back(static_cast<double>(each / 100) / 10);
+            seconds.push_back(static_cast<double>(each - each % 100) / 1000);
         }
         cells.push_back(
             {{"class", class_index_to_label(key.first)}, {"hour", key.second}, {"seconds", std::move(seconds)}});
