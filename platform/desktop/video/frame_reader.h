@@ -20,7 +20,7 @@ struct SourceInfo {
 /** One frame of a source. The picture is made on demand, since a frame that is passed over need not be drawn. */
 struct Frame {
     int64_t time = 0;                       /**< microseconds since the source's first frame */
-    std::function<SharedPicture()> picture; /**< may be called while the reader lives */
+    std::function<SharedPicture()> picture; /**< by any thread, one at a time; the reader may be gone by then */
 };
 
 /** One pass over a source's frames. Used by one thread at a time. */

@@ -60,7 +60,7 @@ void RealTimeSource::play(FrameReader& reader) {
         std::chrono::duration_cast<Clock::Duration>(std::chrono::duration<double>(1.0 / info.frameRate));
     Clock::Duration length = Clock::Duration::zero();
     while (!m_stop) {
-        const std::optional<Frame> frame = reader.next();
+        std::optional<Frame> frame = reader.next();
         if (!frame) {
             break;
         }
@@ -73,7 +73,7 @@ void RealTimeSource::play(FrameReader& reader) {
             waitUntil(m_passStart + time);
             length = time + interval;
         }
-        publish(frame->picture());
+        publish(std::move(frame->picture));
         m_retry = m_settings.firstRetry;
     }
     if (m_stop) {
@@ -95,14 +95,24 @@ void RealTimeSource::waitUntil(Clock::TimePoint when) {
     }
 }
 
-void RealTimeSource::publish(SharedPicture picture) {
+void RealTimeSource::publish(std::function<SharedPicture()> picture) {
+    const auto now = m_settings.clock->now().time_since_epoch();
     const std::lock_guard lock(m_mutex);
-    m_newest.number += 1;
-    m_newest.picture = std::move(picture);
-    m_newest.micros =
-        std::chrono::duration_cast<std::chrono::microseconds>(m_settings.clock->now().time_since_epoch()).count();
+    m_newest = {m_newest.number + 1, std::chrono::duration_cast<std::chrono::microseconds>(now).count(),
+                std::move(picture)};
     m_loss.clear();
     m_changed.notify_all();
+}
+
+Delivery RealTimeSource::drawn(const Undrawn& frame) {
+    if (frame.number == 0) {
+        return {};
+    }
+    const std::lock_guard lock(m_drawing);
+    if (m_drawn.number != frame.number) {
+        m_drawn = {frame.number, frame.picture(), frame.micros};
+    }
+    return m_drawn;
 }
 
 Clock::Duration RealTimeSource::silenceAllowed() const {
@@ -123,15 +133,19 @@ Delivery RealTimeSource::newest(uint64_t after, const std::atomic<bool>& stopped
         }
         m_settings.clock->waitUntil(lock, m_changed, deadline);
     }
-    return m_newest;
+    const Undrawn frame = m_newest;
+    lock.unlock();
+    return drawn(frame);
 }
 
 Delivery RealTimeSource::current() {
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
     if (!m_loss.empty()) {
         throw VideoError(VDO_ERROR_NO_VIDEO, m_loss + ", trying again");
     }
-    return m_newest;
+    const Undrawn frame = m_newest;
+    lock.unlock();
+    return drawn(frame);
 }
 
 }  // namespace desktop

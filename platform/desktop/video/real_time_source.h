@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -20,7 +21,8 @@ struct RealTimeSettings {
 
 /**
  * A source as a camera's sensor would be: its own thread reads it, keeps the newest frame, starts a recording again
- * when it has ended and opens a lost source again until it is back.
+ * when it has ended and opens a lost source again until it is back. A picture is made when the first stream asks for
+ * its frame, by that stream's thread.
  */
 class RealTimeSource final : public VideoSource {
 public:
@@ -39,10 +41,18 @@ public:
     void wake() override;
 
 private:
+    /** A frame that nobody may have asked for yet, and what draws it. */
+    struct Undrawn {
+        uint64_t number = 0;
+        int64_t micros = 0;
+        std::function<SharedPicture()> picture;
+    };
+
     void run(std::unique_ptr<FrameReader> reader);
     void play(FrameReader& reader);
     void waitUntil(Clock::TimePoint when);
-    void publish(SharedPicture picture);
+    void publish(std::function<SharedPicture()> picture);
+    Delivery drawn(const Undrawn& frame);
     Clock::Duration silenceAllowed() const;
 
     const Opener m_open;
@@ -54,9 +64,12 @@ private:
     Clock::TimePoint m_passStart;  // of the thread alone: when the current pass's time 0 was
     Clock::Duration m_retry;       // of the thread alone: the next pause before opening again
 
+    std::mutex m_drawing;  // guards m_drawn and the making of pictures; never taken under m_mutex
+    Delivery m_drawn;      // the frame that was asked for last
+
     std::mutex m_mutex;                 // guards m_newest and m_loss, and m_stop's setting against missed wake-ups
     std::condition_variable m_changed;  // a frame came, the source was lost, someone stops
-    Delivery m_newest;
+    Undrawn m_newest;
     std::string m_loss;  // why no frames come; empty while they do
 
     std::thread m_thread;  // last, so that it starts when all else is there

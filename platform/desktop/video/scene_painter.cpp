@@ -16,9 +16,6 @@ namespace {
 
 constexpr std::size_t kNoisePeriod = 1 << 20;
 
-struct FreeScaler {
-    void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-};
 struct FreeCairo {
     void operator()(cairo_t* cairo) const { cairo_destroy(cairo); }
 };
@@ -46,18 +43,15 @@ std::vector<int8_t> makeNoise(double strength) {
     return noise;
 }
 
-SharedPicture toNv12(cairo_surface_t* surface, int width, int height) {
-    FramePtr picture = makeNv12Frame(width, height);
-    const std::unique_ptr<SwsContext, FreeScaler> scaler(
+/** Makes NV12 of what cairo draws; the same bytes on every machine. */
+std::unique_ptr<SwsContext, FreeScaler> makeScaler(int width, int height) {
+    std::unique_ptr<SwsContext, FreeScaler> scaler(
         sws_getContext(width, height, AV_PIX_FMT_BGR0, width, height, AV_PIX_FMT_NV12,
                        SWS_BILINEAR | SWS_ACCURATE_RND | SWS_BITEXACT, nullptr, nullptr, nullptr));
     if (!scaler) {
         throw std::bad_alloc();
     }
-    const uint8_t* pixels = cairo_image_surface_get_data(surface);
-    const int stride = cairo_image_surface_get_stride(surface);
-    sws_scale(scaler.get(), &pixels, &stride, 0, height, picture->data, picture->linesize);
-    return picture;
+    return scaler;
 }
 
 /** Where the wind holds the camera: slow swings with a tremor on top. */
@@ -100,16 +94,21 @@ double gainAt(const Weather& weather, double seconds) {
 
 }  // namespace
 
-ScenePainter::ScenePainter(const Scene& scene)
-    : m_scene(scene),
-      m_backdrop(makeSurface(scene)),
-      m_canvas(makeSurface(scene)),
-      m_noise(makeNoise(scene.weather.noise)) {
+void FreeScaler::operator()(SwsContext* scaler) const {
+    sws_freeContext(scaler);
+}
+
+ScenePainter::ScenePainter(Scene scene)
+    : m_scene(std::move(scene)),
+      m_backdrop(makeSurface(m_scene)),
+      m_canvas(makeSurface(m_scene)),
+      m_noise(makeNoise(m_scene.weather.noise)),
+      m_scaler(makeScaler(m_scene.width, m_scene.height)) {
     const CairoPtr cairo(cairo_create(m_backdrop.get()));
-    if (scene.backdrop == Backdrop::Plaza) {
-        drawPlazaBackdrop(cairo.get(), scene);
+    if (m_scene.backdrop == Backdrop::Plaza) {
+        drawPlazaBackdrop(cairo.get(), m_scene);
     } else {
-        drawTrialBackdrop(cairo.get(), scene);
+        drawTrialBackdrop(cairo.get(), m_scene);
     }
 }
 
@@ -129,10 +128,12 @@ SharedPicture ScenePainter::draw(int frame) {
     cairo_identity_matrix(cairo.get());
     drawRain(cairo.get(), frame);
     cairo_surface_flush(m_canvas.get());
-    SharedPicture picture = toNv12(m_canvas.get(), m_scene.width, m_scene.height);
-    // The picture is not shared yet.
-    addLight(const_cast<AVFrame&>(*picture), seconds);
-    addNoise(const_cast<AVFrame&>(*picture), frame);
+    FramePtr picture = makeNv12Frame(m_scene.width, m_scene.height);
+    const uint8_t* pixels = cairo_image_surface_get_data(m_canvas.get());
+    const int stride = cairo_image_surface_get_stride(m_canvas.get());
+    sws_scale(m_scaler.get(), &pixels, &stride, 0, m_scene.height, picture->data, picture->linesize);
+    addLight(*picture, seconds);
+    addNoise(*picture, frame);
     return picture;
 }
 

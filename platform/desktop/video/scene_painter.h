@@ -8,18 +8,22 @@
 #include "picture.h"
 #include "scene.h"
 
+struct SwsContext;
+
 namespace desktop {
 
 struct FreeSurface {
     void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
+};
+struct FreeScaler {
+    void operator()(SwsContext* scaler) const;
 };
 using SurfacePtr = std::unique_ptr<cairo_surface_t, FreeSurface>;
 
 /** Draws a scene's frames: backdrop, figures and a sensor's noise. The same frame is the same bytes at every draw. */
 class ScenePainter {
 public:
-    /** The scene outlives the painter. */
-    explicit ScenePainter(const Scene& scene);
+    explicit ScenePainter(Scene scene);
 
     /** Draws the frame of that number, counted from 0, as NV12. One thread at a time. */
     SharedPicture draw(int frame);
@@ -29,10 +33,11 @@ private:
     void addLight(AVFrame& picture, double seconds) const;
     void addNoise(AVFrame& picture, int frame) const;
 
-    const Scene& m_scene;
+    const Scene m_scene;
     SurfacePtr m_backdrop;
     SurfacePtr m_canvas;
     std::vector<int8_t> m_noise;
+    const std::unique_ptr<SwsContext, FreeScaler> m_scaler;
 };
 
 /** Draws what stands still on the plaza, the size of the scene. */

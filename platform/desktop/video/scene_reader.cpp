@@ -1,5 +1,6 @@
 #include "scene_reader.h"
 
+#include <memory>
 #include <utility>
 
 #include "scene_painter.h"
@@ -14,7 +15,7 @@ class SceneReader : public FrameReader {
 public:
     explicit SceneReader(Scene scene)
         : m_scene(std::move(scene)),
-          m_painter(m_scene),
+          m_painter(std::make_shared<ScenePainter>(m_scene)),
           m_info{m_scene.width, m_scene.height, static_cast<double>(m_scene.frameRate),
                  m_scene.seconds * kMicrosPerSecond, false} {}
 
@@ -25,12 +26,13 @@ public:
             return std::nullopt;
         }
         const int frame = m_frame++;
-        return Frame{frame * kMicrosPerSecond / m_scene.frameRate, [this, frame] { return m_painter.draw(frame); }};
+        return Frame{frame * kMicrosPerSecond / m_scene.frameRate,
+                     [painter = m_painter, frame] { return painter->draw(frame); }};
     }
 
 private:
     const Scene m_scene;
-    ScenePainter m_painter;
+    const std::shared_ptr<ScenePainter> m_painter;
     const SourceInfo m_info;
     int m_frame = 0;
 };

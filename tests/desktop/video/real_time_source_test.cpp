@@ -80,7 +80,9 @@ struct Pass {
 
 class ScriptedReader : public FrameReader {
 public:
-    explicit ScriptedReader(Pass pass) : m_pass(std::move(pass)), m_info{640, 360, 10.0, 0, m_pass.live} {}
+    /** Counts what is drawn, if told where. */
+    explicit ScriptedReader(Pass pass, int* draws = nullptr)
+        : m_pass(std::move(pass)), m_info{640, 360, 10.0, 0, m_pass.live}, m_draws(draws) {}
     const SourceInfo& info() const override { return m_info; }
     std::optional<Frame> next() override {
         if (m_next == m_pass.times.size()) {
@@ -90,12 +92,18 @@ public:
             return std::nullopt;
         }
         const int64_t time = int64_t{1000} * m_pass.times[m_next++];
-        return Frame{time, [] { return SharedPicture(makeFrame()); }};
+        return Frame{time, [draws = m_draws] {
+                         if (draws) {
+                             ++*draws;
+                         }
+                         return SharedPicture(makeFrame());
+                     }};
     }
 
 private:
     const Pass m_pass;
     const SourceInfo m_info;
+    int* const m_draws;
     std::size_t m_next = 0;
 };
 
@@ -157,6 +165,26 @@ TEST_F(RealTimeSourceTest, ALateConsumerGetsTheNewestFrame) {
     }
     m_clock.awaitWaiter(10'000ms);
     EXPECT_EQ(source.newest(1, m_stopped).number, 4U);
+}
+
+TEST_F(RealTimeSourceTest, OnlyFramesThatAreAskedForAreDrawnAndOnce) {
+    int draws = 0;
+    const auto open = [&draws](const std::atomic<bool>&) {
+        return std::make_unique<ScriptedReader>(Pass{.times = {0, 100, 200, 10'000}}, &draws);
+    };
+    RealTimeSource source(open, "clip", settings());
+    for (const auto due : {100ms, 200ms}) {
+        m_clock.awaitWaiter(due);
+        m_clock.advance(100ms);
+    }
+    m_clock.awaitWaiter(10'000ms);
+    EXPECT_EQ(draws, 0);
+    const Delivery one = source.newest(0, m_stopped);
+    const Delivery other = source.current();
+    EXPECT_EQ(one.number, 3U);
+    EXPECT_EQ(other.number, 3U);
+    EXPECT_EQ(one.picture, other.picture);
+    EXPECT_EQ(draws, 1);
 }
 
 TEST_F(RealTimeSourceTest, AMachineThatWasHeldUpGoesOnFromThere) {
