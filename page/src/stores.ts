@@ -5,30 +5,33 @@ import { ReportStore } from './model/report_store';
 import { role } from './model/role';
 import { SettingsStore } from './model/settings_store';
 import { useStore } from './model/store';
+import { Today } from './model/today';
 
 /* The page watches one camera: one of each. */
 
 export const pulse = new Pulse();
 export const settings = new SettingsStore();
 export const reports = new ReportStore();
+export const today = new Today();
 
 export const usePulse = () => useStore(pulse);
 export const useSettings = () => useStore(settings);
 export const useRole = () => useStore(role);
 export const useReports = () => useStore(reports);
 
-/** The report, read again as often as the camera writes it, and how many minutes that are. */
-export function useFreshReports(): [ReportStore, number] {
-  const { connection } = usePulse();
-  const minutes = reportMinutes(useSettings().loaded?.get('RepInt'));
+/** How many minutes there are from one row of the reports to the next. */
+export const usePeriod = () => reportMinutes(useSettings().loaded?.get('RepInt'));
+
+/** Today's counts, asked for whenever somebody has come or gone, and every minute: midnight comes without anybody. */
+export function useToday(): Today {
+  const { connection, generation, cameIn, wentOut } = usePulse();
   useEffect(() => {
     if (connection !== 'ok') return;
-    const read = () => {
-      if (!document.hidden) reports.load(minutes);
-    };
-    read();
-    const timer = setInterval(read, 10_000);
+    void today.load();
+    const timer = setInterval(() => {
+      if (!document.hidden) void today.load();
+    }, 60_000);
     return () => clearInterval(timer);
-  }, [connection, minutes]);
-  return [useReports(), minutes];
+  }, [connection, generation, cameIn, wentOut]);
+  return useStore(today);
 }

@@ -14,7 +14,9 @@ export class CameraError extends Error {
   }
 }
 
-const kMostWait = 15_000;
+export const kMostWait = 15_000;
+/** Between two questions for what is being counted. */
+const kPause = 300;
 /** No other page may send it: without it, the web server lets no browser change anything. */
 const kOfThisPage = { 'X-Senvo-Page': '1' };
 /** For somebody who is asked for the login. */
@@ -79,6 +81,16 @@ export async function ask(action: string): Promise<string> {
   return (
     await request(actionAddress(action), { headers: kOfThisPage, signal: AbortSignal.timeout(kMostWait) })
   ).text();
+}
+
+/** Asks for what the camera may count for a while: it answers with a number then, by which the answer is asked for. */
+export async function askCounted(action: string): Promise<unknown> {
+  let told = JSON.parse(await ask(action)) as { job?: number };
+  while (typeof told.job === 'number') {
+    await new Promise((resolve) => setTimeout(resolve, kPause));
+    told = JSON.parse(await ask(`ledger_answer&job=${told.job}`)) as { job?: number };
+  }
+  return told;
 }
 
 /** Asks for several things of one moment. They come in one answer, each but the first behind a head of its own. */

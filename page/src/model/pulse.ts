@@ -1,14 +1,13 @@
 import { ask, askTogether, CameraError, signIn, Trouble } from './api';
-import { Panel, Passed, passagesBetween, readAges, readInteger, readPanel, readPassages } from './readers';
+import { Crossing, CrossingReader } from './crossings';
+import { Panel, readAges, readInteger, readPanel } from './readers';
 import { Store } from './store';
 
 export type Connection = 'asking' | 'ok' | Trouble;
 
-export interface Passage extends Passed {
+export interface Passage extends Crossing {
   /** Rises from passage to passage. */
   number: number;
-  /** When it was seen to happen; null where nobody looked. */
-  time: Date | null;
 }
 
 const kInterval = 1000;
@@ -39,13 +38,12 @@ export class Pulse extends Store {
   ages: (number | null)[] = [];
   /** Rises whenever the camera is there again. */
   generation = 0;
-  private counted: number[] | null = null;
+  private readonly crossings = new CrossingReader((crossings) => this.note(crossings));
   private timer: ReturnType<typeof setTimeout> | undefined;
   private beating: Promise<void> | null = null;
   /** The question for the login that is open. */
   private question = new AbortController();
   private hiddenAt = Infinity;
-  private wasAway = false;
   private readonly otherTabs = new BroadcastChannel(kChannel);
 
   start(): void {
@@ -73,7 +71,6 @@ export class Pulse extends Store {
   private comeBack(): void {
     if (this.connection === 'ok' && performance.now() - this.hiddenAt > kLongAway) {
       this.connection = 'asking';
-      this.wasAway = true;
       this.forget();
       this.changed();
     }
@@ -103,10 +100,7 @@ export class Pulse extends Store {
     } catch (error) {
       this.connection = error instanceof CameraError ? error.trouble : 'unreachable';
       this.forget();
-      // The camera may come back as another one: nobody knows what passed meanwhile.
-      this.counted = null;
     }
-    this.wasAway = false;
     this.changed();
     // Signed out, every question would make the browser ask for the login anew: then only somebody's coming asks.
     if (this.connection !== 'signedOut') {
@@ -135,16 +129,15 @@ export class Pulse extends Store {
   private async askAll(): Promise<void> {
     // One first: were the login refused, each would ask for it. The crowd of an area and the sum of all are of one moment.
     const together = await askTogether(['get_crowd_2', 'get_crowd_3', 'get_data_panel_info']);
-    const [occupancy, passages, building, cycleTime, ages] = await Promise.all([
+    const [occupancy, building, cycleTime, ages] = await Promise.all([
       ask('get_occupancy_count'),
-      ask('get_passages'),
       ask('get_total_crowd'),
       ask('get_execution_time'),
       ask('get_follower_ages'),
+      this.crossings.goOn(),
     ]);
     this.panel = readPanel(together.pop()!);
     this.occupancy = readInteger(occupancy);
-    this.note(readPassages(passages));
     this.buildingCrowd = readInteger(building);
     const [second, third] = together.length === 2 ? together.map(readInteger) : [null, null];
     this.crowd = crowdOfAreas(this.panel.cameras[0].crowd, second, third);
@@ -152,17 +145,15 @@ export class Pulse extends Store {
     this.ages = readAges(ages);
   }
 
-  private note(counted: number[] | null): void {
-    const time = this.wasAway ? null : new Date();
-    for (const passed of passagesBetween(this.counted, counted)) {
+  private note(crossings: Crossing[]): void {
+    for (const crossing of crossings) {
       const number = (this.passages[0]?.number ?? 0) + 1;
-      this.passages = [{ ...passed, number, time }, ...this.passages].slice(0, kPassagesKept);
-      for (const sum of [this, this.perEntrance[passed.entrance - 1]]) {
-        if (passed.by > 0) sum.cameIn += passed.by;
-        else sum.wentOut -= passed.by;
+      this.passages = [{ ...crossing, number }, ...this.passages].slice(0, kPassagesKept);
+      for (const sum of [this, this.perEntrance[crossing.entrance - 1]]) {
+        if (crossing.by > 0) ++sum.cameIn;
+        else ++sum.wentOut;
       }
     }
-    this.counted = counted;
   }
 }
 

@@ -35,12 +35,6 @@ export function readInteger(text: string | undefined): number | null {
   return /^-?\d{1,10}$/.test(trimmed) ? Number(trimmed) : null;
 }
 
-/** Entries and exits of each entrance since the camera's start; null when the answer is none. */
-export function readPassages(text: string): number[] | null {
-  const counts = text.split(',').map(readInteger);
-  return counts.length === 6 && counts.every((count) => count !== null) ? (counts as number[]) : null;
-}
-
 /** Seconds since each follower last told its counts, the first follower first; null for one that has not. */
 export function readAges(text: string): (number | null)[] {
   const ages = text.split(',').map(readInteger);
@@ -48,21 +42,6 @@ export function readAges(text: string): (number | null)[] {
     const age = ages.length === kFollowers ? ages[i] : null;
     return age === null || age < 0 ? null : age;
   });
-}
-
-/** What has happened between two answers; nothing when the camera was started anew in between. */
-export function passagesBetween(before: number[] | null, after: number[] | null): Passed[] {
-  if (!before || !after || after.some((count, i) => count < before[i])) return [];
-  return after.flatMap((count, i) => {
-    const times = count - before[i];
-    return times === 0 ? [] : [{ entrance: Math.floor(i / 2) + 1, by: i % 2 === 0 ? times : -times }];
-  });
-}
-
-/** So many came in (more than 0) or went out through an entrance, 1 to 3. */
-export interface Passed {
-  entrance: number;
-  by: number;
 }
 
 export interface PanelCamera {

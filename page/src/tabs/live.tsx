@@ -1,13 +1,12 @@
-import { useMemo, useState } from 'preact/hooks';
+import { useState } from 'preact/hooks';
 import { momentOf } from '../dates';
 import { ask, CameraError, Trouble } from '../model/api';
 import { PanelCamera } from '../model/readers';
-import { dayOf, passedOn } from '../model/report';
 import { Confirm, Question } from '../parts/dialog';
 import { Picture } from '../parts/picture';
 import { CameraStatus } from '../parts/status';
 import { answers, Connection } from '../model/pulse';
-import { pulse, useFreshReports, usePulse, useRole, useSettings } from '../stores';
+import { pulse, usePulse, useRole, useSettings, useToday } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.live;
@@ -98,31 +97,24 @@ function Figures() {
   );
 }
 
-/** What there is to say of what the reports have of today. */
-function ofReports(isRead: boolean, trouble: Trouble | null, connection: Connection, hasToday: boolean): string {
+/** What there is to say where today's counts are missing. */
+function ofToday(isKnown: boolean, trouble: Trouble | null, connection: Connection): string {
   if (connection !== 'ok' && connection !== 'asking') return texts.connection[connection];
-  if (trouble) return texts.reports.failed + texts.trouble[trouble];
-  if (!isRead) return texts.reports.loading;
-  return hasToday ? '' : t.noReport;
+  if (trouble) return t.todayFailed + texts.trouble[trouble];
+  return isKnown ? '' : t.todayAsked;
 }
 
 function Passages() {
-  const { passages, cameIn, wentOut, since, perEntrance, panel, connection } = usePulse();
+  const { passages, cameIn, wentOut, since, perEntrance, connection } = usePulse();
   const { loaded } = useSettings();
-  const [{ report, trouble }, period] = useFreshReports();
-  const camera = panel?.cameras[0].name;
+  const { counts, trouble } = useToday();
   const now = new Date();
-  const today = dayOf(now);
-  const todays = useMemo(
-    () => (report && camera !== undefined ? passedOn(report, camera, today, period * 60) : null),
-    [report, camera, today, period],
-  );
-  const ofToday = (entrance: number) => todays?.get(String(entrance));
+  const todays = (entrance: number) => counts && (counts.get(entrance) ?? { cameIn: 0, wentOut: 0 });
   const shown = perEntrance.filter(
     ({ entrance, cameIn, wentOut }) =>
-      loaded?.get(`Entrance${entrance}_Active`) !== '0' || cameIn + wentOut > 0 || ofToday(entrance) !== undefined,
+      loaded?.get(`Entrance${entrance}_Active`) !== '0' || cameIn + wentOut > 0 || counts?.has(entrance),
   );
-  const said = ofReports(report !== null, trouble, connection, (todays?.size ?? 0) > 0);
+  const said = ofToday(counts !== null, trouble, connection);
   return (
     <section class="card passages">
       <h2>{t.passages}</h2>
@@ -136,7 +128,7 @@ function Passages() {
         {passages.map((passage) => (
           <li key={passage.number}>
             {passage.time && <time>{momentOf(passage.time, now, 'medium')}</time>} {t.passage(passage.by)}{' '}
-            {t.entranceHere(passage.entrance)} {!passage.time && t.unseen}
+            {t.entranceHere(passage.entrance)}
           </li>
         ))}
       </ul>
@@ -169,8 +161,8 @@ function Passages() {
               <th scope="row">{t.entrance(sum.entrance)}</th>
               <td class="number">{sum.cameIn}</td>
               <td class="number">{sum.wentOut}</td>
-              <td class="number">{number(ofToday(sum.entrance)?.entries ?? null)}</td>
-              <td class="number">{number(ofToday(sum.entrance)?.exits ?? null)}</td>
+              <td class="number">{number(todays(sum.entrance)?.cameIn ?? null)}</td>
+              <td class="number">{number(todays(sum.entrance)?.wentOut ?? null)}</td>
             </tr>
           ))}
         </tbody>
@@ -180,7 +172,7 @@ function Passages() {
           {said}
         </p>
       )}
-      {loaded && <p class="help">{t.perEntranceNote(period)}</p>}
+      <p class="help">{t.perEntranceNote}</p>
     </section>
   );
 }

@@ -4,7 +4,7 @@ import { actionAddress } from '../model/api';
 import { Answer, answer, Measure, measures, Report, Split, startOf } from '../model/report';
 import { Button } from '../parts/button';
 import { Chart, Line, Window } from '../parts/chart';
-import { reports, useFreshReports } from '../stores';
+import { reports, usePeriod, useReports } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.reports;
@@ -18,7 +18,8 @@ const splits: Split[] = ['place', 'objectClass', 'camera', 'none'];
 const buckets: Record<Span, number> = { day: 0, week: kHour, month: kDay, all: kDay };
 
 export function ReportsTab() {
-  const [{ report, trouble, loading, read }, minutes] = useFreshReports();
+  const { report, trouble, loading, read } = useReports();
+  const minutes = usePeriod();
   useEffect(() => reports.load(0.25), []);
   return (
     <>

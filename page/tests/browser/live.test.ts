@@ -3,6 +3,7 @@ import { readFileSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { AddressInfo } from 'node:net';
 import { join } from 'node:path';
+import type { Route } from 'playwright-core';
 import { describe, expect, test } from 'vitest';
 import {
   ask,
@@ -23,6 +24,25 @@ const kJpeg = Buffer.from(
   '/9j/4AAQSkZJRgABAQEASABIAAD/2wBDAAMCAgICAgMCAgIDAwMDBAYEBAQEBAgGBgUGCQgKCgkICQkKDA8MCgsOCwkJDRENDg8QEBEQCgwSExIQEw8QEBD/wAALCAABAAEBAREA/8QAFAABAAAAAAAAAAAAAAAAAAAACf/EABQQAQAAAAAAAAAAAAAAAAAAAAD/2gAIAQEAAD8AVN//2Q==',
   'base64',
 );
+
+/** A camera's ledger of crossings alone, and how it answers who asks for them. */
+function aLedger() {
+  const lines: string[] = [];
+  const written = (direction: 'in' | 'out', entrance: number, time = new Date()) => {
+    const line = { seq: lines.length + 1, epoch: 'e', t: time.toISOString(), kind: 'crossing', entrance, direction };
+    lines.push(`${JSON.stringify(line)}\n`);
+  };
+  const answer = (route: Route) => {
+    const since = Number(/since=e:(\d+)/.exec(route.request().url())?.[1] ?? lines.length);
+    const end = `e:${lines.length}`;
+    return route.fulfill({
+      contentType: 'application/x-ndjson',
+      headers: { 'X-Ledger-Next': end, 'X-Ledger-End': end },
+      body: lines.slice(since).join(''),
+    });
+  };
+  return { written, answer };
+}
 
 describe.skipIf(isMissing)('Live', () => {
   useBrowser();
@@ -152,95 +172,68 @@ describe.skipIf(isMissing)('Live', () => {
       .locator('dt')
       .filter({ hasText: /^Area 2.*off/ })
       .waitFor();
-    await page.getByText('which the camera writes every minute').waitFor();
   });
 
-  test('a report period of 0 has the report fetched once, not without end', async () => {
-    const settings = await ask(await opened('live'), 'get_all_parameters');
-    let fetched = 0;
+  test('shows what the camera has counted since midnight, and asks again when somebody comes', async () => {
+    const { written, answer } = aLedger();
+    let count = 7;
     const page = await open({}, async (one) => {
-      await one.clock.install();
-      await one
-        .context()
-        .route('**/*action=get_all_parameters', (route) =>
-          route.fulfill({ contentType: 'text/xml', body: settings.replace(/<RepInt>\d+/, '<RepInt>0') }),
-        );
-      await one.context().route('**/*action=get_occupancy_csv', (route) => {
-        ++fetched;
-        return route.fulfill({ contentType: 'text/csv', body: 'Date\n' });
-      });
-    });
-    await show(page, 'live');
-    await page.getByText('which the camera writes every 15 minutes').waitFor();
-    await eventually(
-      async () => fetched,
-      (count) => count === 1,
-    );
-    for (let minute = 0; minute < 14; ++minute) await page.clock.runFor(60_000);
-    expect(fetched).toBe(1);
-    await page.clock.runFor(120_000);
-    await eventually(
-      async () => fetched,
-      (count) => count === 2,
-    );
-  });
-
-  test('today begins at midnight', async () => {
-    const column = 'Entrance1_Entrances_Person_Leader';
-    const rows = `Date,${column}\n2026-03-30 23:45:00,7\n`;
-    let csv = rows;
-    const page = await open({ timezoneId: 'Europe/Vienna' }, async (one) => {
-      await one.clock.install({ time: new Date('2026-03-30T23:58:00+02:00') });
-      await one
-        .context()
-        .route('**/*action=get_occupancy_csv', (route) => route.fulfill({ contentType: 'text/csv', body: csv }));
-      await one.context().route('**/*action=get_data_panel_info', (route) =>
+      await one.route('**/*action=get_ledger&*', answer);
+      await one.route('**/*action=get_counts&*', (route) =>
         route.fulfill({
-          contentType: 'text/xml',
-          body: '<app><NameCam_0>Leader</NameCam_0><StatusCam_0>Running</StatusCam_0></app>',
+          contentType: 'application/json',
+          body: JSON.stringify({
+            rows: [
+              { counts: [{ entrance: 1, direction: 'in', count: 900 }] },
+              {
+                counts: [
+                  { entrance: 1, direction: 'in', count: count++ },
+                  { entrance: 3, direction: 'out', count: 2 },
+                ],
+              },
+            ],
+          }),
         }),
       );
     });
     await show(page, 'live');
-    const today = page.locator('.passages tbody tr');
-    await eventually(
-      () => today.allInnerTexts(),
-      (lines) => /^Entrance 1\s+\d+\s+\d+\s+7\s+0$/.test(lines[0]),
+    const today = async () => (await page.locator('.passages tbody tr').allInnerTexts()).map((row) => row.split(/\s+/));
+    await eventually(today, (rows) =>
+      rows.join('|').endsWith('Entrance,1,0,0,7,0|Entrance,2,0,0,0,0|Entrance,3,0,0,0,2'),
     );
-    await page.getByRole('columnheader', { name: 'Since 23:58', exact: true }).waitFor();
-    await page.clock.runFor(180_000);
-    await page.getByRole('columnheader', { name: 'Since 30 Mar 2026, 23:58', exact: true }).waitFor();
-    await page.getByText('The reports have nothing of today yet.').waitFor();
-    csv = `${rows}2026-03-31 00:01:00,2\n`;
-    await page.clock.runFor(180_000);
-    await eventually(
-      () => today.allInnerTexts(),
-      (lines) => /^Entrance 1\s+\d+\s+\d+\s+2\s+0$/.test(lines[0]),
-    );
+    written('in', 1);
+    await eventually(today, (rows) => rows[0].join() === 'Entrance,1,1,0,8,0');
   });
 
-  test('says that reports are being read, or why they cannot be', async () => {
+  test('says that today is being asked for, or why it cannot be', async () => {
     let go = () => {};
     const held = new Promise<void>((resolve) => (go = resolve));
     const page = await open({}, (one) =>
-      one.context().route('**/*action=get_occupancy_csv', async (route) => {
+      one.context().route('**/*action=get_counts&*', async (route) => {
         await held;
         await route.fulfill({ status: 503 });
       }),
     );
     await show(page, 'live');
     const passages = page.locator('.passages');
-    await passages.getByText('Reading the reports …').waitFor();
+    await passages.getByText('Asking for the counts of today …').waitFor();
     go();
     await passages.getByText(/the camera is restarting\./).waitFor();
-    expect(await passages.getByText('nothing of today').count()).toBe(0);
+  });
+
+  test('fetches no whole report', async () => {
+    const page = await open({}, (one) => one.clock.install());
+    const asked: string[] = [];
+    page.on('request', (request) => asked.push(request.url()));
+    await show(page, 'live');
+    for (let minute = 0; minute < 16; ++minute) await page.clock.runFor(60_000);
+    expect(asked.filter((url) => url.includes('get_counts')).length).toBeGreaterThan(1);
+    expect(asked.filter((url) => url.includes('get_occupancy_csv'))).toEqual([]);
   });
 
   test('tells who comes and goes as it happens, and through which entrance', async () => {
-    let counts = '20,12,31,32,0,0';
-    const page = await open({}, (one) =>
-      one.route('**/*action=get_passages', (route) => route.fulfill({ contentType: 'text/plain', body: counts })),
-    );
+    const { written, answer } = aLedger();
+    const page = await open({}, (one) => one.route('**/*action=get_ledger&*', answer));
     await show(page, 'live');
     const rows = page.locator('.passages tbody tr');
     const since = async () =>
@@ -253,19 +246,25 @@ describe.skipIf(isMissing)('Live', () => {
         )
         .join('|');
     await eventually(since, (sums) => sums === 'Entrance 1 0 0|Entrance 2 0 0');
-    counts = '20,14,34,33,0,1';
-    await eventually(since, (sums) => sums === 'Entrance 1 0 2|Entrance 2 3 1|Entrance 3 0 1');
-    await expectText(page, 'came-in', /^3$/);
-    await expectText(page, 'went-out', /^4$/);
-    await page.getByText('3 objects came in through entrance 2').waitFor();
-    await page.getByText('2 objects went out through entrance 1').waitFor();
+    for (const [direction, entrance] of [
+      ['out', 1],
+      ['in', 2],
+      ['in', 2],
+      ['out', 3],
+    ] as const)
+      written(direction, entrance);
+    await eventually(since, (sums) => sums === 'Entrance 1 0 1|Entrance 2 2 0|Entrance 3 0 1');
+    await expectText(page, 'came-in', /^2$/);
+    await expectText(page, 'went-out', /^2$/);
+    await page.getByText('1 object came in through entrance 2').first().waitFor();
+    await page.getByText('1 object went out through entrance 1').waitFor();
   });
 
   test('who comes back to the page is shown nothing of before as if it were so now', async () => {
-    let counts = '20,12,31,32,0,0';
+    const { written, answer } = aLedger();
     const page = await open({}, async (one) => {
       await one.clock.install();
-      await one.route('**/*action=get_passages', (route) => route.fulfill({ contentType: 'text/plain', body: counts }));
+      await one.route('**/*action=get_ledger&*', answer);
       await one.route('**/live/video.mjpg*', (route) => route.fulfill({ contentType: 'image/jpeg', body: kJpeg }));
     });
     await show(page, 'live');
@@ -282,7 +281,9 @@ describe.skipIf(isMissing)('Live', () => {
       }, hidden);
     await turn(true);
     await page.clock.runFor(60_000);
-    counts = '22,12,31,32,0,0';
+    const time = new Date(2026, 2, 31, 10, 14, 5);
+    written('in', 1, time);
+    written('in', 1, time);
     let go = () => {};
     const held = new Promise<void>((resolve) => (go = resolve));
     await page.route('**/icon.svg', async (route) => {
@@ -298,7 +299,8 @@ describe.skipIf(isMissing)('Live', () => {
     await expectText(page, 'status', /Running|active|Slow/);
     await page
       .locator('.ticker')
-      .getByText(/^\s*2 objects came in through entrance 1 while this page was hidden$/)
+      .getByText(/31 Mar 2026, 10:14:05\s+1 object came in through entrance 1$/)
+      .first()
       .waitFor();
     await expectText(page, 'came-in', /^2$/);
     await eventually(

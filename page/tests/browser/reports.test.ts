@@ -8,7 +8,6 @@ import {
   downloaded,
   eventually,
   expectText,
-  focused,
   isMissing,
   open,
   opened,
@@ -327,7 +326,7 @@ describe.skipIf(isMissing)('Reports', () => {
     await page.getByText('51 to 96 of 96, newest first').waitFor();
   });
 
-  test('a report that goes on is read again, and the zoom stays', async () => {
+  test('a report that goes on is read again when asked to, and the zoom stays', async () => {
     let rows = 48;
     const page = await open({}, async (one) => {
       await one.clock.install();
@@ -340,12 +339,12 @@ describe.skipIf(isMissing)('Reports', () => {
     await show(page, 'reports');
     await page.getByText('48 report rows').waitFor();
     await page.getByRole('button', { name: 'Zoom in' }).click();
-    await page.getByRole('button', { name: 'Zoom in' }).focus();
     rows = 96;
-    await page.clock.fastForward(120_000);
+    await page.clock.fastForward(3_600_000);
+    await page.getByText('48 report rows').waitFor();
+    await page.getByRole('button', { name: 'Read again' }).click();
     await page.getByText('96 report rows').waitFor();
     expect(await page.getByRole('button', { name: 'Zoom out' }).isEnabled()).toBe(true);
-    expect(await focused(page)).toBe('Zoom in');
   });
 
   test('a hundred thousand rows stay usable', async () => {

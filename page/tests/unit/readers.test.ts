@@ -1,12 +1,10 @@
 import { describe, expect, test } from 'vitest';
 import {
-  passagesBetween,
   readAges,
   readElements,
   readInteger,
   readLog,
   readPanel,
-  readPassages,
   readResolution,
   readResolutions,
 } from '../../src/model/readers';
@@ -154,31 +152,4 @@ test('ages of followers, with -1 for one that has told nothing', () => {
   expect(readAges('2,0,-1,75,-1,-1,-1,-1,-1,9')).toEqual([2, 0, null, 75, null, null, null, null, null, 9]);
   for (const text of ['', '1,2', '1,2,3,4,5,6,7,8,9,10,11', 'a,b,c,d,e,f,g,h,i,j', ...hostileTexts])
     expect(readAges(text)).toEqual(Array(10).fill(null));
-});
-
-describe('passages', () => {
-  test('are read as six counts', () => {
-    expect(readPassages('20,12,31,32,0,7')).toEqual([20, 12, 31, 32, 0, 7]);
-    for (const text of ['', '1,2,3,4,5', '1,2,3,4,5,6,7', '1,2,3,4,5,x', '<p>1,2,3,4,5,6</p>', ...hostileTexts]) {
-      expect(readPassages(text)).toBeNull();
-    }
-  });
-
-  test('are what has happened between two answers, each at its entrance', () => {
-    expect(passagesBetween([5, 5, 5, 5, 5, 5], [6, 5, 5, 8, 5, 5])).toEqual([
-      { entrance: 1, by: 1 },
-      { entrance: 2, by: -3 },
-    ]);
-    expect(passagesBetween([0, 0, 0, 0, 0, 0], [0, 0, 0, 0, 1, 1])).toEqual([
-      { entrance: 3, by: 1 },
-      { entrance: 3, by: -1 },
-    ]);
-    expect(passagesBetween([1, 2, 3, 4, 5, 6], [1, 2, 3, 4, 5, 6])).toEqual([]);
-  });
-
-  test('are not told of a time without answers, nor across a restart', () => {
-    expect(passagesBetween(null, [1, 0, 0, 0, 0, 0])).toEqual([]);
-    expect(passagesBetween([1, 0, 0, 0, 0, 0], null)).toEqual([]);
-    expect(passagesBetween([9, 9, 9, 9, 9, 9], [0, 0, 0, 1, 0, 0])).toEqual([]);
-  });
 });

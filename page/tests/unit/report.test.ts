@@ -1,8 +1,6 @@
 import { describe, expect, test } from 'vitest';
 import {
   answer,
-  dayOf,
-  passedOn,
   Question,
   readHeader,
   readHeading,
@@ -167,36 +165,5 @@ describe('a period', () => {
   test('is no longer than the camera makes them: it was away', () => {
     expect(startOf(at('10:00:00', '12:00:00'), 1, 900)).toBe(seconds('2026-03-01T11:45:00'));
     expect(startOf(at('10:00:00'), 0, 900)).toBe(seconds('2026-03-01T09:45:00'));
-  });
-});
-
-describe('what passed on a day', () => {
-  const report = read(
-    'Date,Entrance1_Entrances_Person_Lobby,Entrance1_Entrances_Car_Lobby,Entrance1_Exits_Person_Lobby,Entrance2_Exits_Person_Lobby,Entrance1_Entrances_Person_Door\n' +
-      '2026-03-02 00:00:00,100,100,100,100,100\n2026-03-02 00:15:00,1,2,3,0,50\n2026-03-02 00:30:00,4,5,6,7,50\n',
-  );
-  const today = seconds('2026-03-02T00:00:00');
-
-  test('adds up per entrance, over the classes and from midnight on', () => {
-    expect([...passedOn(report, 'Lobby', today, 900)!]).toEqual([
-      ['1', { entries: 12, exits: 9 }],
-      ['2', { entries: 0, exits: 7 }],
-    ]);
-  });
-  test('a period that ended after midnight is of the day on which it began', () => {
-    const late = read('Date,Entrance1_Entrances_Person_Lobby\n2026-03-02 00:05:00,40\n');
-    expect(passedOn(late, 'Lobby', today, 600)).toBeNull();
-    expect(passedOn(late, 'Lobby', today, 300)!.get('1')!.entries).toBe(40);
-  });
-  test('yesterday is not today', () => {
-    expect(passedOn(report, 'Lobby', today + 86_400, 900)).toBeNull();
-    expect(passedOn(read('Date\n'), 'Lobby', today, 900)).toBeNull();
-  });
-  test('a camera whose clock is ahead may be in the next day', () => {
-    expect(passedOn(report, 'Lobby', today - 86_400, 900)!.get('1')).toEqual({ entries: 12, exits: 9 });
-  });
-  test('the day is that of the device', () => {
-    expect(dayOf(new Date(2026, 2, 2, 0, 0, 1))).toBe(today);
-    expect(dayOf(new Date(2026, 2, 1, 23, 59, 59))).toBe(today - 86_400);
   });
 });
