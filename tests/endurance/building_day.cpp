@@ -20,7 +20,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kPause = std::chrono::microseconds(100);
-constexpr std::chrono::seconds kLongestStandstill(120);
+constexpr std::chrono::seconds kLongestStandstill(600);
 
 /** A camera and its fate. */
 class Fate {
