@@ -11,6 +11,7 @@
 #include "counts.h"
 #include "index.h"
 #include "lines.h"
+#include "occupancy_records.h"
 #include "recount.h"
 
 namespace building {
@@ -60,6 +61,9 @@ public:
         judgeWatched();
         judgeCounts();
         judgeRecount();
+        if (m_camera == 0) {
+            judgeFollowers();
+        }
         const inquiry::Checked checked = inquiry::check(*m_disk, (m_archives / "EntranceActivityTidy.csv").string());
         for (const std::string& fault : checked.faults) {
             blame("check: " + fault);
@@ -304,6 +308,30 @@ private:
             std::to_string(again.withoutPath) + " left no path");
         if (told != static_cast<int64_t>(m_told.crossings.size()) || counted + again.withoutPath != told) {
             blame("counted again, the crossings are not the recorded ones");
+        }
+    }
+
+    /** The leader's archive has what its followers counted, and no more. */
+    void judgeFollowers() {
+        std::map<std::string, int64_t> counted;
+        std::ifstream archive(m_archives / "EntranceActivityTidy.csv");
+        for (std::string text; std::getline(archive, text);) {
+            EntranceActivityRecord record;
+            if (record.deserialize(text)) {
+                counted[record.cameraName] += record.entranceCount + record.exitCount;
+            }
+        }
+        for (size_t follower = 1; follower < kCameras; ++follower) {
+            int64_t most = 0;
+            for (const Walker& walker : walkersOf(m_day, follower)) {
+                most += static_cast<int64_t>(walker.passages().size());
+            }
+            const int64_t sum = counted["Follower" + std::to_string(follower)];
+            say("archived " + std::to_string(sum) + " crossings of follower " + std::to_string(follower));
+            if (sum == 0 || sum > most) {
+                blame("archived " + std::to_string(sum) + " crossings of follower " + std::to_string(follower) +
+                      ", expected 1 to " + std::to_string(most));
+            }
         }
     }
 
