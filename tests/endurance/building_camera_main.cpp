@@ -81,15 +81,18 @@ namespace {
 
 using building::Walker;
 
-/** The time of one camera, and what it sees by it. */
+/** The time of one camera, which is the application's meanwhile, and what it sees by it. */
 class CameraLife {
 public:
     CameraLife(building::Day day, size_t number, const std::string& times)
-        : m_day(std::move(day)), m_number(number), m_times(times), m_walkers(building::walkersOf(m_day, number)) {}
+        : m_day(std::move(day)), m_number(number), m_times(times), m_walkers(building::walkersOf(m_day, number)) {
+        setClock([this] { return m_day.wallAt(now()) * 1000; }, [this] { return (kUptime + now()) * 1000; });
+    }
+    ~CameraLife() { setClock(nullptr); }
+    CameraLife(const CameraLife&) = delete;
+    CameraLife& operator=(const CameraLife&) = delete;
 
     int64_t now() { return m_times.of(m_number); }
-    int64_t wallMicros() { return m_day.wallAt(now()) * 1000; }
-    int64_t steadyMicros() { return (kUptime + now()) * 1000; }
     bool isAhead() { return now() > m_times.slowest() + kLead; }
     bool isOver() { return now() >= m_day.length; }
 
@@ -190,7 +193,6 @@ int main(int argc, char** argv) {
     const auto dayBegin = words.begin() + 2;
     const building::Day day = building::dayOf({dayBegin, dayBegin + kDayWords});
     CameraLife life(day, number, words.at(1));
-    setClock([&] { return life.wallMicros(); }, [&] { return life.steadyMicros(); });
     scripted::reset();
     scripted::offerResolutions(1, {{building::kWidth, building::kHeight}});
     std::vector<uint8_t> picture(static_cast<size_t>(building::kWidth) * building::kHeight * 3 / 2);
