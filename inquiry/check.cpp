@@ -5,6 +5,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "index.h"
@@ -170,6 +171,26 @@ std::vector<Cut> cutsOf(ledger::Disk& disk) {
     return cuts;
 }
 
+/** A number of a period that no number of the archive has been compared with. */
+struct Kept {
+    int64_t count = 0;
+    int64_t seq = 0; /**< the period's line */
+};
+
+/** By date in the archive and camera, then by name. A second of local time may come twice, and with it a key. */
+using KeptByEnd = std::map<std::pair<std::string, std::string>, std::map<std::string, std::vector<Kept>>>;
+
+KeptByEnd keptByEnd(const std::vector<Period>& periods) {
+    KeptByEnd kept;
+    for (const Period& period : periods) {
+        auto& here = kept[{period.archived, period.camera}];
+        for (const auto& [name, count] : period.tallies) {
+            here[name].push_back({count, period.seq});
+        }
+    }
+    return kept;
+}
+
 /** Compares the archive's periods with the ledger's that ended in the same second. */
 void compareArchive(const std::string& archive, const std::vector<Period>& periods, Checked& checked) {
     std::ifstream file(archive);
@@ -177,11 +198,8 @@ void compareArchive(const std::string& archive, const std::vector<Period>& perio
         checked.faults.push_back("cannot read " + archive);
         return;
     }
-    std::map<std::pair<std::string, std::string>, const Period*> byEnd;
-    for (const Period& period : periods) {
-        byEnd[{period.archived, period.camera}] = &period;
-    }
-    std::map<std::pair<std::string, std::string>, Tallies> records;
+    KeptByEnd byEnd = keptByEnd(periods);
+    std::set<std::pair<std::string, std::string>> compared;
     for (std::string line; std::getline(file, line);) {
         EntranceActivityRecord record;
         try {
@@ -192,26 +210,29 @@ void compareArchive(const std::string& archive, const std::vector<Period>& perio
         } catch (const std::logic_error&) {
             continue;
         }
-        Tallies& tallies = records[{record.dateTime, record.cameraName}];
-        tallies[tallyName(record, true)] += record.entranceCount;
-        tallies[tallyName(record, false)] += record.exitCount;
-    }
-    for (const auto& [key, tallies] : records) {
-        const auto period = byEnd.find(key);
-        if (period == byEnd.end()) {
+        const auto here = byEnd.find({record.dateTime, record.cameraName});
+        if (here == byEnd.end()) {
             continue;  // a follower's, or from before the ledger's first day
         }
-        ++checked.archived;
-        for (const auto& [name, count] : tallies) {
-            const auto kept = period->second->tallies.find(name);
-            if (kept == period->second->tallies.end() || kept->second != count) {
-                checked.faults.push_back(
-                    archive + ": " + key.first + " has " + std::to_string(count) + " for " + name +
-                    ", the ledger's line " + std::to_string(period->second->seq) + " has " +
-                    (kept == period->second->tallies.end() ? "none" : std::to_string(kept->second)));
+        compared.insert(here->first);
+        for (const bool isIn : {true, false}) {
+            const std::string name = tallyName(record, isIn);
+            const int32_t count = isIn ? record.entranceCount : record.exitCount;
+            std::vector<Kept>& kept = here->second[name];
+            const auto same =
+                std::find_if(kept.begin(), kept.end(), [&](const Kept& one) { return one.count == count; });
+            if (same != kept.end()) {
+                kept.erase(same);
+                continue;
             }
+            checked.faults.push_back(archive + ": " + record.dateTime + " has " + std::to_string(count) + " for " +
+                                     name + ", " +
+                                     (kept.empty() ? "no line of the ledger has any"
+                                                   : "the ledger's line " + std::to_string(kept.front().seq) + " has " +
+                                                         std::to_string(kept.front().count)));
         }
     }
+    checked.archived = static_cast<int64_t>(compared.size());
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <ctime>
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <sys/timex.h>
@@ -19,12 +18,6 @@ namespace {
 
 constexpr int64_t kLongestWait = 600'000;  // for word of synchronisation, since the machine's start
 constexpr int64_t kSmallestStep = 1'000;   // what time services correct bit by bit is no step
-
-int64_t millisSinceBoot() {
-    timespec now = {};
-    clock_gettime(CLOCK_BOOTTIME, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
 
 bool kernelIsSynchronised() {
     timex state = {};
@@ -42,7 +35,10 @@ std::string bootName() {
 }  // namespace
 
 ClockSources::ClockSources()
-    : wallMicros(clockNowMicros), monoMillis(millisSinceBoot), isSynchronised(kernelIsSynchronised), boot(bootName()) {}
+    : wallMicros(clockNowMicros),
+      monoMillis([] { return steadyNowMicros() / 1000; }),
+      isSynchronised(kernelIsSynchronised),
+      boot(bootName()) {}
 
 MachineClock::MachineClock(ClockSources sources)
     : m_sources(std::move(sources)),

@@ -18,7 +18,7 @@ struct Instant {
     bool isDated = true;
 };
 
-/** Where a MachineClock has its times from; real ones by default. */
+/** Where a MachineClock has its times from; by default the application's one clock. */
 struct ClockSources {
     ClockSources();
     std::function<int64_t()> wallMicros;  /**< since 1970 */

@@ -9,8 +9,11 @@
 #include <sstream>
 #include <thread>
 
+#include "counts.h"
 #include "ledger_schema.h"
 #include "log_capture.h"
+#include "recount.h"
+#include "sanitized.h"
 #include "scripted_process.h"
 #include "test_clock.h"
 
@@ -271,6 +274,79 @@ TEST_F(LedgerKeepingTest, AnswersWhileItIsWrittenAndKept) {
     }
     writer.join();
     EXPECT_EQ(next, 2'002);
+}
+
+/** Somebody on the way from left to right, over a threshold at 200; 16 cycles long. */
+one_find walkerIn(int cycle) {
+    constexpr int kCycles = 16;
+    one_find walker;
+    walker.id = cycle / kCycles;
+    walker.detect.ClassId = 0;
+    walker.locator = {110 + 12 * (cycle % kCycles), 100};
+    walker.entrance = walker.locator.first > 200 ? entrances::in_entrance1 : entrances::not_in_entrance;
+    walker.entranceAct = cycle % kCycles == kCycles / 2 ? static_cast<entranceActivity>(0) : entranceActivity::unknown;
+    return walker;
+}
+
+TEST_F(LedgerKeepingTest, AnswersQuestionsAndCountsAgainWhileItIsWritten) {
+    constexpr int kWalkers = kSanitized ? 100 : 300;
+    TestClock clock;
+    LedgerKeeping keeping(settings(1), "1", 0, [](t_one_locator at) { return at.first > 200 ? 1 : 0; });
+    ConfigParams areas;
+    areas.i_EntrancesControlPoints = 4;
+    areas.i_Occupancy1 = {200, 0, 640, 0, 640, 360, 200, 360};
+    areas.b_Occupancy1Active = areas.b_DetectPersons = true;
+    const inquiry::SettingsFor settingsFor = [&](ledger::PictureSize) { return areas; };
+    std::atomic<bool> isWriting = true;
+    // The analysis, which writes; beside it the ledger's own thread syncs and indexes.
+    std::thread analysis([&] {
+        for (int cycle = 0; cycle < 16 * kWalkers; ++cycle) {
+            clock.advanceMillis(100);
+            keeping.add({walkerIn(cycle)}, {640, 360}, 0, false);
+        }
+        isWriting = false;
+    });
+    // A long answer, which has a thread of its own.
+    std::thread recount([&] {
+        int64_t before = 0;
+        do {
+            const inquiry::Recounted again = inquiry::recountOf(inquiry::chunksOf(keeping.book(), {}), settingsFor, {});
+            const int64_t recorded = again.recorded.empty() ? 0 : again.recorded.begin()->second;
+            const int64_t counted = again.counts.empty() ? 0 : again.counts.begin()->second;
+            // Whoever is on the way has no path yet.
+            EXPECT_LE(std::abs(recorded - counted), 1);
+            EXPECT_GE(recorded, before) << "of lines that were there before";
+            before = recorded;
+        } while (isWriting);
+    });
+    // Requests.
+    int64_t next = 1;
+    int64_t crossings = 0;
+    const auto askAll = [&] {
+        for (const nlohmann::json& line : linesOf(keeping.safeLines(next, 10'000))) {
+            EXPECT_EQ(line["seq"], next);
+            ++next;
+        }
+        int64_t counted = 0;
+        const int64_t now = int64_t{clock.now()} * 1000;
+        for (const ledger::CountsRow& row :
+             ledger::countsOf(keeping.index(), {now - 86'400'000, now + 900'000, ledger::Step::Hour, {}, ""})) {
+            for (const auto& [key, count] : row.counts) {
+                counted += count;
+            }
+        }
+        EXPECT_GE(counted, crossings);
+        crossings = counted;
+    };
+    while (isWriting) {
+        askAll();
+    }
+    analysis.join();
+    recount.join();
+    while (next <= keeping.book().end().seq) {
+        askAll();
+    }
+    EXPECT_EQ(crossings, kWalkers);
 }
 
 TEST_F(LedgerKeepingTest, LogsARefusedLineOnceAMinute) {

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "test_clock.h"
+
 namespace ledger {
 namespace {
 
@@ -59,6 +61,16 @@ TEST(MachineClock, TrustsAMachineThatHasRunForTenMinutes) {
     Times times;
     times.mono = 600'000;
     EXPECT_TRUE(MachineClock(times.sources()).moment().isDated());
+}
+
+TEST(MachineClock, HasItsTimesFromTheOneClock) {
+    TestClock time(1'800'000'000);
+    MachineClock clock;
+    time.advance(7);
+    EXPECT_EQ(clock.now().monoMillis, 1'800'000'007'000) << "the steady time";
+    time.set(1'700'000'000);
+    EXPECT_EQ(clock.moment().utcMillis, 1'700'000'000'000) << "the wall's";
+    EXPECT_TRUE(clock.look()) << "it was set";
 }
 
 TEST(MachineClock, NoticesThatTheClockWasSet) {

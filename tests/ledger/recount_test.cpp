@@ -472,6 +472,36 @@ TEST_F(LedgerCheck, ComparesWithTheArchive) {
     EXPECT_FALSE(check(m_camera.disk, folder.path() / "none").faults.empty());
 }
 
+TEST_F(LedgerCheck, ComparesPeriodsThatEndInTheSameSecondOfLocalTime) {
+    const auto archived = [&] {
+        const auto count = [&](const char* name) { return std::to_string(m_camera.lastPeriod.at(name)); };
+        return "2026-10-25 02:15:00,Door,0,0," + count("Entrance1_Entrances_Person") + "," +
+               count("Entrance1_Exits_Person") + "\n";
+    };
+    // In the night in which an hour comes twice.
+    m_camera.run(500);
+    m_camera.flush("2026-10-25 02:15:00");
+    const std::string first = archived();
+    m_camera.run(700);
+    m_camera.flush("2026-10-25 02:15:00");
+    const std::string second = archived();
+    ASSERT_NE(first, second);
+    const TestFolder folder;
+    const std::string path = folder.path() / "EntranceActivityTidy.csv";
+    const struct {
+        const char* label;
+        std::string archive;
+        size_t faults;
+    } cases[] = {{"both", first + second, 0},
+                 {"the first, after a kill", first, 0},
+                 {"the second", second, 0},
+                 {"more than there were", first + second + second, 2}};
+    for (const auto& [label, archive, faults] : cases) {
+        writeFile(path, archive);
+        EXPECT_EQ(check(m_camera.disk, path).faults.size(), faults) << label;
+    }
+}
+
 TEST(KeptPaths, AreNothingForNonsense) {
     const char* const line =
         R"({"object":1,"class":"Person","size":[640,360],"ended":true,"begin":"2026-11-22T08:00:00.000Z",)"
