@@ -166,22 +166,32 @@ void Logger::close() {
     }
     writeLast("STOPPING " + _appName);
     writeLast("");
+    flushLast();
 }
 
 void Logger::writeLast(const std::string& message) {
     syslog(LOG_WARNING, "%s", message.c_str());
-    bool purgeNow = false;
     try {
         const MutexLock lock(m_mutex);
         addWaiting(LogLevel::Warning, message);
+    } catch (const std::exception& exception) {
+        // Without memory for the line the process ends all the same.
+        syslog(LOG_ERR, "writeLast: %s", exception.what());
+    }
+    flushLast();
+}
+
+void Logger::flushLast() {
+    bool purgeNow = false;
+    try {
+        const MutexLock lock(m_mutex);
         while (m_purging) {
             m_purged.wait(m_mutex);
         }
         writeWaiting();
         purgeNow = isPurgeDue();
     } catch (const std::exception& exception) {
-        // Without memory for the line the process ends all the same.
-        syslog(LOG_ERR, "writeLast: %s", exception.what());
+        syslog(LOG_ERR, "flushLast: %s", exception.what());
     }
     if (purgeNow) {
         purge();

@@ -103,6 +103,7 @@ private:
     void addLogEntry(LogLevel level, const std::string& message) EXCLUDES(m_mutex);
     void addWaiting(LogLevel level, const std::string& message) REQUIRES(m_mutex);
     void writeLast(const std::string& message) EXCLUDES(m_mutex);
+    void flushLast() EXCLUDES(m_mutex);
     bool isPurgeDue() REQUIRES(m_mutex);
     void writeWaiting() REQUIRES(m_mutex);
     void incrementNextPurgeDate() REQUIRES(m_mutex);

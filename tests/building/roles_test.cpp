@@ -42,19 +42,38 @@ std::set<std::string> actionsOfTheApplication() {
     const std::string folder = this_build::checkout().string() + "/web/";
     const std::string source = readFile(folder + "fastcgi_service.cpp") + readFile(folder + "ledger_actions.cpp");
     std::set<std::string> actions;
-    const std::regex quoted("\"((get|reset|clear|manual|follower|set|post|use)_[a-z0-9_]+)\"");
-    for (std::sregex_iterator found(source.begin(), source.end(), quoted); found != std::sregex_iterator(); ++found) {
-        actions.insert((*found)[1]);
+    const std::regex named(
+        "action == \"([a-z0-9_]+)\"|\"((get|reset|clear|manual|follower|set|post|use)_[a-z0-9_]+)\"");
+    for (std::sregex_iterator found(source.begin(), source.end(), named); found != std::sregex_iterator(); ++found) {
+        actions.insert((*found)[1].matched ? (*found)[1] : (*found)[2]);
     }
     return actions;
 }
 
-const std::set<std::string> kForViewers = {
-    "get_status_string",       "get_is_portrait",     "get_status_code",    "get_execution_time",
-    "get_total_crowd",         "get_crowd_1",         "get_crowd_2",        "get_crowd_3",
-    "get_occupancy_count",     "get_total_occupancy", "get_passages",       "get_follower_ages",
-    "get_occupancy_csv",       "get_report_csv_str",  "get_occupancy_html", "get_data_panel_info",
-    "get_analysis_resolution", "get_counts",          "get_ledger"};
+const std::set<std::string> kForViewers = {"get_status_string",
+                                           "get_is_portrait",
+                                           "get_status_code",
+                                           "get_execution_time",
+                                           "get_total_crowd",
+                                           "get_crowd_1",
+                                           "get_crowd_2",
+                                           "get_crowd_3",
+                                           "get_occupancy_count",
+                                           "get_total_occupancy",
+                                           "get_passages",
+                                           "get_follower_ages",
+                                           "get_occupancy_csv",
+                                           "get_report_csv_str",
+                                           "get_occupancy_html",
+                                           "get_data_panel_info",
+                                           "get_analysis_resolution",
+                                           "get_counts",
+                                           "get_ledger",
+                                           "occupancy_before",
+                                           "stays",
+                                           "heat",
+                                           "why",
+                                           "ledger_answer"};
 
 TEST_F(Roles, AreKeptActionByAction) {
     const std::set<std::string> actions = actionsOfTheApplication();
@@ -63,9 +82,12 @@ TEST_F(Roles, AreKeptActionByAction) {
         EXPECT_TRUE(actions.contains(action)) << action << " is there";
     }
     for (const std::string& action : actions) {
-        EXPECT_EQ(askAs("vera", service(action)).status, kForViewers.contains(action) ? 200 : 403) << action;
+        // Some want more than their name: what counts is that the application has been asked.
+        const int viewers = askAs("vera", service(action)).status;
+        EXPECT_EQ(viewers == 403, !kForViewers.contains(action)) << action << ": " << viewers;
         EXPECT_EQ(askAs("vera", service(action), {"--data", "x"}).status, 403) << action << ", posted";
-        EXPECT_EQ(askAs("otto", service(action)).status, 200) << action;
+        const int operators = askAs("otto", service(action)).status;
+        EXPECT_TRUE(operators == 200 || operators == 202 || operators == 400) << action << ": " << operators;
     }
     for (const char* query : {"nobody_knows_this_one", "", "get_status_code&action=reset_occupancy",
                               "get_status_code&%61ction=clear%5flogfile", "get_crowd_2&action="}) {

@@ -28,6 +28,10 @@ public:
         const std::lock_guard lock(s_mutex);
         s_texts.push_back(std::move(text));
     }
+    static Texts all() {
+        const std::lock_guard lock(s_mutex);
+        return s_texts;
+    }
     /** Those of one letter only, which was logged for a test. */
     static Texts of(char letter) {
         const std::lock_guard lock(s_mutex);
@@ -63,6 +67,14 @@ extern "C" void __syslog_chk(int /*priority*/, int /*flag*/, const char* format,
 }
 
 namespace {
+
+TEST(SystemLogOfALog, HasItsEndAndTheBlankLineBehindIt) {
+    const TestFolder folder;
+    { const Logger log("qqq", (folder.path() / "log.txt").string()); }
+    const Texts texts = SystemLog::all();
+    ASSERT_GE(texts.size(), 2U);
+    EXPECT_EQ(Texts(texts.end() - 2, texts.end()), (Texts{"STOPPING qqq", ""}));
+}
 
 /** The service on its own thread, asked through its socket. */
 class Service : public WebFixture {
