@@ -11,6 +11,8 @@ export interface Passed {
 const kBack = 48 * 3_600_000;
 /** People may come every second: so many milliseconds from one question to the next. */
 const kPause = 3000;
+/** So many times as long as the answer took: a camera that must look into its archive for it has other things to do. */
+const kRest = 20;
 
 /** The newest day of the camera's counts per day, by entrance. Throws on what is none. */
 export function readToday(answer: unknown): Map<number, Passed> {
@@ -41,8 +43,10 @@ export class Today extends Store {
     this.asking = true;
     while (this.isOld) {
       this.isOld = false;
+      const began = performance.now();
       await this.askOnce();
-      await new Promise((resolve) => setTimeout(resolve, kPause));
+      const rest = Math.max(kPause, kRest * (performance.now() - began));
+      await new Promise((resolve) => setTimeout(resolve, rest));
     }
     this.asking = false;
   }

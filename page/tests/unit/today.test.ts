@@ -83,3 +83,15 @@ test('many who come at once are one more question', async () => {
   await later(60_000);
   expect([asked.length, today.counts!.get(1)!.cameIn]).toEqual([2, 2]);
 });
+
+test('what takes the camera long is asked for less often', async () => {
+  answers = [...Array(10).fill({ job: 7 }), { rows: [day([2, 'out', 5])] }, { rows: [day([2, 'out', 6])] }];
+  void today.load();
+  await later(3000);
+  expect(today.counts!.get(2)!.wentOut).toBe(5);
+  void today.load();
+  await later(50_000);
+  expect(asked.length).toBe(11);
+  await later(20_000);
+  expect(today.counts!.get(2)!.wentOut).toBe(6);
+});
