@@ -241,6 +241,17 @@ TEST_F(Front, StandsBeforeACameraWhoseDamagedSettingsAreMendedAtItsStart) {
     EXPECT_EQ(other.stop(), 0);
 }
 
+TEST_F(Front, BeginsItsLogAnewWhenItIsLong) {
+    const std::filesystem::path log = s_camera->state() / "front.log";
+    const std::filesystem::path older = s_camera->state() / "front.log.1";
+    std::ofstream(log, std::ios::app) << std::string((1U << 20U) + 1, 'x') << '\n';
+    EXPECT_TRUE(eventually([&] { return std::filesystem::exists(older) && !readFile(log).empty(); }))
+        << "its words about the change are the new one's first";
+    EXPECT_GT(std::filesystem::file_size(older), 1U << 20U);
+    EXPECT_LT(std::filesystem::file_size(log), 1U << 20U);
+    EXPECT_EQ(camera().ask("get_analysis_resolution").body, "1280x720");
+}
+
 TEST_F(Front, ThatHangsIsStartedAgain) {
     const pid_t front = pidOfFront();
     ASSERT_GT(front, 0);
