@@ -27,7 +27,7 @@ ordered_json sizeJson(PictureSize picture) {
 }
 
 double seconds(int64_t millis) {
-    return static_cast<double>(millis / 100) / 10;
+    return static_cast<double>(millis - millis % 100) / 1000;
 }
 
 /** A time of the machine: in UTC, or as it is before UTC is known. */

@@ -78,6 +78,7 @@ std::vector<const SceneFigure*> nearestLast(const Scene& scene, double seconds) 
     }
     std::stable_sort(figures.begin(), figures.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<const SceneFigure*> sorted;
+    sorted.reserve(figures.size());
     for (const auto& [bottom, figure] : figures) {
         sorted.push_back(figure);
     }

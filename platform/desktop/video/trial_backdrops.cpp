@@ -32,11 +32,11 @@ void drawYard(cairo_t* cairo, const Scene& scene) {
         }
     }
     setColour(cairo, 0x777064);
-    for (double x = 0; x < width; x += kSlab) {
-        strokeLine(cairo, x, 0, x, height, 1);
+    for (int column = 0; column * kSlab < width; ++column) {
+        strokeLine(cairo, column * kSlab, 0, column * kSlab, height, 1);
     }
-    for (double y = 0; y < height; y += kSlab) {
-        strokeLine(cairo, 0, y, width, y, 1);
+    for (int row = 0; row * kSlab < height; ++row) {
+        strokeLine(cairo, 0, row * kSlab, width, row * kSlab, 1);
     }
     fillBox(cairo, 0x8b5a44, 0, 0, width, 0.09 * height);
     for (int window = 0; window < 9; ++window) {
@@ -68,7 +68,8 @@ void drawRoad(cairo_t* cairo, const Scene& scene) {
     cairo_close_path(cairo);
     cairo_fill(cairo);
     setColour(cairo, 0xe8e6dc);
-    for (double y = 0.14; y < 1; y += 0.12) {
+    for (int mark = 0; mark < 8; ++mark) {
+        const double y = 0.14 + 0.12 * mark;
         const double size = (y - 0.1) / 0.9;
         strokeLine(cairo, 0.5 * width, y * height, 0.5 * width, (y + 0.05) * height, 1 + 4 * size);
     }
