@@ -12,6 +12,7 @@ namespace {
 constexpr size_t kMostWaitingBytes = size_t{1} << 20U;
 constexpr int64_t kMostFileBytes = int64_t{16} << 20;  // retention holds one in memory
 constexpr int64_t kFilesOfAFullLedger = 8;
+constexpr const char* kAside = ".unreadable";
 constexpr const char* kObject = "object";
 constexpr const char* kEverything = "all";
 
@@ -83,6 +84,15 @@ std::optional<LineHead> Ledger::mendEnd(std::vector<LedgerFile>& found, std::str
     std::optional<LineHead> last;
     for (size_t i = first; i < found.size(); ++i) {
         const MendedFile mended = mendFile(m_disk, found[i]);
+        if (!mended.isRead) {
+            // What cannot be read now may be read by somebody later.
+            for (size_t aside = i; aside < found.size(); ++aside) {
+                note(found[aside], found[aside].bytes, "which cannot be read and was set aside");
+                m_disk.rename(found[aside].name, found[aside].name + kAside);
+            }
+            found.resize(i);
+            break;
+        }
         note(mended.file, mended.dropped, "torn");
         const bool continues = i == first || mended.file.firstSeq == found[i - 1].lastSeq + 1;
         if (!mended.last || !continues) {

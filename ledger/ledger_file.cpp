@@ -109,21 +109,21 @@ MendedFile mendFile(Disk& disk, LedgerFile file) {
     file.bytes = size.value_or(0);
     file.lastSeq = 0;
     int64_t good = 0;
-    const bool read = size && forEachLine(disk, file, 0, [&](std::string_view line, int64_t at) {
-                          const std::optional<LineHead> head = headOf(line);
-                          const bool nearTheEnd = *size - at <= kFarthestTear;
-                          const bool isGood = head && head->seq > file.lastSeq && (!nearTheEnd || isWhole(line));
-                          if (isGood) {
-                              file.lastSeq = head->seq;
-                              result.last = head;
-                          }
-                          // Only the end can be torn. What is no line far before it costs nothing but itself.
-                          if (isGood || !nearTheEnd) {
-                              good = at + static_cast<int64_t>(line.size()) + 1;
-                          }
-                          return isGood || !nearTheEnd;
-                      });
-    if (read && good < *size) {
+    result.isRead = size && forEachLine(disk, file, 0, [&](std::string_view line, int64_t at) {
+                        const std::optional<LineHead> head = headOf(line);
+                        const bool nearTheEnd = *size - at <= kFarthestTear;
+                        const bool isGood = head && head->seq > file.lastSeq && (!nearTheEnd || isWhole(line));
+                        if (isGood) {
+                            file.lastSeq = head->seq;
+                            result.last = head;
+                        }
+                        // Only the end can be torn. What is no line far before it costs nothing but itself.
+                        if (isGood || !nearTheEnd) {
+                            good = at + static_cast<int64_t>(line.size()) + 1;
+                        }
+                        return isGood || !nearTheEnd;
+                    });
+    if (result.isRead && good < *size) {
         result.dropped = *size - good;
         disk.truncate(file.name, good);
         file.bytes = good;

@@ -52,6 +52,7 @@ struct MendedFile {
     LedgerFile file;
     std::optional<LineHead> last; /**< how the last good line begins */
     int64_t dropped = 0;          /**< bytes that were cut off */
+    bool isRead = false;          /**< else nothing is known of it but its name */
 };
 
 /**

@@ -158,11 +158,14 @@ void Recorder::watch(const Instant& now, int32_t occupancy) {
         writeWatched(now, occupancy);
     }
     m_minute = minute;
+    m_isMinuteDated = now.isDated;
 }
 
 void Recorder::writeWatched(const Instant& now, int32_t occupancy) {
     const int64_t begin = *m_minute * kMillisPerMinute;
-    m_append("watched", {{"minute", now.isDated ? ordered_json(utcText(begin)) : ordered_json(begin)},
+    // A minute that began before the time was known began so long after the start.
+    const int64_t utcBegin = m_isMinuteDated ? begin : begin + now.utcOffset;
+    m_append("watched", {{"minute", now.isDated ? ordered_json(utcText(utcBegin)) : ordered_json(begin)},
                          {"seconds", seconds(std::min(m_watchedMillis, kMillisPerMinute))},
                          {"cycles", m_cycles},
                          {"slow", m_slow},

@@ -21,6 +21,9 @@ public:
     /** From here on appends and replacements fail for lack of space, or no longer do. */
     void setFull(bool full) { m_full = full; }
 
+    /** From here on reading fails, or no longer does. */
+    void setUnreadable(bool unreadable) { m_unreadable = unreadable; }
+
     /** Leaves of each file what is safe, and by chance some of the rest. */
     void cutPower() {
         std::map<std::string, File> left;
@@ -103,6 +106,10 @@ public:
 
     std::optional<std::string> read(const std::string& name, int64_t from, int64_t most) override {
         const auto at = m_files.find(name);
+        if (m_unreadable) {
+            errno = EIO;
+            return std::nullopt;
+        }
         if (at == m_files.end() || from > static_cast<int64_t>(at->second.content.size())) {
             return std::nullopt;
         }
@@ -141,4 +148,5 @@ private:
     std::map<std::string, File> m_files;
     std::mt19937 m_random;
     bool m_full = false;
+    bool m_unreadable = false;
 };

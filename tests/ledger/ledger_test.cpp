@@ -151,6 +151,30 @@ TEST(Ledger, HasAnotherEpochInAWipedFolder) {
     EXPECT_EQ(machine.ledger().end().seq, 1);
 }
 
+TEST(Ledger, SetsAsideWhatCannotBeReadAndGoesOn) {
+    FailingPower disk(1);
+    Machine machine(disk);
+    machine.add();
+    machine.ledger().keep();
+    machine.now.utcMillis += kDay;
+    machine.add();
+    machine.ledger().keep();
+    const std::vector<std::string> before = disk.list();
+    ASSERT_EQ(before.size(), 2U);
+    std::vector<std::string> texts;
+    for (const std::string& name : before) {
+        texts.push_back(*disk.read(name, 0, 1 << 20));
+    }
+    disk.setUnreadable(true);
+    EXPECT_NE(machine.start().find(before[1] + ", which cannot be read and was set aside"), std::string::npos);
+    machine.add();
+    disk.setUnreadable(false);
+    for (size_t i = 0; i < before.size(); ++i) {
+        EXPECT_EQ(disk.read(before[i] + ".unreadable", 0, 1 << 20), texts[i]);
+    }
+    EXPECT_EQ(allLines(machine.ledger()).at(0)["epoch"], "epoch2") << "none was there to go on with";
+}
+
 TEST(Ledger, KeepsWhatAFullDiskRefusedUntilThereIsRoom) {
     FailingPower disk(1);
     Machine machine(disk);

@@ -229,6 +229,21 @@ TEST(LedgerRecorder, TellsTimesOfTheMachineBeforeTheClockIsKnown) {
     EXPECT_EQ(recording.of("object").at(0)["first"], 600'000);
 }
 
+TEST(LedgerRecorder, DatesTheMinuteInWhichTheTimeBecameKnown) {
+    Recording recording(false);
+    recording.now().monoMillis = 130'000;  // ten seconds into a minute since the machine's start
+    recording.see({});
+    recording.now().isDated = true;
+    recording.now().utcOffset = 1'795'305'600'000 - 120'000;
+    recording.see({});
+    recording.now().monoMillis += 60'000;
+    recording.see({});
+    const auto watched = recording.of("watched");
+    ASSERT_EQ(watched.size(), 2U);
+    EXPECT_EQ(watched[0]["minute"], "2026-11-22T00:00:00.000Z");
+    EXPECT_EQ(watched[1]["minute"], "2026-11-22T00:00:00.000Z");
+}
+
 TEST(LedgerRecorder, EndsWhatItFollowsAtAnOrderlyStop) {
     Recording recording;
     recording.see({found(1, {100, 100})});
