@@ -206,6 +206,10 @@ std::string LedgerKeeping::safeLines(int64_t fromSeq, int64_t mostBytes) {
     return m_book.lines(fromSeq, m_book.safeSeq(), mostBytes);
 }
 
+std::string LedgerKeeping::newestLines(int64_t fromSeq, int64_t mostBytes) {
+    return m_book.lines(fromSeq, m_book.end().seq, mostBytes);
+}
+
 const ledger::Index& LedgerKeeping::index() {
     m_index.update(kIndexStep);
     return m_index;

@@ -70,6 +70,7 @@ public:
     // For requests; any thread but the analysis's.
     [[nodiscard]] const ledger::LastRun& lastRun() const override { return m_lastRun; }
     std::string safeLines(int64_t fromSeq, int64_t mostBytes) override;
+    std::string newestLines(int64_t fromSeq, int64_t mostBytes) override;
     [[nodiscard]] const ledger::Ledger& book() const override { return m_book; }
     const ledger::Index& index() override;
     AnswerJobs& jobs() override { return m_jobs; }

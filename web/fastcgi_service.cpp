@@ -23,6 +23,7 @@ constexpr const char* kSocketPath = "/usr/local/packages/ostrel_senvo/html/ostre
 constexpr int kBacklog = 5;
 constexpr long kMostBodyBytes = 1L << 20;  // what the web server lets through; a longer length is a lie
 
+constexpr int32_t kMostInside = 1'000'000;  // who comes in afterwards must still be counted
 constexpr const char* kPlain = "text/plain";
 constexpr const char* kXml = "text/xml";
 
@@ -292,7 +293,9 @@ std::optional<fastcgi_service::Answer> fastcgi_service::answerOfLedger(AskLedger
                                                                        const std::string& body) {
     LedgerAccess* const access = m_parts.ledger ? m_parts.ledger() : nullptr;
     if (access == nullptr) {
-        return std::nullopt;
+        return isOfLedger(action)
+                   ? std::optional(Answer{kPlain, "the ledger is not open yet\n", "", "503 Service Unavailable"})
+                   : std::nullopt;
     }
     try {
         const ledger::PictureSize picture = {static_cast<int32_t>(m_parts.detector.get_stream_width()),
@@ -365,7 +368,7 @@ int fastcgi_service::correctOccupancy() {
     std::string remark = valueOf(m_query, "remark");
     cutToLogEntry(remark);
     try {
-        const int64_t to = numberOf(valueOf(m_query, "to"), 0, std::numeric_limits<int32_t>::max(), "to");
+        const int64_t to = numberOf(valueOf(m_query, "to"), 0, kMostInside, "to");
         if (m_parts.correctOccupancy) {
             m_parts.correctOccupancy(static_cast<int32_t>(to), parameter("REMOTE_USER"), remark);
         }

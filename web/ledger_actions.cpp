@@ -75,6 +75,7 @@ LedgerAnswer getLedger(LedgerAccess& access, const QueryPairs& query) {
     const int64_t begin = from.empty() ? std::numeric_limits<int64_t>::min() : ledger::momentOf(from, zone);
     const int64_t end = to.empty() ? std::numeric_limits<int64_t>::max() : ledger::momentOf(to, zone);
     const std::set<std::string> kinds = wordsOf(valueOf(query, "kinds"));
+    const bool isNewest = numberOf(valueOf(query, "newest", "0"), 0, 1, "newest") == 1;
     int64_t limit = numberOf(valueOf(query, "limit", std::to_string(kMostLines)), 1, kMostLines, "limit");
     const ledger::Position last = access.book().end();
     int64_t next = nextSeqOf(valueOf(query, "since"), last.epoch);
@@ -83,7 +84,8 @@ LedgerAnswer getLedger(LedgerAccess& access, const QueryPairs& query) {
     }
     std::string body;
     for (int64_t readBytes = 0; readBytes < kMostReadBytes && limit > 0;) {
-        const std::string lines = access.safeLines(next, kMostAnswerBytes);
+        const std::string lines =
+            isNewest ? access.newestLines(next, kMostAnswerBytes) : access.safeLines(next, kMostAnswerBytes);
         if (lines.empty()) {
             break;
         }
@@ -387,6 +389,13 @@ int64_t numberOf(const std::string& text, int64_t least, int64_t most, const cha
                                     std::to_string(most) + ", got \"" + text + "\"");
     }
     return number;
+}
+
+bool isOfLedger(const std::string& action) {
+    static const std::set<std::string> kActions = {"get_ledger",    "get_counts", "occupancy_before",
+                                                   "stays",         "heat",       "why",
+                                                   "ledger_answer", "recount",    "hand_count"};
+    return kActions.contains(action);
 }
 
 std::optional<LedgerAnswer> answerFromLedger(LedgerAccess& access, const LedgerQuestion& question) {

@@ -25,6 +25,9 @@ public:
      */
     virtual std::string safeLines(int64_t fromSeq, int64_t mostBytes) = 0;
 
+    /** Likewise, without waiting and with the newest: a power cut may take them back, and others get their numbers. */
+    virtual std::string newestLines(int64_t fromSeq, int64_t mostBytes) = 0;
+
     [[nodiscard]] virtual const ledger::Ledger& book() const = 0;
 
     /** The run before this one. */
@@ -69,6 +72,9 @@ struct LedgerAnswer {
     std::string body;
     const char* status = "200 OK";
 };
+
+/** Whether one of the two below answers an action. */
+bool isOfLedger(const std::string& action);
 
 /**
  * Answers get_ledger, get_counts, occupancy_before, stays, heat, why and ledger_answer; nothing for another action.

@@ -223,6 +223,16 @@ TEST_F(Service, ServesTheNewestOfTheLog) {
     EXPECT_TRUE(get("get_newest_log").ends_with("|ostrel_senvo|warning|newest\n"));
 }
 
+TEST_F(Service, SaysThatItsLedgerIsNotOpenYet) {
+    for (const char* action :
+         {"get_ledger", "get_counts", "occupancy_before", "stays", "heat", "why", "ledger_answer"}) {
+        EXPECT_EQ(get(action).rfind("Status: 503 ", 0), 0U) << action;
+    }
+    for (const char* action : {"recount", "hand_count"}) {
+        EXPECT_EQ(client().post(std::string("action=") + action, "{}").rfind("Status: 503 ", 0), 0U) << action;
+    }
+}
+
 TEST_F(Service, ResetsTheOccupancy) {
     m_metrics.occupancyCount = 5;
     m_occupancy.init(5);

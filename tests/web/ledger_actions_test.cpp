@@ -32,6 +32,9 @@ public:
         m_book.keep();
         return m_book.lines(fromSeq, m_book.safeSeq(), mostBytes);
     }
+    std::string newestLines(int64_t fromSeq, int64_t mostBytes) override {
+        return m_book.lines(fromSeq, m_book.end().seq, mostBytes);
+    }
     [[nodiscard]] const ledger::Ledger& book() const override { return m_book; }
     [[nodiscard]] const ledger::LastRun& lastRun() const override { return before; }
     const ledger::Index& index() override {
@@ -84,6 +87,17 @@ std::vector<int64_t> numbersOf(const std::string& lines) {
 }
 
 using Numbers = std::vector<int64_t>;
+
+TEST(GetLedger, GivesTheNewestWithoutASyncToWhoeverCanLoseThem) {
+    Access access;
+    access.cross("2026-11-22T08:00:00.000Z");
+    const LedgerAnswer newest = *answerFromLedger(access, {"get_ledger", {{"newest", "1"}}});
+    EXPECT_EQ(numbersOf(newest.body), (Numbers{1}));
+    EXPECT_EQ(headerOf(newest, "X-Ledger-Next"), "e1:1");
+    EXPECT_EQ(access.book().safeSeq(), 0) << "nothing was synced for it";
+    EXPECT_EQ(numbersOf(answerFromLedger(access, {"get_ledger", {{"newest", "0"}}})->body), (Numbers{1}));
+    EXPECT_EQ(access.book().safeSeq(), 1);
+}
 
 TEST(GetLedger, GivesAReaderExactlyWhatItMissed) {
     Access access;

@@ -1,4 +1,4 @@
-import { actionAddress, kMostWait, request } from './api';
+import { actionAddress, CameraError, kMostWait, request } from './api';
 
 /** Somebody who crossed an entrance of this camera. */
 export interface Crossing {
@@ -33,9 +33,11 @@ interface Place {
   seq: number;
 }
 
+/** Throws CameraError when there is none, as before the camera has opened its ledger. */
 function placeOf(text: string | null): Place {
-  const [, epoch, seq] = /^(.*):(\d+)$/.exec(text ?? '') ?? ['', '', '0'];
-  return { epoch, seq: Number(seq) };
+  const found = /^(.*):(\d+)$/.exec(text ?? '');
+  if (!found) throw new CameraError('restarting', 0);
+  return { epoch: found[1], seq: Number(found[2]) };
 }
 
 /** Follows the camera's ledger: each crossing since the first question is told once, however long nobody asked. */
@@ -52,9 +54,9 @@ export class CrossingReader {
     }
     for (;;) {
       const from: Place = this.read;
-      const { next, end, lines } = await ask(`kinds=crossing&since=${from.epoch}:${from.seq}`);
-      if (end.epoch !== from.epoch) {
-        // A ledger that was begun anew: nobody knows what of it the camera had told before.
+      const { next, end, lines } = await ask(`newest=1&kinds=crossing&since=${from.epoch}:${from.seq}`);
+      if (end.epoch !== from.epoch || end.seq < from.seq) {
+        // A ledger that was begun anew, or of which a power cut took the end: what of it was told before is not known.
         this.read = end;
         return;
       }

@@ -166,6 +166,29 @@ describe('who comes and goes', () => {
     await beat();
     expect(ticker()).toEqual(['-1 at 1']);
   });
+  test('goes on behind what a power cut took from the ledger', async () => {
+    ledger.lines.length = 5;
+    passed('in', 1);
+    await beat();
+    expect(ticker()).toEqual([]);
+    passed('out', 2);
+    await beat();
+    expect(ticker()).toEqual(['-1 at 2']);
+  });
+  test('is told of a camera that had not opened its ledger yet', async () => {
+    vi.stubGlobal('fetch', (address: string, options: RequestInit) =>
+      address.includes('get_ledger') ? new Response('') : camera(address, options),
+    );
+    pulse = new Pulse();
+    pulse.start();
+    await beat();
+    expect(pulse.connection).toBe('restarting');
+    vi.stubGlobal('fetch', camera);
+    await vi.advanceTimersByTimeAsync(2000);
+    passed('in', 1);
+    await beat();
+    expect([pulse.connection, ticker()]).toEqual(['ok', ['1 at 1']]);
+  });
   test('while the page was hidden is told with its time', async () => {
     passed('in', 1);
     await hideFor(3_600_000);
