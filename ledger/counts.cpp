@@ -28,8 +28,21 @@ struct FreeText {
     void operator()(char* text) const { g_free(text); }
 };
 
+/** Whether a text has the form of a zone's name; of others, GLib would open any file. */
+bool isZoneName(const std::string& name) {
+    const bool hasCharacters = std::all_of(name.begin(), name.end(), [](char c) {
+        return g_ascii_isalnum(c) || c == '_' || c == '+' || c == '-' || c == '/';
+    });
+    return hasCharacters && !name.starts_with('/') && !name.ends_with('/') && name.find("//") == std::string::npos;
+}
+
 Zone zoneOf(const std::string& name) {
-    Zone zone(name.empty() ? g_time_zone_new_local() : g_time_zone_new_identifier(name.c_str()));
+    Zone zone;
+    if (name.empty()) {
+        zone.reset(g_time_zone_new_local());
+    } else if (isZoneName(name)) {
+        zone.reset(g_time_zone_new_identifier(name.c_str()));
+    }
     if (!zone) {
         throw std::invalid_argument("expected a time zone such as Europe/Berlin, got \"" + name + "\"");
     }

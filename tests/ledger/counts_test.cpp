@@ -304,6 +304,23 @@ TEST(LedgerCounts, AreThereWhileARewrittenFileIsReadAgain) {
     EXPECT_EQ(sumOf(*book.index), kLines);
 }
 
+TEST(LedgerCounts, KnowZonesByTheirNamesOnly) {
+    for (const char* const zone : {"UTC", "Etc/GMT+1", "America/Port-au-Prince", "America/Argentina/Buenos_Aires"}) {
+        EXPECT_NO_THROW(momentOf("2026-11-22", zone)) << zone;
+    }
+    // GLib would open these, whatever they are.
+    for (const std::string zone :
+         {"/usr/share/zoneinfo/Europe/Berlin", "../zoneinfo/Europe/Berlin", "Europe/./Berlin", "Europe//Berlin",
+          "Europe/Berlin/", "/", ":Europe/Berlin", "Europe/Berlin ", "+01:00"}) {
+        try {
+            momentOf("2026-11-22", zone);
+            ADD_FAILURE() << "took " << zone;
+        } catch (const std::invalid_argument& error) {
+            EXPECT_EQ(error.what(), "expected a time zone such as Europe/Berlin, got \"" + zone + "\"");
+        }
+    }
+}
+
 TEST(LedgerCounts, SaysWhatIsWrongWithAQuestion) {
     Book book;
     const auto refusal = [](const auto& question) {
