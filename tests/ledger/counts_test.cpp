@@ -321,6 +321,39 @@ TEST(LedgerCounts, KnowZonesByTheirNamesOnly) {
     }
 }
 
+TEST(LedgerCounts, AreOfTheYearsThatACalendarHas) {
+    const auto refusal = [](const auto& question) {
+        try {
+            question();
+        } catch (const std::invalid_argument& error) {
+            return std::string(error.what());
+        }
+        return std::string();
+    };
+    for (const std::string moment : {"0001-01-01T00:00:00+14:00", "9999-12-31T23:00:00-14:00"}) {
+        EXPECT_EQ(refusal([&] { momentOf(moment, "UTC"); }),
+                  "expected a time such as 2026-11-22 or 2026-11-22T07:00:00Z, got \"" + moment + "\"");
+    }
+    Book book;
+    const struct {
+        const char* from;
+        const char* until;
+        const char* zone;
+    } spans[] = {
+        {"0001-01-01T00:00:00Z", "0001-01-01T02:00:00Z", "America/New_York"},
+        {"9999-12-31T23:00:00Z", "9999-12-31T23:30:00Z", "Europe/Berlin"},
+        {"9999-12-31T23:00:00Z", "9999-12-31T23:50:00Z", "UTC"},
+    };
+    for (const auto& [from, until, zone] : spans) {
+        for (const Step step : {Step::Quarter, Step::Hour, Step::Day, Step::Week, Step::Month, Step::Year}) {
+            EXPECT_EQ(
+                refusal([&, from = from, until = until, zone = zone] { book.count(from, until, step, {}, zone); }),
+                "expected times within the years 1 to 9999 of the time zone, got one outside of them")
+                << from << " in steps of " << static_cast<int>(step);
+        }
+    }
+}
+
 TEST(LedgerCounts, SaysWhatIsWrongWithAQuestion) {
     Book book;
     const auto refusal = [](const auto& question) {
