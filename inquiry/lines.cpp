@@ -1,6 +1,7 @@
 #include "lines.h"
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -12,24 +13,38 @@ namespace {
 constexpr int64_t kChunkBytes = int64_t{1} << 20;
 // How long after something happened the line that tells of it may come: a path's part is written when it is full.
 constexpr int64_t kLatestLine = int64_t{15} * 60 * 1000;
+constexpr int64_t kMillisPerDay = int64_t{24} * 60 * 60 * 1000;
 
-/** Whether a file's lines may all be from before a time. */
-bool isBefore(const ledger::LedgerFile& file, const Span& span) {
-    return span.from != std::numeric_limits<int64_t>::min() && file.day < ledger::utcDay(span.from);
+/** Whether no line of a file can tell of a time, by the day in its name. */
+bool isOutside(const ledger::LedgerFile& file, const Span& span) {
+    const std::optional<int64_t> begin = ledger::utcOf(file.day + "T00:00:00.000Z");
+    if (!begin) {
+        return span.from != std::numeric_limits<int64_t>::min();  // what nobody can date is the earliest there is
+    }
+    return *begin + kMillisPerDay <= span.from || *begin - kLatestLine >= span.until;
+}
+
+/**
+ * The files from the first to the last one that may tell of a time. Those between them stay, whatever their day: where
+ * the clock was wrong for a while, a run may have begun meanwhile.
+ */
+std::vector<ledger::LedgerFile> within(const Span& span, const std::vector<ledger::LedgerFile>& files) {
+    const auto mayTell = [&](const ledger::LedgerFile& file) { return !isOutside(file, span); };
+    const auto first = std::find_if(files.begin(), files.end(), mayTell);
+    const auto end = std::find_if(files.rbegin(), std::make_reverse_iterator(first), mayTell).base();
+    return {first, end};
 }
 
 }  // namespace
 
 Chunks chunksOf(const ledger::Ledger& book, const Span& span) {
-    int64_t next = 1;
-    for (const ledger::LedgerFile& file : book.files()) {
-        if (!isBefore(file, span)) {
-            break;
-        }
-        next = file.lastSeq + 1;
+    const std::vector<ledger::LedgerFile> files = within(span, book.files());
+    int64_t last = 0;
+    for (const ledger::LedgerFile& file : files) {
+        last = std::max(last, file.lastSeq);
     }
-    return [&book, next, last = book.end().seq]() mutable {
-        std::string lines = book.lines(next, last, kChunkBytes);
+    return [&book, next = files.empty() ? 1 : files.front().firstSeq, last]() mutable {
+        std::string lines = next <= last ? book.lines(next, last, kChunkBytes) : "";
         if (!lines.empty()) {
             const size_t before = lines.size() < 2 ? std::string::npos : lines.rfind('\n', lines.size() - 2);
             const size_t begin = before == std::string::npos ? 0 : before + 1;
@@ -52,9 +67,7 @@ std::vector<ledger::LedgerFile> filesIn(ledger::Disk& disk) {
 }
 
 Chunks chunksOf(ledger::Disk& disk, const Span& span) {
-    std::vector<ledger::LedgerFile> files = filesIn(disk);
-    std::erase_if(files, [&](const ledger::LedgerFile& file) { return isBefore(file, span); });
-    return [&disk, files, file = size_t{0}, at = int64_t{0}]() mutable {
+    return [&disk, files = within(span, filesIn(disk)), file = size_t{0}, at = int64_t{0}]() mutable {
         for (; file < files.size(); ++file, at = 0) {
             // A line longer than a chunk is read with as many as it takes.
             for (int64_t most = kChunkBytes;; most *= 2) {
@@ -88,14 +101,18 @@ void visitLines(const Chunks& chunks, const std::function<bool(const ledger::Lin
     }
 }
 
-void visitLinesUntil(const Chunks& chunks, const Span& span,
-                     const std::function<void(const ledger::LineHead&, std::string_view)>& visit) {
+void visitLinesFor(const Chunks& chunks, const Span& span,
+                   const std::function<void(const ledger::LineHead&, std::string_view)>& visit) {
+    // Lines of the time may follow, once the clock was set back. What is not dated is where the lines before it are.
+    bool isTooLate = false;
     visitLines(chunks, [&](const ledger::LineHead& head, std::string_view line) {
-        const bool isTooLate = head.moment.isDated() && head.moment.utcMillis - kLatestLine >= span.until;
-        if (!isTooLate) {
+        if (head.moment.isDated()) {
+            isTooLate = head.moment.utcMillis - kLatestLine >= span.until;
+        }
+        if (!isTooLate || head.kind == "start") {
             visit(head, line);
         }
-        return !isTooLate;
+        return true;
     });
 }
 

@@ -25,7 +25,7 @@ struct Span {
 /** Gives a ledger's next whole lines, ends included, about 1 MiB; empty behind the last. */
 using Chunks = std::function<std::string()>;
 
-/** The lines of a running application's ledger, as far as it goes now, from the first that may belong to a time. */
+/** The lines of a running application's ledger, as far as it goes now: all files' that may tell of a time. */
 Chunks chunksOf(const ledger::Ledger& book, const Span& span);
 
 /** The lines of a folder that somebody may be writing to. disk: outlives what is returned. */
@@ -35,11 +35,12 @@ Chunks chunksOf(ledger::Disk& disk, const Span& span);
 void visitLines(const Chunks& chunks, const std::function<bool(const ledger::LineHead&, std::string_view)>& visit);
 
 /**
- * The same until lines are too late to tell of a time. Earlier ones come, too: that an object was there may be told by
- * a line of before, and a run's begin has to be known.
+ * The same to the end, but for lines that are too late to tell of a time; others follow them where the clock was set
+ * back. Earlier ones come, too, since an object that was there may be told of by a line of before, and every run's
+ * begin, whatever its time.
  */
-void visitLinesUntil(const Chunks& chunks, const Span& span,
-                     const std::function<void(const ledger::LineHead&, std::string_view)>& visit);
+void visitLinesFor(const Chunks& chunks, const Span& span,
+                   const std::function<void(const ledger::LineHead&, std::string_view)>& visit);
 
 /** A folder's files in the order of their lines. */
 std::vector<ledger::LedgerFile> filesIn(ledger::Disk& disk);

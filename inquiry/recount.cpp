@@ -184,7 +184,7 @@ Recounted Recount::finish() {
 
 Recounted recountOf(const Chunks& chunks, const SettingsFor& settings, const Span& span) {
     Recount recount(settings, span);
-    visitLinesUntil(chunks, span, [&](const ledger::LineHead& head, std::string_view line) {
+    visitLinesFor(chunks, span, [&](const ledger::LineHead& head, std::string_view line) {
         if (timeOf(head) >= span.from || head.kind == "start") {
             recount.add(head, line);
         }

@@ -17,7 +17,7 @@ constexpr int64_t kLongestStep = 2'000;
 
 /** Calls visit with every path of the time, and with nothing where a run of the application begins. */
 void visitPaths(const Chunks& chunks, const Span& span, const std::function<void(const KeptPath*)>& visit) {
-    visitLinesUntil(chunks, span, [&](const ledger::LineHead& head, std::string_view line) {
+    visitLinesFor(chunks, span, [&](const ledger::LineHead& head, std::string_view line) {
         if (head.kind == "start") {
             visit(nullptr);
         } else if (head.kind == "object" && timeOf(head) >= span.from) {

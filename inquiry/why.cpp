@@ -45,7 +45,7 @@ struct Seen {
 Seen seenIn(const Chunks& chunks, const Span& span) {
     Seen seen;
     int run = 0;
-    visitLinesUntil(chunks, span, [&](const ledger::LineHead& head, std::string_view line) {
+    visitLinesFor(chunks, span, [&](const ledger::LineHead& head, std::string_view line) {
         if (head.kind == "start") {
             ++run;
         } else if (head.kind == "crossing" && span.holds(timeOf(head))) {

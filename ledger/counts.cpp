@@ -28,17 +28,39 @@ struct FreeText {
     void operator()(char* text) const { g_free(text); }
 };
 
+/** Whether a text has the form of a zone's name; of others, GLib would open any file. */
+bool isZoneName(const std::string& name) {
+    const bool hasCharacters = std::all_of(name.begin(), name.end(), [](char c) {
+        return g_ascii_isalnum(c) || c == '_' || c == '+' || c == '-' || c == '/';
+    });
+    return hasCharacters && !name.starts_with('/') && !name.ends_with('/') && name.find("//") == std::string::npos;
+}
+
 Zone zoneOf(const std::string& name) {
-    Zone zone(name.empty() ? g_time_zone_new_local() : g_time_zone_new_identifier(name.c_str()));
+    Zone zone;
+    if (name.empty()) {
+        zone.reset(g_time_zone_new_local());
+    } else if (isZoneName(name)) {
+        zone.reset(g_time_zone_new_identifier(name.c_str()));
+    }
     if (!zone) {
         throw std::invalid_argument("expected a time zone such as Europe/Berlin, got \"" + name + "\"");
     }
     return zone;
 }
 
+/** Takes a time that GLib has made; it makes none outside of the calendar. */
+Time made(GDateTime* time) {
+    if (time == nullptr) {
+        throw std::invalid_argument(
+            "expected times within the years 1 to 9999 of the time zone, got one outside of them");
+    }
+    return Time(time);
+}
+
 Time timeIn(const Zone& zone, int64_t utcMillis) {
-    const Time utc(g_date_time_new_from_unix_utc(utcMillis / 1000));
-    return Time(utc ? g_date_time_to_timezone(utc.get(), zone.get()) : nullptr);
+    const Time utc = made(g_date_time_new_from_unix_utc(utcMillis / 1000));
+    return made(g_date_time_to_timezone(utc.get(), zone.get()));
 }
 
 int64_t millisOf(const Time& time) {
@@ -53,12 +75,12 @@ std::string textOf(const Zone& zone, int64_t utcMillis) {
 
 /** Where the day begins that lies so many days from a time's, or its month, or its year. */
 int64_t midnight(const Zone& zone, const Time& time, int days, int months, int years) {
-    const Time there(g_date_time_add_full(time.get(), years, months, days, 0, 0, 0));
+    const Time there = made(g_date_time_add_full(time.get(), years, months, days, 0, 0, 0));
     const bool byMonth = months != 0;
     const bool byYear = years != 0;
-    const Time begin(g_date_time_new(zone.get(), g_date_time_get_year(there.get()),
-                                     byYear ? 1 : g_date_time_get_month(there.get()),
-                                     byMonth || byYear ? 1 : g_date_time_get_day_of_month(there.get()), 0, 0, 0));
+    const Time begin = made(
+        g_date_time_new(zone.get(), g_date_time_get_year(there.get()), byYear ? 1 : g_date_time_get_month(there.get()),
+                        byMonth || byYear ? 1 : g_date_time_get_day_of_month(there.get()), 0, 0, 0));
     return millisOf(begin);
 }
 
@@ -132,7 +154,8 @@ CountsBy countsByOf(const std::string& text) {
 int64_t momentOf(const std::string& text, const std::string& zone) {
     const std::string whole = text.size() == kDateDigits ? text + "T00:00:00" : text;
     const Time time(g_date_time_new_from_iso8601(whole.c_str(), zoneOf(zone).get()));
-    if (!time) {
+    // In UTC it may lie outside of the calendar.
+    if (!time || !Time(g_date_time_to_utc(time.get()))) {
         throw std::invalid_argument("expected a time such as 2026-11-22 or 2026-11-22T07:00:00Z, got \"" + text + "\"");
     }
     return millisOf(time);

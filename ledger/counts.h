@@ -85,7 +85,7 @@ private:
 /**
  * Counts per step, every step of the time asked for; hours and days as the zone has them, a night of 25 hours included.
  * before: what is known from elsewhere, and added. Throws std::invalid_argument for an unknown zone, an end before the
- * begin, and for more than 20,000 rows.
+ * begin, rows outside of the years 1 to 9999, and for more than 20,000 rows.
  */
 std::vector<CountsRow> countsOf(const Index& index, const CountsQuery& query, const Quarters& before = {});
 

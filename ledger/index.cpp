@@ -69,9 +69,15 @@ bool Index::update(int64_t mostBytes) {
 int64_t Index::read(const LedgerFile& file, int64_t mostBytes) {
     Part part;
     {
+        // A copy: who asks meanwhile is told what was known before.
         const MutexLock lock(m_mutex);
-        part = std::move(m_parts[file.firstSeq]);
+        const Part& known = m_parts[file.firstSeq];
+        if (known.version == file.version && known.bytes >= file.bytes) {
+            return 0;
+        }
+        part = known;
     }
+    const int64_t knownSeq = part.lastSeq;
     if (part.version != file.version) {
         // Retention takes lines that the index does not count.
         part = part.lastSeq == file.lastSeq ? std::move(part) : Part{};
@@ -85,7 +91,8 @@ int64_t Index::read(const LedgerFile& file, int64_t mostBytes) {
     const int64_t before = part.bytes;
     if (part.bytes < file.bytes && mostBytes > 0) {
         forEachLine(m_disk, file, part.bytes, [&](std::string_view line, int64_t at) REQUIRES(m_updating) {
-            if (at - before >= mostBytes) {
+            // A file that is read again is read as far as it was, so that no count goes back.
+            if (at - before >= mostBytes && part.lastSeq >= knownSeq) {
                 return false;
             }
             take(line, part);

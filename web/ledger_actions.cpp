@@ -27,6 +27,8 @@ constexpr int64_t kMostLines = 100'000;
 // What a request reads at most when it picks a few lines out of many.
 constexpr int64_t kMostReadBytes = int64_t{4} << 20;
 constexpr int64_t kMillisPerDay = 86'400'000;
+// Where clocks go back by three hours, as zones have done at most in this century.
+constexpr int64_t kLongestDay = kMillisPerDay + int64_t{3} * 3'600'000;
 constexpr int64_t kLongestHandCount = 3'600'000;  // milliseconds
 constexpr size_t kMostTaps = 3'000;
 constexpr size_t kLongestRemark = 1'000;
@@ -175,7 +177,7 @@ LedgerAnswer getHeat(LedgerAccess& access, const QueryPairs& query) {
 LedgerAnswer getWhy(LedgerAccess& access, const LedgerQuestion& question) {
     const inquiry::Span span = spanOf(question.query);
     // What is asked about is held in memory.
-    if (span.until - span.from > kMillisPerDay) {
+    if (span.until - span.from > kLongestDay) {
         throw std::invalid_argument("expected a day at most, got " + ledger::utcText(span.from) + " to " +
                                     ledger::utcText(span.until));
     }

@@ -1,6 +1,8 @@
 #include "counts.h"
 
+#include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
@@ -11,14 +13,29 @@ namespace {
 
 constexpr int64_t kMinute = 60'000;
 
+/** A disk that lets the test do something whenever it is read. */
+class InterruptedDisk : public FailingPower {
+public:
+    using FailingPower::FailingPower;
+
+    std::optional<std::string> read(const std::string& name, int64_t from, int64_t most) override {
+        if (onRead) {
+            onRead();
+        }
+        return FailingPower::read(name, from, most);
+    }
+
+    std::function<void()> onRead;
+};
+
 /** A ledger to count, whose clock the test moves. */
 class Book {
 public:
-    Book() { start(); }
+    explicit Book(int64_t mostBytes = int64_t{1} << 30) : m_mostBytes(mostBytes) { start(); }
 
     void start() {
         m_ledger = std::make_unique<Ledger>(
-            disk, LedgerOptions{int64_t{1} << 30, [this] { return now; }, [] { return std::string("epoch"); }});
+            disk, LedgerOptions{m_mostBytes, [this] { return now; }, [] { return std::string("epoch"); }});
         m_ledger->open();
         index = std::make_unique<Index>(disk, *m_ledger);
     }
@@ -43,11 +60,12 @@ public:
         return countsOf(*index, {momentOf(from, zone), momentOf(until, zone), step, by, zone});
     }
 
-    FailingPower disk{1};
+    InterruptedDisk disk{1};
     Moment now;
     std::unique_ptr<Index> index;
 
 private:
+    const int64_t m_mostBytes;
     std::unique_ptr<Ledger> m_ledger;
 };
 
@@ -83,6 +101,17 @@ TEST(LedgerCounts, TellsHowMuchWasWatched) {
     const auto rows = book.count("2026-11-22T08:00:00", "2026-11-22T10:00:00", Step::Hour);
     EXPECT_NEAR(rows[0].coverage, 25.0 / 60, 1e-9);
     EXPECT_EQ(rows[1].coverage, 0);
+}
+
+/** All that an index tells at this moment. */
+int32_t sumOf(const Index& index) {
+    int32_t sum = 0;
+    for (const auto& [number, quarter] : index.quarters(0, std::numeric_limits<int64_t>::max())) {
+        for (const auto& [key, count] : quarter.crossings) {
+            sum += count;
+        }
+    }
+    return sum;
 }
 
 struct Night {
@@ -227,6 +256,102 @@ TEST(LedgerCounts, CountsWhatWasSeenBeforeTheClockWasKnown) {
     book.index->save();
     book.start();
     EXPECT_EQ(sumOf(book.count("2026-11-22T11:45:00", "2026-11-22T12:00:00", Step::Hour)[0]), 2);
+}
+
+TEST(LedgerCounts, AreThereWhileNewLinesAreRead) {
+    Book book;
+    for (int i = 0; i < 3; ++i) {
+        book.cross("2026-11-22T08:00:00.000Z");
+    }
+    while (!book.index->update(1000)) {
+    }
+    book.cross("2026-11-22T08:00:00.000Z");
+    std::vector<int32_t> seen;
+    book.disk.onRead = [&] { seen.push_back(sumOf(*book.index)); };
+    while (!book.index->update(1000)) {
+    }
+    EXPECT_EQ(seen, std::vector<int32_t>{3});
+    EXPECT_EQ(sumOf(*book.index), 4);
+}
+
+TEST(LedgerCounts, AreThereWhileARewrittenFileIsReadAgain) {
+    constexpr int kLines = 40;
+    Book book(int64_t{64} << 10);
+    const auto addObject = [&](const char* utc, size_t length) {
+        book.now = {*utcOf(utc), "", 0};
+        book.ledger().append("object", {{"path", std::string(length, 'x')}});
+    };
+    for (int i = 0; i < kLines; ++i) {
+        book.cross("2026-11-21T08:00:00.000Z");
+    }
+    addObject("2026-11-21T08:00:00.000Z", 10);
+    book.index->update(1000);
+    const int32_t before = sumOf(*book.index);
+    ASSERT_GT(before, 1);
+    ASSERT_LT(before, kLines);
+    const int64_t bytes = book.ledger().files().front().bytes;
+    for (int i = 0; i < 80; ++i) {
+        addObject("2026-11-22T08:00:00.000Z", 1000);
+    }
+    book.ledger().keep();
+    ASSERT_LT(book.ledger().files().front().bytes, bytes) << "retention took the object";
+    int32_t least = before;
+    book.disk.onRead = [&] { least = std::min(least, sumOf(*book.index)); };
+    while (!book.index->update(1)) {
+        least = std::min(least, sumOf(*book.index));
+    }
+    EXPECT_EQ(least, before);
+    EXPECT_EQ(sumOf(*book.index), kLines);
+}
+
+TEST(LedgerCounts, KnowZonesByTheirNamesOnly) {
+    for (const char* const zone : {"UTC", "Etc/GMT+1", "America/Port-au-Prince", "America/Argentina/Buenos_Aires"}) {
+        EXPECT_NO_THROW(momentOf("2026-11-22", zone)) << zone;
+    }
+    // GLib would open these, whatever they are.
+    for (const std::string zone :
+         {"/usr/share/zoneinfo/Europe/Berlin", "../zoneinfo/Europe/Berlin", "Europe/./Berlin", "Europe//Berlin",
+          "Europe/Berlin/", "/", ":Europe/Berlin", "Europe/Berlin ", "+01:00"}) {
+        try {
+            momentOf("2026-11-22", zone);
+            ADD_FAILURE() << "took " << zone;
+        } catch (const std::invalid_argument& error) {
+            EXPECT_EQ(error.what(), "expected a time zone such as Europe/Berlin, got \"" + zone + "\"");
+        }
+    }
+}
+
+TEST(LedgerCounts, AreOfTheYearsThatACalendarHas) {
+    const auto refusal = [](const auto& question) {
+        try {
+            question();
+        } catch (const std::invalid_argument& error) {
+            return std::string(error.what());
+        }
+        return std::string();
+    };
+    for (const std::string moment : {"0001-01-01T00:00:00+14:00", "9999-12-31T23:00:00-14:00"}) {
+        EXPECT_EQ(refusal([&] { momentOf(moment, "UTC"); }),
+                  "expected a time such as 2026-11-22 or 2026-11-22T07:00:00Z, got \"" + moment + "\"");
+    }
+    Book book;
+    const struct {
+        const char* from;
+        const char* until;
+        const char* zone;
+    } spans[] = {
+        {"0001-01-01T00:00:00Z", "0001-01-01T02:00:00Z", "America/New_York"},
+        {"9999-12-31T23:00:00Z", "9999-12-31T23:30:00Z", "Europe/Berlin"},
+        {"9999-12-31T23:00:00Z", "9999-12-31T23:50:00Z", "UTC"},
+    };
+    for (const auto& [from, until, zone] : spans) {
+        for (const Step step : {Step::Quarter, Step::Hour, Step::Day, Step::Week, Step::Month, Step::Year}) {
+            EXPECT_EQ(
+                refusal([&, from = from, until = until, zone = zone] { book.count(from, until, step, {}, zone); }),
+                "expected times within the years 1 to 9999 of the time zone, got one outside of them")
+                << from << " in steps of " << static_cast<int>(step);
+        }
+    }
 }
 
 TEST(LedgerCounts, SaysWhatIsWrongWithAQuestion) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <set>
 #include <stdexcept>
 
 #include "check.h"
@@ -94,6 +95,9 @@ public:
     }
 
     void stop() { m_recorder->finish(now(), 0); }
+
+    /** From here on the clock goes on from another time. */
+    void setClock(int64_t utcMillis) { m_now = utcMillis; }
 
     Recounted recount(const ConfigParams& settings, const Span& span = {}) {
         return recountOf(chunksOf(disk, span), settingsInForce(settings, kPicture), span);
@@ -248,6 +252,119 @@ TEST(Recount, IsOfATime) {
     EXPECT_EQ(early.recorded, before);
     const Recounted late = camera.recount(oldSettings(), {middle, camera.time() + 1});
     EXPECT_EQ(sumOf(late.counts), sumOf(camera.counted) - sumOf(before));
+}
+
+TEST(Recount, GoesOnBehindWhatAWrongClockDated) {
+    for (const int64_t wrong : {*ledger::utcOf("2036-01-01T00:00:00.000Z"), kBegin + int64_t{3} * 60 * 60 * 1000}) {
+        Wandering camera(7);
+        camera.run(1000);
+        camera.stop();
+        const Counts before = camera.counted;
+        const int64_t right = camera.time();
+        camera.setClock(wrong);
+        camera.begin();
+        camera.run(1000);
+        camera.stop();
+        EXPECT_GT(sumOf(camera.counted), sumOf(before)) << "a test of something";
+        camera.counted = before;
+        camera.setClock(right);
+        camera.begin();
+        camera.run(1000);
+        camera.stop();
+        EXPECT_GT(sumOf(camera.counted), sumOf(before)) << "a test of something";
+        const Span span = {kBegin, camera.time() + 1};
+        const Recounted result = camera.recount(oldSettings(), span);
+        EXPECT_EQ(result.counts, camera.counted);
+        EXPECT_EQ(result.recorded, camera.counted);
+        const SettingsFor settings = settingsInForce(oldSettings(), kPicture);
+        EXPECT_EQ(static_cast<int64_t>(whyOf(chunksOf(camera.disk, span), settings, span, 0)["crossings"].size()),
+                  sumOf(camera.counted));
+    }
+}
+
+/** A disk that knows which files were read. */
+class ReadDisk : public FailingPower {
+public:
+    using FailingPower::FailingPower;
+
+    std::optional<std::string> read(const std::string& name, int64_t from, int64_t most) override {
+        days.insert(ledger::fileOf(name)->day);
+        return FailingPower::read(name, from, most);
+    }
+
+    std::set<std::string> days;
+};
+
+class LinesOfATime : public testing::Test {
+protected:
+    LinesOfATime() { m_book.open(); }
+
+    void add(const char* utc, const char* kind = "crossing") {
+        m_now = {*ledger::utcOf(utc), "", 0};
+        m_book.append(kind, {});
+    }
+    void addUndated() {
+        m_now = {0, "boot", 1};
+        m_book.append("crossing", {});
+    }
+
+    static std::vector<int64_t> numbersOf(const Chunks& chunks, const Span& span) {
+        std::vector<int64_t> numbers;
+        visitLinesFor(chunks, span,
+                      [&](const ledger::LineHead& head, std::string_view) { numbers.push_back(head.seq); });
+        return numbers;
+    }
+
+    ReadDisk m_disk{1};
+    ledger::Moment m_now;
+    ledger::Ledger m_book{m_disk, {int64_t{1} << 30, [this] { return m_now; }, [] { return std::string("epoch"); }}};
+};
+
+TEST_F(LinesOfATime, AreFoundWhereverTheClockWasSet) {
+    add("2026-11-20T12:00:00.000Z");
+    add("2026-11-21T12:00:00.000Z");
+    add("2036-01-01T00:00:00.000Z");
+    add("2026-11-22T10:00:00.000Z");
+    add("2036-01-01T00:00:00.000Z", "start");
+    add("2036-01-01T00:00:01.000Z");
+    add("2026-11-22T11:00:00.000Z");
+    add("2026-11-22T18:00:00.000Z");
+    add("2026-11-22T11:30:00.000Z");
+    add("2026-11-23T12:00:00.000Z");
+    add("2026-11-24T12:00:00.000Z");
+    const Span span = {*ledger::utcOf("2026-11-22T09:00:00.000Z"), *ledger::utcOf("2026-11-22T12:00:00.000Z")};
+    // That a run began there says that its objects are others.
+    const std::vector<int64_t> expected = {4, 5, 7, 9};
+    m_disk.days.clear();
+    EXPECT_EQ(numbersOf(chunksOf(m_disk, span), span), expected);
+    EXPECT_EQ(m_disk.days, (std::set<std::string>{"2026-11-22", "2036-01-01"}));
+    m_disk.days.clear();
+    EXPECT_EQ(numbersOf(chunksOf(m_book, span), span), expected);
+    EXPECT_FALSE(m_disk.days.contains("2026-11-20") || m_disk.days.contains("2026-11-21") ||
+                 m_disk.days.contains("2026-11-24"));
+    const Span never = {*ledger::utcOf("2026-12-22T09:00:00.000Z"), *ledger::utcOf("2026-12-22T12:00:00.000Z")};
+    EXPECT_EQ(numbersOf(chunksOf(m_book, never), never), std::vector<int64_t>());
+}
+
+TEST_F(LinesOfATime, AreThoseOfTheNextDayThatTellOfThisOne) {
+    add("2026-11-22T23:59:00.000Z");
+    add("2026-11-23T00:14:59.999Z");
+    add("2026-11-23T00:15:00.000Z");
+    const Span span = {*ledger::utcOf("2026-11-22T00:00:00.000Z"), *ledger::utcOf("2026-11-23T00:00:00.000Z")};
+    EXPECT_EQ(numbersOf(chunksOf(m_disk, span), span), (std::vector<int64_t>{1, 2}));
+    EXPECT_EQ(numbersOf(chunksOf(m_book, span), span), (std::vector<int64_t>{1, 2}));
+}
+
+TEST_F(LinesOfATime, OfAnUnknownOneAreWhereTheLinesBeforeThemAre) {
+    addUndated();
+    add("2026-11-22T10:00:00.000Z");
+    addUndated();
+    add("2026-11-22T18:00:00.000Z");
+    addUndated();
+    const Span span = {std::numeric_limits<int64_t>::min(), *ledger::utcOf("2026-11-22T12:00:00.000Z")};
+    EXPECT_EQ(numbersOf(chunksOf(m_disk, span), span), (std::vector<int64_t>{1, 2, 3}));
+    EXPECT_EQ(numbersOf(chunksOf(m_book, span), span), (std::vector<int64_t>{1, 2, 3}));
+    EXPECT_EQ(numbersOf(chunksOf(m_book, {}), {}), (std::vector<int64_t>{1, 2, 3, 4, 5}));
 }
 
 TEST(Recount, TellsOfCrossingsWhosePathAKillTook) {

@@ -306,6 +306,24 @@ TEST(AskedLedger, TellsStaysHeatAndWhy) {
     EXPECT_EQ(reasons["crossings"][0]["rule"], "was outside every entrance, then in entrance 1: in");
 }
 
+TEST(AskedLedger, TellsWhyOfADayOfAnyZone) {
+    Access access;
+    comeIn(access, "2026-10-25T22:30", 1);
+    // Clocks go back by an hour, by two, and by three.
+    const struct {
+        const char* zone;
+        const char* from;
+        const char* to;
+        size_t crossings;
+    } days[] = {{"Europe/Berlin", "2026-10-25", "2026-10-26", 1},
+                {"Antarctica/Troll", "2026-10-25", "2026-10-26", 1},
+                {"Antarctica/Casey", "2023-03-09", "2023-03-10", 0}};
+    for (const auto& [zone, from, to, crossings] : days) {
+        const LedgerQuestion why = {"why", {{"from", from}, {"to", to}, {"zone", zone}}};
+        EXPECT_EQ(nlohmann::json::parse(ask(access, why).body)["crossings"].size(), crossings) << zone;
+    }
+}
+
 TEST(AskedLedger, KeepsACountByHand) {
     Access access;
     const char* const count =
