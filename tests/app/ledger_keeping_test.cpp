@@ -65,9 +65,11 @@ TEST(LedgerOfAProcess, TellsOfItsStartItsEndAndWhatItSaw) {
         ASSERT_EQ(child.wait(-1), 0) << readFile(process.folder() / "err");
         const std::vector<nlohmann::json> lines = linesIn(process.folder() / kLedger);
         const std::vector<std::string> kinds = kindsOf(lines);
-        for (const char* const kind : {"start", "object", "watched", "stop"}) {
-            EXPECT_EQ(std::count(kinds.begin(), kinds.end(), kind), std::string(before) == "none" ? 1 : 2) << kind;
+        const int runs = std::string(before) == "none" ? 1 : 2;
+        for (const char* const kind : {"start", "object", "stop"}) {
+            EXPECT_EQ(std::count(kinds.begin(), kinds.end(), kind), runs) << kind;
         }
+        EXPECT_GE(std::count(kinds.begin(), kinds.end(), "watched"), runs) << "more where a minute ends meanwhile";
         const auto start = std::find(kinds.rbegin(), kinds.rend(), "start");
         EXPECT_EQ(lines[static_cast<size_t>(kinds.rend() - start - 1)]["last_run"], before);
         for (size_t i = 0; i < lines.size(); ++i) {
