@@ -1,0 +1,141 @@
+#include "check.h"
+
+#include <gtest/gtest.h>
+
+#include "program.h"
+#include "test_folder.h"
+#include "wandering.h"
+
+namespace inquiry {
+namespace {
+
+class LedgerCheck : public testing::Test {
+protected:
+    LedgerCheck() {
+        m_camera.run(500);
+        m_camera.flush("2026-11-22 08:00:00");
+        m_camera.run(500);
+        m_camera.flush("2026-11-22 08:15:00");
+        m_camera.stop();
+    }
+
+    std::string name() { return m_camera.disk.list().at(0); }
+    std::string content() { return *m_camera.disk.read(name(), 0, int64_t{1} << 30); }
+    /** What a ledger with that content has wrong. */
+    std::vector<std::string> faultsOf(const std::string& content) {
+        m_camera.disk.replace(name(), content);
+        return check(m_camera.disk, "").faults;
+    }
+
+    Wandering m_camera{11};
+};
+
+TEST_F(LedgerCheck, IsSilentAboutAWholeOne) {
+    const Checked checked = check(m_camera.disk, "");
+    EXPECT_EQ(checked.faults, std::vector<std::string>());
+    EXPECT_EQ(checked.crossings, sumOf(m_camera.counted));
+    EXPECT_EQ(checked.periods, 2);
+    EXPECT_GT(checked.lines, checked.crossings);
+}
+
+TEST_F(LedgerCheck, FindsWhatIsMissingDoubleOrNoLine) {
+    const std::string whole = content();
+    const size_t first = whole.find("\"kind\":\"crossing\"");
+    const size_t begin = whole.rfind('\n', first) + 1;
+    const size_t end = whole.find('\n', first) + 1;
+    const std::string number =
+        std::to_string(ledger::headOf(std::string_view(whole).substr(begin, end - 1 - begin))->seq);
+    const auto missing = faultsOf(whole.substr(0, begin) + whole.substr(end));
+    ASSERT_EQ(missing.size(), 1U) << "the period's sum is explained by the gap";
+    EXPECT_EQ(missing[0],
+              name() + ": lines " + number + " to " + number + " are missing, and no line says that they were cut");
+    const auto twice = faultsOf(whole.substr(0, end) + whole.substr(begin));
+    ASSERT_FALSE(twice.empty());
+    EXPECT_EQ(twice[0], name() + ": line " + number + " comes behind line " + number);
+    const auto torn = faultsOf(whole.substr(0, begin) + "{\"seq\":" + whole.substr(begin));
+    ASSERT_FALSE(torn.empty());
+    EXPECT_NE(torn[0].find("something that is no line"), std::string::npos);
+}
+
+TEST_F(LedgerCheck, FindsASumThatIsNone) {
+    std::string changed = content();
+    const size_t first = changed.find("\"direction\":\"in\"");
+    changed.replace(first, 16, "\"direction\":\"ou\"");
+    const auto faults = faultsOf(changed);
+    ASSERT_EQ(faults.size(), 1U);
+    EXPECT_NE(faults[0].find("are not the sum of its crossings"), std::string::npos);
+}
+
+TEST_F(LedgerCheck, AcceptsAGapThatACutTells) {
+    std::string lines;
+    int64_t removed = 0;
+    visitLines(chunksOf(m_camera.disk, {}), [&](const ledger::LineHead& head, std::string_view line) {
+        if (head.kind == "object") {
+            ++removed;
+        } else {
+            lines += std::string(line) + '\n';
+        }
+        return true;
+    });
+    ASSERT_GT(removed, 10);
+    const int64_t last = m_camera.book().end().seq;
+    EXPECT_FALSE(faultsOf(lines).empty());
+    lines += ledger::lineText({last + 1, "epoch", {m_camera.time(), "", 0}, "cut"},
+                              R"("removed":"object","from":1,"through":)" + std::to_string(last));
+    EXPECT_EQ(faultsOf(lines), std::vector<std::string>());
+}
+
+TEST_F(LedgerCheck, ComparesWithTheArchive) {
+    std::string archive = "2026-11-22 07:45:00,Door,0,0,5,5\n2026-11-22 08:15:00,Follower,0,0,99,99\n";
+    const auto& tallies = m_camera.lastPeriod;
+    const auto count = [&](const char* name) {
+        const auto found = tallies.find(name);
+        return found == tallies.end() ? 0 : found->second;
+    };
+    archive += "2026-11-22 08:15:00,Door,0,0," + std::to_string(count("Entrance1_Entrances_Person")) + "," +
+               std::to_string(count("Entrance1_Exits_Person"));
+    const TestFolder folder;
+    const std::string path = folder.path() / "EntranceActivityTidy.csv";
+    writeFile(path, archive + "\n");
+    const Checked fine = check(m_camera.disk, path);
+    EXPECT_EQ(fine.faults, std::vector<std::string>());
+    EXPECT_EQ(fine.archived, 1);
+    writeFile(path, archive + "1\n");
+    const Checked wrong = check(m_camera.disk, path);
+    ASSERT_EQ(wrong.faults.size(), 1U);
+    EXPECT_NE(wrong.faults[0].find("2026-11-22 08:15:00 has "), std::string::npos);
+    EXPECT_FALSE(check(m_camera.disk, folder.path() / "none").faults.empty());
+}
+
+TEST_F(LedgerCheck, ComparesPeriodsThatEndInTheSameSecondOfLocalTime) {
+    const auto archived = [&] {
+        const auto count = [&](const char* name) { return std::to_string(m_camera.lastPeriod.at(name)); };
+        return "2026-10-25 02:15:00,Door,0,0," + count("Entrance1_Entrances_Person") + "," +
+               count("Entrance1_Exits_Person") + "\n";
+    };
+    // In the night in which an hour comes twice.
+    m_camera.run(500);
+    m_camera.flush("2026-10-25 02:15:00");
+    const std::string first = archived();
+    m_camera.run(700);
+    m_camera.flush("2026-10-25 02:15:00");
+    const std::string second = archived();
+    ASSERT_NE(first, second);
+    const TestFolder folder;
+    const std::string path = folder.path() / "EntranceActivityTidy.csv";
+    const struct {
+        const char* label;
+        std::string archive;
+        size_t faults;
+    } cases[] = {{"both", first + second, 0},
+                 {"the first, after a kill", first, 0},
+                 {"the second", second, 0},
+                 {"more than there were", first + second + second, 2}};
+    for (const auto& [label, archive, faults] : cases) {
+        writeFile(path, archive);
+        EXPECT_EQ(check(m_camera.disk, path).faults.size(), faults) << label;
+    }
+}
+
+}  // namespace
+}  // namespace inquiry
