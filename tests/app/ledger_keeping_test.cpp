@@ -13,8 +13,8 @@
 #include "ledger_schema.h"
 #include "log_capture.h"
 #include "recount.h"
-#include "sanitized.h"
 #include "scripted_process.h"
+#include "slow_build.h"
 #include "test_clock.h"
 
 /* The ledger of a running application, and of one that was killed. */
@@ -291,7 +291,7 @@ one_find walkerIn(int cycle) {
 }
 
 TEST_F(LedgerKeepingTest, AnswersQuestionsAndCountsAgainWhileItIsWritten) {
-    constexpr int kWalkers = kSanitized ? 100 : 300;
+    constexpr int kWalkers = kSlow ? 100 : 300;
     TestClock clock;
     LedgerKeeping keeping(settings(1), "1", 0, [](t_one_locator at) { return at.first > 200 ? 1 : 0; });
     ConfigParams areas;

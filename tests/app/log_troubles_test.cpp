@@ -8,7 +8,7 @@
 
 #include "Logger.h"
 #include "memory_figure.h"
-#include "sanitized.h"
+#include "slow_build.h"
 #include "test_clock.h"
 #include "test_folder.h"
 

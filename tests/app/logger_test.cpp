@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "program.h"
+#include "slow_build.h"
 #include "test_clock.h"
 #include "test_folder.h"
 #include "unique_fd.h"
@@ -377,7 +378,7 @@ TEST_F(Log, ClearedDuringAPurgeIsEmptyAfterIt) {
 // --- Threads ---------------------------------------------------------------------------------------------------------
 
 TEST_F(Log, TwoThreadsThatLogLoseNothingWhileAThirdReads) {
-    constexpr int kLines = 1500;
+    constexpr int kLines = kSlow ? 400 : 1500;
     std::atomic<int> running = 2;
     const auto writer = [&](const std::string& name) {
         for (int i = 0; i < kLines; ++i) {
@@ -411,7 +412,7 @@ TEST_F(Log, TwoThreadsThatLogLoseNothingWhileAThirdReads) {
 TEST_F(Log, ClearingWhileOthersLogTearsNoLine) {
     std::atomic<int> running = 2;
     const auto writer = [&] {
-        for (int i = 0; i < 1500; ++i) {
+        for (int i = 0; i < (kSlow ? 400 : 1500); ++i) {
             m_log->info("a line that is whole");
         }
         --running;

@@ -2,7 +2,7 @@
 #include <unistd.h>
 
 #include "running_application.h"
-#include "sanitized.h"
+#include "slow_build.h"
 
 namespace {
 

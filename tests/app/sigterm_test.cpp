@@ -10,6 +10,7 @@
 
 #include "Logger.h"
 #include "scripted_process.h"
+#include "slow_build.h"
 
 /*
  * The real process, asked to end at any moment of its life, as a supervisor does it: SIGTERM is held back at the start,
@@ -60,7 +61,7 @@ std::chrono::microseconds timeToMainLoop() {
 }
 
 TEST(Sigterm, AtAnyMomentEndsTheProcessInOrder) {
-    const int runs = isEmulated() ? 40 : 1000;
+    const int runs = isEmulated() ? 40 : kSlow ? 200 : 1000;
     const auto longestDelayMicros = static_cast<int>(2 * timeToMainLoop().count());
     std::mutex mutex;  // guards statuses
     std::map<int, int> statuses;

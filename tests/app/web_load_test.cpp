@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "sanitized.h"
 #include "scripted_process.h"
+#include "slow_build.h"
 
 /*
  * The real process under load: clients ask, upload and reset without a pause while the analysis runs, and every period

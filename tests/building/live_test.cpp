@@ -5,8 +5,8 @@
 #include <turbojpeg.h>
 
 #include "running_camera.h"
-#include "sanitized.h"
 #include "scene.h"
+#include "slow_build.h"
 
 namespace {
 

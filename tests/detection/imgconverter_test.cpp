@@ -10,7 +10,7 @@
 
 #include "log_capture.h"
 #include "program.h"
-#include "sanitized.h"
+#include "slow_build.h"
 
 namespace {
 

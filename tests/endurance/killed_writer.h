@@ -10,8 +10,8 @@
 #include <unistd.h>
 #include <vector>
 
-#include "sanitized.h"
 #include "shared.h"
+#include "slow_build.h"
 
 /*
  * A process that writes without a pause is killed at a random moment, again and again over the same files; each time a
@@ -64,9 +64,8 @@ protected:
 
 /** Kills a writer again and again; longest: microseconds until the kill at most, on a machine that is not slow. */
 inline void killAtAnyMoment(Writer& writer, int longest) {
-    const bool isSlow = kSanitized || SENVO_EMULATED;
-    const int rounds = isSlow ? 40 : 500;
-    longest *= isSlow ? 10 : 1;
+    const int rounds = kSlow ? 40 : 500;
+    longest *= kSlow ? 10 : 1;
     const unsigned seed = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);

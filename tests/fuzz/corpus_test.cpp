@@ -2,7 +2,7 @@
 
 #include "entries.h"
 #include "program.h"
-#include "sanitized.h"
+#include "slow_build.h"
 #include "this_build.h"
 
 namespace {

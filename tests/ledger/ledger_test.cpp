@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "failing_power.h"
-#include "sanitized.h"
+#include "slow_build.h"
 #include "test_folder.h"
 
 namespace ledger {
@@ -287,7 +287,7 @@ TEST(Ledger, WorksInARealFolder) {
 }
 
 TEST(Ledger, SurvivesThePowerCutAtAnyMoment) {
-    constexpr int kCuts = kSanitized ? 1'000 : 10'000;
+    constexpr int kCuts = kSlow ? 1'000 : 10'000;
     FailingPower disk(7);
     constexpr int64_t kMost = 4'000;
     Machine machine(disk, kMost);

@@ -10,9 +10,9 @@
 #include "camera_statistics.h"
 #include "no_threads.h"
 #include "occupancy_manager.h"
-#include "sanitized.h"
 #include "scripted_followers.h"
 #include "scripted_platform.h"
+#include "slow_build.h"
 #include "test_clock.h"
 
 namespace {
@@ -244,7 +244,7 @@ TEST_F(BackgroundPurge, LosesNothingThatIsAppendedMeanwhile) {
                                 number);
     };
     std::atomic<int> done = 0;
-    const int flushes = kSanitized ? 300 : 3000;
+    const int flushes = kSlow ? 300 : 3000;
     std::thread reader([&] {
         while (done < flushes) {
             const int before = done;

@@ -5,9 +5,9 @@
 
 #include "builders.h"
 #include "camera_statistics.h"
-#include "sanitized.h"
 #include "scripted_followers.h"
 #include "scripted_process.h"
+#include "slow_build.h"
 #include "test_clock.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include "log_capture.h"
 #include "memory_figure.h"
 #include "occupancy_manager.h"
-#include "sanitized.h"
+#include "slow_build.h"
 #include "summary_report.h"
 #include "test_clock.h"
 #include "unique_fd.h"
@@ -101,7 +101,7 @@ TEST_F(ShortWay, SortsDatesInDisorder) {
 /** Clocks that are set back at any flush, in windows of any size. */
 TEST_F(ShortWay, AgreesWithTheLongOneHoweverOftenClocksWereSetBack) {
     std::mt19937 random(11);
-    for (int round = 0; round < (kSanitized ? 2 : 20); ++round) {
+    for (int round = 0; round < (kSlow ? 2 : 20); ++round) {
         for (size_t archive = 0; archive < 4; ++archive) {
             std::string text;
             for (int flush = 0; flush < 300; ++flush) {
@@ -190,7 +190,7 @@ TEST_F(ShortWay, NeverMeetsHalfAFlush) {
     std::vector<CrowdCountRecord> flush(100'000, {"d", "Cam", aoi::aoi1, objects::person, 1'234'567});
     flush.back().count = 7;
     RecordArchive<CrowdCountRecord> archive("CrowdCountTidy.csv");
-    for (int round = 0; round < (kSanitized ? 5 : 20); ++round) {
+    for (int round = 0; round < (kSlow ? 5 : 20); ++round) {
         std::filesystem::remove(path(0));
         std::thread writer([&] { archive.addRecords(flush, false); });
         std::error_code missing;
@@ -269,7 +269,7 @@ TEST_F(ShortWay, MeetsWhateverAFileHolds) {
 TEST_F(ShortWay, AgreesWithTheLongOneOverRandomArchives) {
     std::mt19937 random(7);
     const auto oneIn = [&](unsigned n) { return random() % n == 0; };
-    const int rounds = kSanitized ? 8 : 150;
+    const int rounds = kSlow ? 8 : 150;
     for (int round = 0; round < rounds; ++round) {
         const bool clean = oneIn(3);
         for (size_t archive = 0; archive < 4; ++archive) {

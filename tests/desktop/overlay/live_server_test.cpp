@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 
 #include "live_fixture.h"
-#include "sanitized.h"
+#include "slow_build.h"
 
 namespace {
 

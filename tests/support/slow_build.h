@@ -8,3 +8,6 @@ inline constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_fea
 #else
 inline constexpr bool kSanitized = false;
 #endif
+
+/** Whether the build runs so slowly that a test which repeats itself with other dice does so less often. */
+inline constexpr bool kSlow = kSanitized || SENVO_EMULATED;
