@@ -12,7 +12,7 @@
  * Does what the environment variable BEHAVIOUR says, one word a start: the word's place is the number of lines in the
  * file "starts" of the working folder, and the last word goes on for ever.
  *
- * hang: goes on for ever. hangup: ends with status 0 when SIGHUP comes. beat: changes the file "heartbeat" for three
+ * hang: goes on for ever. hangup: ends with status 0 when SIGHUP comes. beat: changes the file "heartbeat" for twelve
  * seconds, then ends with status 0. stay: waits for SIGTERM, writes the file "asked" and ends with 0. listen: writes
  * the port of the socket that it was handed into the file "listening" and ends with status 1. answer: answers seven
  * callers of that socket, writing what the last one asked into the file "asked", and ends with 0.
@@ -58,7 +58,7 @@ int main() {
         pause();
     }
     for (int i = 0; word == "beat"; ++i) {
-        if (i == 30) {
+        if (i == 120) {
             return EXIT_SUCCESS;
         }
         std::ofstream("heartbeat", std::ios::trunc) << i;

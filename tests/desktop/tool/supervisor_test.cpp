@@ -22,7 +22,7 @@ const std::string kRestart = "the application ended with status 1; starting it a
 
 class Supervisor : public testing::Test {
 protected:
-    Supervisor() { m_process.heartbeatLimit = std::chrono::seconds(1); }
+    Supervisor() { m_process.heartbeatLimit = std::chrono::seconds(3); }
 
     /** Supervises the program; when it says the line given, SIGTERM comes. */
     int run(const std::string& behaviour, const std::string& stopAt = "",
@@ -125,7 +125,7 @@ TEST_F(Supervisor, TellsWhatItCannotEnter) {
 
 TEST_F(Supervisor, RestartsAProcessWhoseHeartStandsStill) {
     m_process.heartbeat = m_folder.path() / "heartbeat";
-    const std::string kHung = "the application did nothing for 1 s and was killed; starting it again";
+    const std::string kHung = "the application did nothing for 3 s and was killed; starting it again";
     EXPECT_EQ(run("hang ok", ""), 0);
     EXPECT_EQ(m_said, Lines{kHung});
     EXPECT_EQ(m_started, 2);
@@ -133,7 +133,8 @@ TEST_F(Supervisor, RestartsAProcessWhoseHeartStandsStill) {
 
 TEST_F(Supervisor, LeavesAProcessAloneWhoseHeartBeats) {
     m_process.heartbeat = m_folder.path() / "heartbeat";
-    EXPECT_EQ(run("beat"), 0) << "it beats for three seconds and ends by itself";
+    m_process.heartbeatLimit = std::chrono::seconds(10);
+    EXPECT_EQ(run("beat"), 0) << "it beats for twelve seconds and ends by itself";
     EXPECT_EQ(m_said, Lines{});
 }
 
@@ -192,7 +193,7 @@ TEST_F(Supervisor, RestartsAProcessThatAnswersNobody) {
     m_process.listeningSockets = {socket.descriptor()};
     m_process.question = "GET / HTTP/1.0\r\n\r\n";
     EXPECT_EQ(run("hang ok"), 0);
-    EXPECT_EQ(m_said, Lines{"the web server did nothing for 1 s and was killed; starting it again"});
+    EXPECT_EQ(m_said, Lines{"the web server did nothing for 3 s and was killed; starting it again"});
 }
 
 TEST_F(Supervisor, LeavesAProcessAloneThatAnswers) {
