@@ -25,7 +25,7 @@ constexpr int64_t kLongestSync = 3'600;
 constexpr int64_t kLongestKept = 3'600;
 constexpr int64_t kErrorInterval = 60;
 constexpr int64_t kIndexStep = int64_t{1} << 20;    // bytes between two looks whether the process ends
-constexpr std::chrono::milliseconds kPatience(80);  // of a request, for a sync
+constexpr std::chrono::milliseconds kPatience(50);  // of a request, for a sync
 
 /** A number from the environment; nothing, logged, for one outside its range. */
 std::optional<int64_t> numberFrom(const char* variable, int64_t most) {
@@ -194,25 +194,16 @@ void LedgerKeeping::run() {
     }
 }
 
-std::string LedgerKeeping::safeLines(int64_t fromSeq, int64_t mostBytes) {
-    if (m_book.safeSeq() < m_book.end().seq) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        // The one that goes on may have begun before the newest line.
-        const int64_t enough = m_begun + 1;
-        m_isHurried = true;
-        m_changed.notify_all();
-        m_changed.wait_for(lock, kPatience, [&] { return m_done >= enough || m_isEnding; });
+void LedgerKeeping::makeSafe() {
+    if (m_book.safeSeq() == m_book.end().seq) {
+        return;
     }
-    return m_book.lines(fromSeq, m_book.safeSeq(), mostBytes);
-}
-
-std::string LedgerKeeping::newestLines(int64_t fromSeq, int64_t mostBytes) {
-    return m_book.lines(fromSeq, m_book.end().seq, mostBytes);
-}
-
-const ledger::Index& LedgerKeeping::index() {
-    m_index.update(kIndexStep);
-    return m_index;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    // The one that goes on may have begun before the newest line.
+    const int64_t enough = m_begun + 1;
+    m_isHurried = true;
+    m_changed.notify_all();
+    m_changed.wait_for(lock, kPatience, [&] { return m_done >= enough || m_isEnding; });
 }
 
 std::string LedgerKeeping::archive() const {

@@ -69,10 +69,9 @@ public:
 
     // For requests; any thread but the analysis's.
     [[nodiscard]] const ledger::LastRun& lastRun() const override { return m_lastRun; }
-    std::string safeLines(int64_t fromSeq, int64_t mostBytes) override;
-    std::string newestLines(int64_t fromSeq, int64_t mostBytes) override;
     [[nodiscard]] const ledger::Ledger& book() const override { return m_book; }
-    const ledger::Index& index() override;
+    void makeSafe() override;
+    ledger::Index& index() override { return m_index; }
     AnswerJobs& jobs() override { return m_jobs; }
     [[nodiscard]] std::string archive() const override;
 

@@ -25,7 +25,11 @@ using nlohmann::ordered_json;
 constexpr int64_t kMostAnswerBytes = int64_t{1} << 20;
 constexpr int64_t kMostLines = 100'000;
 // What a request reads at most when it picks a few lines out of many.
-constexpr int64_t kMostReadBytes = int64_t{4} << 20;
+constexpr int64_t kMostReadBytes = int64_t{2} << 20;
+// What get_counts is answered at once: where so much at most is not in the index yet, and so long a time is asked for.
+constexpr int64_t kQuickBytes = int64_t{128} << 10;
+constexpr int64_t kQuickSpan = int64_t{31} * 86'400'000;
+constexpr int64_t kIndexStep = int64_t{1} << 20;  // bytes between two looks whether the process ends
 constexpr int64_t kMillisPerDay = 86'400'000;
 // Where clocks go back by three hours, as zones have done at most in this century.
 constexpr int64_t kLongestDay = kMillisPerDay + int64_t{3} * 3'600'000;
@@ -84,10 +88,13 @@ LedgerAnswer getLedger(LedgerAccess& access, const QueryPairs& query) {
     if (!from.empty()) {
         next = std::max(next, firstSeqOfDay(access.book(), begin));
     }
+    if (!isNewest) {
+        access.makeSafe();
+    }
+    const int64_t through = isNewest ? last.seq : access.book().safeSeq();
     std::string body;
     for (int64_t readBytes = 0; readBytes < kMostReadBytes && limit > 0;) {
-        const std::string lines =
-            isNewest ? access.newestLines(next, kMostAnswerBytes) : access.safeLines(next, kMostAnswerBytes);
+        const std::string lines = access.book().lines(next, through, kMostAnswerBytes);
         if (lines.empty()) {
             break;
         }
@@ -315,16 +322,24 @@ LedgerAnswer getCounts(LedgerAccess& access, const LedgerQuestion& asked) {
     const std::string to = valueOf(query, "to");
     question.until = to.empty() ? now : ledger::momentOf(to, question.zone);
     question.from = from.empty() ? question.until - kMillisPerDay : ledger::momentOf(from, question.zone);
-    const ledger::Index& index = access.index();
-    const std::optional<int64_t> knownFrom = index.begin();
-    if (knownFrom && question.from >= *knownFrom) {
-        return {"application/json", "", countsAnswer(index, question, {})};
+    const ledger::HourOfDay checked(question.zone);
+    ledger::Index& index = access.index();
+    if (index.update(kQuickBytes)) {
+        const std::optional<int64_t> knownFrom = index.begin();
+        if (knownFrom && question.from >= *knownFrom && question.until - question.from <= kQuickSpan) {
+            return {"application/json", "", countsAnswer(index, question, {})};
+        }
     }
-    // Before the ledger's first day the archive tells, which may be long.
-    const int64_t job = access.jobs().post(
-        [&index, question, path = access.archive(), camera = asked.settings.cameraInfo.thisCameraName,
-         before = knownFrom.value_or(std::numeric_limits<int64_t>::max())](const std::atomic<bool>& stop) {
-            return countsAnswer(index, question, quartersOfArchive(path, camera, before, stop));
+    const int64_t job =
+        access.jobs().post([&index, question, path = access.archive(),
+                            camera = asked.settings.cameraInfo.thisCameraName](const std::atomic<bool>& stop) {
+            while (!stop && !index.update(kIndexStep)) {
+            }
+            // Before the ledger's first day the archive tells, which may be long.
+            const int64_t knownFrom = index.begin().value_or(std::numeric_limits<int64_t>::max());
+            return countsAnswer(
+                index, question,
+                question.from < knownFrom ? quartersOfArchive(path, camera, knownFrom, stop) : ledger::Quarters());
         });
     return answerOfJob(access.jobs(), job);
 }

@@ -19,22 +19,16 @@ class LedgerAccess {
 public:
     virtual ~LedgerAccess() = default;
 
-    /**
-     * Whole lines from a number on, as many as fit into so many bytes, synced before where that does not take long:
-     * what was handed out once is never lost.
-     */
-    virtual std::string safeLines(int64_t fromSeq, int64_t mostBytes) = 0;
-
-    /** Likewise, without waiting and with the newest: a power cut may take them back, and others get their numbers. */
-    virtual std::string newestLines(int64_t fromSeq, int64_t mostBytes) = 0;
-
     [[nodiscard]] virtual const ledger::Ledger& book() const = 0;
+
+    /** Has the lines that are there by now synced; waits for it as long as a request may. */
+    virtual void makeSafe() = 0;
 
     /** The run before this one. */
     [[nodiscard]] virtual const ledger::LastRun& lastRun() const = 0;
 
-    /** The index, with what was written until now. */
-    virtual const ledger::Index& index() = 0;
+    /** The index, as far as it has come. */
+    virtual ledger::Index& index() = 0;
 
     /** Adds a line. */
     virtual void write(const std::string& kind, const nlohmann::ordered_json& body) = 0;
