@@ -1,6 +1,8 @@
 import { useEffect } from 'preact/hooks';
 import { reportMinutes } from './model/parameters';
+import { Before } from './model/before';
 import { Pulse } from './model/pulse';
+import { isOfEntrances, recountSettings, RecountStore } from './model/recount';
 import { ReportStore } from './model/report_store';
 import { role } from './model/role';
 import { SettingsStore } from './model/settings_store';
@@ -13,6 +15,8 @@ export const pulse = new Pulse();
 export const settings = new SettingsStore();
 export const reports = new ReportStore();
 export const today = new Today();
+export const before = new Before();
+export const recount = new RecountStore();
 
 export const usePulse = () => useStore(pulse);
 export const useSettings = () => useStore(settings);
@@ -34,4 +38,27 @@ export function useToday(): Today {
     return () => clearInterval(timer);
   }, [connection, generation, cameIn, wentOut]);
   return useStore(today);
+}
+
+/** What there was before the camera was started; asked for whenever it is there again. */
+export function useBefore(): Before {
+  const { connection, generation } = usePulse();
+  useEffect(() => {
+    if (connection === 'ok') void before.load();
+  }, [connection, generation]);
+  return useStore(before);
+}
+
+/** What the entrances would have counted as they are being drawn; null while nothing of them is changed. */
+export function useRecount(): RecountStore | null {
+  const { edits, values, size } = useSettings();
+  const { connection } = usePulse();
+  const isDrawn = connection === 'ok' && [...edits.keys()].some(isOfEntrances);
+  const wanted = isDrawn ? recountSettings(values, size) : '';
+  useEffect(() => {
+    if (wanted) void recount.want(wanted);
+    else recount.forget();
+  }, [wanted]);
+  const store = useStore(recount);
+  return isDrawn ? store : null;
 }

@@ -83,9 +83,12 @@ export async function ask(action: string): Promise<string> {
   ).text();
 }
 
-/** Asks for what the camera may count for a while: it answers with a number then, by which the answer is asked for. */
-export async function askCounted(action: string): Promise<unknown> {
-  let told = JSON.parse(await ask(action)) as { job?: number };
+/**
+ * Asks for what the camera may count for a while: it answers with a number then, by which the answer is asked for. body:
+ * of a question that is posted.
+ */
+export async function askCounted(action: string, body?: string): Promise<unknown> {
+  let told = JSON.parse(await (body === undefined ? ask(action) : post(action, body))) as { job?: number };
   while (typeof told.job === 'number') {
     await new Promise((resolve) => setTimeout(resolve, kPause));
     told = JSON.parse(await ask(`ledger_answer&job=${told.job}`)) as { job?: number };
@@ -98,11 +101,13 @@ export async function askTogether(actions: string[]): Promise<string[]> {
   return (await ask(actions.join('&action='))).split(/Status: 200 OK\r\n(?:[^\r\n]+\r\n)*\r\n/);
 }
 
-export async function post(action: string, body: string): Promise<void> {
-  await request(actionAddress(action), {
-    method: 'POST',
-    body,
-    headers: { ...kOfThisPage, 'Content-Type': 'text/xml' },
-    signal: AbortSignal.timeout(kMostWait),
-  });
+export async function post(action: string, body: string): Promise<string> {
+  return (
+    await request(actionAddress(action), {
+      method: 'POST',
+      body,
+      headers: { ...kOfThisPage, 'Content-Type': 'text/xml' },
+      signal: AbortSignal.timeout(kMostWait),
+    })
+  ).text();
 }

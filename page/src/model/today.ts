@@ -14,18 +14,28 @@ const kPause = 3000;
 /** So many times as long as the answer took: a camera that must look into its archive for it has other things to do. */
 const kRest = 20;
 
+/** A count as the camera tells it; of one class, where it tells them apart. */
+export interface CountRow {
+  entrance: number;
+  direction: string;
+  count: number;
+}
+
+/** The sums by entrance. */
+export function readPassed(counts: CountRow[]): Map<number, Passed> {
+  const passed = new Map<number, Passed>();
+  for (const { entrance, direction, count } of counts) {
+    const sums = passed.get(entrance) ?? { cameIn: 0, wentOut: 0 };
+    sums[direction === 'in' ? 'cameIn' : 'wentOut'] += count;
+    passed.set(entrance, sums);
+  }
+  return passed;
+}
+
 /** The newest day of the camera's counts per day, by entrance. Throws on what is none. */
 export function readToday(answer: unknown): Map<number, Passed> {
-  const { rows } = answer as {
-    rows: { counts: { entrance: number; direction: string; count: number }[] }[];
-  };
-  const today = new Map<number, Passed>();
-  for (const { entrance, direction, count } of rows[rows.length - 1].counts) {
-    const sums = today.get(entrance) ?? { cameIn: 0, wentOut: 0 };
-    sums[direction === 'in' ? 'cameIn' : 'wentOut'] += count;
-    today.set(entrance, sums);
-  }
-  return today;
+  const { rows } = answer as { rows: { counts: CountRow[] }[] };
+  return readPassed(rows[rows.length - 1].counts);
 }
 
 /** What has come and gone since midnight by the camera's clock. */

@@ -26,7 +26,7 @@ import { SettingsStore } from '../model/settings_store';
 import { AreaEditor, Selected } from '../parts/area_editor';
 import { ChoiceSetting, NumberSetting, SwitchSetting } from '../parts/fields';
 import { SettingsFrame } from '../parts/settings_frame';
-import { settings, usePulse, useSettings } from '../stores';
+import { settings, usePulse, useRecount, useSettings } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.areas;
@@ -212,6 +212,7 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
           </p>
         </div>
       )}
+      {kind === 'Entrance' && <Recounted number={number} />}
       <div role="status">
         <ul class="warnings" data-testid="warnings">
           {warnings.map((warning) => (
@@ -219,6 +220,28 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
           ))}
         </ul>
       </div>
+    </div>
+  );
+}
+
+/** What an entrance would have counted as it is drawn now, beside what it has. */
+function Recounted({ number }: { number: number }) {
+  const store = useRecount();
+  if (!store) return null;
+  const { result, trouble, isAsking } = store;
+  const none = { cameIn: 0, wentOut: 0 };
+  const isNothing = result && result.drawn.size + result.recorded.size === 0;
+  return (
+    <div class="recount" data-testid="recount" aria-busy={isAsking}>
+      <h3>{t.recount}</h3>
+      {!result && <p class="muted">{trouble ? t.recountFailed + texts.trouble[trouble.trouble] : t.recountAsked}</p>}
+      {isNothing && <p class="muted">{t.recountNothing}</p>}
+      {result && !isNothing && (
+        <p>
+          {t.recounted(result.isYesterday, result.drawn.get(number) ?? none, result.recorded.get(number) ?? none)}
+          {isAsking && <span class="muted"> …</span>}
+        </p>
+      )}
     </div>
   );
 }

@@ -6,7 +6,7 @@ import { Confirm, Question } from '../parts/dialog';
 import { Picture } from '../parts/picture';
 import { CameraStatus } from '../parts/status';
 import { answers, Connection } from '../model/pulse';
-import { pulse, usePulse, useRole, useSettings, useToday } from '../stores';
+import { pulse, useBefore, usePulse, useRole, useSettings, useToday } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.live;
@@ -22,6 +22,7 @@ export function LiveTab() {
         {!isViewer && <Alerts />}
       </div>
       <div class="side column">
+        {!isViewer && <AfterRestart />}
         <Figures />
         <Passages />
         {!isViewer && <Resets />}
@@ -93,6 +94,41 @@ function Figures() {
         ))}
         <Figure label={t.building} value={buildingCrowd} testid="crowd-building" />
       </dl>
+    </section>
+  );
+}
+
+/** Offers to go on with what was inside before the camera was started. */
+function AfterRestart() {
+  const before = useBefore();
+  const { occupancy } = usePulse();
+  const [said, setSaid] = useState('');
+  const { inside, start, lost } = before;
+  if (inside === null || start === null) return said ? <p role="status">{said}</p> : null;
+  const together = Math.max(0, inside + (occupancy ?? 0));
+  const takeOver = async () => {
+    try {
+      await before.takeOver(together, t.remarkOfTakingOver);
+      setSaid(t.takenOver);
+    } catch (error) {
+      setSaid(t.failed + texts.trouble[error instanceof CameraError ? error.trouble : 'unreachable']);
+    }
+  };
+  return (
+    <section class="card restart" data-testid="restart">
+      <h2>{t.restart}</h2>
+      <p>{t.restarted(momentOf(start, new Date(), 'short'), inside)}</p>
+      {lost.cameIn + lost.wentOut > 0 && <p>{t.lost(lost)}</p>}
+      <div class="actions">
+        <button type="button" disabled={occupancy === null} onClick={() => void takeOver()}>
+          {t.takeOver(together)}
+        </button>
+        <button type="button" onClick={() => before.leave()}>
+          {t.leaveIt}
+        </button>
+      </div>
+      <p class="help">{t.takeOverHelp}</p>
+      <p role="status">{said}</p>
     </section>
   );
 }

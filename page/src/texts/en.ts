@@ -3,6 +3,8 @@
  * one more file like this, with its own under `help`.
  */
 
+import { Passed } from '../model/today';
+
 const list = new Intl.ListFormat('en-GB');
 const plural = (count: number, one: string, many: string) => `${count} ${count === 1 ? one : many}`;
 /** Units of an age: below how many seconds it is told in them, and how many seconds they have. */
@@ -121,6 +123,16 @@ export const english = {
       return `${Math.round(seconds / size)} ${unit} ago`;
     },
     never: 'none yet',
+    restart: 'After the restart',
+    restarted: (time: string, inside: number) =>
+      `The camera was started at ${time} and counts from nobody inside. Before, ${plural(inside, 'object was', 'objects were')} inside.`,
+    lost: ({ cameIn, wentOut }: Passed) =>
+      `${cameIn} in and ${wentOut} out of the time before the restart are in no report.`,
+    takeOver: (inside: number) => `Set to ${inside}`,
+    takeOverHelp: 'What was inside before, and what has come and gone since.',
+    takenOver: 'The count has been set.',
+    remarkOfTakingOver: 'as before the restart',
+    leaveIt: 'Leave it',
     reset: 'Start counting anew',
     resetHere: 'Reset this camera',
     resetBuilding: 'Reset the building',
@@ -173,6 +185,12 @@ export const english = {
       small: (width: number, least: number) =>
         `In its narrowest place it is ${width} % of the picture's longer side wide: a walking person may step across it between two looks and not be counted. Draw it at least ${least} % wide.`,
     },
+    recount: 'With these entrances',
+    recountAsked: 'Counting again …',
+    recountFailed: 'It could not be counted again: ',
+    recountNothing: 'Nobody has crossed an entrance since yesterday: there is nothing to compare with yet.',
+    recounted: (isYesterday: boolean, drawn: Passed, recorded: Passed) =>
+      `With this line ${isYesterday ? 'yesterday' : 'in the last 24 hours'}: ${drawn.cameIn} in, ${drawn.wentOut} out (as it is: ${recorded.cameIn}, ${recorded.wentOut}).`,
     advice: 'Where to count well',
     advices: [
       'Draw no detection area over an entrance’s edge: with something in both, an object that is missed in a single picture is forgotten, and its passage with it.',

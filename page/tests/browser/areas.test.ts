@@ -221,6 +221,62 @@ describe.skipIf(isMissing)('Areas', () => {
     await store(page, kUsual);
   });
 
+  test('tells what an entrance would have counted while its line is dragged', async () => {
+    const asked: { camera_inside: boolean; entrance1?: [number, number][] }[] = [];
+    const page = await opened('areas', {}, async (one) => {
+      await quick(one);
+      await one.route('**/*action=recount*', (route) => {
+        asked.push(route.request().postDataJSON());
+        const told = (cameIn: number, wentOut: number) =>
+          ['in', 'out'].map((direction) => ({
+            entrance: 1,
+            direction,
+            class: 'Person',
+            count: direction === 'in' ? cameIn : wentOut,
+          }));
+        return route.fulfill({
+          contentType: 'application/json',
+          body: JSON.stringify({ counts: told(131 + asked.length, 128), recorded: told(140, 129) }),
+        });
+      });
+    });
+    await store(page, { ...kUsual, Entrance1_Active: '1' });
+    await page.reload();
+    await choose(page, 'Entrances', 'Entrance 1');
+    expect(asked).toEqual([]);
+    await drag(page, 'Entrance1', 0, 0.3, 0.3);
+    await page.getByText(/^With this line yesterday: \d+ in, 128 out \(as it is: 140, 129\)\.$/).waitFor();
+    await eventually(
+      async () => asked.at(-1)!.entrance1![0],
+      ([x, y]) => Math.abs(x - 0.3) < 0.02 && Math.abs(y - 0.3) < 0.02,
+    );
+    await page.getByLabel('The camera is inside').check();
+    await eventually(
+      async () => asked.at(-1)!.camera_inside,
+      (inside) => inside,
+    );
+    await page.getByRole('button', { name: 'Discard all' }).click();
+    await eventually(
+      () => page.getByTestId('recount').count(),
+      (count) => count === 0,
+    );
+  });
+
+  test('the camera itself counts again with an entrance as it is drawn', async () => {
+    const page = await opened('areas', {}, quick);
+    await store(page, { ...kUsual, Entrance1_Active: '1' });
+    await page.reload();
+    await choose(page, 'Entrances', 'Entrance 1');
+    const answer = page.waitForResponse((response) => /action=(recount|ledger_answer)/.test(response.url()));
+    await drag(page, 'Entrance1', 0, 0.3, 0.3);
+    expect((await answer).ok()).toBe(true);
+    await page
+      .getByTestId('recount')
+      .getByText(/With this line|Nobody has crossed/)
+      .waitFor();
+    await page.getByRole('button', { name: 'Discard all' }).click();
+  });
+
   test('works with a finger', async () => {
     const page = await areas({ hasTouch: true, viewport: { width: 390, height: 800 }, isMobile: true });
     await page.locator('svg.editor').scrollIntoViewIfNeeded();

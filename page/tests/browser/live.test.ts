@@ -319,6 +319,47 @@ describe.skipIf(isMissing)('Live', () => {
       .waitFor();
   });
 
+  test('offers to go on with what was inside before a restart, once', async () => {
+    const start = new Date(Date.now() - 60_000);
+    const page = await open({}, async (one) => {
+      await one.route('**/*action=occupancy_before', (route) =>
+        route.fulfill({
+          contentType: 'application/json',
+          body: JSON.stringify({
+            ended: 'killed',
+            at: new Date(start.getTime() - 41_000).toISOString(),
+            gap: 41,
+            occupancy: 160,
+            lost: [{ entrance: 1, direction: 'in', class: 'Person', count: 3 }],
+          }),
+        }),
+      );
+      await one.route('**/*action=get_ledger&kinds=start*', (route) =>
+        route.fulfill({ contentType: 'application/x-ndjson', body: '{"kind":"start","occupancy":0}\n' }),
+      );
+      await one.route('**/*action=get_occupancy_count', (route) =>
+        route.fulfill({ contentType: 'text/plain', body: '4' }),
+      );
+    });
+    await show(page, 'live');
+    const offer = page.getByTestId('restart');
+    await offer.getByText(/ Before, 160 objects were inside\.$/).waitFor();
+    await offer.getByText('3 in and 0 out of the time before the restart are in no report.').waitFor();
+    await offer.getByRole('button', { name: 'Set to 164' }).click();
+    await page.getByText('The count has been set.').waitFor();
+    expect(await offer.count()).toBe(0);
+    await page.unroute('**/*action=get_occupancy_count');
+    await expectText(page, 'occupancy', /^16\d$/);
+    const corrected = (await ask(page, 'get_ledger&kinds=corrected')).trim().split('\n').at(-1)!;
+    expect(JSON.parse(corrected)).toMatchObject({ user: 'operator', to: 164, remark: 'as before the restart' });
+    await ask(page, 'reset_occupancy');
+    // Said once on the camera: nobody is offered it any more.
+    await page.unroute('**/*action=get_ledger&kinds=start*');
+    await page.reload();
+    await expectText(page, 'occupancy', /\d/);
+    expect(await offer.count()).toBe(0);
+  });
+
   test('a reset asks first', async () => {
     const page = await opened('live');
     const asked: string[] = [];
