@@ -42,10 +42,16 @@ std::optional<TimeOfDay> parseTimeOfDay(const std::string& text) {
     return TimeOfDay{static_cast<int>(hour), static_cast<int>(minute)};
 }
 
-/** A number for settings: the same for the same ones (FNV-1a, 32 bits; Fowler, Noll, Vo). */
+/**
+ * A number for settings: the same for the same ones (FNV-1a, 32 bits; Fowler, Noll, Vo). Passwords are left out, which
+ * somebody could try with it.
+ */
 uint32_t settingsNumber(const ConfigParams& config) {
     uint32_t number = 2166136261U;
     for (const auto& [name, text] : parameter_controller::stored_texts(config)) {
+        if (name.ends_with("PWD")) {
+            continue;
+        }
         for (const char character : name + '=' + text + '\n') {
             number = (number ^ static_cast<uint8_t>(character)) * 16777619U;
         }
@@ -339,8 +345,9 @@ int Application::do_one_analysis() {
     m_Processing->monitor_AOI_and_entrances();
     m_Processing->examine_and_update_findings();
     const int occupancyBefore = m_Occupancy.get_count();
-    m_Processing->manage_events();
-    if (m_Occupancy.get_count() < occupancyBefore) {
+    const bool wasReset = std::exchange(m_WasReset, m_Processing->manage_events());
+    // The building may stay over its limit for some cycles more, with nobody new here.
+    if (m_WasReset && (occupancyBefore > 0 || !wasReset)) {
         writeReset("alert", "", occupancyBefore);
     }
     m_Processing->update_aoi_and_occupancy_metrics();

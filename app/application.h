@@ -143,6 +143,7 @@ private:
     occupancy_controller m_Occupancy;
     std::unique_ptr<EventManager> m_Events;
     OccupancyManager m_OccupancyManager;
+    bool m_WasReset = false; /**< by the alert, in the cycle before */
     MetricsParams m_Metrics;
     LeaderMetricsParams m_LeaderMetrics;
     http_request_controller m_Followers;

@@ -93,6 +93,10 @@ LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version
         start["boot"] = m_clock.boot();  // else the line begins with it
     }
     write("start", start);
+    if (m_clock.now().isDated) {
+        // Dates what a run before this one wrote without knowing the time, and says what there is to hold of this one.
+        write("clock", m_clock.known());
+    }
     m_thread = std::thread([this] { run(); });
 }
 

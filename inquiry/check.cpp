@@ -242,10 +242,18 @@ Checked check(ledger::Disk& disk, const std::string& archive) {
     Walk walk(checked, cutsOf(disk));
     for (ledger::LedgerFile file : filesIn(disk)) {
         file.bytes = disk.size(file.name).value_or(0);
-        ledger::forEachLine(disk, file, 0, [&](std::string_view line, int64_t) {
+        const bool isRead = ledger::forEachLine(disk, file, 0, [&](std::string_view line, int64_t) {
             walk.take(file.name, line);
             return true;
         });
+        if (!isRead) {
+            checked.faults.push_back("cannot read " + file.name);
+        }
+    }
+    for (const std::string& name : disk.list()) {
+        if (name.ends_with(ledger::kAsideEnding)) {
+            checked.faults.push_back(name + " was set aside, since it could not be read");
+        }
     }
     if (!archive.empty()) {
         compareArchive(archive, walk.periods(), checked);

@@ -12,7 +12,6 @@ namespace {
 constexpr size_t kMostWaitingBytes = size_t{1} << 20U;
 constexpr int64_t kMostFileBytes = int64_t{16} << 20;  // retention holds one in memory
 constexpr int64_t kFilesOfAFullLedger = 8;
-constexpr const char* kAside = ".unreadable";
 constexpr const char* kObject = "object";
 constexpr const char* kEverything = "all";
 
@@ -88,7 +87,7 @@ std::optional<LineHead> Ledger::mendEnd(std::vector<LedgerFile>& found, std::str
             // What cannot be read now may be read by somebody later.
             for (size_t aside = i; aside < found.size(); ++aside) {
                 note(found[aside], found[aside].bytes, "which cannot be read and was set aside");
-                m_disk.rename(found[aside].name, found[aside].name + kAside);
+                m_disk.rename(found[aside].name, found[aside].name + kAsideEnding);
             }
             found.resize(i);
             break;

@@ -31,6 +31,9 @@ struct LedgerFile {
     [[nodiscard]] bool isYoung() const;
 };
 
+/** How the name of a file goes on that could not be read at a start, and was set aside. */
+inline constexpr const char* kAsideEnding = ".unreadable";
+
 /** The name of a file. */
 std::string fileName(int64_t firstSeq, const std::string& day, bool young);
 

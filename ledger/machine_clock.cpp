@@ -68,16 +68,17 @@ std::optional<nlohmann::ordered_json> MachineClock::look() {
     const MutexLock lock(m_mutex);
     const int64_t before = std::exchange(m_offset, current);
     if (!m_isDated) {
-        const bool isSynchronised = m_sources.isSynchronised();
-        m_isDated = isSynchronised || mono >= kLongestWait;
-        return m_isDated ? std::optional<nlohmann::ordered_json>(
-                               {{"boot", m_sources.boot}, {"mono", mono}, {"synchronised", isSynchronised}})
-                         : std::nullopt;
+        m_isDated = m_sources.isSynchronised() || mono >= kLongestWait;
+        return m_isDated ? std::optional(known()) : std::nullopt;
     }
     if (std::abs(current - before) <= kSmallestStep) {
         return std::nullopt;
     }
     return nlohmann::ordered_json({{"before", utcText(mono + before)}, {"after", utcText(mono + current)}});
+}
+
+nlohmann::ordered_json MachineClock::known() const {
+    return {{"boot", m_sources.boot}, {"mono", m_sources.monoMillis()}, {"synchronised", m_sources.isSynchronised()}};
 }
 
 }  // namespace ledger

@@ -48,6 +48,9 @@ public:
      */
     std::optional<nlohmann::ordered_json> look() EXCLUDES(m_mutex);
 
+    /** What a line of kind "clock" has to say of the time that this run is dated by. */
+    [[nodiscard]] nlohmann::ordered_json known() const;
+
     [[nodiscard]] const std::string& boot() const { return m_sources.boot; }
 
 private:

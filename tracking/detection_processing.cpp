@@ -136,7 +136,7 @@ void DetectionProcessing::examine_and_update_findings() {
     m_FirstSeen = std::move(stillTimed);
 }
 
-void DetectionProcessing::manage_events() {
+bool DetectionProcessing::manage_events() {
     const AreaCounts counts = countByArea(m_Findings);
     const int all = counts.all[1] + counts.all[2] + counts.all[3];
     const int lengthy = counts.lengthy[1] + counts.lengthy[2] + counts.lengthy[3];
@@ -144,21 +144,22 @@ void DetectionProcessing::manage_events() {
     m_AoiCount = all;
     if (m_parts.config.e_AoiLogicComparison == logicComparison::exactly && someoneCameOrWent) {
         m_FirstSeen.clear();
-        return;
+        return false;
     }
     manageAlert(alerts::kBreached, lengthy, all);
     manageAlert(alerts::kArea1, counts.lengthy[1], counts.all[1]);
     manageAlert(alerts::kArea2, counts.lengthy[2], counts.all[2]);
     manageAlert(alerts::kArea3, counts.lengthy[3], counts.all[3]);
 
-    if (m_parts.config.i_MinOccupantsForTrigger <= m_parts.leaderMetrics.totalOccupancy) {
-        m_parts.events.sendEventStarted(alerts::kOccupancy);
-        if (m_parts.config.b_ResetByOccupanyCount) {
-            reset_total_occupancy(m_parts.config.cameraInfo);
-        }
-    } else {
+    if (m_parts.config.i_MinOccupantsForTrigger > m_parts.leaderMetrics.totalOccupancy) {
         m_parts.events.sendEventStopped(alerts::kOccupancy);
+        return false;
     }
+    m_parts.events.sendEventStarted(alerts::kOccupancy);
+    if (m_parts.config.b_ResetByOccupanyCount) {
+        reset_total_occupancy(m_parts.config.cameraInfo);
+    }
+    return m_parts.config.b_ResetByOccupanyCount;
 }
 
 void DetectionProcessing::manageAlert(const char* name, int lengthy, int all) {

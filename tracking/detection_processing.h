@@ -48,8 +48,8 @@ public:
     /** Times how long objects stay in detection areas. */
     void examine_and_update_findings();
 
-    /** Starts and stops the alerts. */
-    void manage_events();
+    /** Starts and stops the alerts. Whether the one of the occupancy has set it to nobody. */
+    bool manage_events();
 
     /** Publishes crowd counts and occupancy. */
     void update_aoi_and_occupancy_metrics();

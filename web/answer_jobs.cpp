@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <random>
 #include <stdexcept>
 #include <utility>
 
@@ -11,6 +12,12 @@ constexpr size_t kMostWaiting = 8;
 // More than can be under way together, so that nobody's answer goes while he is on his way to fetch it.
 constexpr size_t kMostKept = 2 * kMostWaiting;
 constexpr std::chrono::milliseconds kPatience(80);
+constexpr int64_t kMostNumber = int64_t{1} << 52;  // which every reader of JSON keeps exactly
+
+int64_t randomNumber() {
+    std::random_device random;
+    return std::uniform_int_distribution<int64_t>(1, kMostNumber)(random);
+}
 
 }  // namespace
 
@@ -37,7 +44,7 @@ int64_t AnswerJobs::post(Work work) {
             m_thread = std::thread([this] { run(); });
             m_isStarted = true;
         }
-        number = ++m_last;
+        number = randomNumber();
         m_waiting.push_back({number, std::move(work)});
     }
     m_changed.notify_all();
@@ -49,8 +56,10 @@ std::optional<std::string> AnswerJobs::take(int64_t number) {
     Done done;
     m_mutex.lock();
     for (bool isInTime = true;;) {
-        if (const auto found = m_done.find(number); found != m_done.end()) {
-            done = std::move(found->second);
+        const auto found =
+            std::find_if(m_done.begin(), m_done.end(), [&](const Done& one) { return one.number == number; });
+        if (found != m_done.end()) {
+            done = std::move(*found);
             m_done.erase(found);
             break;
         }
@@ -89,6 +98,7 @@ void AnswerJobs::run() {
         m_current = job.number;
         m_mutex.unlock();
         Done done;
+        done.number = job.number;
         try {
             done.answer = job.work(m_stop);
         } catch (...) {
@@ -96,9 +106,9 @@ void AnswerJobs::run() {
         }
         m_mutex.lock();
         m_current = 0;
-        m_done[job.number] = std::move(done);
+        m_done.push_back(std::move(done));
         if (m_done.size() > kMostKept) {
-            m_done.erase(m_done.begin());
+            m_done.pop_front();
         }
         m_changed.notify_all();
     }

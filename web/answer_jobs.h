@@ -6,7 +6,6 @@
 #include <deque>
 #include <exception>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 #include <thread>
@@ -31,7 +30,10 @@ public:
     AnswerJobs(const AnswerJobs&) = delete;
     AnswerJobs& operator=(const AnswerJobs&) = delete;
 
-    /** Takes work on and returns its number, from 1. Throws std::invalid_argument when eight wait already. */
+    /**
+     * Takes work on and returns its number, from 1, which nobody guesses: an answer is for whoever asked. Throws
+     * std::invalid_argument when eight wait already.
+     */
     int64_t post(Work work) EXCLUDES(m_mutex);
 
     /**
@@ -46,6 +48,7 @@ private:
         Work work;
     };
     struct Done {
+        int64_t number = 0;
         std::string answer;
         std::exception_ptr error;
     };
@@ -55,9 +58,8 @@ private:
     Mutex m_mutex; /**< guards what follows */
     std::condition_variable_any m_changed;
     std::deque<Job> m_waiting GUARDED_BY(m_mutex);
-    std::map<int64_t, Done> m_done GUARDED_BY(m_mutex);
-    int64_t m_last GUARDED_BY(m_mutex) = 0;    /**< number */
-    int64_t m_current GUARDED_BY(m_mutex) = 0; /**< number of what is under way; 0 for none */
+    std::deque<Done> m_done GUARDED_BY(m_mutex); /**< the oldest first */
+    int64_t m_current GUARDED_BY(m_mutex) = 0;   /**< number of what is under way; 0 for none */
     bool m_isStarted GUARDED_BY(m_mutex) = false;
     std::atomic<bool> m_stop = false;
     std::thread m_thread;

@@ -66,6 +66,15 @@ TEST_F(LedgerCheck, FindsASumThatIsNone) {
     EXPECT_NE(faults[0].find("are not the sum of its crossings"), std::string::npos);
 }
 
+TEST_F(LedgerCheck, FindsWhatCannotBeRead) {
+    m_camera.disk.replace("000000000001-2026-11-21.ndjson.unreadable", "?");
+    EXPECT_EQ(check(m_camera.disk, "").faults,
+              (std::vector<std::string>{
+                  "000000000001-2026-11-21.ndjson.unreadable was set aside, since it could not be read"}));
+    m_camera.disk.setUnreadable(true);
+    EXPECT_EQ(check(m_camera.disk, "").faults.at(0), "cannot read " + name());
+}
+
 TEST_F(LedgerCheck, AcceptsAGapThatACutTells) {
     std::string lines;
     int64_t removed = 0;

@@ -62,7 +62,7 @@ protected:
         m_processing.get_detections();
         m_processing.monitor_AOI_and_entrances();
         m_processing.examine_and_update_findings();
-        m_processing.manage_events();
+        m_wasReset = m_processing.manage_events();
         m_processing.update_aoi_and_occupancy_metrics();
         return m_processing.findings();
     }
@@ -92,6 +92,7 @@ protected:
     MetricsParams m_metrics;
     LeaderMetricsParams m_leaderMetrics;
     ScriptedFollowers m_followers;
+    bool m_wasReset = false;
     DetectionProcessing m_processing{{m_config, m_detector, m_tracker, m_areas, m_occupancy, m_events, m_statistics,
                                       m_metrics, m_leaderMetrics, m_followers}};
 };
@@ -448,9 +449,13 @@ TEST_F(Findings, TheOccupancyAlertResetsTheOccupancyWhenAskedTo) {
     m_occupancy.init(9);
     see({});
     EXPECT_EQ(m_occupancy.get_count(), 9);
+    EXPECT_FALSE(m_wasReset);
     m_config.b_ResetByOccupanyCount = true;
     see({});
     EXPECT_EQ(m_occupancy.get_count(), 0);
+    EXPECT_TRUE(m_wasReset);
+    see({});
+    EXPECT_TRUE(m_wasReset) << "with nobody here, for the building is over its limit still";
 }
 
 TEST_F(Findings, AResetOfTheTotalReachesEveryActiveFollowerThatCanBeCalled) {
