@@ -63,6 +63,7 @@ export function AreasTab() {
         <div class="areas">
           <section class="card picture-card">
             <AreaEditor selected={selected} onSelect={setSelected} onAdd={addCorner} onRemove={removeCorner} />
+            {kind === 'Entrance' && <Recounted number={number} />}
             <p class="help" id="areas-help">
               {t.intro} <span class="keys">{t.keys}</span>
             </p>
@@ -212,7 +213,6 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
           </p>
         </div>
       )}
-      {kind === 'Entrance' && <Recounted number={number} />}
       <div role="status">
         <ul class="warnings" data-testid="warnings">
           {warnings.map((warning) => (
@@ -230,19 +230,23 @@ function Recounted({ number }: { number: number }) {
   if (!store) return null;
   const { result, trouble, isAsking } = store;
   const none = { cameIn: 0, wentOut: 0 };
-  const isNothing = result && result.drawn.size + result.recorded.size === 0;
+  const words = !result
+    ? trouble
+      ? t.recountFailed + texts.trouble[trouble.trouble]
+      : t.recountAsked
+    : result.drawn.size + result.recorded.size === 0
+      ? t.recountNothing
+      : t.recounted(
+          t.name.Entrance(number),
+          result.isYesterday,
+          result.drawn.get(number) ?? none,
+          result.recorded.get(number) ?? none,
+        );
   return (
-    <div class="recount" data-testid="recount" aria-busy={isAsking}>
-      <h3>{t.recount}</h3>
-      {!result && <p class="muted">{trouble ? t.recountFailed + texts.trouble[trouble.trouble] : t.recountAsked}</p>}
-      {isNothing && <p class="muted">{t.recountNothing}</p>}
-      {result && !isNothing && (
-        <p>
-          {t.recounted(result.isYesterday, result.drawn.get(number) ?? none, result.recorded.get(number) ?? none)}
-          {isAsking && <span class="muted"> …</span>}
-        </p>
-      )}
-    </div>
+    <p data-testid="recount" aria-busy={isAsking}>
+      {words}
+      {result && isAsking && <span class="muted"> …</span>}
+    </p>
   );
 }
 

@@ -115,7 +115,7 @@ function AfterRestart() {
     }
   };
   return (
-    <section class="card restart" data-testid="restart">
+    <section class="card column" data-testid="restart">
       <h2>{t.restart}</h2>
       <p>{t.restarted(momentOf(start, new Date(), 'short'), inside)}</p>
       {lost.cameIn + lost.wentOut > 0 && <p>{t.lost(lost)}</p>}

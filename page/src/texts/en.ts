@@ -185,12 +185,11 @@ export const english = {
       small: (width: number, least: number) =>
         `In its narrowest place it is ${width} % of the picture's longer side wide: a walking person may step across it between two looks and not be counted. Draw it at least ${least} % wide.`,
     },
-    recount: 'With these entrances',
     recountAsked: 'Counting again …',
     recountFailed: 'It could not be counted again: ',
     recountNothing: 'Nobody has crossed an entrance since yesterday: there is nothing to compare with yet.',
-    recounted: (isYesterday: boolean, drawn: Passed, recorded: Passed) =>
-      `With this line ${isYesterday ? 'yesterday' : 'in the last 24 hours'}: ${drawn.cameIn} in, ${drawn.wentOut} out (as it is: ${recorded.cameIn}, ${recorded.wentOut}).`,
+    recounted: (entrance: string, isYesterday: boolean, drawn: Passed, recorded: Passed) =>
+      `${entrance} with this line ${isYesterday ? 'yesterday' : 'in the last 24 hours'}: ${drawn.cameIn} in, ${drawn.wentOut} out (as it is: ${recorded.cameIn}, ${recorded.wentOut}).`,
     advice: 'Where to count well',
     advices: [
       'Draw no detection area over an entrance’s edge: with something in both, an object that is missed in a single picture is forgotten, and its passage with it.',

@@ -245,7 +245,7 @@ describe.skipIf(isMissing)('Areas', () => {
     await choose(page, 'Entrances', 'Entrance 1');
     expect(asked).toEqual([]);
     await drag(page, 'Entrance1', 0, 0.3, 0.3);
-    await page.getByText(/^With this line yesterday: \d+ in, 128 out \(as it is: 140, 129\)\.$/).waitFor();
+    await page.getByText(/^Entrance 1 with this line yesterday: \d+ in, 128 out \(as it is: 140, 129\)\.$/).waitFor();
     await eventually(
       async () => asked.at(-1)!.entrance1![0],
       ([x, y]) => Math.abs(x - 0.3) < 0.02 && Math.abs(y - 0.3) < 0.02,
@@ -272,7 +272,7 @@ describe.skipIf(isMissing)('Areas', () => {
     expect((await answer).ok()).toBe(true);
     await page
       .getByTestId('recount')
-      .getByText(/With this line|Nobody has crossed/)
+      .filter({ hasText: /with this line|Nobody has crossed/ })
       .waitFor();
     await page.getByRole('button', { name: 'Discard all' }).click();
   });
