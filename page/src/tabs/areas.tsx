@@ -243,7 +243,7 @@ function Recounted({ number }: { number: number }) {
           result.recorded.get(number) ?? none,
         );
   return (
-    <p data-testid="recount" aria-busy={isAsking}>
+    <p class="recount" data-testid="recount" aria-busy={isAsking}>
       {words}
       {result && isAsking && <span class="muted"> …</span>}
     </p>
