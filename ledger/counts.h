@@ -52,7 +52,7 @@ struct CountsRow {
     std::string beginText; /**< in the zone, with its offset: "2026-11-22T00:00:00+01:00" */
     std::string endText;
     double coverage = 0; /**< the share of it that was watched, 0..1 */
-    std::map<Count, int32_t> counts;
+    std::map<Count, int64_t> counts;
 };
 
 /** Reads "quarter", "hour", "day", "week", "month" or "year"; throws std::invalid_argument, saying so. */

@@ -1,7 +1,10 @@
 #include "index.h"
 
 #include <algorithm>
+#include <exception>
+#include <limits>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <utility>
 
 #include "finding.h"
@@ -12,6 +15,9 @@ namespace {
 
 constexpr double kMinuteSeconds = 60;
 constexpr std::string_view kEnding = ".index";
+constexpr int64_t kMost = std::numeric_limits<int32_t>::max();
+constexpr int64_t kMostMillis = int64_t{1} << 53;  // since 1970, beyond every year that is told
+constexpr auto kLastClass = static_cast<int64_t>(objects::boat);
 
 std::string indexName(const LedgerFile& file) {
     return fileName(file.firstSeq, file.day, false) + std::string(kEnding);
@@ -19,6 +25,14 @@ std::string indexName(const LedgerFile& file) {
 
 int64_t quarterOf(int64_t utcMillis) {
     return utcMillis / kQuarterMillis;
+}
+
+/** A number of a saved index; throws std::out_of_range for one that none has. */
+int64_t wholeFrom(const nlohmann::json& value, int64_t least, int64_t most) {
+    if (!value.is_number_integer() || value < least || value > most) {
+        throw std::out_of_range("expected a number of an index");
+    }
+    return value.get<int64_t>();
 }
 
 /** What one line adds to the index. */
@@ -169,21 +183,23 @@ void Index::load(const LedgerFile& file, Part& part) {
         }
         Part loaded;
         for (const nlohmann::json& entry : saved.at("quarters")) {
-            Quarter& quarter = loaded.quarters[entry.at(0)];
-            quarter.watchedMillis = entry.at(1);
+            Quarter& quarter = loaded.quarters[wholeFrom(entry.at(0), -kMostMillis, kMostMillis)];
+            quarter.watchedMillis = wholeFrom(entry.at(1), 0, kMost);
             for (const nlohmann::json& count : entry.at(2)) {
-                quarter.crossings[{count.at(0), count.at(1), count.at(2)}] = count.at(3);
+                const auto entrance = static_cast<int>(wholeFrom(count.at(0), 1, 3));
+                const auto classId = static_cast<int>(wholeFrom(count.at(2), 0, kLastClass));
+                quarter.crossings[{entrance, count.at(1), classId}] = wholeFrom(count.at(3), 1, kMost);
             }
         }
         if (saved.contains("begin")) {
-            loaded.begin = saved.at("begin");
+            loaded.begin = wholeFrom(saved.at("begin"), -kMostMillis, kMostMillis);
         }
         loaded.bytes = file.bytes;
         loaded.lastSeq = file.lastSeq;
         loaded.version = file.version;
         loaded.isSaved = true;
         part = std::move(loaded);
-    } catch (const nlohmann::json::exception&) {
+    } catch (const std::exception&) {
         // Made by nobody that we know; the lines tell.
     }
 }

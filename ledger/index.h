@@ -23,8 +23,8 @@ struct CountKey {
 
 /** A quarter of an hour of UTC: what crossed and how much was watched. */
 struct Quarter {
-    std::map<CountKey, int32_t> crossings;
-    int32_t watchedMillis = 0;
+    std::map<CountKey, int64_t> crossings;
+    int64_t watchedMillis = 0;
 };
 
 inline constexpr int64_t kQuarterMillis = 15 * 60 * 1000;

@@ -298,8 +298,7 @@ ledger::Quarters quartersOfArchive(const std::string& path, const std::string& c
         const int classId = static_cast<int>(record.object);
         const auto add = [&](bool isIn, int32_t count) {
             if (count > 0) {
-                int32_t& sum = quarter.crossings[{zone, isIn, classId}];
-                sum += std::min(count, std::numeric_limits<int32_t>::max() - sum);
+                quarter.crossings[{zone, isIn, classId}] += count;
             }
         };
         add(true, record.entranceCount);
