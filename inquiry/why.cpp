@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -28,41 +29,28 @@ struct SeenCrossing {
     KeptCrossing crossing;
 };
 
-/** The whole way of an object. */
+/** Where an object was around the crossings that are told. */
 struct Way {
     int32_t classId = 0;
-    ledger::PictureSize size;
     std::vector<PlacedPoint> points;
 };
 
 using ObjectOfRun = std::pair<int, int64_t>;
 
-struct Seen {
-    std::vector<SeenCrossing> crossings;
-    std::map<ObjectOfRun, Way> ways;
+/** Where an object came nearest to an entrance. */
+struct Approach {
+    int32_t classId = 0;
+    PlacedPoint point;
+    double distance = 0; /**< of the picture */
 };
 
-Seen seenIn(const Chunks& chunks, const Span& span) {
-    Seen seen;
-    int run = 0;
-    visitLinesFor(chunks, span, [&](const ledger::LineHead& head, std::string_view line) {
-        if (head.kind == "start") {
-            ++run;
-        } else if (head.kind == "crossing" && span.holds(timeOf(head))) {
-            if (const std::optional<KeptCrossing> crossing = crossingOf(ledger::parseLine(line))) {
-                seen.crossings.push_back({timeOf(head), head.seq, run, *crossing});
-            }
-        } else if (head.kind == "object" && timeOf(head) >= span.from) {
-            if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line))) {
-                Way& way = seen.ways[{run, path->object}];
-                way.classId = path->classId;
-                way.size = path->size;
-                way.points.insert(way.points.end(), path->points.begin(), path->points.end());
-            }
-        }
-    });
-    return seen;
-}
+struct Seen {
+    std::vector<SeenCrossing> crossings;
+    std::map<ObjectOfRun, std::set<int>> crossed; /**< entrances */
+    std::map<ObjectOfRun, Way> ways;
+    std::map<std::pair<ObjectOfRun, int>, Approach> approaches;
+    bool isMore = false;
+};
 
 ordered_json pointJson(t_one_locator at) {
     return ordered_json::array({at.first, at.second});
@@ -104,10 +92,16 @@ const PlacedPoint* at(const Way& way, int64_t moment) {
         way.points.back().utcMillis < moment - kSameMoment) {
         return nullptr;
     }
-    const auto nearest = std::min_element(way.points.begin(), way.points.end(), [&](const auto& a, const auto& b) {
-        return std::abs(a.utcMillis - moment) < std::abs(b.utcMillis - moment);
-    });
-    return std::abs(nearest->utcMillis - moment) <= kSameMoment ? &*nearest : nullptr;
+    const auto behind = std::lower_bound(way.points.begin(), way.points.end(), moment,
+                                         [](const auto& point, int64_t time) { return point.utcMillis < time; });
+    const PlacedPoint* nearest = nullptr;
+    for (const auto& point : {behind, behind == way.points.begin() ? behind : std::prev(behind)}) {
+        if (point != way.points.end() && std::abs(point->utcMillis - moment) <= kSameMoment &&
+            (nearest == nullptr || std::abs(point->utcMillis - moment) < std::abs(nearest->utcMillis - moment))) {
+            nearest = &*point;
+        }
+    }
+    return nearest;
 }
 
 ordered_json neighboursJson(const Seen& seen, const SeenCrossing& crossing) {
@@ -152,23 +146,99 @@ double distanceTo(const ConfigParams& config, int entrance, t_one_locator at, le
     return least;
 }
 
+/**
+ * Reads what is to be told. An object's way comes behind its crossings, so that of most ways little has to be kept: the
+ * points around crossings, and those right before the line, for crossings that may follow.
+ */
+class Reading {
+public:
+    Reading(RulesBySize& rules, const Span& span, int entrance) : m_rules(rules), m_span(span), m_entrance(entrance) {}
+
+    void add(const ledger::LineHead& head, std::string_view line) {
+        if (head.kind == "start") {
+            ++m_run;
+        } else if (head.kind == "crossing" && m_span.holds(timeOf(head))) {
+            if (const std::optional<KeptCrossing> crossing = crossingOf(ledger::parseLine(line))) {
+                addCrossing(head, *crossing);
+            }
+        } else if (head.kind == "object" && timeOf(head) >= m_span.from) {
+            if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line))) {
+                addPath(*path, timeOf(head));
+            }
+        }
+    }
+
+    Seen seen;
+
+private:
+    void addCrossing(const ledger::LineHead& head, const KeptCrossing& crossing) {
+        seen.crossed[{m_run, crossing.object}].insert(crossing.entrance);
+        if (m_entrance != 0 && crossing.entrance != m_entrance) {
+            return;
+        }
+        if (seen.crossings.size() == kMostTold) {
+            seen.isMore = true;
+            return;
+        }
+        seen.crossings.push_back({timeOf(head), head.seq, m_run, crossing});
+        m_moments.insert(timeOf(head));
+    }
+
+    bool isTold(int64_t utcMillis) const {
+        const auto moment = m_moments.lower_bound(utcMillis - kAround);
+        return moment != m_moments.end() && *moment <= utcMillis + kAround;
+    }
+
+    void addPath(const KeptPath& path, int64_t lineTime) {
+        const ObjectOfRun key = {m_run, path.object};
+        std::vector<PlacedPoint> kept;
+        for (const PlacedPoint& point : path.points) {
+            if (isTold(point.utcMillis) || point.utcMillis > lineTime - 2 * kAround) {
+                kept.push_back(point);
+            }
+            if (m_span.holds(point.utcMillis)) {
+                approach(key, path, point);
+            }
+        }
+        if (!kept.empty()) {
+            Way& way = seen.ways[key];
+            way.classId = path.classId;
+            way.points.insert(way.points.end(), kept.begin(), kept.end());
+        }
+    }
+
+    void approach(const ObjectOfRun& key, const KeptPath& path, const PlacedPoint& point) {
+        for (int zone = 1; zone <= 3; ++zone) {
+            if (m_entrance != 0 && zone != m_entrance) {
+                continue;
+            }
+            const double distance = distanceTo(m_rules.of(path.size).config, zone, point.at, path.size);
+            if (distance > kNear) {
+                continue;
+            }
+            Approach& nearest = seen.approaches.try_emplace({key, zone}, Approach{0, {}, kNear}).first->second;
+            if (distance <= nearest.distance) {
+                nearest = {path.classId, point, distance};
+            }
+        }
+    }
+
+    RulesBySize& m_rules;
+    const Span m_span;
+    const int m_entrance;
+    int m_run = 0;
+    std::set<int64_t> m_moments; /**< of the crossings that are told */
+};
+
 }  // namespace
 
 ordered_json whyOf(const Chunks& chunks, const SettingsFor& settings, const Span& span, int entrance) {
-    const Seen seen = seenIn(chunks, span);
     RulesBySize rules(settings);
-    bool isMore = false;
+    Reading reading(rules, span, entrance);
+    visitLinesFor(chunks, span, [&](const auto& head, std::string_view line) { reading.add(head, line); });
+    const Seen& seen = reading.seen;
     ordered_json crossings = ordered_json::array();
-    std::map<ObjectOfRun, std::set<int>> crossed;
     for (const SeenCrossing& each : seen.crossings) {
-        crossed[{each.run, each.crossing.object}].insert(each.crossing.entrance);
-        if (entrance != 0 && each.crossing.entrance != entrance) {
-            continue;
-        }
-        if (crossings.size() == kMostTold) {
-            isMore = true;
-            continue;
-        }
         const auto way = seen.ways.find({each.run, each.crossing.object});
         crossings.push_back({{"t", ledger::utcText(each.utcMillis)},
                              {"seq", each.seq},
@@ -182,37 +252,24 @@ ordered_json whyOf(const Chunks& chunks, const SettingsFor& settings, const Span
                              {"path", way == seen.ways.end() ? ordered_json() : pathJson(way->second, each.utcMillis)},
                              {"neighbours", neighboursJson(seen, each)}});
     }
+    bool isMore = seen.isMore;
     ordered_json near = ordered_json::array();
-    for (const auto& [key, way] : seen.ways) {
-        for (int zone = 1; zone <= 3; ++zone) {
-            if ((entrance != 0 && zone != entrance) || crossed[key].contains(zone)) {
-                continue;
-            }
-            const PlacedPoint* nearest = nullptr;
-            double least = kNear;
-            for (const PlacedPoint& point : way.points) {
-                const double far = span.holds(point.utcMillis)
-                                       ? distanceTo(rules.of(way.size).config, zone, point.at, way.size)
-                                       : std::numeric_limits<double>::infinity();
-                if (far <= least) {
-                    least = far;
-                    nearest = &point;
-                }
-            }
-            if (nearest == nullptr) {
-                continue;
-            }
-            if (near.size() == kMostTold) {
-                isMore = true;
-                continue;
-            }
-            near.push_back({{"t", ledger::utcText(nearest->utcMillis)},
-                            {"entrance", zone},
-                            {"class", class_index_to_label(way.classId)},
-                            {"object", key.second},
-                            {"at", pointJson(nearest->at)},
-                            {"distance", std::round(least * 1000) / 1000}});
+    for (const auto& [key, nearest] : seen.approaches) {
+        const auto& [object, zone] = key;
+        const auto crossed = seen.crossed.find(object);
+        if (crossed != seen.crossed.end() && crossed->second.contains(zone)) {
+            continue;
         }
+        if (near.size() == kMostTold) {
+            isMore = true;
+            break;
+        }
+        near.push_back({{"t", ledger::utcText(nearest.point.utcMillis)},
+                        {"entrance", zone},
+                        {"class", class_index_to_label(nearest.classId)},
+                        {"object", object.second},
+                        {"at", pointJson(nearest.point.at)},
+                        {"distance", std::round(nearest.distance * 1000) / 1000}});
     }
     return {{"crossings", std::move(crossings)}, {"near", std::move(near)}, {"more", isMore}};
 }

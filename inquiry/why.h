@@ -12,8 +12,8 @@ namespace inquiry {
  * path and who else was there at that moment; and objects that came within 3 % of an entrance's outline without
  * crossing it. settings: those in force, by which rule and distance are told.
  *
- * At most 500 crossings and 500 near ones are told, the earliest; "more" says whether there were more. What is asked
- * for is held in memory: at most a day at a time.
+ * At most 500 crossings, the earliest, and 500 near ones are told; "more" says whether there were more. Of the objects
+ * only what was around those crossings is held in memory.
  */
 nlohmann::ordered_json whyOf(const Chunks& chunks, const SettingsFor& settings, const Span& span, int entrance);
 

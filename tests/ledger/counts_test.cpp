@@ -69,8 +69,8 @@ private:
     std::unique_ptr<Ledger> m_ledger;
 };
 
-int32_t sumOf(const CountsRow& row) {
-    int32_t sum = 0;
+int64_t sumOf(const CountsRow& row) {
+    int64_t sum = 0;
     for (const auto& [key, count] : row.counts) {
         sum += count;
     }
@@ -85,12 +85,12 @@ TEST(LedgerCounts, TellsDirectionsEntrancesAndClassesApart) {
     book.cross("2026-11-22T09:00:00.000Z", 1, "in");
     const auto rows = book.count("2026-11-22T08:00:00", "2026-11-22T10:00:00", Step::Hour, {true, true, true});
     ASSERT_EQ(rows.size(), 2U);
-    const std::map<Count, int32_t> first = {{{1, true, 0}, 1}, {{1, true, 2}, 1}, {{2, false, 0}, 1}};
+    const std::map<Count, int64_t> first = {{{1, true, 0}, 1}, {{1, true, 2}, 1}, {{2, false, 0}, 1}};
     EXPECT_EQ(rows[0].counts, first);
     EXPECT_EQ(sumOf(rows[1]), 1);
     const auto all = book.count("2026-11-22T08:00:00", "2026-11-22T10:00:00", Step::Day, {false, false, false});
     ASSERT_EQ(all.size(), 1U);
-    EXPECT_EQ(all[0].counts, (std::map<Count, int32_t>{{{}, 4}}));
+    EXPECT_EQ(all[0].counts, (std::map<Count, int64_t>{{{}, 4}}));
 }
 
 TEST(LedgerCounts, TellsHowMuchWasWatched) {
@@ -104,8 +104,8 @@ TEST(LedgerCounts, TellsHowMuchWasWatched) {
 }
 
 /** All that an index tells at this moment. */
-int32_t sumOf(const Index& index) {
-    int32_t sum = 0;
+int64_t sumOf(const Index& index) {
+    int64_t sum = 0;
     for (const auto& [number, quarter] : index.quarters(0, std::numeric_limits<int64_t>::max())) {
         for (const auto& [key, count] : quarter.crossings) {
             sum += count;
@@ -196,13 +196,13 @@ TEST(LedgerCounts, IsTheSameAfterARestartWithAndWithoutItsFiles) {
         book.watch(date + "T12:00:00.000Z");
     }
     const auto days = [&] {
-        std::vector<int32_t> sums;
+        std::vector<int64_t> sums;
         for (const CountsRow& row : book.count("2026-11-10", "2026-11-30", Step::Day)) {
             sums.push_back(sumOf(row));
         }
         return sums;
     };
-    const std::vector<int32_t> before = days();
+    const std::vector<int64_t> before = days();
     EXPECT_EQ(before.size(), 20U);
     EXPECT_EQ(before[5], 15);
     book.index->save();
@@ -266,11 +266,11 @@ TEST(LedgerCounts, AreThereWhileNewLinesAreRead) {
     while (!book.index->update(1000)) {
     }
     book.cross("2026-11-22T08:00:00.000Z");
-    std::vector<int32_t> seen;
+    std::vector<int64_t> seen;
     book.disk.onRead = [&] { seen.push_back(sumOf(*book.index)); };
     while (!book.index->update(1000)) {
     }
-    EXPECT_EQ(seen, std::vector<int32_t>{3});
+    EXPECT_EQ(seen, std::vector<int64_t>{3});
     EXPECT_EQ(sumOf(*book.index), 4);
 }
 
@@ -286,7 +286,7 @@ TEST(LedgerCounts, AreThereWhileARewrittenFileIsReadAgain) {
     }
     addObject("2026-11-21T08:00:00.000Z", 10);
     book.index->update(1000);
-    const int32_t before = sumOf(*book.index);
+    const int64_t before = sumOf(*book.index);
     ASSERT_GT(before, 1);
     ASSERT_LT(before, kLines);
     const int64_t bytes = book.ledger().files().front().bytes;
@@ -295,7 +295,7 @@ TEST(LedgerCounts, AreThereWhileARewrittenFileIsReadAgain) {
     }
     book.ledger().keep();
     ASSERT_LT(book.ledger().files().front().bytes, bytes) << "retention took the object";
-    int32_t least = before;
+    int64_t least = before;
     book.disk.onRead = [&] { least = std::min(least, sumOf(*book.index)); };
     while (!book.index->update(1)) {
         least = std::min(least, sumOf(*book.index));
