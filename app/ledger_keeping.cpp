@@ -162,7 +162,7 @@ void LedgerKeeping::write(const std::string& kind, const ordered_json& body) {
 
 void LedgerKeeping::complain(const char* what) {
     const std::string reason = std::strerror(errno);
-    const int64_t now = clockNow();
+    const int64_t now = steadyNowMicros() / 1'000'000;  // whatever somebody does to the clock
     int64_t next = m_nextError;
     if (now >= next && m_nextError.compare_exchange_strong(next, now + kErrorInterval)) {
         applicationLog().error(std::string("LedgerKeeping: cannot ") + what + " " + m_settings.folder + ": " + reason +
@@ -171,10 +171,10 @@ void LedgerKeeping::complain(const char* what) {
 }
 
 void LedgerKeeping::run() {
-    for (bool isEnding = false; !isEnding;) {
+    for (bool isEnding = false, isBehind = false; !isEnding;) {
         {
             std::unique_lock<std::mutex> lock(m_mutex);
-            m_changed.wait_for(lock, std::chrono::seconds(m_settings.syncSeconds),
+            m_changed.wait_for(lock, std::chrono::seconds(isBehind ? 0 : m_settings.syncSeconds),
                                [this] { return m_isEnding || m_isHurried; });
             isEnding = m_isEnding;
             m_isHurried = false;
@@ -188,11 +188,13 @@ void LedgerKeeping::run() {
             m_done = m_begun;
         }
         m_changed.notify_all();
-        bool isUpToDate = isEnding;
-        while (!isUpToDate) {
-            isUpToDate = m_index.update(kIndexStep);
+        // Reading what others wrote long ago keeps no sync waiting.
+        const int64_t due = steadyNowMicros() + int64_t{m_settings.syncSeconds} * 1'000'000;
+        bool isInterrupted = isEnding;
+        isBehind = false;
+        while (!isInterrupted && (isBehind = !m_index.update(kIndexStep))) {
             const std::lock_guard<std::mutex> lock(m_mutex);
-            isUpToDate = isUpToDate || m_isEnding;
+            isInterrupted = m_isEnding || m_isHurried || steadyNowMicros() >= due;
         }
         m_index.save();
     }

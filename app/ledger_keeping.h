@@ -89,7 +89,7 @@ private:
     int32_t m_occupancy = 0;              /**< after the last cycle */
     ledger::Instant m_periodBegin;        /**< of the period that goes on */
     int64_t m_watchedBefore = 0;          /**< milliseconds watched before it began */
-    std::atomic<int64_t> m_nextError = 0; /**< second in which a refused line may be logged again */
+    std::atomic<int64_t> m_nextError = 0; /**< steady second in which a refused line may be logged again */
     std::mutex m_mutex;                   /**< guards the four below */
     bool m_isEnding = false;
     bool m_isHurried = false; /**< somebody waits for a sync */

@@ -35,6 +35,20 @@ std::vector<ledger::LedgerFile> within(const Span& span, const std::vector<ledge
     return {first, end};
 }
 
+/** How the last of whole lines begins; what is no line is passed over. */
+std::optional<ledger::LineHead> lastHeadIn(std::string_view lines) {
+    while (!lines.empty()) {
+        lines.remove_suffix(1);
+        const size_t before = lines.rfind('\n');
+        const size_t begin = before == std::string_view::npos ? 0 : before + 1;
+        if (const auto head = ledger::headOf(lines.substr(begin))) {
+            return head;
+        }
+        lines = lines.substr(0, begin);
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 Chunks chunksOf(const ledger::Ledger& book, const Span& span) {
@@ -45,12 +59,8 @@ Chunks chunksOf(const ledger::Ledger& book, const Span& span) {
     }
     return [&book, next = files.empty() ? 1 : files.front().firstSeq, last]() mutable {
         std::string lines = next <= last ? book.lines(next, last, kChunkBytes) : "";
-        if (!lines.empty()) {
-            const size_t before = lines.size() < 2 ? std::string::npos : lines.rfind('\n', lines.size() - 2);
-            const size_t begin = before == std::string::npos ? 0 : before + 1;
-            const auto head = ledger::headOf(std::string_view(lines).substr(begin, lines.size() - 1 - begin));
-            next = head ? head->seq + 1 : last + 1;
-        }
+        const std::optional<ledger::LineHead> head = lastHeadIn(lines);
+        next = head ? head->seq + 1 : last + 1;
         return lines;
     };
 }

@@ -4,6 +4,7 @@
 #include <exception>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -15,6 +16,7 @@ namespace {
 
 constexpr double kMinuteSeconds = 60;
 constexpr std::string_view kEnding = ".index";
+constexpr int64_t kEarliest = 1'577'836'800'000;  // 2020: a clock that says less was never set
 constexpr int64_t kMost = std::numeric_limits<int32_t>::max();
 constexpr int64_t kMostMillis = int64_t{1} << 53;  // since 1970, beyond every year that is told
 constexpr auto kLastClass = static_cast<int64_t>(objects::boat);
@@ -233,18 +235,22 @@ void Index::save() {
         const MutexLock lock(m_mutex);
         m_parts[file->firstSeq].isSaved = isWritten;
     }
-    const auto isKnown = [&](const std::string& name) {
-        return std::any_of(files.begin(), files.end(), [&](const auto& file) { return indexName(file) == name; });
-    };
+    std::set<std::string> names;
+    for (const LedgerFile& file : files) {
+        names.insert(indexName(file));
+    }
     for (const std::string& name : m_disk.list()) {
-        if (name.ends_with(kEnding) && !isKnown(name)) {
+        if (name.ends_with(kEnding) && !names.contains(name)) {
             m_disk.remove(name);
         }
     }
+    // Files may have begun meanwhile, and been read.
+    std::set<int64_t> known;
+    for (const LedgerFile& file : m_book.files()) {
+        known.insert(file.firstSeq);
+    }
     const MutexLock lock(m_mutex);
-    std::erase_if(m_parts, [&](const auto& part) {
-        return std::none_of(files.begin(), files.end(), [&](const auto& file) { return file.firstSeq == part.first; });
-    });
+    std::erase_if(m_parts, [&](const auto& part) { return !known.contains(part.first); });
 }
 
 Quarters Index::quarters(int64_t from, int64_t before) const {
@@ -263,13 +269,14 @@ Quarters Index::quarters(int64_t from, int64_t before) const {
 }
 
 std::optional<int64_t> Index::begin() const {
+    std::optional<int64_t> earliest;
     const MutexLock lock(m_mutex);
     for (const auto& [firstSeq, part] : m_parts) {
-        if (part.begin) {
-            return part.begin;
+        if (part.begin && *part.begin >= kEarliest && (!earliest || *part.begin < *earliest)) {
+            earliest = part.begin;
         }
     }
-    return std::nullopt;
+    return earliest;
 }
 
 }  // namespace ledger

@@ -53,7 +53,10 @@ public:
     /** The quarters from..before, numbers since 1970, as far as update has come. */
     [[nodiscard]] Quarters quarters(int64_t from, int64_t before) const EXCLUDES(m_mutex);
 
-    /** The UTC of the first line that tells it, in milliseconds; nothing while there is none. */
+    /**
+     * The UTC of the earliest line that begins a file and tells it, in milliseconds; nothing while there is none. What
+     * was dated by a clock that nobody had set does not count.
+     */
     [[nodiscard]] std::optional<int64_t> begin() const EXCLUDES(m_mutex);
 
 private:

@@ -7,18 +7,14 @@
 namespace ledger {
 namespace {
 
-bool beginsPeriod(const std::string& kind) {
-    return kind == "period" || kind == "start";
-}
-
-/** The file in which the last period begins, or the oldest. */
+/** The file in which the last period ended, or the oldest. */
 size_t firstFileOf(Disk& disk, const std::vector<LedgerFile>& files) {
     size_t first = files.size();
     for (bool isFound = false; first > 0 && !isFound;) {
         --first;
         forEachLine(disk, files[first], 0, [&](std::string_view line, int64_t) {
             const std::optional<LineHead> head = headOf(line);
-            isFound = isFound || (head && beginsPeriod(head->kind));
+            isFound = isFound || (head && head->kind == "period");
             return true;
         });
     }
@@ -35,23 +31,35 @@ std::optional<int64_t> occupancyIn(const nlohmann::json& line) {
     return std::nullopt;
 }
 
-void take(const LineHead& head, const nlohmann::json& line, LastRun& run) {
-    if (beginsPeriod(head.kind)) {
-        run.openPeriod.clear();
+/** What is known of the runs so far. */
+struct Known {
+    LastRun run;
+    /** Inside before runs that began with nobody and ended before their first period: nobody has seen them leave. */
+    int64_t carried = 0;
+
+    void take(const LineHead& head, const nlohmann::json& line) {
+        if (head.kind == "period") {
+            run.openPeriod.clear();
+            carried = 0;
+        } else if (head.kind == "start") {
+            carried = numberIn(line, "occupancy") > 0 ? 0 : carried + run.occupancy.value_or(0);
+        } else if (head.kind == "reset" || head.kind == "corrected") {
+            carried = 0;
+        } else if (head.kind == "crossing") {
+            ++run.openPeriod[{numberIn(line, "entrance"), textIn(line, "direction"), textIn(line, "class")}];
+        }
+        if (const std::optional<int64_t> occupancy = occupancyIn(line)) {
+            run.occupancy = occupancy;
+        }
+        run.ending = head.kind == "stop" ? textIn(line, "reason") : "";
     }
-    if (head.kind == "crossing") {
-        ++run.openPeriod[{numberIn(line, "entrance"), textIn(line, "direction"), textIn(line, "class")}];
-    }
-    if (const std::optional<int64_t> occupancy = occupancyIn(line)) {
-        run.occupancy = occupancy;
-    }
-    run.ending = head.kind == "stop" ? textIn(line, "reason") : "";
-}
+};
 
 }  // namespace
 
 LastRun lastRunOf(Disk& disk, const std::vector<LedgerFile>& files, const Instant& now, const std::string& boot) {
-    LastRun run;
+    Known known;
+    LastRun& run = known.run;
     int64_t lastSeq = 0;
     for (size_t i = firstFileOf(disk, files); i < files.size(); ++i) {
         forEachLine(disk, files[i], 0, [&](std::string_view text, int64_t) {
@@ -65,7 +73,7 @@ LastRun lastRunOf(Disk& disk, const std::vector<LedgerFile>& files, const Instan
             run.ending = "";
             if (head->kind != "object") {
                 if (const nlohmann::json line = parseLine(text); !line.is_discarded()) {
-                    take(*head, line, run);
+                    known.take(*head, line);
                 }
             }
             return true;
@@ -73,6 +81,9 @@ LastRun lastRunOf(Disk& disk, const std::vector<LedgerFile>& files, const Instan
     }
     if (!run.lastLine) {
         return run;
+    }
+    if (run.occupancy) {
+        run.occupancy = std::min<int64_t>(*run.occupancy + known.carried, std::numeric_limits<int32_t>::max());
     }
     // Before the machine's start its clock, which nobody sets, was below 0.
     std::optional<int64_t> mono;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
+#include <random>
 #include <sys/timex.h>
 #include <unistd.h>
 #include <utility>
@@ -21,15 +22,16 @@ constexpr int64_t kSmallestStep = 1'000;   // what time services correct bit by 
 
 bool kernelIsSynchronised() {
     timex state = {};
-    return adjtimex(&state) != TIME_ERROR && (state.status & STA_UNSYNC) == 0;
+    const int answer = adjtimex(&state);
+    return answer != -1 && answer != TIME_ERROR && (state.status & STA_UNSYNC) == 0;
 }
 
-/** The kernel's name for this start of the machine; "unknown" where it has none. */
+/** The kernel's name for this start of the machine; where it tells none, one that no other run has. */
 std::string bootName() {
     const UniqueFd file(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
     std::array<char, 36> name = {};
     const bool isRead = file && read(file.get(), name.data(), name.size()) == static_cast<ssize_t>(name.size());
-    return isRead ? std::string(name.begin(), name.end()) : "unknown";
+    return isRead ? std::string(name.begin(), name.end()) : "unknown-" + std::to_string(std::random_device()());
 }
 
 }  // namespace

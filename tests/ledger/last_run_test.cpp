@@ -60,9 +60,28 @@ TEST_F(LastRunTest, LeavesNothingOpenOfTheRunBeforeIt) {
     write("start", {{"occupancy", 0}});
     cross("in", 1);
     write("start", {{"occupancy", 0}});
+    write("period", {{"offset", 0}});
+    cross("in", 1);
     const LastRun run = next();
-    EXPECT_TRUE(run.openPeriod.empty());
-    EXPECT_EQ(run.occupancy, 0);
+    EXPECT_EQ(run.openPeriod, (std::map<Key, int64_t>{{{2, "in", "Person"}, 1}}));
+    EXPECT_EQ(run.occupancy, 1) << "a whole period long nobody has missed them";
+}
+
+TEST_F(LastRunTest, HasWhatWasBeforeARunTooShortForAPeriod) {
+    write("start", {{"occupancy", 0}});
+    cross("in", 16);
+    write("start", {{"occupancy", 0}});
+    cross("in", 1);
+    EXPECT_EQ(next().occupancy, 17);
+    write("start", {{"occupancy", 0}});
+    const LastRun run = next();
+    EXPECT_EQ(run.occupancy, 17);
+    EXPECT_EQ(run.openPeriod, (std::map<Key, int64_t>{{{2, "in", "Person"}, 2}}));
+    write("start", {{"occupancy", 17}});
+    EXPECT_EQ(next().occupancy, 17) << "it went on with them";
+    write("start", {{"occupancy", 0}});
+    write("corrected", {{"from", 0}, {"to", 3}});
+    EXPECT_EQ(next().occupancy, 3);
 }
 
 TEST_F(LastRunTest, IsReadAcrossDays) {

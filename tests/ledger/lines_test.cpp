@@ -77,6 +77,21 @@ TEST_F(LinesOfATime, AreFoundWhereverTheClockWasSet) {
     EXPECT_EQ(numbersOf(chunksOf(m_book, never), never), std::vector<int64_t>());
 }
 
+TEST_F(LinesOfATime, GoOnBehindWhatIsNoLine) {
+    // As much as is read at once ends with it.
+    m_now = {*ledger::utcOf("2026-11-22T10:00:00.000Z"), "", 0};
+    m_book.append("object", {{"path", std::string((1 << 20) - 300, 'x')}});
+    const std::string name = m_disk.list().at(0);
+    m_disk.append(name, std::string(99, '?') + "\n");
+    // Near the end it would be cut off at the next start.
+    for (int i = 0; i < 9; ++i) {
+        m_book.append("object", {{"path", std::string(1 << 19, 'x')}});
+    }
+    ledger::Ledger again(m_disk, {int64_t{1} << 30, [this] { return m_now; }, [] { return std::string("epoch"); }});
+    again.open();
+    EXPECT_EQ(numbersOf(chunksOf(again, {}), {}), (std::vector<int64_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+}
+
 TEST_F(LinesOfATime, AreThoseOfTheNextDayThatTellOfThisOne) {
     add("2026-11-22T23:59:00.000Z");
     add("2026-11-23T00:14:59.999Z");

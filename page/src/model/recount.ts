@@ -10,6 +10,8 @@ export interface Recounted {
   isYesterday: boolean;
   drawn: Map<number, Passed>;
   recorded: Map<number, Passed>;
+  /** Of the recorded ones, those of which no way is left to count again. */
+  withoutWay: number;
 }
 
 /** From one question to the next: who drags a line asks without an end. */
@@ -56,14 +58,15 @@ export function yesterday(now: Date): string {
 interface Answer {
   counts: CountRow[];
   recorded: CountRow[];
+  without_path: number;
 }
 
 async function askCamera(settings: string): Promise<Recounted> {
   for (const isYesterday of [true, false]) {
     const span = isYesterday ? yesterday(new Date()) : '';
-    const { counts, recorded } = (await askCounted(`recount${span}`, settings)) as Answer;
+    const { counts, recorded, without_path } = (await askCounted(`recount${span}`, settings)) as Answer;
     if (!isYesterday || counts.length + recorded.length > 0)
-      return { isYesterday, drawn: readPassed(counts), recorded: readPassed(recorded) };
+      return { isYesterday, drawn: readPassed(counts), recorded: readPassed(recorded), withoutWay: without_path };
   }
   throw new Error('unreachable');
 }

@@ -245,6 +245,7 @@ function Recounted({ number }: { number: number }) {
   return (
     <p class="recount" data-testid="recount" aria-busy={isAsking}>
       {words}
+      {result && result.withoutWay > 0 && <> {t.withoutWay(result.withoutWay)}</>}
       {result && isAsking && <span class="muted"> …</span>}
     </p>
   );

@@ -190,6 +190,8 @@ export const english = {
     recountNothing: 'Nobody has crossed an entrance since yesterday: there is nothing to compare with yet.',
     recounted: (entrance: string, isYesterday: boolean, drawn: Passed, recorded: Passed) =>
       `${entrance} with this line ${isYesterday ? 'yesterday' : 'in the last 24 hours'}: ${drawn.cameIn} in, ${drawn.wentOut} out (as it is: ${recorded.cameIn}, ${recorded.wentOut}).`,
+    withoutWay: (count: number) =>
+      `Of ${plural(count, 'passage', 'passages')} the camera no longer knows the way: only the count as it is has them.`,
     advice: 'Where to count well',
     advices: [
       'Draw no detection area over an entrance’s edge: with something in both, an object that is missed in a single picture is forgotten, and its passage with it.',

@@ -236,7 +236,7 @@ describe.skipIf(isMissing)('Areas', () => {
           }));
         return route.fulfill({
           contentType: 'application/json',
-          body: JSON.stringify({ counts: told(131 + asked.length, 128), recorded: told(140, 129) }),
+          body: JSON.stringify({ counts: told(131 + asked.length, 128), recorded: told(140, 129), without_path: 0 }),
         });
       });
     });

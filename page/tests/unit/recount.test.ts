@@ -70,7 +70,9 @@ test('yesterday is a day of the camera, the last of February too', () => {
 });
 
 test('sums of all classes are told beside those that were recorded', async () => {
-  answers = [told({ counts: [row('in', 3), row('in', 2, 'Car'), row('out', 1)], recorded: [row('in', 9)] })];
+  answers = [
+    told({ counts: [row('in', 3), row('in', 2, 'Car'), row('out', 1)], recorded: [row('in', 9)], without_path: 3 }),
+  ];
   void store.want('{"a":1}');
   await later(0);
   expect(asked[0].address.searchParams.get('action')).toBe('recount');
@@ -80,11 +82,15 @@ test('sums of all classes are told beside those that were recorded', async () =>
     isYesterday: true,
     drawn: new Map([[1, { cameIn: 5, wentOut: 1 }]]),
     recorded: new Map([[1, { cameIn: 9, wentOut: 0 }]]),
+    withoutWay: 3,
   });
 });
 
 test('where nobody came yesterday the last day and night are told', async () => {
-  answers = [told({ counts: [], recorded: [] }), told({ counts: [row('out', 1)], recorded: [] })];
+  answers = [
+    told({ counts: [], recorded: [], without_path: 0 }),
+    told({ counts: [row('out', 1)], recorded: [], without_path: 0 }),
+  ];
   void store.want('{}');
   await later(0);
   expect(asked.map(({ address }) => address.searchParams.get('from'))).toEqual(['2026-02-28', null]);
@@ -95,7 +101,7 @@ test('while a line is dragged one question is open, and the newest is answered a
   let release = (_: Response) => {};
   answers = [
     () => new Promise<Response>((resolve) => (release = resolve)),
-    told({ counts: [row('in', 8)], recorded: [] }),
+    told({ counts: [row('in', 8)], recorded: [], without_path: 0 }),
   ];
   void store.want('1');
   await later(0);
@@ -103,7 +109,7 @@ test('while a line is dragged one question is open, and the newest is answered a
   void store.want('3');
   await later(5000);
   expect(asked).toHaveLength(1);
-  release(told({ counts: [row('in', 7)], recorded: [] })());
+  release(told({ counts: [row('in', 7)], recorded: [], without_path: 0 })());
   await later(0);
   expect(store.result!.drawn.get(1)!.cameIn).toBe(7);
   expect(store.isAsking).toBe(true);
@@ -117,7 +123,7 @@ test('while a line is dragged one question is open, and the newest is answered a
 });
 
 test('a camera that does not count leaves nothing of before standing', async () => {
-  answers = [told({ counts: [row('in', 7)], recorded: [] }), () => new Response('', { status: 503 })];
+  answers = [told({ counts: [row('in', 7)], recorded: [], without_path: 0 }), () => new Response('', { status: 503 })];
   void store.want('1');
   await later(1000);
   void store.want('2');
