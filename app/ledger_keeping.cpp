@@ -100,9 +100,13 @@ LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version
     m_thread = std::thread([this] { run(); });
 }
 
-LedgerKeeping::~LedgerKeeping() {
+void LedgerKeeping::finish() {
     m_recorder.finish(m_clock.now(), m_occupancy);
     write("stop", {{"reason", "stopped in order"}, {"occupancy", m_occupancy}});
+}
+
+LedgerKeeping::~LedgerKeeping() {
+    finish();
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_isEnding = true;

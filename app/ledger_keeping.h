@@ -46,7 +46,7 @@ public:
     LedgerKeeping(LedgerSettings settings, const std::string& version, uint32_t settingsNumber,
                   ledger::ObjectPath::SideOf sideOf);
 
-    /** Writes what is open and the line of an orderly stop, and syncs. */
+    /** Finishes, and syncs. */
     ~LedgerKeeping() override;
 
     LedgerKeeping(const LedgerKeeping&) = delete;
@@ -60,6 +60,12 @@ public:
 
     /** A period that is over. The analysis thread. */
     void addPeriod(const EndedPeriod& period);
+
+    /**
+     * Writes what is open and the line of an orderly stop: the last there is to write, and done by the destructor where
+     * there is time for that. The analysis thread.
+     */
+    void finish();
 
     /** A line of another kind. Any thread. A disk that refuses it is logged once a minute. */
     void write(const std::string& kind, const nlohmann::ordered_json& body) override;

@@ -68,6 +68,9 @@ void Application::stopWebService() {
     }
     // A client that neither sends nor reads must not keep the process; what it waits for cannot be torn down under it.
     applicationLog().warning("stopWebService: a request is still being served; ending without it");
+    if (m_Ledger) {
+        m_Ledger->finish();
+    }
     logMemoryUsage("Ending Ostrel Senvo");
     applicationLog().close();
     std::_Exit(EXIT_SUCCESS);

@@ -271,10 +271,12 @@ bool Ledger::dropObjects(const LedgerFile& file) {
         return false;
     }
     const MutexLock lock(m_mutex);
-    LedgerFile* const rewritten = known(file.name);
-    rewritten->bytes = static_cast<int64_t>(kept.size());
-    rewritten->hasObjects = false;
-    ++rewritten->version;
+    LedgerFile* const here = known(file.name);
+    here->hasObjects = false;
+    if (first != 0) {
+        here->bytes = static_cast<int64_t>(kept.size());
+        ++here->version;
+    }
     return true;
 }
 

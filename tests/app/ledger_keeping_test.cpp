@@ -16,6 +16,7 @@
 #include "scripted_process.h"
 #include "slow_build.h"
 #include "test_clock.h"
+#include "unique_fd.h"
 
 /* The ledger of a running application, and of one that was killed. */
 
@@ -174,6 +175,18 @@ TEST_F(LedgerOfAskedProcess, CorrectsTheOccupancyAndTellsOfItAfterAKill) {
     EXPECT_GE(before()["occupancy"], 16);
     EXPECT_GE(before()["gap"], 0);
     EXPECT_EQ(linesOf("start").back()["occupancy"], 0) << "it begins with nobody";
+}
+
+TEST_F(LedgerOfAskedProcess, HasItsEndWhileAClientHangs) {
+    start();
+    const UniqueFd hanging(m_process.service().stay(FastCgiClient::beginning()));
+    ::kill(m_child->pid(), SIGTERM);
+    EXPECT_EQ(m_child->wait(-1), 0);
+    start();
+    EXPECT_EQ(before()["ended"], "stopped in order");
+    EXPECT_EQ(linesOf("stop").size(), 1U);
+    const std::string log = readFile(m_process.folder() / "localdata/SenvoLog.txt");
+    EXPECT_NE(log.find("a request is still being served"), std::string::npos) << log;
 }
 
 TEST_F(LedgerOfAskedProcess, GoesOnWithTheOccupancyWhenToldTo) {

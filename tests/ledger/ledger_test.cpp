@@ -249,6 +249,24 @@ TEST(Ledger, RemovesObjectsBeforeAllElseAndSaysSo) {
     EXPECT_EQ(unexplainedGaps(machine.ledger()), "");
 }
 
+TEST(Ledger, LeavesFilesAsTheyAreThatHoldNoObjects) {
+    FailingPower disk(1);
+    Machine machine(disk, 2'000);
+    for (int day = 0; day < 6; ++day) {
+        for (int line = 0; line < 5; ++line) {
+            machine.add();
+        }
+        machine.now.utcMillis += kDay;
+    }
+    EXPECT_TRUE(machine.ledger().keep());
+    const std::vector<LedgerFile> files = machine.ledger().files();
+    ASSERT_GT(files.size(), 1U);
+    EXPECT_GT(files.front().firstSeq, 1) << "the oldest have gone";
+    for (const LedgerFile& file : files) {
+        EXPECT_EQ(file.version, 0) << file.name << ": its index stays good";
+    }
+}
+
 TEST(Ledger, HandsOutWholeLinesFromAnyNumberOn) {
     FailingPower disk(1);
     Machine machine(disk);

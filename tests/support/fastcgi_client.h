@@ -62,6 +62,13 @@ public:
         close(connection);
     }
 
+    /** Sends these bytes and stays; the caller closes the connection. */
+    int stay(const std::string& bytes) const {
+        const int connection = connectTo();
+        send(connection, bytes);
+        return connection;
+    }
+
     /** The beginning of a request that promises more. */
     static std::string beginning() { return record(kBegin, std::string("\0\1\0\0\0\0\0\0", 8)); }
 
