@@ -10,6 +10,7 @@
 #include "check.h"
 #include "counts.h"
 #include "index.h"
+#include "ledger_schema.h"
 #include "lines.h"
 #include "occupancy_records.h"
 #include "recount.h"
@@ -84,8 +85,10 @@ private:
 
     void read() {
         std::string epoch;
+        std::string all;
         inquiry::visitLines(inquiry::chunksOf(*m_disk, {}), [&](const ledger::LineHead& head, std::string_view text) {
             const json line = ledger::parseLine(text);
+            all += std::string(text) + '\n';
             ++m_told.lines;
             // What a start says of its clock is no step of it.
             m_told.kinds[head.kind] += head.kind != "clock" || line.contains("before") ? 1 : 0;
@@ -101,6 +104,9 @@ private:
             }
             return true;
         });
+        if (const std::string faults = schemaFaults(all); !faults.empty()) {
+            blame("the schema has something against " + faults);
+        }
         std::string kinds;
         for (const auto& [kind, count] : m_told.kinds) {
             kinds += (kinds.empty() ? "" : ", ") + std::to_string(count) + " " + kind;
