@@ -41,7 +41,7 @@ std::optional<ledger::LineHead> lastHeadIn(std::string_view lines) {
         lines.remove_suffix(1);
         const size_t before = lines.rfind('\n');
         const size_t begin = before == std::string_view::npos ? 0 : before + 1;
-        if (const auto head = ledger::headOf(lines.substr(begin))) {
+        if (auto head = ledger::headOf(lines.substr(begin))) {
             return head;
         }
         lines = lines.substr(0, begin);
