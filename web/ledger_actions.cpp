@@ -183,7 +183,7 @@ LedgerAnswer getHeat(LedgerAccess& access, const QueryPairs& query) {
 
 LedgerAnswer getWhy(LedgerAccess& access, const LedgerQuestion& question) {
     const inquiry::Span span = spanOf(question.query);
-    // What is asked about is held in memory.
+    // Every line of the time is read, and all ways near its entrances are measured.
     if (span.until - span.from > kLongestDay) {
         throw std::invalid_argument("expected a day at most, got " + ledger::utcText(span.from) + " to " +
                                     ledger::utcText(span.until));

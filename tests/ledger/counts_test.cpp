@@ -321,15 +321,18 @@ TEST(LedgerCounts, KnowZonesByTheirNamesOnly) {
     }
 }
 
+/** What a question is refused with; empty where it is not. */
+template <typename Question>
+std::string refusal(const Question& question) {
+    try {
+        question();
+    } catch (const std::invalid_argument& error) {
+        return error.what();
+    }
+    return "";
+}
+
 TEST(LedgerCounts, AreOfTheYearsThatACalendarHas) {
-    const auto refusal = [](const auto& question) {
-        try {
-            question();
-        } catch (const std::invalid_argument& error) {
-            return std::string(error.what());
-        }
-        return std::string();
-    };
     for (const std::string moment : {"0001-01-01T00:00:00+14:00", "9999-12-31T23:00:00-14:00"}) {
         EXPECT_EQ(refusal([&] { momentOf(moment, "UTC"); }),
                   "expected a time such as 2026-11-22 or 2026-11-22T07:00:00Z, got \"" + moment + "\"");
@@ -356,14 +359,6 @@ TEST(LedgerCounts, AreOfTheYearsThatACalendarHas) {
 
 TEST(LedgerCounts, SaysWhatIsWrongWithAQuestion) {
     Book book;
-    const auto refusal = [](const auto& question) {
-        try {
-            question();
-        } catch (const std::invalid_argument& error) {
-            return std::string(error.what());
-        }
-        return std::string();
-    };
     EXPECT_EQ(refusal([] { stepOf("minute"); }),
               "expected a step of quarter, hour, day, week, month or year, got \"minute\"");
     EXPECT_EQ(refusal([] { countsByOf("entrance,colour"); }),
