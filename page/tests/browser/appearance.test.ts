@@ -79,18 +79,17 @@ async function unfold(page: Page, tab: (typeof tabs)[number]): Promise<void> {
   }
 }
 
-/** Takes the whole page, with its bars once and nothing behind them, and tells what is wrong with it. */
-async function picture(page: Page, name: string): Promise<string[]> {
+/** Does something before the whole page, with its bars once and nothing behind them: what is half behind one is no fault. */
+async function whole<T>(page: Page, task: () => Promise<T>): Promise<T> {
   const size = page.viewportSize()!;
   const height = await page.evaluate(() => {
     scrollTo(0, 0);
     return document.documentElement.scrollHeight;
   });
   await page.setViewportSize({ width: size.width, height: Math.max(size.height, height) });
-  await page.screenshot({ path: join(screenshots, `${name}.png`) });
-  const found = await violations(page);
+  const result = await task();
   await page.setViewportSize(size);
-  return found;
+  return result;
 }
 
 describe.skipIf(isMissing)('Appearance', () => {
@@ -106,17 +105,20 @@ describe.skipIf(isMissing)('Appearance', () => {
         () => document.documentElement.scrollWidth - document.documentElement.clientWidth,
       );
       if (wide > 0) found.push(`${tab} is ${wide} pixels too wide`);
-      found.push(...(await picture(page, `${tab}-${device}-${scheme}`)).map((violation) => `${tab}: ${violation}`));
+      await whole(page, async () => {
+        await page.screenshot({ path: join(screenshots, `${tab}-${device}-${scheme}.png`) });
+        found.push(...(await violations(page)).map((violation) => `${tab}: ${violation}`));
+      });
     }
-    expect(found).toEqual([]);
+    expect(found, found.join('\n')).toEqual([]);
   });
 
   test.each(looks)('questions, errors and warnings are clean, too: %s, %s', async (device, scheme) => {
     const page = await opened('live', { viewport: devices[device], colorScheme: scheme, hasTouch: device === 'phone' });
     const found: string[] = [];
     const look = async (what: string) => {
-      found.push(...(await violations(page)).map((violation) => `${what}: ${violation}`));
       await page.screenshot({ path: join(screenshots, `${what}-${device}-${scheme}.png`) });
+      found.push(...(await whole(page, () => violations(page))).map((violation) => `${what}: ${violation}`));
     };
     const go = (tab: string) => page.evaluate((name) => (location.hash = `#/${name}`), tab);
     await page.getByRole('button', { name: 'Reset the building' }).click();
@@ -183,7 +185,7 @@ describe.skipIf(isMissing)('Appearance', () => {
     await go('live');
     await page.locator('.no-picture').waitFor();
     await look('restarting');
-    expect(found).toEqual([]);
+    expect(found, found.join('\n')).toEqual([]);
   });
 
   test.each(looks)('charts of every kind are clean: %s, %s', async (device, scheme) => {
@@ -212,11 +214,11 @@ describe.skipIf(isMissing)('Appearance', () => {
       await page.getByLabel('By', { exact: true }).selectOption(split);
       await page.getByLabel('Over', { exact: true }).selectOption(span);
       await page.locator('.chart canvas').waitFor();
-      found.push(...(await violations(page)).map((violation) => `${name}: ${violation}`));
+      found.push(...(await whole(page, () => violations(page))).map((violation) => `${name}: ${violation}`));
       await page.locator('.chart').scrollIntoViewIfNeeded();
       await page.screenshot({ path: join(screenshots, `chart-${name}-${device}-${scheme}.png`) });
     }
-    expect(found).toEqual([]);
+    expect(found, found.join('\n')).toEqual([]);
   });
 
   test('what has the focus is not hidden behind the bars', async () => {
