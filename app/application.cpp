@@ -1,6 +1,8 @@
 #include "application.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <sys/sysinfo.h>
 #include <syslog.h>
@@ -292,14 +294,16 @@ void Application::writeSettings(const ConfigParams& before, const std::string& u
 }
 
 void Application::correctOccupancy(int32_t to, const std::string& user, const std::string& remark) {
-    m_BetweenCycles.post([this, to, user, remark] {
-        if (m_Ledger) {
-            m_Ledger->write("corrected",
-                            {{"user", user}, {"from", m_Occupancy.get_count()}, {"to", to}, {"remark", remark}});
-        }
-        m_Occupancy.init(to);
-        m_Metrics.occupancyCount = to;
-    });
+    m_BetweenCycles.post([this, to, user, remark] { setOccupancy(to, user, remark); });
+}
+
+void Application::setOccupancy(int32_t to, const std::string& user, const std::string& remark) {
+    if (m_Ledger) {
+        m_Ledger->write("corrected",
+                        {{"user", user}, {"from", m_Occupancy.get_count()}, {"to", to}, {"remark", remark}});
+    }
+    m_Occupancy.init(to);
+    m_Metrics.occupancyCount = to;
 }
 
 /** Ends the process at once; the ledger says why. */
@@ -352,7 +356,11 @@ int Application::do_one_analysis() {
     }
     m_Processing->update_aoi_and_occupancy_metrics();
     if (m_Ledger) {
-        m_Ledger->add(m_Processing->findings(), pictureSize(), m_Occupancy.get_count(), m_Status == STATUS_SLOW);
+        const int32_t now = m_Occupancy.get_count();
+        if (const int32_t kept = m_Ledger->add(m_Processing->findings(), pictureSize(), now, m_Status == STATUS_SLOW)) {
+            setOccupancy(std::min(now, std::numeric_limits<int32_t>::max() - kept) + kept, "",
+                         "kept from the run before");
+        }
     }
     m_OccupancyManager.add(m_Processing->findings(), {m_Config.cameraInfo, *m_Events, m_Followers, m_LeaderMetrics});
     if (m_Overlay) {

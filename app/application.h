@@ -127,6 +127,7 @@ private:
     void writeReset(const char* by, const std::string& user, int from);
     void writeSettings(const ConfigParams& before, const std::string& user);
     void correctOccupancy(int32_t to, const std::string& user, const std::string& remark);
+    void setOccupancy(int32_t to, const std::string& user, const std::string& remark);
     [[noreturn]] void die(const std::string& reason);
     ledger::PictureSize pictureSize() const;
     void storeAreas();

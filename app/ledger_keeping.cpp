@@ -75,20 +75,25 @@ LedgerSettings LedgerSettings::fromEnvironment() {
 }
 
 LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version, uint32_t settingsNumber,
-                             ledger::ObjectPath::SideOf sideOf)
+                             ledger::ObjectPath::SideOf sideOf, ledger::ClockSources clock)
     : m_settings(std::move(settings)),
+      m_clock(std::move(clock)),
       m_disk(ledger::openFolder(m_settings.folder)),
       m_book(*m_disk, {m_settings.mostBytes, [this] { return m_clock.moment(); }, randomEpoch}),
       m_index(*m_disk, m_book),
+      m_begin(m_clock.now()),
       m_recorder([this](const std::string& kind, const ordered_json& body) { write(kind, body); }, std::move(sideOf)),
-      m_periodBegin(m_clock.now()) {
+      m_periodBegin(m_begin) {
     if (const std::string dropped = m_book.open(); !dropped.empty()) {
         applicationLog().warning("LedgerKeeping: mended the ledger, dropping " + dropped);
     }
-    m_lastRun = ledger::lastRunOf(*m_disk, m_book.files(), m_clock.now(), m_clock.boot());
-    m_occupancy = firstOccupancy();
-    ordered_json start = {
-        {"version", version}, {"settings", settingsNumber}, {"last_run", m_lastRun.ending}, {"occupancy", m_occupancy}};
+    m_lastRun = ledger::lastRunOf(*m_disk, m_book.files(), m_begin, m_clock.boot());
+    m_firstOccupancy = keptOccupancy();
+    m_occupancy = m_firstOccupancy;
+    ordered_json start = {{"version", version},
+                          {"settings", settingsNumber},
+                          {"last_run", m_lastRun.ending},
+                          {"occupancy", m_firstOccupancy}};
     if (m_clock.now().isDated) {
         start["boot"] = m_clock.boot();  // else the line begins with it
     }
@@ -102,7 +107,7 @@ LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version
 
 void LedgerKeeping::finish() {
     m_recorder.finish(m_clock.now(), m_occupancy);
-    write("stop", {{"reason", "stopped in order"}, {"occupancy", m_occupancy}});
+    write("stop", {{"reason", "stopped in order"}, {"occupancy", m_occupancy.load()}});
 }
 
 LedgerKeeping::~LedgerKeeping() {
@@ -115,20 +120,34 @@ LedgerKeeping::~LedgerKeeping() {
     m_thread.join();
 }
 
-int32_t LedgerKeeping::firstOccupancy() const {
+bool LedgerKeeping::learnGap() {
+    const ledger::Instant now = m_clock.now();
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_lastRun.gapMillis || !m_lastRun.lastLine || !m_lastRun.lastLine->isDated() || !now.isDated) {
+        return false;
+    }
+    m_lastRun.gapMillis = m_begin.monoMillis + now.utcOffset - m_lastRun.lastLine->utcMillis;
+    return true;
+}
+
+int32_t LedgerKeeping::keptOccupancy() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
     const int64_t most = int64_t{1000} * m_settings.keepOccupancySeconds;
     const bool isKept =
         m_lastRun.occupancy && m_lastRun.gapMillis && *m_lastRun.gapMillis >= 0 && *m_lastRun.gapMillis < most;
     return isKept ? static_cast<int32_t>(*m_lastRun.occupancy) : 0;
 }
 
-void LedgerKeeping::add(const std::vector<one_find>& findings, ledger::PictureSize picture, int32_t occupancy,
-                        bool isSlow) {
+int32_t LedgerKeeping::add(const std::vector<one_find>& findings, ledger::PictureSize picture, int32_t occupancy,
+                           bool isSlow) {
+    int32_t kept = 0;
     if (const std::optional<ordered_json> change = m_clock.look()) {
         write("clock", *change);
+        kept = learnGap() && !m_isSet ? keptOccupancy() : 0;
     }
     m_occupancy = occupancy;
     m_recorder.add({findings, picture, m_clock.now(), occupancy, isSlow});
+    return kept;
 }
 
 void LedgerKeeping::addFailure() {
@@ -159,6 +178,11 @@ void LedgerKeeping::addPeriod(const EndedPeriod& period) {
 }
 
 void LedgerKeeping::write(const std::string& kind, const ordered_json& body) {
+    if (kind == "reset" || kind == "corrected") {
+        const auto to = body.find("to");
+        m_occupancy = to == body.end() ? 0 : to->get<int32_t>();
+        m_isSet = true;
+    }
     if (!m_book.append(kind, body)) {
         complain("write to");
     }
@@ -202,6 +226,11 @@ void LedgerKeeping::run() {
         }
         m_index.save();
     }
+}
+
+ledger::LastRun LedgerKeeping::lastRun() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lastRun;
 }
 
 void LedgerKeeping::makeSafe() {

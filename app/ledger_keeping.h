@@ -44,7 +44,7 @@ public:
      * that of the settings in force. sideOf: which areas and entrances a point is in; called by the analysis.
      */
     LedgerKeeping(LedgerSettings settings, const std::string& version, uint32_t settingsNumber,
-                  ledger::ObjectPath::SideOf sideOf);
+                  ledger::ObjectPath::SideOf sideOf, ledger::ClockSources clock = {});
 
     /** Finishes, and syncs. */
     ~LedgerKeeping() override;
@@ -52,8 +52,11 @@ public:
     LedgerKeeping(const LedgerKeeping&) = delete;
     LedgerKeeping& operator=(const LedgerKeeping&) = delete;
 
-    /** A successful cycle. The analysis thread. */
-    void add(const std::vector<one_find>& findings, ledger::PictureSize picture, int32_t occupancy, bool isSlow);
+    /**
+     * A successful cycle. Returns how many of the run before are inside besides: those that are kept, in the cycle in
+     * which a clock that was not known at the start tells how long ago that run was; otherwise 0. The analysis thread.
+     */
+    int32_t add(const std::vector<one_find>& findings, ledger::PictureSize picture, int32_t occupancy, bool isSlow);
 
     /** A cycle whose model failed. The analysis thread. */
     void addFailure();
@@ -70,11 +73,11 @@ public:
     /** A line of another kind. Any thread. A disk that refuses it is logged once a minute. */
     void write(const std::string& kind, const nlohmann::ordered_json& body) override;
 
-    /** The occupancy that this run begins with: nobody, or that of the run before when it is kept. */
-    [[nodiscard]] int32_t firstOccupancy() const;
+    /** The occupancy that this run began with: nobody, or that of the run before when it is kept. */
+    [[nodiscard]] int32_t firstOccupancy() const { return m_firstOccupancy; }
 
     // For requests; any thread but the analysis's.
-    [[nodiscard]] const ledger::LastRun& lastRun() const override { return m_lastRun; }
+    [[nodiscard]] ledger::LastRun lastRun() const override;
     [[nodiscard]] const ledger::Ledger& book() const override { return m_book; }
     void makeSafe() override;
     ledger::Index& index() override { return m_index; }
@@ -83,6 +86,8 @@ public:
 
 private:
     void run();
+    bool learnGap();
+    int32_t keptOccupancy();
     void complain(const char* what);
 
     const LedgerSettings m_settings;
@@ -90,13 +95,16 @@ private:
     const std::unique_ptr<ledger::Disk> m_disk;
     ledger::Ledger m_book;
     ledger::Index m_index;
-    ledger::LastRun m_lastRun; /**< constant once constructed */
+    const ledger::Instant m_begin; /**< of this run */
     ledger::Recorder m_recorder;
-    int32_t m_occupancy = 0;              /**< after the last cycle */
+    int32_t m_firstOccupancy = 0;
+    std::atomic<int32_t> m_occupancy = 0; /**< after the last cycle, or as somebody set it since */
+    std::atomic<bool> m_isSet = false;    /**< by somebody, since the start */
     ledger::Instant m_periodBegin;        /**< of the period that goes on */
     int64_t m_watchedBefore = 0;          /**< milliseconds watched before it began */
     std::atomic<int64_t> m_nextError = 0; /**< steady second in which a refused line may be logged again */
-    std::mutex m_mutex;                   /**< guards the four below */
+    mutable std::mutex m_mutex;           /**< guards the five below */
+    ledger::LastRun m_lastRun;
     bool m_isEnding = false;
     bool m_isHurried = false; /**< somebody waits for a sync */
     int64_t m_begun = 0;      /**< syncs that were begun */

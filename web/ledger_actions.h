@@ -25,7 +25,7 @@ public:
     virtual void makeSafe() = 0;
 
     /** The run before this one. */
-    [[nodiscard]] virtual const ledger::LastRun& lastRun() const = 0;
+    [[nodiscard]] virtual ledger::LastRun lastRun() const = 0;
 
     /** The index, as far as it has come. */
     virtual ledger::Index& index() = 0;

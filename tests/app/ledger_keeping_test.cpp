@@ -394,6 +394,90 @@ TEST_F(LedgerKeepingTest, AnswersQuestionsAndCountsAgainWhileItIsWritten) {
     EXPECT_EQ(crossings, kWalkers);
 }
 
+/** A machine whose clock was lost with its power: it learns the time from others. */
+class LedgerAfterAPowerCut : public LedgerKeepingTest {
+protected:
+    static constexpr int64_t kNoon = 1'800'000'000'000;
+
+    ledger::ClockSources sources(const char* boot) {
+        ledger::ClockSources sources;
+        sources.boot = boot;
+        sources.monoMillis = [this] { return m_mono; };
+        sources.wallMicros = [this] { return (m_zero + m_mono) * 1000; };
+        sources.isSynchronised = [this] { return m_isSynchronised; };
+        return sources;
+    }
+    std::unique_ptr<LedgerKeeping> start(const char* boot, int32_t keepSeconds) {
+        LedgerSettings kept = settings();
+        kept.keepOccupancySeconds = keepSeconds;
+        return std::make_unique<LedgerKeeping>(kept, "1", 0, nowhere, sources(boot));
+    }
+    /** A run that ends at noon with 16 inside, and another one `gapSeconds` later, which knows no time. */
+    std::unique_ptr<LedgerKeeping> startLater(int64_t gapSeconds) {
+        m_zero = kNoon - 5'000'000;
+        m_mono = 5'000'000;
+        m_isSynchronised = true;
+        auto before = start("first", 0);
+        before->add({}, {640, 360}, 16, false);
+        before.reset();
+        m_mono = 20'000;
+        m_noon = kNoon + 1000 * gapSeconds - m_mono;  // what the machine's start was in truth
+        m_zero = 0;
+        m_isSynchronised = false;
+        return start("second", 600);
+    }
+    /** From now on the time is known. */
+    void synchronise() {
+        m_zero = m_noon;
+        m_isSynchronised = true;
+    }
+
+    int64_t m_mono = 0;
+    int64_t m_zero = 0;
+    int64_t m_noon = 0;
+    bool m_isSynchronised = true;
+};
+
+TEST_F(LedgerAfterAPowerCut, GoesOnWithTheOccupancyOnceTheClockTellsHowLongAgoThatWas) {
+    struct Case {
+        int64_t gapSeconds;
+        int32_t expected;
+        const char* setBy;
+    };
+    for (const auto& [gapSeconds, expected, setBy] :
+         {Case{599, 16, ""}, Case{600, 0, ""}, Case{-1, 0, ""}, Case{120, 0, "reset"}, Case{120, 0, "corrected"}}) {
+        SCOPED_TRACE(std::to_string(gapSeconds) + setBy);
+        std::filesystem::remove_all(settings().folder);
+        const std::unique_ptr<LedgerKeeping> keeping = startLater(gapSeconds);
+        EXPECT_EQ(keeping->firstOccupancy(), 0);
+        EXPECT_EQ(keeping->lastRun().gapMillis, std::nullopt);
+        EXPECT_EQ(keeping->add({}, {640, 360}, 2, false), 0) << "it does not know yet";
+        if (*setBy != '\0') {
+            keeping->write(setBy, {{"to", 3}});
+        }
+        m_mono += 90'000;
+        synchronise();
+        EXPECT_EQ(keeping->add({}, {640, 360}, 2, false), expected);
+        EXPECT_EQ(keeping->lastRun().gapMillis, 1000 * gapSeconds) << "until the start, not until it was known";
+        EXPECT_EQ(keeping->add({}, {640, 360}, 2, false), 0) << "once";
+    }
+}
+
+TEST_F(LedgerKeepingTest, TellsAtItsEndWhatSomebodySetSinceTheLastCycle) {
+    const auto occupancyAfter = [&](const char* kind) {
+        std::filesystem::remove_all(settings().folder);
+        {
+            LedgerKeeping keeping(settings(), "1", 0, nowhere);
+            keeping.add({}, {640, 360}, 7, false);
+            keeping.write(kind, {{"to", 5}});
+        }
+        return linesIn(settings().folder).back()["occupancy"];
+    };
+    EXPECT_EQ(occupancyAfter("corrected"), 5);
+    EXPECT_EQ(occupancyAfter("reset"), 5);
+    EXPECT_EQ(occupancyAfter("settings"), 7);
+}
+
 TEST_F(LedgerKeepingTest, LogsARefusedLineOnceAMinute) {
     TestClock clock;
     // A file stands where the folder should be.

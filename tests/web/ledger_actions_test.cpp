@@ -31,7 +31,7 @@ public:
 
     [[nodiscard]] const ledger::Ledger& book() const override { return m_book; }
     void makeSafe() override { m_book.keep(); }
-    [[nodiscard]] const ledger::LastRun& lastRun() const override { return before; }
+    [[nodiscard]] ledger::LastRun lastRun() const override { return before; }
     ledger::Index& index() override { return m_index; }
 
     void write(const std::string& kind, const nlohmann::ordered_json& body) override { m_book.append(kind, body); }
