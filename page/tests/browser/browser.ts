@@ -71,7 +71,11 @@ export async function open(
 }
 
 export async function show(page: Page, tab: Tab): Promise<void> {
-  await page.goto(`${building!.url}local/ostrel_senvo/index.html#/${tab}`);
+  // Right after a change of password logins are slowed down.
+  await eventually(
+    async () => (await page.goto(`${building!.url}local/ostrel_senvo/index.html#/${tab}`))?.status(),
+    (status) => status !== 401 && status !== 429,
+  );
   await page.getByRole('heading', { level: 1, name: new RegExp(tab, 'i') }).waitFor();
   await page.waitForFunction(() => !document.querySelector('[data-testid=status]')!.textContent!.includes('Asking'));
 }
