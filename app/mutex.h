@@ -19,6 +19,7 @@
 class SENVO_THREAD_ATTRIBUTE(capability("mutex")) Mutex {
 public:
     void lock() SENVO_THREAD_ATTRIBUTE(acquire_capability()) { m_mutex.lock(); }
+    bool try_lock() SENVO_THREAD_ATTRIBUTE(try_acquire_capability(true)) { return m_mutex.try_lock(); }
     void unlock() SENVO_THREAD_ATTRIBUTE(release_capability()) { m_mutex.unlock(); }
 
 private:
@@ -30,6 +31,8 @@ public:
     explicit MutexLock(Mutex& mutex) SENVO_THREAD_ATTRIBUTE(acquire_capability(mutex)) : m_mutex(mutex) {
         m_mutex.lock();
     }
+    /** Takes over what is locked already. */
+    MutexLock(Mutex& mutex, std::adopt_lock_t) REQUIRES(mutex) : m_mutex(mutex) {}
     ~MutexLock() SENVO_THREAD_ATTRIBUTE(release_capability()) { m_mutex.unlock(); }
     MutexLock(const MutexLock&) = delete;
     MutexLock& operator=(const MutexLock&) = delete;

@@ -72,6 +72,18 @@ void add(Quarters& quarters, int64_t utcMillis, const std::optional<CountKey>& c
 
 bool Index::update(int64_t mostBytes) {
     const MutexLock updating(m_updating);
+    return readAll(mostBytes);
+}
+
+bool Index::updateUnlessBusy(int64_t mostBytes) {
+    if (!m_updating.try_lock()) {
+        return false;
+    }
+    const MutexLock updating(m_updating, std::adopt_lock);
+    return readAll(mostBytes);
+}
+
+bool Index::readAll(int64_t mostBytes) {
     for (const LedgerFile& file : m_book.files()) {
         if (mostBytes <= 0) {
             return false;
@@ -101,9 +113,7 @@ int64_t Index::read(const LedgerFile& file, int64_t mostBytes) {
         part.version = file.version;
         part.isSaved = false;
     }
-    if (part.bytes == 0) {
-        load(file, part);
-    }
+    const int64_t loaded = part.bytes == 0 ? load(file, part) : 0;
     const int64_t before = part.bytes;
     if (part.bytes < file.bytes && mostBytes > 0) {
         forEachLine(m_disk, file, part.bytes, [&](std::string_view line, int64_t at) REQUIRES(m_updating) {
@@ -117,7 +127,7 @@ int64_t Index::read(const LedgerFile& file, int64_t mostBytes) {
         });
         part.isSaved = false;
     }
-    const int64_t taken = part.bytes - before;
+    const int64_t taken = loaded + part.bytes - before;
     const MutexLock lock(m_mutex);
     m_parts[file.firstSeq] = std::move(part);
     return taken;
@@ -174,14 +184,15 @@ void Index::date(const std::string& boot, int64_t offset, Part& part) {
     m_undated.erase(known, m_undated.end());
 }
 
-void Index::load(const LedgerFile& file, Part& part) {
+/** Takes a file's part from the small file, where that fits; returns how many bytes it read. */
+int64_t Index::load(const LedgerFile& file, Part& part) {
     const std::string name = indexName(file);
     const std::optional<int64_t> size = m_disk.size(name);
     const std::optional<std::string> text = size ? m_disk.read(name, 0, *size) : std::nullopt;
     const nlohmann::json saved = text ? nlohmann::json::parse(*text, nullptr, false) : nlohmann::json();
     try {
         if (!saved.is_object() || saved.at("bytes") != file.bytes || saved.at("last_seq") != file.lastSeq) {
-            return;
+            return size.value_or(0);
         }
         Part loaded;
         for (const nlohmann::json& entry : saved.at("quarters")) {
@@ -204,6 +215,7 @@ void Index::load(const LedgerFile& file, Part& part) {
     } catch (const std::exception&) {
         // Made by nobody that we know; the lines tell.
     }
+    return size.value_or(0);
 }
 
 void Index::save() {

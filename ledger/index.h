@@ -47,6 +47,9 @@ public:
     /** Reads what the ledger holds and the index does not yet, up to about so many bytes; true when nothing is left. */
     bool update(int64_t mostBytes) EXCLUDES(m_updating, m_mutex);
 
+    /** The same, but false at once while another thread reads, which may take as long as a slow disk does. */
+    bool updateUnlessBusy(int64_t mostBytes) EXCLUDES(m_updating, m_mutex);
+
     /** Writes the small files that are missing and removes those of files that are gone. */
     void save() EXCLUDES(m_updating, m_mutex);
 
@@ -78,8 +81,9 @@ private:
         int32_t watchedMillis;
     };
 
+    bool readAll(int64_t mostBytes) REQUIRES(m_updating) EXCLUDES(m_mutex);
     int64_t read(const LedgerFile& file, int64_t mostBytes) REQUIRES(m_updating) EXCLUDES(m_mutex);
-    void load(const LedgerFile& file, Part& part);
+    int64_t load(const LedgerFile& file, Part& part);
     void take(std::string_view line, Part& part) REQUIRES(m_updating);
     void date(const std::string& boot, int64_t offset, Part& part) REQUIRES(m_updating);
 

@@ -323,7 +323,7 @@ LedgerAnswer getCounts(LedgerAccess& access, const LedgerQuestion& asked) {
     question.from = from.empty() ? question.until - kMillisPerDay : ledger::momentOf(from, question.zone);
     const ledger::HourOfDay checked(question.zone);
     ledger::Index& index = access.index();
-    if (index.update(kQuickBytes)) {
+    if (index.updateUnlessBusy(kQuickBytes)) {
         const std::optional<int64_t> knownFrom = index.begin();
         if (knownFrom && question.from >= *knownFrom && question.until - question.from <= kQuickSpan) {
             return {"application/json", "", countsAnswer(index, question, {})};
