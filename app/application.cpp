@@ -357,7 +357,8 @@ int Application::do_one_analysis() {
     m_Processing->update_aoi_and_occupancy_metrics();
     if (m_Ledger) {
         const int32_t now = m_Occupancy.get_count();
-        if (const int32_t kept = m_Ledger->add(m_Processing->findings(), pictureSize(), now, m_Status == STATUS_SLOW)) {
+        if (const int32_t kept = m_Ledger->add(m_Processing->findings(), pictureSize(), now, m_Status == STATUS_SLOW,
+                                               m_Detector.get_iteration_time())) {
             setOccupancy(std::min(now, std::numeric_limits<int32_t>::max() - kept) + kept, "",
                          "kept from the run before");
         }

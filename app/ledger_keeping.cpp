@@ -139,14 +139,14 @@ int32_t LedgerKeeping::keptOccupancy() {
 }
 
 int32_t LedgerKeeping::add(const std::vector<one_find>& findings, ledger::PictureSize picture, int32_t occupancy,
-                           bool isSlow) {
+                           bool isSlow, int64_t meantMillis) {
     int32_t kept = 0;
     if (const std::optional<ordered_json> change = m_clock.look()) {
         write("clock", *change);
         kept = learnGap() && !m_isSet ? keptOccupancy() : 0;
     }
     m_occupancy = occupancy;
-    m_recorder.add({findings, picture, m_clock.now(), occupancy, isSlow});
+    m_recorder.add({findings, picture, m_clock.now(), occupancy, isSlow, meantMillis});
     return kept;
 }
 

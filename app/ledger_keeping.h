@@ -53,10 +53,12 @@ public:
     LedgerKeeping& operator=(const LedgerKeeping&) = delete;
 
     /**
-     * A successful cycle. Returns how many of the run before are inside besides: those that are kept, in the cycle in
-     * which a clock that was not known at the start tells how long ago that run was; otherwise 0. The analysis thread.
+     * A successful cycle. meantMillis: from one to the next, as it is set. Returns how many of the run before are
+     * inside besides: those that are kept, in the cycle in which a clock that was not known at the start tells how long
+     * ago that run was; otherwise 0. The analysis thread.
      */
-    int32_t add(const std::vector<one_find>& findings, ledger::PictureSize picture, int32_t occupancy, bool isSlow);
+    int32_t add(const std::vector<one_find>& findings, ledger::PictureSize picture, int32_t occupancy, bool isSlow,
+                int64_t meantMillis = 0);
 
     /** A cycle whose model failed. The analysis thread. */
     void addFailure();

@@ -15,8 +15,9 @@ using nlohmann::ordered_json;
 
 constexpr int64_t kMillisPerMinute = 60'000;
 constexpr size_t kMostPoints = 60;
-// A longer silence between two cycles was not watched.
-constexpr int64_t kLongestCycle = 2'000;
+// A longer silence between two cycles was not watched: of so long, and of so many cycles as they are meant to follow.
+constexpr int64_t kLongestSilence = 2'000;
+constexpr int64_t kSilentCycles = 3;
 
 ordered_json pointJson(t_one_locator at) {
     return ordered_json::array({at.first, at.second});
@@ -62,7 +63,7 @@ void Recorder::add(const SeenCycle& cycle) {
     ++m_cycles;
     m_slow += cycle.isSlow ? 1 : 0;
     const int64_t since = cycle.now.monoMillis - m_lastCycle;
-    if (since <= kLongestCycle) {
+    if (since <= std::max(kLongestSilence, kSilentCycles * cycle.meantMillis)) {
         m_watchedMillis += since;
         m_watchedInAll += since;
     }

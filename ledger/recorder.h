@@ -22,6 +22,7 @@ struct SeenCycle {
     Instant now;
     int32_t occupancy = 0; /**< after the cycle */
     bool isSlow = false;
+    int64_t meantMillis = 0; /**< from one cycle to the next, as it is set; 0: no matter */
 };
 
 /**

@@ -221,6 +221,25 @@ TEST(LedgerRecorder, TellsEachMinuteHowMuchWasWatched) {
               R"({"minute":"2026-11-22T00:00:00.000Z","seconds":39.8,"cycles":400,"slow":0,"failed":1,"occupancy":0})");
 }
 
+TEST(LedgerRecorder, TakesRareCyclesForWatchedWhereTheyAreMeantToBe) {
+    Recording recording;
+    const auto seeAt = [&, begin = recording.now().monoMillis](int64_t second) {
+        recording.now().monoMillis = begin + 1000 * second;
+        recording.recorder().add({{}, kPicture, recording.now(), 0, false, 4'000});
+    };
+    for (int64_t second = 0; second <= 60; second += 4) {
+        seeAt(second);
+    }
+    // Two of them are left out, then three; the one at 125 belongs to the next minute.
+    for (const int64_t second : {72, 85, 125}) {
+        seeAt(second);
+    }
+    const auto watched = recording.of("watched");
+    ASSERT_EQ(watched.size(), 2U);
+    EXPECT_EQ(watched[0]["seconds"], 56);
+    EXPECT_EQ(watched[1]["seconds"], 16);
+}
+
 TEST(LedgerRecorder, TellsTimesOfTheMachineBeforeTheClockIsKnown) {
     Recording recording(false);
     recording.see({found(1, {100, 100})});
