@@ -330,10 +330,12 @@ describe.skipIf(isMissing)('Advanced', () => {
 
   test('the log is shown with levels and a filter, downloaded and cleared', async () => {
     const page = await opened('advanced');
+    // Other tests leave lines, too, and this one may be repeated.
+    const mark = `mark${Date.now()}`;
     for (const [level, entry] of [
-      ['info', 'a quiet line'],
-      ['warning', 'a warning line'],
-      ['error', 'about a fault'],
+      ['info', `a quiet ${mark}`],
+      ['warning', `a warning ${mark}`],
+      ['error', mark.replace('mark', 'fault')],
     ]) {
       expect(
         await post(
@@ -345,8 +347,8 @@ describe.skipIf(isMissing)('Advanced', () => {
     }
     await page.getByRole('button', { name: 'View Log' }).click();
     const lines = page.getByTestId('log').locator('tbody tr');
-    await lines.filter({ hasText: 'a quiet line' }).waitFor();
-    await page.getByLabel('Only lines with').fill('LINE');
+    await lines.filter({ hasText: `a quiet ${mark}` }).waitFor();
+    await page.getByLabel('Only lines with').fill(mark.toUpperCase());
     await eventually(
       () => lines.locator('.message').allTextContents(),
       (texts) => texts.length === 2,
@@ -354,33 +356,33 @@ describe.skipIf(isMissing)('Advanced', () => {
     await page.getByLabel('Warnings').uncheck();
     await eventually(
       () => lines.locator('.message').allTextContents(),
-      (texts) => texts.length === 1 && texts[0] === 'a quiet line',
+      (texts) => texts.length === 1 && texts[0] === `a quiet ${mark}`,
     );
     await page.getByLabel('Warnings').check();
     await page.getByLabel('Information').uncheck();
     await eventually(
       () => lines.locator('.message').allTextContents(),
-      (texts) => texts.length === 1 && texts[0] === 'a warning line',
+      (texts) => texts.length === 1 && texts[0] === `a warning ${mark}`,
     );
     await page.getByLabel('Information').check();
-    await page.getByLabel('Only lines with').fill('a fault');
-    await lines.filter({ hasText: 'about a fault' }).waitFor();
+    await page.getByLabel('Only lines with').fill(mark.replace('mark', 'FAULT'));
+    await lines.filter({ hasText: mark.replace('mark', 'fault') }).waitFor();
     await page.getByLabel('Errors').uncheck();
     await page.getByText('No lines.').waitFor();
     await page.getByLabel('Errors').check();
-    await page.getByLabel('Only lines with').fill('LINE');
+    await page.getByLabel('Only lines with').fill(mark.toUpperCase());
     await post(
       page,
       'post_submit_log',
-      '<root><log_severity>info</log_severity><log_entry>a later line</log_entry></root>',
+      `<root><log_severity>info</log_severity><log_entry>a later ${mark}</log_entry></root>`,
     );
-    expect(await lines.filter({ hasText: 'a later line' }).count()).toBe(0);
+    expect(await lines.filter({ hasText: `a later ${mark}` }).count()).toBe(0);
     await page.getByRole('button', { name: 'Read again' }).click();
-    await lines.filter({ hasText: 'a later line' }).waitFor();
+    await lines.filter({ hasText: `a later ${mark}` }).waitFor();
     await page.getByRole('button', { name: 'Hide log' }).click();
     expect(await page.getByTestId('log').count()).toBe(0);
     await page.getByRole('button', { name: 'View Log' }).click();
-    await lines.filter({ hasText: 'a later line' }).waitFor();
+    await lines.filter({ hasText: `a later ${mark}` }).waitFor();
 
     for (const [name, start] of [
       ['Download as text', / ostrel_senvo (info|warning|error) /],
@@ -391,14 +393,14 @@ describe.skipIf(isMissing)('Advanced', () => {
 
     await page.getByRole('button', { name: 'Clear log' }).click();
     await page.getByRole('dialog').getByRole('button', { name: 'Cancel' }).click();
-    expect(await ask(page, 'get_logfile_as_plain_text')).toContain('a quiet line');
+    expect(await ask(page, 'get_logfile_as_plain_text')).toContain(`a quiet ${mark}`);
     await page.getByRole('button', { name: 'Clear log' }).click();
     await page.getByRole('dialog').getByRole('button', { name: 'Clear log' }).click();
     await eventually(
-      () => lines.filter({ hasText: 'a quiet line' }).count(),
+      () => lines.filter({ hasText: `a quiet ${mark}` }).count(),
       (count) => count === 0,
     );
-    expect(await ask(page, 'get_logfile_as_plain_text')).not.toContain('a quiet line');
+    expect(await ask(page, 'get_logfile_as_plain_text')).not.toContain(`a quiet ${mark}`);
   });
 
   test('a log that is cleared unseen is said to be', async () => {
