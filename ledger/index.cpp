@@ -84,6 +84,12 @@ bool Index::updateUnlessBusy(int64_t mostBytes) {
 }
 
 bool Index::readAll(int64_t mostBytes) {
+    if (const std::string epoch = m_book.end().epoch; epoch != m_epoch) {
+        m_epoch = epoch;
+        m_undated.clear();
+        const MutexLock lock(m_mutex);
+        m_parts.clear();
+    }
     for (const LedgerFile& file : m_book.files()) {
         if (mostBytes <= 0) {
             return false;

@@ -89,7 +89,8 @@ private:
 
     Disk& m_disk;
     const Ledger& m_book;
-    Mutex m_updating; /**< lets one thread read lines; held over reads, never over a sync */
+    Mutex m_updating;                           /**< lets one thread read lines; held over reads, never over a sync */
+    std::string m_epoch GUARDED_BY(m_updating); /**< of the ledger that was read */
     std::vector<Undated> m_undated GUARDED_BY(m_updating);
     mutable Mutex m_mutex;                               /**< guards m_parts */
     std::map<int64_t, Part> m_parts GUARDED_BY(m_mutex); /**< by the number of the file's first line */

@@ -195,9 +195,30 @@ bool Ledger::keep() {
     bool written = true;
     {
         const MutexLock lock(m_mutex);
+        noticeWiping();
         written = writeWaiting();
     }
     return sync() && retain() && written;
+}
+
+/** Whoever removed all files left of them at most what was written since, in the name of the newest. */
+void Ledger::noticeWiping() {
+    if (m_files.empty()) {
+        return;
+    }
+    const LedgerFile& newest = m_files.back();
+    const std::optional<int64_t> size = m_disk.size(newest.name);
+    if ((!size && errno != ENOENT) || size.value_or(0) >= newest.bytes) {
+        return;
+    }
+    const std::vector<std::string> names = m_disk.list();
+    if (std::all_of(names.begin(), names.end(),
+                    [&](const std::string& name) { return name == newest.name || !fileOf(name); })) {
+        m_disk.truncate(newest.name, 0);  // a new one may get this name
+        m_files.clear();
+        m_epoch.clear();
+        m_lastSeq = m_safeSeq = 0;
+    }
 }
 
 bool Ledger::sync() {

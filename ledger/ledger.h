@@ -56,7 +56,8 @@ public:
 
     /**
      * Syncs what was appended, writes what waited, and removes the oldest lines beyond the size. False, with errno set,
-     * when a step failed; the next call takes it up again.
+     * when a step failed; the next call takes it up again. Where somebody removed all files, with lines that were
+     * written since, a new ledger begins with the next line.
      */
     bool keep() EXCLUDES(m_mutex);
 
@@ -89,6 +90,7 @@ private:
     bool writeWaiting() REQUIRES(m_mutex);
     LedgerFile& fileFor(const Moment& moment) REQUIRES(m_mutex);
     std::optional<LineHead> mendEnd(std::vector<LedgerFile>& found, std::string& dropped);
+    void noticeWiping() REQUIRES(m_mutex);
     bool sync() EXCLUDES(m_mutex);
     bool growUp(const LedgerFile& young) EXCLUDES(m_mutex);
     bool retain() EXCLUDES(m_mutex);
