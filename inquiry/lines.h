@@ -31,13 +31,14 @@ Chunks chunksOf(const ledger::Ledger& book, const Span& span);
 /** The lines of a folder that somebody may be writing to. disk: outlives what is returned. */
 Chunks chunksOf(ledger::Disk& disk, const Span& span);
 
-/** Calls visit with each line, its end not included, until there is none or visit returns false. */
+/** Calls visit with each line as it is, its end not included, until there is none or visit returns false. */
 void visitLines(const Chunks& chunks, const std::function<bool(const ledger::LineHead&, std::string_view)>& visit);
 
 /**
  * The same to the end, but for lines that are too late to tell of a time; others follow them where the clock was set
  * back. Earlier ones come, too, since an object that was there may be told of by a line of before, and every run's
- * begin, whatever its time.
+ * begin, whatever its time. Heads of lines from before the clock was known are dated by the line "clock" that says what
+ * they mean; where there is none they are as they are.
  */
 void visitLinesFor(const Chunks& chunks, const Span& span,
                    const std::function<void(const ledger::LineHead&, std::string_view)>& visit);
@@ -45,7 +46,7 @@ void visitLinesFor(const Chunks& chunks, const Span& span,
 /** A folder's files in the order of their lines. */
 std::vector<ledger::LedgerFile> filesIn(ledger::Disk& disk);
 
-/** When a line was; the earliest there is for one whose time is not known. */
+/** When a line was; the earliest there is for one whose time nobody knows. */
 int64_t timeOf(const ledger::LineHead& head);
 
 }  // namespace inquiry

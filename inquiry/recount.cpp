@@ -61,7 +61,7 @@ void Recount::add(const ledger::LineHead& head, std::string_view line) {
         return;
     }
     if (head.kind == "object") {
-        if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line))) {
+        if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line), head.moment)) {
             for (const PlacedPoint& point : path->points) {
                 step(path->object, path->classId, path->size, point);
             }
