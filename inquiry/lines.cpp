@@ -13,8 +13,6 @@ namespace inquiry {
 namespace {
 
 constexpr int64_t kChunkBytes = int64_t{1} << 20;
-// How long after something happened the line that tells of it may come: a path's part is written when it is full.
-constexpr int64_t kLatestLine = int64_t{15} * 60 * 1000;
 constexpr int64_t kTailBytes = int64_t{1} << 16;
 // What ten minutes bring; where more waits for a line "clock", that line is missing.
 constexpr size_t kMostWaiting = size_t{16} << 20;

@@ -22,6 +22,12 @@ struct Span {
     [[nodiscard]] bool holds(int64_t utcMillis) const { return utcMillis >= from && utcMillis < until; }
 };
 
+/**
+ * How long after something happened the line that tells of it may come, milliseconds: a path's part is written when it
+ * is full.
+ */
+inline constexpr int64_t kLatestLine = int64_t{15} * 60 * 1000;
+
 /** Gives a ledger's next whole lines, ends included, about 1 MiB; empty behind the last. */
 using Chunks = std::function<std::string()>;
 
