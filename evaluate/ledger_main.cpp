@@ -78,21 +78,24 @@ int exportLines(const Options& options) {
         }
         std::cout << '\n';
     }
-    inquiry::visitLines(inquiry::chunksOf(*disk, span), [&](const ledger::LineHead& head, std::string_view text) {
+    const auto write = [&](const ledger::LineHead& head, std::string_view text) {
         if (!span.holds(inquiry::timeOf(head)) || (!kinds.empty() && !kinds.contains(head.kind))) {
-            return true;
+            return;
         }
         if (!isTable) {
             std::cout << text << '\n';
-            return true;
+            return;
         }
-        const nlohmann::json line = ledger::parseLine(text);
+        nlohmann::json line = ledger::parseLine(text);
+        if (head.moment.isDated()) {
+            line["t"] = ledger::utcText(head.moment.utcMillis);
+        }
         for (const char* const column : kColumns) {
             std::cout << (column == kColumns[0] ? "" : ",") << cell(line, column);
         }
         std::cout << '\n';
-        return true;
-    });
+    };
+    inquiry::visitLinesFor(inquiry::chunksOf(*disk, span), span, write);
     std::cout.flush();
     return std::cout ? kFine : throw std::runtime_error("cannot write the lines");
 }

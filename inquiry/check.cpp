@@ -1,13 +1,12 @@
 #include "check.h"
 
 #include <algorithm>
-#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <set>
 #include <utility>
 
+#include "check_archive.h"
 #include "index.h"
 #include "kept_path.h"
 #include "occupancy_records.h"
@@ -18,8 +17,7 @@ namespace {
 
 using nlohmann::json;
 
-/** Tallies of a period by the data map's names, such as "Entrance1_Entrances_Person". */
-using Tallies = std::map<std::string, int64_t>;
+constexpr int64_t kMostOffset = 86'400;  // of any zone, seconds
 
 struct Cut {
     int64_t from = 0;
@@ -27,23 +25,9 @@ struct Cut {
     bool isAll = false; /**< lines of every kind; else those of objects */
 };
 
-/** A period as the ledger has it. */
-struct Period {
-    int64_t seq = 0;
-    std::string camera;
-    std::string archived; /**< its date in the archives */
-    Tallies tallies;
-};
-
 std::string tallyName(const KeptCrossing& crossing) {
     return std::string(entranceNames.at(static_cast<size_t>(crossing.entrance - 1))) +
            (crossing.isIn ? "_Entrances_" : "_Exits_") + class_index_to_label(crossing.classId);
-}
-
-/** The same for a number of an archive's record. */
-std::string tallyName(const EntranceActivityRecord& record, bool isIn) {
-    return std::string(entranceNames.at(static_cast<size_t>(record.entrance))) + (isIn ? "_Entrances_" : "_Exits_") +
-           objectNames.at(static_cast<size_t>(record.object));
 }
 
 bool isOfCrossings(const std::string& name) {
@@ -64,6 +48,13 @@ public:
             return;
         }
         ++m_checked.lines;
+        if (head->moment.isDated()) {
+            m_kept.first = m_kept.first ? m_kept.first : head->moment.utcMillis;
+            m_kept.last = head->moment.utcMillis;
+        }
+        if (head->kind == "start" && m_seq > 0) {
+            m_kept.breaks.push_back(head->seq);
+        }
         judgeNumber(file, *head);
         if (head->kind == "start") {
             // What a run had counted since its last period is in no tally.
@@ -85,7 +76,7 @@ public:
         }
     }
 
-    [[nodiscard]] const std::vector<Period>& periods() const { return m_periods; }
+    [[nodiscard]] const KeptPeriods& kept() const { return m_kept; }
 
 private:
     /** Whether a line "cut" tells that all lines between two numbers are gone, or all of a kind that is not kept. */
@@ -110,17 +101,32 @@ private:
         if (head.seq <= m_seq) {
             m_checked.faults.push_back(file + ": line " + std::to_string(head.seq) + " comes behind line " +
                                        std::to_string(m_seq));
-        } else if (head.seq > m_seq + 1 && !isCut(m_seq + 1, head.seq - 1)) {
+        } else if (head.seq > m_seq + 1) {
+            judgeGap(file, head);
+        }
+        m_seq = std::max(m_seq, head.seq);
+    }
+
+    void judgeGap(const std::string& file, const ledger::LineHead& head) {
+        const bool wasWhole = std::exchange(m_isWhole, true);
+        if (!isCut(m_seq + 1, head.seq - 1)) {
             m_checked.faults.push_back(file + ": lines " + std::to_string(m_seq + 1) + " to " +
                                        std::to_string(head.seq - 1) +
                                        " are missing, and no line says that they were cut");
             m_isWhole = false;
         }
-        m_seq = std::max(m_seq, head.seq);
+        if (!m_isWhole && m_seq > 0) {
+            m_kept.breaks.push_back(head.seq);
+        }
+        m_isWhole = m_isWhole && wasWhole;
     }
 
     void judgePeriod(const std::string& file, const ledger::LineHead& head, const json& line) {
-        Period period = {head.seq, ledger::textIn(line, "camera"), ledger::textIn(line, "archived"), {}};
+        Period period = {head.seq,
+                         ledger::textIn(line, "camera"),
+                         ledger::textIn(line, "archived"),
+                         std::clamp(ledger::numberIn(line, "offset"), -kMostOffset, kMostOffset),
+                         {}};
         const auto found = line.find("tallies");
         const json tallies = found == line.end() ? json::object() : *found;
         for (const auto& [name, count] : tallies.items()) {
@@ -140,7 +146,7 @@ private:
             m_checked.faults.push_back(file + ": the tallies of the period in line " + std::to_string(head.seq) +
                                        " are not the sum of its crossings");
         }
-        m_periods.push_back(std::move(period));
+        m_kept.periods.push_back(std::move(period));
         m_sum.clear();
         m_isReset = false;
         m_isWhole = true;
@@ -153,7 +159,7 @@ private:
     Tallies m_sum;          /**< crossings since the last period, start or reset */
     bool m_isReset = false; /**< in this period; what crossed in that very cycle may be on either side */
     bool m_isWhole = false; /**< this period's lines are all there */
-    std::vector<Period> m_periods;
+    KeptPeriods m_kept;
 };
 
 /** All that was cut, by the numbers it begins with: a line tells it that may come long after. */
@@ -169,70 +175,6 @@ std::vector<Cut> cutsOf(ledger::Disk& disk) {
     });
     std::sort(cuts.begin(), cuts.end(), [](const Cut& a, const Cut& b) { return a.from < b.from; });
     return cuts;
-}
-
-/** A number of a period that no number of the archive has been compared with. */
-struct Kept {
-    int64_t count = 0;
-    int64_t seq = 0; /**< the period's line */
-};
-
-/** By date in the archive and camera, then by name. A second of local time may come twice, and with it a key. */
-using KeptByEnd = std::map<std::pair<std::string, std::string>, std::map<std::string, std::vector<Kept>>>;
-
-KeptByEnd keptByEnd(const std::vector<Period>& periods) {
-    KeptByEnd kept;
-    for (const Period& period : periods) {
-        auto& here = kept[{period.archived, period.camera}];
-        for (const auto& [name, count] : period.tallies) {
-            here[name].push_back({count, period.seq});
-        }
-    }
-    return kept;
-}
-
-/** Compares the archive's periods with the ledger's that ended in the same second. */
-void compareArchive(const std::string& archive, const std::vector<Period>& periods, Checked& checked) {
-    std::ifstream file(archive);
-    if (!file) {
-        checked.faults.push_back("cannot read " + archive);
-        return;
-    }
-    KeptByEnd byEnd = keptByEnd(periods);
-    std::set<std::pair<std::string, std::string>> compared;
-    for (std::string line; std::getline(file, line);) {
-        EntranceActivityRecord record;
-        try {
-            if (!record.deserialize(line) || static_cast<size_t>(record.entrance) >= entranceNames.size() ||
-                static_cast<size_t>(record.object) >= objectNames.size()) {
-                continue;
-            }
-        } catch (const std::logic_error&) {
-            continue;
-        }
-        const auto here = byEnd.find({record.dateTime, record.cameraName});
-        if (here == byEnd.end()) {
-            continue;  // a follower's, or from before the ledger's first day
-        }
-        compared.insert(here->first);
-        for (const bool isIn : {true, false}) {
-            const std::string name = tallyName(record, isIn);
-            const int32_t count = isIn ? record.entranceCount : record.exitCount;
-            std::vector<Kept>& kept = here->second[name];
-            const auto same =
-                std::find_if(kept.begin(), kept.end(), [&](const Kept& one) { return one.count == count; });
-            if (same != kept.end()) {
-                kept.erase(same);
-                continue;
-            }
-            checked.faults.push_back(archive + ": " + record.dateTime + " has " + std::to_string(count) + " for " +
-                                     name + ", " +
-                                     (kept.empty() ? "no line of the ledger has any"
-                                                   : "the ledger's line " + std::to_string(kept.front().seq) + " has " +
-                                                         std::to_string(kept.front().count)));
-        }
-    }
-    checked.archived = static_cast<int64_t>(compared.size());
 }
 
 }  // namespace
@@ -256,7 +198,7 @@ Checked check(ledger::Disk& disk, const std::string& archive) {
         }
     }
     if (!archive.empty()) {
-        compareArchive(archive, walk.periods(), checked);
+        compareArchive(archive, walk.kept(), checked);
     }
     return checked;
 }

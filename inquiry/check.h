@@ -23,7 +23,8 @@ struct Checked {
  * Looks whether a ledger is whole: lines that are none, numbers that are missing, double or out of order without a line
  * "cut" that says why, another epoch, and periods whose tallies are not the sum of their crossings.
  *
- * archive: the path of "EntranceActivityTidy.csv", whose periods are compared, too; empty for none.
+ * archive: the path of "EntranceActivityTidy.csv", whose periods are compared, too, and have to be there; empty for
+ * none.
  */
 Checked check(ledger::Disk& disk, const std::string& archive);
 

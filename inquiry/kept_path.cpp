@@ -3,19 +3,18 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "line.h"
-
 namespace inquiry {
 
 namespace {
 
 using nlohmann::json;
 
-// Such an undated time can have milliseconds added to it.
+// Such an unknown time can have milliseconds added to it.
 constexpr int64_t kUndated = std::numeric_limits<int64_t>::min() / 2;
 // Beyond what a ledger holds; a damaged line must not make numbers overflow or memory run out.
 constexpr int32_t kMostLeftOut = 1000;
 constexpr int32_t kMostCoordinate = 1'000'000;
+constexpr int64_t kLongestUptime = 1'000'000'000'000'000;  // milliseconds
 constexpr int64_t kLongestPath = int64_t{366} * 86'400'000;
 
 /** What a line says that no ledger says. */
@@ -29,8 +28,13 @@ int64_t within(const json& number, int64_t least, int64_t most) {
     return value;
 }
 
-int64_t timeIn(const json& time) {
-    return time.is_string() ? ledger::utcOf(time.get<std::string>()).value_or(kUndated) : kUndated;
+/** boot: when the machine was started, which times without UTC count from; nothing where that is not known. */
+int64_t timeIn(const json& time, const std::optional<int64_t>& boot) {
+    if (time.is_string()) {
+        return ledger::utcOf(time.get<std::string>()).value_or(kUndated);
+    }
+    const int64_t sinceBoot = within(time, 0, kLongestUptime);
+    return boot ? *boot + sinceBoot : kUndated;
 }
 
 t_one_locator pointOf(const json& point) {
@@ -64,20 +68,22 @@ void addPoint(const json& entry, int64_t begin, std::vector<PlacedPoint>& points
 
 }  // namespace
 
-std::optional<KeptPath> pathOf(const json& line) {
+std::optional<KeptPath> pathOf(const json& line, const ledger::Moment& moment) {
     try {
+        const std::optional<int64_t> boot =
+            moment.isDated() ? std::optional(moment.utcMillis - moment.monoMillis) : std::nullopt;
         KeptPath path;
         path.object = line.at("object").get<int64_t>();
         path.classId = classIn(line);
         path.size = sizeOf(line);
         path.ended = line.at("ended").get<bool>();
-        const int64_t begin = timeIn(line.at("begin"));
+        const int64_t begin = timeIn(line.at("begin"), boot);
         for (const json& entry : line.at("path")) {
             addPoint(entry, begin, path.points);
         }
         for (const json& stay : line.at("areas")) {
-            path.stays.push_back(
-                {static_cast<int>(within(stay.at("area"), 1, 3)), timeIn(stay.at("enter")), timeIn(stay.at("leave"))});
+            path.stays.push_back({static_cast<int>(within(stay.at("area"), 1, 3)), timeIn(stay.at("enter"), boot),
+                                  timeIn(stay.at("leave"), boot)});
         }
         return path;
     } catch (const json::exception&) {

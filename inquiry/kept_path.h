@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "finding.h"
+#include "line.h"
 #include "object_path.h"
 
 namespace inquiry {
@@ -44,8 +45,13 @@ struct KeptCrossing {
     t_one_locator after;
 };
 
-/** Reads a whole line of its kind; nothing for what is none. Undated times are the earliest there are. */
-std::optional<KeptPath> pathOf(const nlohmann::json& line);
+/**
+ * Reads a whole line of its kind; nothing for what is none.
+ *
+ * moment: when the line was. What it tells in milliseconds since the machine's start is dated with it; where nobody
+ * knows when that was, such times are the earliest there are.
+ */
+std::optional<KeptPath> pathOf(const nlohmann::json& line, const ledger::Moment& moment);
 std::optional<KeptCrossing> crossingOf(const nlohmann::json& line);
 
 }  // namespace inquiry

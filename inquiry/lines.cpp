@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace inquiry {
@@ -11,8 +13,9 @@ namespace inquiry {
 namespace {
 
 constexpr int64_t kChunkBytes = int64_t{1} << 20;
-// How long after something happened the line that tells of it may come: a path's part is written when it is full.
-constexpr int64_t kLatestLine = int64_t{15} * 60 * 1000;
+constexpr int64_t kTailBytes = int64_t{1} << 16;
+// What ten minutes bring; where more waits for a line "clock", that line is missing.
+constexpr size_t kMostWaiting = size_t{16} << 20;
 constexpr int64_t kMillisPerDay = int64_t{24} * 60 * 60 * 1000;
 
 /** Whether no line of a file can tell of a time, by the day in its name. */
@@ -26,12 +29,20 @@ bool isOutside(const ledger::LedgerFile& file, const Span& span) {
 
 /**
  * The files from the first to the last one that may tell of a time. Those between them stay, whatever their day: where
- * the clock was wrong for a while, a run may have begun meanwhile.
+ * the clock was wrong for a while, a run may have begun meanwhile. Lines without a time stand at the end of what was
+ * written before them; what they mean is in the file behind.
  */
-std::vector<ledger::LedgerFile> within(const Span& span, const std::vector<ledger::LedgerFile>& files) {
+std::vector<ledger::LedgerFile> within(const Span& span, const std::vector<ledger::LedgerFile>& files,
+                                       const std::function<bool(const ledger::LedgerFile&)>& endsUndated) {
     const auto mayTell = [&](const ledger::LedgerFile& file) { return !isOutside(file, span); };
-    const auto first = std::find_if(files.begin(), files.end(), mayTell);
-    const auto end = std::find_if(files.rbegin(), std::make_reverse_iterator(first), mayTell).base();
+    auto first = std::find_if(files.begin(), files.end(), mayTell);
+    auto end = std::find_if(files.rbegin(), std::make_reverse_iterator(first), mayTell).base();
+    while (first != end && first != files.begin() && endsUndated(*std::prev(first))) {
+        --first;
+    }
+    while (first != end && end != files.end() && endsUndated(*std::prev(end))) {
+        ++end;
+    }
     return {first, end};
 }
 
@@ -49,10 +60,80 @@ std::optional<ledger::LineHead> lastHeadIn(std::string_view lines) {
     return std::nullopt;
 }
 
+/** Whether whole lines end with one from before the clock was known. */
+bool endUndated(std::string_view lines) {
+    const std::optional<ledger::LineHead> last = lastHeadIn(lines);
+    return last && !last->moment.isDated();
+}
+
+/** The last bytes of a file, from a line's begin to a line's end. */
+std::string lastLinesOf(ledger::Disk& disk, const std::string& name) {
+    const int64_t from = std::max<int64_t>(0, disk.size(name).value_or(0) - kTailBytes);
+    std::string lines = disk.read(name, from, kTailBytes).value_or("");
+    lines.resize(lines.rfind('\n') == std::string::npos ? 0 : lines.rfind('\n') + 1);
+    return from == 0 ? lines : lines.substr(std::min(lines.size(), lines.find('\n') + 1));
+}
+
+/** Dates lines, in order, as far as lines "clock" tell; those that wait for one keep those behind them waiting. */
+class Dating {
+public:
+    using Visit = std::function<void(const ledger::LineHead&, std::string_view)>;
+
+    explicit Dating(Visit visit) : m_visit(std::move(visit)) {}
+
+    void take(const ledger::LineHead& head, std::string_view line) {
+        const std::optional<ledger::BootTime> known =
+            head.kind == "clock" ? ledger::bootTimeOf(head, ledger::parseLine(line)) : std::nullopt;
+        if (!m_waiting.empty()) {
+            const std::string& boot = m_waiting.front().head.moment.boot;
+            if (known && known->boot == boot) {
+                date(*known);
+                letGo();
+            } else if (known || (!head.moment.isDated() && head.moment.boot != boot) || m_bytes > kMostWaiting) {
+                letGo();  // the machine was started again before anybody knew the time
+            }
+        }
+        if (m_waiting.empty() && head.moment.isDated()) {
+            m_visit(head, line);
+        } else {
+            m_waiting.push_back({head, std::string(line)});
+            m_bytes += line.size();
+        }
+    }
+
+    /** Gives what waits, as it is. */
+    void letGo() {
+        for (const Waiting& line : std::exchange(m_waiting, {})) {
+            m_visit(line.head, line.text);
+        }
+        m_bytes = 0;
+    }
+
+private:
+    struct Waiting {
+        ledger::LineHead head;
+        std::string text;
+    };
+
+    void date(const ledger::BootTime& time) {
+        for (Waiting& line : m_waiting) {
+            if (ledger::Moment& moment = line.head.moment; !moment.isDated()) {
+                moment = {time.utcMillis + moment.monoMillis, "", moment.monoMillis};
+            }
+        }
+    }
+
+    const Visit m_visit;
+    std::vector<Waiting> m_waiting; /**< from the first line of a start of the machine that is not dated */
+    size_t m_bytes = 0;
+};
+
 }  // namespace
 
 Chunks chunksOf(const ledger::Ledger& book, const Span& span) {
-    const std::vector<ledger::LedgerFile> files = within(span, book.files());
+    const std::vector<ledger::LedgerFile> files = within(span, book.files(), [&](const ledger::LedgerFile& file) {
+        return endUndated(book.lines(file.lastSeq, file.lastSeq, kTailBytes));
+    });
     int64_t last = 0;
     for (const ledger::LedgerFile& file : files) {
         last = std::max(last, file.lastSeq);
@@ -77,7 +158,9 @@ std::vector<ledger::LedgerFile> filesIn(ledger::Disk& disk) {
 }
 
 Chunks chunksOf(ledger::Disk& disk, const Span& span) {
-    return [&disk, files = within(span, filesIn(disk)), file = size_t{0}, at = int64_t{0}]() mutable {
+    std::vector<ledger::LedgerFile> files = within(
+        span, filesIn(disk), [&](const ledger::LedgerFile& file) { return endUndated(lastLinesOf(disk, file.name)); });
+    return [&disk, files = std::move(files), file = size_t{0}, at = int64_t{0}]() mutable {
         for (; file < files.size(); ++file, at = 0) {
             // A line longer than a chunk is read with as many as it takes.
             for (int64_t most = kChunkBytes;; most *= 2) {
@@ -113,17 +196,21 @@ void visitLines(const Chunks& chunks, const std::function<bool(const ledger::Lin
 
 void visitLinesFor(const Chunks& chunks, const Span& span,
                    const std::function<void(const ledger::LineHead&, std::string_view)>& visit) {
-    // Lines of the time may follow, once the clock was set back. What is not dated is where the lines before it are.
+    // Lines of the time may follow, once the clock was set back. What nobody can date is where the lines before it are.
     bool isTooLate = false;
-    visitLines(chunks, [&](const ledger::LineHead& head, std::string_view line) {
+    Dating dating([&](const ledger::LineHead& head, std::string_view line) {
         if (head.moment.isDated()) {
             isTooLate = head.moment.utcMillis - kLatestLine >= span.until;
         }
         if (!isTooLate || head.kind == "start") {
             visit(head, line);
         }
+    });
+    visitLines(chunks, [&](const ledger::LineHead& head, std::string_view line) {
+        dating.take(head, line);
         return true;
     });
+    dating.letGo();
 }
 
 int64_t timeOf(const ledger::LineHead& head) {

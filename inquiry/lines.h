@@ -22,6 +22,12 @@ struct Span {
     [[nodiscard]] bool holds(int64_t utcMillis) const { return utcMillis >= from && utcMillis < until; }
 };
 
+/**
+ * How long after something happened the line that tells of it may come, milliseconds: a path's part is written when it
+ * is full.
+ */
+inline constexpr int64_t kLatestLine = int64_t{15} * 60 * 1000;
+
 /** Gives a ledger's next whole lines, ends included, about 1 MiB; empty behind the last. */
 using Chunks = std::function<std::string()>;
 
@@ -31,13 +37,14 @@ Chunks chunksOf(const ledger::Ledger& book, const Span& span);
 /** The lines of a folder that somebody may be writing to. disk: outlives what is returned. */
 Chunks chunksOf(ledger::Disk& disk, const Span& span);
 
-/** Calls visit with each line, its end not included, until there is none or visit returns false. */
+/** Calls visit with each line as it is, its end not included, until there is none or visit returns false. */
 void visitLines(const Chunks& chunks, const std::function<bool(const ledger::LineHead&, std::string_view)>& visit);
 
 /**
  * The same to the end, but for lines that are too late to tell of a time; others follow them where the clock was set
  * back. Earlier ones come, too, since an object that was there may be told of by a line of before, and every run's
- * begin, whatever its time.
+ * begin, whatever its time. Heads of lines from before the clock was known are dated by the line "clock" that says what
+ * they mean; where there is none they are as they are.
  */
 void visitLinesFor(const Chunks& chunks, const Span& span,
                    const std::function<void(const ledger::LineHead&, std::string_view)>& visit);
@@ -45,7 +52,7 @@ void visitLinesFor(const Chunks& chunks, const Span& span,
 /** A folder's files in the order of their lines. */
 std::vector<ledger::LedgerFile> filesIn(ledger::Disk& disk);
 
-/** When a line was; the earliest there is for one whose time is not known. */
+/** When a line was; the earliest there is for one whose time nobody knows. */
 int64_t timeOf(const ledger::LineHead& head);
 
 }  // namespace inquiry

@@ -12,6 +12,14 @@ namespace inquiry {
 using nlohmann::json;
 using nlohmann::ordered_json;
 
+namespace {
+
+// A path's part is written before that; what is missing later is gone. A minute less than lines are read behind a time,
+// since one may pass without a line.
+constexpr int64_t kLongestUntold = kLatestLine - 60'000;
+
+}  // namespace
+
 SettingsFor settingsInForce(const ConfigParams& settings, ledger::PictureSize picture) {
     return [settings, picture](ledger::PictureSize size) {
         ConfigParams config = settings;
@@ -46,14 +54,17 @@ const RulesBySize::Rules& RulesBySize::of(ledger::PictureSize size) {
 }
 
 void Recount::add(const ledger::LineHead& head, std::string_view line) {
-    if (head.kind == "start") {
+    if (head.moment.isDated()) {
+        m_last = head.moment.utcMillis;
+    }
+    if (head.kind == "start" || head.kind == "stop") {
         endRun();
         return;
     }
     if (head.kind == "crossing") {
         if (const std::optional<KeptCrossing> crossing = crossingOf(ledger::parseLine(line))) {
             const bool isAsked = m_span.holds(timeOf(head));
-            m_open[crossing->object].push_back({*crossing, isAsked});
+            m_open[crossing->object].push_back({*crossing, isAsked, timeOf(head)});
             if (isAsked && isObjectClassMonitored(m_rules.of(crossing->size).config, crossing->classId)) {
                 ++m_result.recorded[{crossing->entrance, crossing->isIn, crossing->classId}];
             }
@@ -61,7 +72,7 @@ void Recount::add(const ledger::LineHead& head, std::string_view line) {
         return;
     }
     if (head.kind == "object") {
-        if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line))) {
+        if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line), head.moment)) {
             for (const PlacedPoint& point : path->points) {
                 step(path->object, path->classId, path->size, point);
             }
@@ -178,6 +189,11 @@ void Recount::endRun() {
 }
 
 Recounted Recount::finish() {
+    for (auto& [object, crossings] : m_open) {
+        m_result.inView += static_cast<int64_t>(std::erase_if(crossings, [&](const Recorded& recorded) {
+            return recorded.isAsked && recorded.utcMillis > m_last - kLongestUntold;
+        }));
+    }
     endRun();
     return std::move(m_result);
 }
@@ -233,11 +249,9 @@ ordered_json jsonOf(const StaysByArea& stays) {
 }
 
 ordered_json jsonOf(const Recounted& recounted) {
-    return {{"counts", jsonOf(recounted.counts)},
-            {"recorded", jsonOf(recounted.recorded)},
-            {"objects", recounted.objects},
-            {"without_path", recounted.withoutPath},
-            {"stays", jsonOf(recounted.stays)}};
+    return {{"counts", jsonOf(recounted.counts)}, {"recorded", jsonOf(recounted.recorded)},
+            {"objects", recounted.objects},       {"without_path", recounted.withoutPath},
+            {"in_view", recounted.inView},        {"stays", jsonOf(recounted.stays)}};
 }
 
 }  // namespace inquiry

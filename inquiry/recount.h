@@ -53,6 +53,7 @@ struct Recounted {
     Counts recorded;         /**< as it was counted; of the classes that the settings count */
     int64_t objects = 0;     /**< whose ways were replayed */
     int64_t withoutPath = 0; /**< recorded crossings whose object left no path: a kill took it, or retention */
+    int64_t inView = 0;      /**< recorded crossings whose object may still be there: its path comes later */
     StaysByArea stays;       /**< by the areas asked for */
 };
 
@@ -88,6 +89,7 @@ private:
     struct Recorded {
         KeptCrossing crossing;
         bool isAsked = false; /**< in the time asked for */
+        int64_t utcMillis = 0;
     };
 
     void step(int64_t object, int32_t classId, ledger::PictureSize size, const PlacedPoint& point);
@@ -100,13 +102,14 @@ private:
     const Span m_span;
     std::map<int64_t, Track> m_tracks;               /**< of this run of the application */
     std::map<int64_t, std::vector<Recorded>> m_open; /**< recorded crossings whose path has not come yet */
+    int64_t m_last = 0;                              /**< when the last dated line was */
     Recounted m_result;
 };
 
 /** Replays a ledger's lines. */
 Recounted recountOf(const Chunks& chunks, const SettingsFor& settings, const Span& span);
 
-/** The answer as JSON: counts, recorded, objects, without_path, stays. */
+/** The answer as JSON: counts, recorded, objects, without_path, in_view, stays. */
 nlohmann::ordered_json jsonOf(const Recounted& recounted);
 
 /** Visits, average, median and longest seconds, by area and class. */

@@ -21,7 +21,7 @@ void visitPaths(const Chunks& chunks, const Span& span, const std::function<void
         if (head.kind == "start") {
             visit(nullptr);
         } else if (head.kind == "object" && timeOf(head) >= span.from) {
-            if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line))) {
+            if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line), head.moment)) {
                 visit(&*path);
             }
         }

@@ -162,7 +162,7 @@ public:
                 addCrossing(head, *crossing);
             }
         } else if (head.kind == "object" && timeOf(head) >= m_span.from) {
-            if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line))) {
+            if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line), head.moment)) {
                 addPath(*path, timeOf(head));
             }
         }

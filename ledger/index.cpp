@@ -157,9 +157,9 @@ void Index::take(std::string_view line, Part& part) {
     if (parsed.is_discarded()) {
         return;
     }
-    if (head->kind == "clock") {
-        if (moment.isDated() && parsed.contains("boot")) {
-            date(textIn(parsed, "boot"), moment.utcMillis - numberIn(parsed, "mono"), part);
+    if (!counts) {
+        if (const std::optional<BootTime> known = bootTimeOf(*head, parsed)) {
+            date(*known, part);
         }
         return;
     }
@@ -179,11 +179,11 @@ void Index::take(std::string_view line, Part& part) {
 }
 
 /** Counts what was seen since a start of the machine whose time is known now. */
-void Index::date(const std::string& boot, int64_t offset, Part& part) {
+void Index::date(const BootTime& time, Part& part) {
     const auto known = std::stable_partition(m_undated.begin(), m_undated.end(),
-                                             [&](const Undated& line) { return line.boot != boot; });
+                                             [&](const Undated& line) { return line.boot != time.boot; });
     for (auto line = known; line != m_undated.end(); ++line) {
-        add(part.quarters, line->monoMillis + offset, line->crossing, line->watchedMillis);
+        add(part.quarters, time.utcMillis + line->monoMillis, line->crossing, line->watchedMillis);
     }
     // Without the lines of the file before, this part cannot be had again.
     part.hasUndated = part.hasUndated || known != m_undated.end();

@@ -85,7 +85,7 @@ private:
     int64_t read(const LedgerFile& file, int64_t mostBytes) REQUIRES(m_updating) EXCLUDES(m_mutex);
     int64_t load(const LedgerFile& file, Part& part);
     void take(std::string_view line, Part& part) REQUIRES(m_updating);
-    void date(const std::string& boot, int64_t offset, Part& part) REQUIRES(m_updating);
+    void date(const BootTime& time, Part& part) REQUIRES(m_updating);
 
     Disk& m_disk;
     const Ledger& m_book;

@@ -172,6 +172,13 @@ nlohmann::json parseLine(std::string_view line) {
     return parsed.is_object() ? parsed : discarded;
 }
 
+std::optional<BootTime> bootTimeOf(const LineHead& head, const nlohmann::json& line) {
+    if (head.kind != "clock" || !head.moment.isDated() || !line.contains("boot")) {
+        return std::nullopt;
+    }
+    return BootTime{textIn(line, "boot"), head.moment.utcMillis - numberIn(line, "mono")};
+}
+
 std::string textIn(const nlohmann::json& line, const char* member) {
     const auto found = line.find(member);
     return found != line.end() && found->is_string() ? found->get<std::string>() : "";

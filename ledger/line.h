@@ -20,7 +20,7 @@ namespace ledger {
 struct Moment {
     int64_t utcMillis = 0;  /**< milliseconds since 1970; meaningless while boot is set */
     std::string boot;       /**< the machine's start that monoMillis counts from; empty when utcMillis tells */
-    int64_t monoMillis = 0; /**< milliseconds since that start */
+    int64_t monoMillis = 0; /**< milliseconds since the machine's start; 0 where the line did not need it */
 
     [[nodiscard]] bool isDated() const { return boot.empty(); }
 };
@@ -46,6 +46,18 @@ std::optional<LineHead> headOf(std::string_view line);
 
 /** Reads a whole line; a discarded value when it is no JSON object with a ledger line's head. */
 nlohmann::json parseLine(std::string_view line);
+
+/** What a line of kind "clock" makes known: when a start of the machine was. */
+struct BootTime {
+    std::string boot;
+    int64_t utcMillis = 0; /**< milliseconds since 1970 */
+};
+
+/**
+ * Reads a whole line; nothing for one of another kind, or that tells of a step of the clock only. By it are dated all
+ * lines before it that count from this start of the machine and that no earlier one dates.
+ */
+std::optional<BootTime> bootTimeOf(const LineHead& head, const nlohmann::json& line);
 
 /** A member of a line; empty where there is none, or another kind of value: a damaged line must not end a process. */
 std::string textIn(const nlohmann::json& line, const char* member);

@@ -90,6 +90,29 @@ TEST_F(LedgerProgram, ExportsLinesAsTheyAre) {
     EXPECT_EQ(some.out, m_book.lines(1, 1, 1 << 20) + m_book.lines(4, 4, 1 << 20)) << "9:00 is 10:00 there";
 }
 
+TEST_F(LedgerProgram, ExportsLinesFromBeforeTheClockWasKnown) {
+    const auto addUndated = [&](const char* boot, const char* direction) {
+        m_now = {0, boot, 30'000};
+        m_book.append("crossing", {{"entrance", 1}, {"direction", direction}, {"class", "Person"}, {"object", 1}});
+    };
+    addUndated("lost", "out");
+    addUndated("b1", "in");
+    add("2026-11-24T08:01:00.000Z", "clock", {{"boot", "b1"}, {"mono", 60'000}, {"synchronised", true}});
+    const Words day = {"--zone", "UTC", "--from", "2026-11-24", "--to", "2026-11-25"};
+    const auto asked = [&](Words arguments) {
+        arguments.insert(arguments.end(), day.begin(), day.end());
+        const ProgramResult result = ask(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        return result.out;
+    };
+    EXPECT_EQ(asked({"export"}), m_book.lines(9, 10, 1 << 20)) << "as they are";
+    EXPECT_EQ(asked({"export", "--format", "csv"}),
+              "t,epoch,seq,entrance,direction,class,object,followed,occupancy\n"
+              "2026-11-24T08:00:30.000Z,e1,9,1,in,Person,1,,\n");
+    const ProgramResult all = ask({"export", "--format", "csv"});
+    EXPECT_NE(all.out.find("\n,e1,8,1,out,Person,1,,\n"), std::string::npos) << "nobody knows when";
+}
+
 TEST_F(LedgerProgram, ChecksAndSaysWhatIsWrong) {
     const ProgramResult fine = ask({"check"});
     EXPECT_EQ(fine.status, 0) << fine.out << fine.err;

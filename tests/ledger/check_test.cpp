@@ -95,7 +95,7 @@ TEST_F(LedgerCheck, AcceptsAGapThatACutTells) {
 }
 
 TEST_F(LedgerCheck, ComparesWithTheArchive) {
-    std::string archive = "2026-11-22 07:45:00,Door,0,0,5,5\n2026-11-22 08:15:00,Follower,0,0,99,99\n";
+    std::string archive = "2026-11-21 07:45:00,Door,0,0,5,5\n2026-11-22 08:15:00,Follower,0,0,99,99\n";
     const auto& tallies = m_camera.lastPeriod;
     const auto count = [&](const char* name) {
         const auto found = tallies.find(name);

@@ -4,7 +4,6 @@
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <set>
 
 #include "failing_power.h"
 #include "kept_path.h"
@@ -12,19 +11,6 @@
 
 namespace inquiry {
 namespace {
-
-/** A disk that knows which files were read. */
-class ReadDisk : public FailingPower {
-public:
-    using FailingPower::FailingPower;
-
-    std::optional<std::string> read(const std::string& name, int64_t from, int64_t most) override {
-        days.insert(ledger::fileOf(name)->day);
-        return FailingPower::read(name, from, most);
-    }
-
-    std::set<std::string> days;
-};
 
 class LinesOfATime : public testing::Test {
 protected:
@@ -34,9 +20,13 @@ protected:
         m_now = {*ledger::utcOf(utc), "", 0};
         m_book.append(kind, {});
     }
-    void addUndated() {
-        m_now = {0, "boot", 1};
+    void addUndated(const std::string& boot = "boot", int64_t mono = 1) {
+        m_now = {0, boot, mono};
         m_book.append("crossing", {});
+    }
+    void addClock(const char* utc, const std::string& boot, int64_t mono) {
+        m_now = {*ledger::utcOf(utc), "", 0};
+        m_book.append("clock", {{"boot", boot}, {"mono", mono}});
     }
 
     static std::vector<int64_t> numbersOf(const Chunks& chunks, const Span& span) {
@@ -46,7 +36,17 @@ protected:
         return numbers;
     }
 
-    ReadDisk m_disk{1};
+    /** The lines of the files that are read. */
+    static std::vector<int64_t> readOf(const Chunks& chunks) {
+        std::vector<int64_t> numbers;
+        visitLines(chunks, [&](const ledger::LineHead& head, std::string_view) {
+            numbers.push_back(head.seq);
+            return true;
+        });
+        return numbers;
+    }
+
+    FailingPower m_disk{1};
     ledger::Moment m_now;
     ledger::Ledger m_book{m_disk, {int64_t{1} << 30, [this] { return m_now; }, [] { return std::string("epoch"); }}};
 };
@@ -66,13 +66,11 @@ TEST_F(LinesOfATime, AreFoundWhereverTheClockWasSet) {
     const Span span = {*ledger::utcOf("2026-11-22T09:00:00.000Z"), *ledger::utcOf("2026-11-22T12:00:00.000Z")};
     // That a run began there says that its objects are others.
     const std::vector<int64_t> expected = {4, 5, 7, 9};
-    m_disk.days.clear();
+    const std::vector<int64_t> read = {4, 5, 6, 7, 8, 9};
     EXPECT_EQ(numbersOf(chunksOf(m_disk, span), span), expected);
-    EXPECT_EQ(m_disk.days, (std::set<std::string>{"2026-11-22", "2036-01-01"}));
-    m_disk.days.clear();
+    EXPECT_EQ(readOf(chunksOf(m_disk, span)), read);
     EXPECT_EQ(numbersOf(chunksOf(m_book, span), span), expected);
-    EXPECT_FALSE(m_disk.days.contains("2026-11-20") || m_disk.days.contains("2026-11-21") ||
-                 m_disk.days.contains("2026-11-24"));
+    EXPECT_EQ(readOf(chunksOf(m_book, span)), read);
     const Span never = {*ledger::utcOf("2026-12-22T09:00:00.000Z"), *ledger::utcOf("2026-12-22T12:00:00.000Z")};
     EXPECT_EQ(numbersOf(chunksOf(m_book, never), never), std::vector<int64_t>());
 }
@@ -113,11 +111,53 @@ TEST_F(LinesOfATime, OfAnUnknownOneAreWhereTheLinesBeforeThemAre) {
     EXPECT_EQ(numbersOf(chunksOf(m_book, {}), {}), (std::vector<int64_t>{1, 2, 3, 4, 5}));
 }
 
+TEST_F(LinesOfATime, FromBeforeTheClockWasKnownAreDatedByIt) {
+    add("2026-11-20T12:00:00.000Z");
+    addUndated("never", 400);
+    addUndated("b1", 1'000);
+    addUndated("b1", 61'000);
+    add("2026-11-22T10:01:31.000Z");  // by somebody else, in the very moment
+    addClock("2026-11-22T10:01:32.000Z", "b1", 92'000);
+    addUndated("b2", 1'000);
+    addUndated("b3", 1'000);
+    addClock("2026-11-25T08:00:00.000Z", "b3", 2'000);
+    const auto timesOf = [&](const Span& span) {
+        std::map<int64_t, std::string> told;
+        for (const Chunks& chunks : {chunksOf(m_disk, span), chunksOf(m_book, span)}) {
+            visitLinesFor(chunks, span, [&](const ledger::LineHead& head, std::string_view) {
+                if (span.holds(timeOf(head))) {
+                    told[head.seq] = head.moment.isDated() ? ledger::utcText(head.moment.utcMillis) : "unknown";
+                }
+            });
+        }
+        return told;
+    };
+    const auto at = [](const char* utc) { return *ledger::utcOf(utc); };
+    using Times = std::map<int64_t, std::string>;
+    EXPECT_EQ(timesOf({}), (Times{{1, "2026-11-20T12:00:00.000Z"},
+                                  {2, "unknown"},
+                                  {3, "2026-11-22T10:00:01.000Z"},
+                                  {4, "2026-11-22T10:01:01.000Z"},
+                                  {5, "2026-11-22T10:01:31.000Z"},
+                                  {6, "2026-11-22T10:01:32.000Z"},
+                                  {7, "unknown"},
+                                  {8, "2026-11-25T07:59:59.000Z"},
+                                  {9, "2026-11-25T08:00:00.000Z"}}));
+    EXPECT_EQ(timesOf({at("2026-11-22T10:00:00.000Z"), at("2026-11-22T10:01:00.000Z")}),
+              (Times{{3, "2026-11-22T10:00:01.000Z"}}));
+    EXPECT_EQ(timesOf({at("2026-11-25T00:00:00.000Z"), at("2026-11-26T00:00:00.000Z")}),
+              (Times{{8, "2026-11-25T07:59:59.000Z"}, {9, "2026-11-25T08:00:00.000Z"}}));
+    EXPECT_EQ(timesOf({at("2026-11-20T00:00:00.000Z"), at("2026-11-21T00:00:00.000Z")}),
+              (Times{{1, "2026-11-20T12:00:00.000Z"}}));
+    EXPECT_EQ(timesOf({std::numeric_limits<int64_t>::min(), at("2026-11-21T00:00:00.000Z")}),
+              (Times{{1, "2026-11-20T12:00:00.000Z"}, {2, "unknown"}}));
+}
+
 TEST(KeptPaths, AreNothingForNonsense) {
     const char* const line =
         R"({"object":1,"class":"Person","size":[640,360],"ended":true,"begin":"2026-11-22T08:00:00.000Z",)"
         R"("path":[[0,1,2],[100,3,4,1]],"areas":[]})";
-    const auto good = pathOf(nlohmann::json::parse(line));
+    const auto good = pathOf(nlohmann::json::parse(line), {});
     ASSERT_TRUE(good);
     ASSERT_EQ(good->points.size(), 3U);
     EXPECT_EQ(good->points[1].at, (t_one_locator{2, 3}));
@@ -130,9 +170,9 @@ TEST(KeptPaths, AreNothingForNonsense) {
              {"path", {{-5, 1, 2}}}}) {
         nlohmann::json bad = nlohmann::json::parse(line);
         bad[key] = value;
-        EXPECT_FALSE(pathOf(bad)) << bad;
+        EXPECT_FALSE(pathOf(bad, {})) << bad;
     }
-    EXPECT_FALSE(pathOf(nlohmann::json()));
+    EXPECT_FALSE(pathOf(nlohmann::json(), {}));
     EXPECT_FALSE(crossingOf(nlohmann::json::array()));
 }
 

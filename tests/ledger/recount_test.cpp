@@ -131,6 +131,37 @@ TEST(Recount, TellsOfCrossingsWhosePathAKillTook) {
     EXPECT_EQ(sumOf(result.counts) + result.withoutPath, sumOf(camera.counted));
 }
 
+TEST(Recount, TellsOfCrossingsOfWhomIsStillThere) {
+    Wandering camera(13);
+    camera.run(1000);
+    const Recounted early = camera.recount(oldSettings());
+    EXPECT_GT(early.inView, 0) << "a test of something";
+    EXPECT_EQ(early.withoutPath, 0);
+    EXPECT_EQ(sumOf(early.counts) + early.inView, sumOf(camera.counted));
+    EXPECT_EQ(jsonOf(early)["in_view"], early.inView);
+    // By then their paths would have been written.
+    const auto pass = [&](int64_t minutes) {
+        camera.setClock(camera.time() + minutes * 60'000);
+        camera.book().append("watched", {});
+    };
+    pass(10);
+    EXPECT_EQ(camera.recount(oldSettings()).inView, early.inView);
+    pass(5);
+    EXPECT_EQ(camera.recount(oldSettings()).inView, 0);
+    EXPECT_EQ(camera.recount(oldSettings()).withoutPath, early.inView);
+}
+
+TEST(Recount, HasNobodyInViewBehindTheEndOfARun) {
+    for (const char* const kind : {"start", "stop"}) {
+        Wandering camera(13);
+        camera.run(1000);
+        camera.book().append(kind, {});
+        const Recounted ended = camera.recount(oldSettings());
+        EXPECT_EQ(ended.inView, 0) << kind;
+        EXPECT_GT(ended.withoutPath, 0) << kind;
+    }
+}
+
 TEST(Recount, OfAPictureOfAnotherSizeHasTheAreasInProportion) {
     ConfigParams half = oldSettings();
     for (PointArray<8>* const points : {&half.i_Occupancy1, &half.i_Occupancy2, &half.i_Detection1}) {

@@ -40,7 +40,7 @@ TEST(HeatOfPaths, HasTheTimeThatObjectsWereThere) {
     }
     int64_t expected = 0;
     visitLines(chunksOf(camera.disk, {}), [&](const ledger::LineHead& head, std::string_view line) {
-        if (const auto path = head.kind == "object" ? pathOf(ledger::parseLine(line)) : std::nullopt) {
+        if (const auto path = head.kind == "object" ? pathOf(ledger::parseLine(line), head.moment) : std::nullopt) {
             expected += path->points.back().utcMillis - path->points.front().utcMillis;
         }
         return true;

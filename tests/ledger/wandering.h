@@ -98,6 +98,19 @@ public:
     /** From here on the clock goes on from another time. */
     void setClock(int64_t utcMillis) { m_now = utcMillis; }
 
+    /** The machine is started again, and nobody knows the time yet, or somebody does. */
+    void startMachine(const std::string& boot, bool knowsTime) {
+        m_boot = boot;
+        m_startedAt = m_now - 5000;
+        m_knowsTime = knowsTime;
+    }
+
+    /** From here on the time is known, and a line says so. */
+    void learnTime() {
+        m_knowsTime = true;
+        m_book.append("clock", {{"boot", m_boot}, {"mono", m_now - m_startedAt}, {"synchronised", true}});
+    }
+
     Recounted recount(const ConfigParams& settings, const Span& span = {}) {
         return recountOf(chunksOf(disk, span), settingsInForce(settings, kPicture), span);
     }
@@ -122,7 +135,7 @@ private:
 
     int dice(int sides) { return std::uniform_int_distribution<int>(0, sides - 1)(m_random); }
 
-    [[nodiscard]] ledger::Instant now() const { return {m_now, 0, true}; }
+    [[nodiscard]] ledger::Instant now() const { return {m_now - m_startedAt, m_startedAt, m_knowsTime}; }
 
     one_find move(Wanderer& object) {
         // Long straight ways, sharp turns, and rests.
@@ -155,12 +168,16 @@ private:
     area_of_interest m_areas{m_settings};
     std::mt19937 m_random;
     int64_t m_now = kBegin;
-    ledger::Ledger m_book{disk,
-                          {int64_t{1} << 30,
-                           [this] {
-                               return ledger::Moment{m_now, "", 0};
-                           },
-                           [] { return std::string("epoch"); }}};
+    std::string m_boot;
+    int64_t m_startedAt = 0;
+    bool m_knowsTime = true;
+    ledger::Ledger m_book{
+        disk,
+        {int64_t{1} << 30,
+         [this] {
+             return m_knowsTime ? ledger::Moment{m_now, "", 0} : ledger::Moment{0, m_boot, m_now - m_startedAt};
+         },
+         [] { return std::string("epoch"); }}};
     std::unique_ptr<ledger::Recorder> m_recorder;
     std::vector<Wanderer> m_objects;
     int32_t m_nextId = 0;

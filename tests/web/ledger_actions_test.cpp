@@ -279,7 +279,7 @@ TEST(AskedLedger, CountsAgainWithOtherSettings) {
               R"({"from":"2026-11-22T00:00:00.000Z","to":"2026-11-23T00:00:00.000Z",)"
               R"("counts":[{"entrance":1,"direction":"in","class":"Person","count":2}],)"
               R"("recorded":[{"entrance":1,"direction":"in","class":"Person","count":2}],)"
-              R"("objects":2,"without_path":0,)"
+              R"("objects":2,"without_path":0,"in_view":0,)"
               R"("stays":[{"area":1,"class":"Person","visits":2,"average":1.0,"median":1.0,"longest":1.0}]})");
     // Nobody came as far as this line.
     const nlohmann::json farther = nlohmann::json::parse(
