@@ -120,6 +120,13 @@ LedgerKeeping::~LedgerKeeping() {
     m_thread.join();
 }
 
+void LedgerKeeping::lookAtClock() {
+    if (const std::optional<ordered_json> change = m_clock.look()) {
+        write("clock", *change);
+        m_lateOccupancy = learnGap() ? keptOccupancy() : m_lateOccupancy;
+    }
+}
+
 bool LedgerKeeping::learnGap() {
     const ledger::Instant now = m_clock.now();
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -140,17 +147,14 @@ int32_t LedgerKeeping::keptOccupancy() {
 
 int32_t LedgerKeeping::add(const std::vector<one_find>& findings, ledger::PictureSize picture, int32_t occupancy,
                            bool isSlow, int64_t meantMillis) {
-    int32_t kept = 0;
-    if (const std::optional<ordered_json> change = m_clock.look()) {
-        write("clock", *change);
-        kept = learnGap() && !m_isSet ? keptOccupancy() : 0;
-    }
+    lookAtClock();
     m_occupancy = occupancy;
     m_recorder.add({findings, picture, m_clock.now(), occupancy, isSlow, meantMillis});
-    return kept;
+    return m_isSet ? 0 : std::exchange(m_lateOccupancy, 0);
 }
 
 void LedgerKeeping::addFailure() {
+    lookAtClock();
     m_recorder.addFailure(m_clock.now(), m_occupancy);
 }
 

@@ -88,6 +88,7 @@ public:
 
 private:
     void run();
+    void lookAtClock();
     bool learnGap();
     int32_t keptOccupancy();
     void complain(const char* what);
@@ -100,6 +101,7 @@ private:
     const ledger::Instant m_begin; /**< of this run */
     ledger::Recorder m_recorder;
     int32_t m_firstOccupancy = 0;
+    int32_t m_lateOccupancy = 0;          /**< of the run before, kept but not yet told to the application */
     std::atomic<int32_t> m_occupancy = 0; /**< after the last cycle, or as somebody set it since */
     std::atomic<bool> m_isSet = false;    /**< by somebody, since the start */
     ledger::Instant m_periodBegin;        /**< of the period that goes on */

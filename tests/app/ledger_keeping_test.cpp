@@ -463,6 +463,15 @@ TEST_F(LedgerAfterAPowerCut, GoesOnWithTheOccupancyOnceTheClockTellsHowLongAgoTh
     }
 }
 
+TEST_F(LedgerAfterAPowerCut, LearnsTheTimeAlsoWhileTheModelFails) {
+    const std::unique_ptr<LedgerKeeping> keeping = startLater(120);
+    synchronise();
+    keeping->addFailure();
+    EXPECT_EQ(keeping->lastRun().gapMillis, 120'000);
+    EXPECT_EQ(linesIn(settings().folder).back()["kind"], "clock");
+    EXPECT_EQ(keeping->add({}, {640, 360}, 2, false), 16);
+}
+
 TEST_F(LedgerKeepingTest, TellsAtItsEndWhatSomebodySetSinceTheLastCycle) {
     const auto occupancyAfter = [&](const char* kind) {
         std::filesystem::remove_all(settings().folder);
