@@ -93,7 +93,7 @@ void Recorder::follow(const one_find& finding, const SeenCycle& cycle) {
         object.stays.push_back({area, now, now});
     }
     object.area = area;
-    if (object.path.size() >= kMostPoints - 1) {
+    if (object.path.mostPoints() >= kMostPoints) {
         writePath(finding.id, object, false, cycle.now);
     }
 }

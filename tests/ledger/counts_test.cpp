@@ -276,7 +276,7 @@ TEST(LedgerCounts, AreThereWhileNewLinesAreRead) {
 
 TEST(LedgerCounts, AreThereWhileARewrittenFileIsReadAgain) {
     constexpr int kLines = 40;
-    Book book(int64_t{64} << 10);
+    Book book(int64_t{256} << 10);
     const auto addObject = [&](const char* utc, size_t length) {
         book.now = {*utcOf(utc), "", 0};
         book.ledger().append("object", {{"path", std::string(length, 'x')}});
@@ -290,7 +290,7 @@ TEST(LedgerCounts, AreThereWhileARewrittenFileIsReadAgain) {
     ASSERT_GT(before, 1);
     ASSERT_LT(before, kLines);
     const int64_t bytes = book.ledger().files().front().bytes;
-    for (int i = 0; i < 80; ++i) {
+    for (int i = 0; i < 320; ++i) {
         addObject("2026-11-22T08:00:00.000Z", 1000);
     }
     book.ledger().keep();

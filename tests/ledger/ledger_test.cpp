@@ -3,108 +3,13 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "failing_power.h"
-#include "slow_build.h"
+#include "ledger_machine.h"
 #include "test_folder.h"
 
 namespace ledger {
 namespace {
-
-constexpr int64_t kMidnight = 1'795'305'600'000;  // 2026-11-22
-constexpr int64_t kDay = 86'400'000;
-
-/** A ledger whose clock the test moves. */
-class Machine {
-public:
-    explicit Machine(Disk& disk, int64_t mostBytes = int64_t{1} << 30) : m_disk(disk), m_mostBytes(mostBytes) {
-        start();
-    }
-
-    /** Starts the application again. */
-    std::string start() {
-        m_ledger =
-            std::make_unique<Ledger>(m_disk, LedgerOptions{m_mostBytes, [this] { return now; },
-                                                           [this] { return "epoch" + std::to_string(++m_epochs); }});
-        return m_ledger->open();
-    }
-
-    bool add(const std::string& kind = "crossing") { return m_ledger->append(kind, {{"note", ++m_note}}); }
-
-    Ledger& ledger() { return *m_ledger; }
-
-    Moment now = {kMidnight, "", 0};
-
-private:
-    Disk& m_disk;
-    const int64_t m_mostBytes;
-    std::unique_ptr<Ledger> m_ledger;
-    int m_epochs = 0;
-    int m_note = 0;
-};
-
-/** Every line's text by its number, read in pieces. */
-std::map<int64_t, std::string> textsOf(const Ledger& book) {
-    std::map<int64_t, std::string> texts;
-    for (int64_t next = 1; next <= book.end().seq;) {
-        std::istringstream piece(book.lines(next, book.end().seq, 4096));
-        std::string line;
-        while (std::getline(piece, line)) {
-            const std::optional<LineHead> head = headOf(line);
-            EXPECT_TRUE(head) << line;
-            texts[head ? head->seq : 0] = line;
-        }
-        const int64_t last = texts.empty() ? 0 : texts.rbegin()->first;
-        if (last < next) {
-            break;
-        }
-        next = last + 1;
-    }
-    return texts;
-}
-
-std::vector<nlohmann::json> allLines(const Ledger& book) {
-    std::vector<nlohmann::json> lines;
-    for (const auto& [seq, text] : textsOf(book)) {
-        lines.push_back(parseLine(text));
-        EXPECT_FALSE(lines.back().is_discarded()) << text;
-    }
-    return lines;
-}
-
-/** The gaps between lines' numbers that no cut explains. */
-std::string unexplainedGaps(const std::map<int64_t, std::string>& texts) {
-    std::vector<std::pair<int64_t, int64_t>> cuts;
-    int64_t expected = 1;
-    std::vector<std::pair<int64_t, int64_t>> missing;
-    for (const auto& [seq, text] : texts) {
-        if (expected < seq) {
-            missing.emplace_back(expected, seq - 1);
-        }
-        expected = seq + 1;
-        if (text.find(R"("kind":"cut")") != std::string::npos) {
-            const nlohmann::json cut = parseLine(text);
-            cuts.emplace_back(cut["from"], cut["through"]);
-        }
-    }
-    for (auto [from, through] : missing) {
-        for (int64_t reached = 0; from <= through; from = reached) {
-            reached = from;
-            for (const auto& [first, last] : cuts) {
-                reached = first <= from ? std::max(reached, last + 1) : reached;
-            }
-            if (reached == from) {
-                return std::to_string(from) + ".." + std::to_string(through);
-            }
-        }
-    }
-    return "";
-}
-
-std::string unexplainedGaps(const Ledger& book) {
-    return unexplainedGaps(textsOf(book));
-}
 
 TEST(Ledger, NumbersItsLinesOverRestartsAndDays) {
     FailingPower disk(1);
@@ -209,64 +114,6 @@ TEST(Ledger, DropsTheOldestOfWhatWaitsBeyondAMebibyte) {
     EXPECT_EQ(machine.ledger().droppedLines(), 2);
 }
 
-TEST(Ledger, RemovesObjectsBeforeAllElseAndSaysSo) {
-    FailingPower disk(1);
-    constexpr int64_t kMost = 30'000;
-    Machine machine(disk, kMost);
-    for (int day = 0; day < 20; ++day) {
-        for (int i = 0; i < 10; ++i) {
-            machine.add("crossing");
-            machine.add("object");
-        }
-        machine.now.utcMillis += kDay;
-        ASSERT_TRUE(machine.ledger().keep());
-    }
-    EXPECT_EQ(unexplainedGaps(machine.ledger()), "");
-    int64_t bytes = 0;
-    for (const LedgerFile& file : machine.ledger().files()) {
-        bytes += file.bytes;
-        EXPECT_EQ(file.bytes, disk.size(file.name)) << file.name;
-    }
-    EXPECT_LE(bytes, kMost);
-    EXPECT_GE(bytes, kMost / 2);
-    // Every crossing is there, and the newest objects.
-    std::map<std::string, int> count;
-    std::string firstObject;
-    for (const nlohmann::json& line : allLines(machine.ledger())) {
-        ++count[line["kind"]];
-        if (line["kind"] == "object" && firstObject.empty()) {
-            firstObject = line["t"];
-        }
-    }
-    EXPECT_EQ(count["crossing"], 200);
-    EXPECT_EQ(count["object"] % 10, 0);
-    EXPECT_GT(count["object"], 0);
-    EXPECT_EQ(firstObject.substr(0, 10), utcDay(machine.now.utcMillis - count["object"] / 10 * kDay));
-    // The same again after a restart.
-    const int64_t end = machine.ledger().end().seq;
-    machine.start();
-    EXPECT_EQ(machine.ledger().end().seq, end);
-    EXPECT_EQ(unexplainedGaps(machine.ledger()), "");
-}
-
-TEST(Ledger, LeavesFilesAsTheyAreThatHoldNoObjects) {
-    FailingPower disk(1);
-    Machine machine(disk, 2'000);
-    for (int day = 0; day < 6; ++day) {
-        for (int line = 0; line < 5; ++line) {
-            machine.add();
-        }
-        machine.now.utcMillis += kDay;
-    }
-    EXPECT_TRUE(machine.ledger().keep());
-    const std::vector<LedgerFile> files = machine.ledger().files();
-    ASSERT_GT(files.size(), 1U);
-    EXPECT_GT(files.front().firstSeq, 1) << "the oldest have gone";
-    for (const LedgerFile& file : files) {
-        EXPECT_EQ(file.version, 0) << file.name << ": its index stays good";
-    }
-}
-
 TEST(Ledger, HandsOutWholeLinesFromAnyNumberOn) {
     FailingPower disk(1);
     Machine machine(disk);
@@ -302,43 +149,6 @@ TEST(Ledger, WorksInARealFolder) {
     EXPECT_EQ(machine.ledger().end().seq, end);
     EXPECT_TRUE(machine.add());
     EXPECT_EQ(unexplainedGaps(machine.ledger()), "");
-}
-
-TEST(Ledger, SurvivesThePowerCutAtAnyMoment) {
-    constexpr int kCuts = kSlow ? 1'000 : 10'000;
-    FailingPower disk(7);
-    constexpr int64_t kMost = 4'000;
-    Machine machine(disk, kMost);
-    std::mt19937 random(11);
-    for (int cut = 0; cut < kCuts; ++cut) {
-        for (auto step = random() % 30; step > 0; --step) {
-            switch (random() % 8) {
-                case 0:
-                    machine.now.utcMillis += kDay;
-                    break;
-                case 1:
-                    machine.ledger().keep();
-                    break;
-                case 2:
-                    disk.setFull(random() % 4 == 0);
-                    break;
-                default:
-                    machine.add(random() % 2 == 0 ? "object" : "crossing");
-            }
-        }
-        disk.setFull(false);
-        const int64_t safeSeq = machine.ledger().safeSeq();
-        const std::map<int64_t, std::string> before = textsOf(machine.ledger());
-        disk.cutPower();
-        machine.start();
-        ASSERT_GE(machine.ledger().end().seq, safeSeq) << "cut " << cut;
-        const std::map<int64_t, std::string> after = textsOf(machine.ledger());
-        ASSERT_EQ(unexplainedGaps(after), "") << "cut " << cut;
-        for (const auto& [seq, text] : after) {
-            const auto at = before.find(seq);
-            ASSERT_TRUE(at == before.end() || at->second == text) << "cut " << cut << ": " << text;
-        }
-    }
 }
 
 }  // namespace
