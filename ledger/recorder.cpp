@@ -15,6 +15,8 @@ using nlohmann::ordered_json;
 
 constexpr int64_t kMillisPerMinute = 60'000;
 constexpr size_t kMostPoints = 60;
+// Readers look no more than a quarter of an hour behind a time for the lines that tell of it.
+constexpr int64_t kLongestPart = 10 * kMillisPerMinute;
 // A longer silence between two cycles was not watched.
 constexpr int64_t kLongestCycle = 2'000;
 
@@ -93,7 +95,7 @@ void Recorder::follow(const one_find& finding, const SeenCycle& cycle) {
         object.stays.push_back({area, now, now});
     }
     object.area = area;
-    if (object.path.mostPoints() >= kMostPoints) {
+    if (object.path.mostPoints() >= kMostPoints || now - object.path.begin() >= kLongestPart) {
         writePath(finding.id, object, false, cycle.now);
     }
 }

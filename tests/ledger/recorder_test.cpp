@@ -206,6 +206,19 @@ TEST(LedgerRecorder, WritesALongStayInPartsThatContinueEachOther) {
     }
 }
 
+TEST(LedgerRecorder, WritesThePathOfWhatStandsStillEveryTenMinutes) {
+    Recording recording;
+    for (int second = 0; second < 1'500; ++second) {
+        recording.see({found(1, {100, 100})}, 1'000);
+    }
+    recording.see({});
+    const auto parts = recording.of("object");
+    ASSERT_EQ(parts.size(), 3U);
+    EXPECT_EQ(parts[0]["path"].back()[0], 600'000);
+    EXPECT_EQ(parts[1]["path"].back()[0], 600'000);
+    EXPECT_EQ(parts[2]["path"].back()[0], 299'000) << "the last second seen is number 1499";
+}
+
 TEST(LedgerRecorder, VotesOnTheClass) {
     Recording recording;
     for (const objects object : {objects::person, objects::car, objects::person}) {
