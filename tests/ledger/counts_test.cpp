@@ -25,7 +25,13 @@ public:
         return FailingPower::read(name, from, most);
     }
 
+    std::vector<std::string> list() override {
+        ++lists;
+        return FailingPower::list();
+    }
+
     std::function<void()> onRead;
+    int lists = 0;
 };
 
 /** A ledger to count, whose clock the test moves. */
@@ -272,6 +278,26 @@ TEST(LedgerCounts, AreThereWhileNewLinesAreRead) {
     }
     EXPECT_EQ(seen, std::vector<int64_t>{3});
     EXPECT_EQ(sumOf(*book.index), 4);
+}
+
+TEST(LedgerCounts, LookAtTheFolderOnlyWhenFilesHaveComeOrGone) {
+    Book book;
+    book.cross("2026-11-21T08:00:00.000Z");
+    book.disk.replace("000000000009-2026-11-20.ndjson.index", "{}");
+    const auto save = [&] {
+        book.index->update(1000);
+        book.index->save();
+    };
+    save();
+    EXPECT_FALSE(book.disk.size("000000000009-2026-11-20.ndjson.index"));
+    const int lists = book.disk.lists;
+    book.cross("2026-11-21T08:00:01.000Z");
+    save();
+    save();
+    EXPECT_EQ(book.disk.lists, lists);
+    book.cross("2026-11-22T08:00:00.000Z");
+    save();
+    EXPECT_EQ(book.disk.lists, lists + 1);
 }
 
 TEST(LedgerCounts, AreThereWhileARewrittenFileIsReadAgain) {
