@@ -4,7 +4,6 @@
 #include <exception>
 #include <limits>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -89,6 +88,7 @@ bool Index::readAll(int64_t mostBytes) {
         m_undated.clear();
         const MutexLock lock(m_mutex);
         m_parts.clear();
+        m_cleanFor.clear();
     }
     for (const LedgerFile& file : m_book.files()) {
         if (mostBytes <= 0) {
@@ -257,11 +257,7 @@ void Index::save() {
     for (const LedgerFile& file : files) {
         names.insert(indexName(file));
     }
-    for (const std::string& name : m_disk.list()) {
-        if (name.ends_with(kEnding) && !names.contains(name)) {
-            m_disk.remove(name);
-        }
-    }
+    removeOthers(std::move(names));
     // Files may have begun meanwhile, and been read.
     std::set<int64_t> known;
     for (const LedgerFile& file : m_book.files()) {
@@ -269,6 +265,25 @@ void Index::save() {
     }
     const MutexLock lock(m_mutex);
     std::erase_if(m_parts, [&](const auto& part) { return !known.contains(part.first); });
+}
+
+/** Removes the small files of ledger files that are gone; the folder is looked at only when others than before are
+ * left. */
+void Index::removeOthers(std::set<std::string> names) {
+    {
+        const MutexLock lock(m_mutex);
+        if (names == m_cleanFor) {
+            return;
+        }
+    }
+    bool isClean = true;
+    for (const std::string& name : m_disk.list()) {
+        if (name.ends_with(kEnding) && !names.contains(name)) {
+            isClean = m_disk.remove(name) && isClean;
+        }
+    }
+    const MutexLock lock(m_mutex);
+    m_cleanFor = isClean ? std::move(names) : std::set<std::string>();
 }
 
 Quarters Index::quarters(int64_t from, int64_t before) const {

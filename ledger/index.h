@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -84,6 +85,7 @@ private:
     bool readAll(int64_t mostBytes) REQUIRES(m_updating) EXCLUDES(m_mutex);
     int64_t read(const LedgerFile& file, int64_t mostBytes) REQUIRES(m_updating) EXCLUDES(m_mutex);
     int64_t load(const LedgerFile& file, Part& part);
+    void removeOthers(std::set<std::string> names) EXCLUDES(m_mutex);
     void take(std::string_view line, Part& part) REQUIRES(m_updating);
     void date(const BootTime& time, Part& part) REQUIRES(m_updating);
 
@@ -92,8 +94,10 @@ private:
     Mutex m_updating;                           /**< lets one thread read lines; held over reads, never over a sync */
     std::string m_epoch GUARDED_BY(m_updating); /**< of the ledger that was read */
     std::vector<Undated> m_undated GUARDED_BY(m_updating);
-    mutable Mutex m_mutex;                               /**< guards m_parts */
+    mutable Mutex m_mutex;                               /**< guards what follows */
     std::map<int64_t, Part> m_parts GUARDED_BY(m_mutex); /**< by the number of the file's first line */
+    /** The small files that may be there, when no others were; empty when that has to be looked up. */
+    std::set<std::string> m_cleanFor GUARDED_BY(m_mutex);
 };
 
 }  // namespace ledger

@@ -10,8 +10,9 @@ namespace ledger {
 namespace {
 
 constexpr size_t kMostWaitingBytes = size_t{1} << 20U;
+constexpr int64_t kLeastFileBytes = 1024;              // so that a file's going frees more than the word about it takes
 constexpr int64_t kMostFileBytes = int64_t{16} << 20;  // retention holds one in memory
-constexpr int64_t kFilesOfAFullLedger = 8;
+constexpr int64_t kFilesOfAFullLedger = 32;
 constexpr const char* kObject = "object";
 constexpr const char* kEverything = "all";
 
@@ -21,6 +22,19 @@ int64_t totalBytes(const std::vector<LedgerFile>& files) {
         total += file.bytes;
     }
     return total;
+}
+
+/**
+ * The size that decides on objects: what still holds some counts twice. Dropping them frees more than they take then,
+ * so that no more than a few days' files are rewritten while as many come, also on the way from a ledger full of
+ * objects to one that has no room for any.
+ */
+int64_t weightOf(const std::vector<LedgerFile>& files) {
+    int64_t weight = 0;
+    for (const LedgerFile& file : files) {
+        weight += file.bytes * (file.hasObjects ? 2 : 1);
+    }
+    return weight;
 }
 
 /** Whether retention left all files alone, but for lines added at the end and files that grew up. */
@@ -172,7 +186,7 @@ LedgerFile& Ledger::fileFor(const Moment& moment) {
     const std::string day = moment.isDated()  ? utcDay(moment.utcMillis)
                             : m_files.empty() ? "undated"
                                               : m_files.back().day;
-    const int64_t mostBytes = std::min(kMostFileBytes, m_options.mostBytes / kFilesOfAFullLedger);
+    const int64_t mostBytes = std::clamp(m_options.mostBytes / kFilesOfAFullLedger, kLeastFileBytes, kMostFileBytes);
     if (!m_files.empty() && m_files.back().lastSeq == 0) {
         m_files.pop_back();  // the disk refused its first line
     }
@@ -257,11 +271,14 @@ bool Ledger::growUp(const LedgerFile& young) {
 bool Ledger::retain() {
     for (;;) {
         const std::vector<LedgerFile> all = files();
-        if (totalBytes(all) <= m_options.mostBytes || all.size() < 2) {
+        if (weightOf(all) <= m_options.mostBytes || all.size() < 2) {
             return true;
         }
         const auto closed = all.end() - 1;
         const auto withObjects = std::find_if(all.begin(), closed, [](const auto& file) { return file.hasObjects; });
+        if (withObjects == closed && totalBytes(all) <= m_options.mostBytes) {
+            return true;
+        }
         if (!(withObjects != closed ? dropObjects(*withObjects) : dropFile(all.front()))) {
             return false;
         }

@@ -32,7 +32,8 @@ t_one_locator pointBetween(t_one_locator from, t_one_locator to, int32_t i, int3
  * side of every line that is drawn, and at most half a second from its place in time. The points on both sides of a
  * line are kept as they are.
  *
- * The longest straight part has 64 points, so that a cycle costs little and memory is bounded.
+ * The longest straight part has 64 points, so that a cycle costs little and memory is bounded. A point that sways does
+ * not end it: the part ends when sixteen in a row do not continue it.
  */
 class ObjectPath {
 public:
@@ -45,8 +46,10 @@ public:
     /** Adds the next cycle's point. millis: of any clock; a step backwards counts as no time. */
     void add(t_one_locator at, int64_t millis);
 
-    /** How many points are kept so far, the newest one not among them. */
-    [[nodiscard]] size_t size() const { return m_kept.size(); }
+    /** How many points take would give at most; one more with each point that is added, or fewer. */
+    [[nodiscard]] size_t mostPoints() const {
+        return m_kept.size() + (m_waiting.empty() ? 0 : m_waiting.size() - m_straight + 1);
+    }
 
     /**
      * The path up to the newest point; what is added from here on continues from that point with a path of its own.
@@ -64,8 +67,9 @@ private:
         int side;
     };
 
-    void keep(const Sample& sample, size_t between);
-    [[nodiscard]] bool isStraightTo(const Sample& newest) const;
+    void keep(const Sample& sample, size_t leftOut);
+    void keepStraight();
+    [[nodiscard]] bool isStraight(size_t count) const;
 
     PictureSize m_picture;
     const SideOf* m_sideOf;
@@ -73,7 +77,8 @@ private:
     int64_t m_newestMillis = 0;
     std::vector<PathPoint> m_kept;
     int m_keptSide = 0;            /**< of the last point kept */
-    std::vector<Sample> m_waiting; /**< since the last point kept, the newest last */
+    std::vector<Sample> m_waiting; /**< since the last point kept, the newest last, all on one side */
+    size_t m_straight = 0;         /**< so many of them lie on the straight way to the last of these */
 };
 
 }  // namespace ledger

@@ -15,6 +15,8 @@ using nlohmann::ordered_json;
 
 constexpr int64_t kMillisPerMinute = 60'000;
 constexpr size_t kMostPoints = 60;
+// Readers look no more than a quarter of an hour behind a time for the lines that tell of it.
+constexpr int64_t kLongestPart = 10 * kMillisPerMinute;
 // A longer silence between two cycles was not watched: of so long, and of so many cycles as they are meant to follow.
 constexpr int64_t kLongestSilence = 2'000;
 constexpr int64_t kSilentCycles = 3;
@@ -94,7 +96,7 @@ void Recorder::follow(const one_find& finding, const SeenCycle& cycle) {
         object.stays.push_back({area, now, now});
     }
     object.area = area;
-    if (object.path.size() >= kMostPoints - 1) {
+    if (object.path.mostPoints() >= kMostPoints || now - object.path.begin() >= kLongestPart) {
         writePath(finding.id, object, false, cycle.now);
     }
 }

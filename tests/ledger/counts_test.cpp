@@ -25,7 +25,13 @@ public:
         return FailingPower::read(name, from, most);
     }
 
+    std::vector<std::string> list() override {
+        ++lists;
+        return FailingPower::list();
+    }
+
     std::function<void()> onRead;
+    int lists = 0;
 };
 
 /** A ledger to count, whose clock the test moves. */
@@ -274,9 +280,29 @@ TEST(LedgerCounts, AreThereWhileNewLinesAreRead) {
     EXPECT_EQ(sumOf(*book.index), 4);
 }
 
+TEST(LedgerCounts, LookAtTheFolderOnlyWhenFilesHaveComeOrGone) {
+    Book book;
+    book.cross("2026-11-21T08:00:00.000Z");
+    book.disk.replace("000000000009-2026-11-20.ndjson.index", "{}");
+    const auto save = [&] {
+        book.index->update(1000);
+        book.index->save();
+    };
+    save();
+    EXPECT_FALSE(book.disk.size("000000000009-2026-11-20.ndjson.index"));
+    const int lists = book.disk.lists;
+    book.cross("2026-11-21T08:00:01.000Z");
+    save();
+    save();
+    EXPECT_EQ(book.disk.lists, lists);
+    book.cross("2026-11-22T08:00:00.000Z");
+    save();
+    EXPECT_EQ(book.disk.lists, lists + 1);
+}
+
 TEST(LedgerCounts, AreThereWhileARewrittenFileIsReadAgain) {
     constexpr int kLines = 40;
-    Book book(int64_t{64} << 10);
+    Book book(int64_t{256} << 10);
     const auto addObject = [&](const char* utc, size_t length) {
         book.now = {*utcOf(utc), "", 0};
         book.ledger().append("object", {{"path", std::string(length, 'x')}});
@@ -290,7 +316,7 @@ TEST(LedgerCounts, AreThereWhileARewrittenFileIsReadAgain) {
     ASSERT_GT(before, 1);
     ASSERT_LT(before, kLines);
     const int64_t bytes = book.ledger().files().front().bytes;
-    for (int i = 0; i < 80; ++i) {
+    for (int i = 0; i < 320; ++i) {
         addObject("2026-11-22T08:00:00.000Z", 1000);
     }
     book.ledger().keep();

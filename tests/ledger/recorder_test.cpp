@@ -81,6 +81,18 @@ TEST(ObjectPath, KeepsFewPointsOfAStraightWalk) {
     EXPECT_EQ(kept, (std::vector<PathPoint>{{0, {100, 100}, 0}, {5900, {395, 100}, 58}}));
 }
 
+TEST(ObjectPath, GoesOnBehindAPointThatSways) {
+    const ObjectPath::SideOf sideOf = sideOfLine;
+    ObjectPath path(kPicture, sideOf);
+    for (int i = 0; i <= 20; ++i) {
+        // The straight way to the tenth, from 96 to 95, is 7 off the fifth; the one to the twentieth, from 96 to 100,
+        // is at 97 and 98 there: 5 and 3 off, and five are one percent.
+        path.add({100 + 5 * i, i == 0 ? 96 : i == 5 ? 102 : i == 10 ? 95 : 100}, i * 100);
+    }
+    EXPECT_EQ(path.mostPoints(), 2U);
+    EXPECT_EQ(path.take(), (std::vector<PathPoint>{{0, {100, 96}, 0}, {2000, {200, 100}, 19}}));
+}
+
 TEST(ObjectPath, TellsOfALongSilence) {
     const ObjectPath::SideOf sideOf = sideOfLine;
     ObjectPath path(kPicture, sideOf);
@@ -192,6 +204,19 @@ TEST(LedgerRecorder, WritesALongStayInPartsThatContinueEachOther) {
             EXPECT_EQ(parts[i]["path"].front()[2], parts[i - 1]["path"].back()[2]);
         }
     }
+}
+
+TEST(LedgerRecorder, WritesThePathOfWhatStandsStillEveryTenMinutes) {
+    Recording recording;
+    for (int second = 0; second < 1'500; ++second) {
+        recording.see({found(1, {100, 100})}, 1'000);
+    }
+    recording.see({});
+    const auto parts = recording.of("object");
+    ASSERT_EQ(parts.size(), 3U);
+    EXPECT_EQ(parts[0]["path"].back()[0], 600'000);
+    EXPECT_EQ(parts[1]["path"].back()[0], 600'000);
+    EXPECT_EQ(parts[2]["path"].back()[0], 299'000) << "the last second seen is number 1499";
 }
 
 TEST(LedgerRecorder, VotesOnTheClass) {

@@ -1,0 +1,110 @@
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "failing_power.h"
+#include "ledger_machine.h"
+
+namespace ledger {
+namespace {
+
+TEST(LedgerRetention, RemovesObjectsBeforeAllElseAndSaysSo) {
+    FailingPower disk(1);
+    constexpr int64_t kMost = 30'000;
+    Machine machine(disk, kMost);
+    for (int day = 0; day < 20; ++day) {
+        for (int i = 0; i < 10; ++i) {
+            machine.add("crossing");
+            machine.add("object");
+        }
+        machine.now.utcMillis += kDay;
+        ASSERT_TRUE(machine.ledger().keep());
+    }
+    EXPECT_EQ(unexplainedGaps(machine.ledger()), "");
+    int64_t bytes = 0;
+    for (const LedgerFile& file : machine.ledger().files()) {
+        bytes += file.bytes;
+        EXPECT_EQ(file.bytes, disk.size(file.name)) << file.name;
+    }
+    EXPECT_LE(bytes, kMost);
+    EXPECT_GE(bytes, kMost / 2);
+    // Every crossing is there, and the newest objects.
+    std::map<std::string, int> count;
+    std::string firstObject;
+    for (const nlohmann::json& line : allLines(machine.ledger())) {
+        ++count[line["kind"]];
+        if (line["kind"] == "object" && firstObject.empty()) {
+            firstObject = line["t"];
+        }
+    }
+    EXPECT_EQ(count["crossing"], 200);
+    EXPECT_EQ(count["object"] % 10, 0);
+    EXPECT_GT(count["object"], 0);
+    EXPECT_EQ(firstObject.substr(0, 10), utcDay(machine.now.utcMillis - count["object"] / 10 * kDay));
+    // The same again after a restart.
+    const int64_t end = machine.ledger().end().seq;
+    machine.start();
+    EXPECT_EQ(machine.ledger().end().seq, end);
+    EXPECT_EQ(unexplainedGaps(machine.ledger()), "");
+}
+
+TEST(LedgerRetention, LeavesFilesAsTheyAreThatHoldNoObjects) {
+    FailingPower disk(1);
+    Machine machine(disk, 2'000);
+    for (int day = 0; day < 6; ++day) {
+        for (int line = 0; line < 5; ++line) {
+            machine.add();
+        }
+        machine.now.utcMillis += kDay;
+    }
+    EXPECT_TRUE(machine.ledger().keep());
+    const std::vector<LedgerFile> files = machine.ledger().files();
+    ASSERT_GT(files.size(), 1U);
+    EXPECT_GT(files.front().firstSeq, 1) << "the oldest have gone";
+    for (const LedgerFile& file : files) {
+        EXPECT_EQ(file.version, 0) << file.name << ": its index stays good";
+    }
+}
+
+/** Counts what retention writes: the contents of files that are replaced. */
+class CountingDisk : public FailingPower {
+public:
+    using FailingPower::FailingPower;
+
+    bool replace(const std::string& name, std::string_view content) override {
+        replaced += static_cast<int64_t>(content.size());
+        return FailingPower::replace(name, content);
+    }
+
+    int64_t replaced = 0;
+};
+
+TEST(LedgerRetention, RewritesNoMoreThanThreeQuartersOfWhatComes) {
+    // Objects are half of each day's N + N bytes, and a day has a file. A day adds twice its 2 N to what retention
+    // weighs; a file whose objects go weighs N instead of 4 N, for N bytes written. That makes 4/3 N bytes a day: 2/3
+    // of what comes. Without the double weight a day's 2 N would take two files, and their 2 N bytes.
+    CountingDisk disk(1);
+    Machine machine(disk, 80'000);
+    int64_t appended = 0;
+    for (int days = 0; days < 20;) {
+        const int64_t before = disk.replaced;
+        for (int i = 0; i < 10; ++i) {
+            machine.add("crossing");
+            machine.add("object");
+        }
+        const int64_t day = machine.ledger().files().back().bytes;
+        machine.now.utcMillis += kDay;
+        ASSERT_TRUE(machine.ledger().keep());
+        if (before == 0) {
+            disk.replaced = std::min<int64_t>(disk.replaced, 1);  // only from the first one on
+        } else {
+            appended += day;
+            ++days;
+        }
+    }
+    EXPECT_GT(disk.replaced, appended / 2) << "retention was at work";
+    EXPECT_LE(disk.replaced, appended * 3 / 4);
+}
+
+}  // namespace
+}  // namespace ledger
