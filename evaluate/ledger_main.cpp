@@ -191,7 +191,11 @@ int main(int argc, char** argv) {
     addLedger(*recounts);
     addSpan(*recounts);
     recounts->add_option("--settings", options.settings, "A settings file as senvo evaluate takes it")->required();
-    recounts->add_option("--tracks", options.tracks, "The file tracks.jsonl of senvo evaluate, instead of a ledger");
+    CLI::Option* const tracks = recounts->add_option("--tracks", options.tracks,
+                                                     "The file tracks.jsonl of senvo evaluate, instead of a ledger");
+    for (const char* const ofALedger : {"--state", "--ledger", "--from", "--to", "--zone"}) {
+        tracks->excludes(recounts->get_option(ofALedger));
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {

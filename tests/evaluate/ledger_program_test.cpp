@@ -181,6 +181,7 @@ TEST_F(LedgerProgram, EndsWithTwoAndTheReason) {
         {"expected a time zone such as", {"export", "--ledger", "ledger", "--from", "2026-11-22", "--zone", "Moon"}},
         {"--format", {"export", "--ledger", "ledger", "--format", "xml"}},
         {"bad.json: unknown setting \"colour\"", {"recount", "--ledger", "ledger", "--settings", "bad.json"}},
+        {"--from excludes --tracks", {"recount", "--tracks", "t", "--from", "2026-11-22", "--settings", "bad.json"}},
         {"--settings is required", {"recount", "--ledger", "ledger"}},
     };
     for (const auto& [said, arguments] : cases) {
