@@ -97,6 +97,7 @@ private:
         } else if (head.epoch != m_epoch) {
             m_checked.faults.push_back(file + ": line " + std::to_string(head.seq) + " is of the epoch " + head.epoch +
                                        ", expected " + m_epoch);
+            m_epoch = head.epoch;
         }
         if (head.seq <= m_seq) {
             m_checked.faults.push_back(file + ": line " + std::to_string(head.seq) + " comes behind line " +

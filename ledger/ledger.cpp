@@ -57,10 +57,10 @@ std::string Ledger::open() {
             found.push_back(std::move(*file));
         }
     }
-    std::string dropped;
+    Mending mending;
     std::optional<LineHead> last;
     while (!last && !found.empty()) {
-        last = mendEnd(found, dropped);
+        last = mendEnd(found, mending);
     }
     for (size_t i = 0; i + 1 < found.size(); ++i) {
         found[i].lastSeq = std::max(found[i].firstSeq, found[i + 1].firstSeq - 1);
@@ -74,17 +74,19 @@ std::string Ledger::open() {
     m_safeSeq = first > 0 ? found[first - 1].lastSeq : 0;
     m_files = std::move(found);
     if (last) {
-        m_epoch = last->epoch;
+        // Under another epoch no line has the name of one that was set aside.
+        m_epoch = mending.isSetAside ? "" : last->epoch;
         m_lastSeq = last->seq;
     }
-    return dropped;
+    return mending.dropped;
 }
 
 /**
  * Mends the last file found, and from the one before the first young one on: none of them may ever have reached the
  * disk as it was written. Returns how the last line begins; nothing when the last file was none and is gone.
  */
-std::optional<LineHead> Ledger::mendEnd(std::vector<LedgerFile>& found, std::string& dropped) {
+std::optional<LineHead> Ledger::mendEnd(std::vector<LedgerFile>& found, Mending& mending) {
+    std::string& dropped = mending.dropped;
     const auto note = [&](const LedgerFile& file, int64_t bytes, const char* why) {
         if (bytes > 0) {
             dropped += (dropped.empty() ? "" : "; ") + std::to_string(bytes) + " bytes of " + file.name + ", " + why;
@@ -99,6 +101,7 @@ std::optional<LineHead> Ledger::mendEnd(std::vector<LedgerFile>& found, std::str
         const MendedFile mended = mendFile(m_disk, found[i]);
         if (!mended.isRead) {
             // What cannot be read now may be read by somebody later.
+            mending.isSetAside = true;
             for (size_t aside = i; aside < found.size(); ++aside) {
                 note(found[aside], found[aside].bytes, "which cannot be read and was set aside");
                 m_disk.rename(found[aside].name, found[aside].name + kAsideEnding);

@@ -89,7 +89,13 @@ private:
     bool write(const Waiting& line) REQUIRES(m_mutex);
     bool writeWaiting() REQUIRES(m_mutex);
     LedgerFile& fileFor(const Moment& moment) REQUIRES(m_mutex);
-    std::optional<LineHead> mendEnd(std::vector<LedgerFile>& found, std::string& dropped);
+    /** What a start had to mend. */
+    struct Mending {
+        std::string dropped;     /**< in words */
+        bool isSetAside = false; /**< a file that cannot be read: its numbers may come once more */
+    };
+
+    std::optional<LineHead> mendEnd(std::vector<LedgerFile>& found, Mending& mending);
     void noticeWiping() REQUIRES(m_mutex);
     bool sync() EXCLUDES(m_mutex);
     bool growUp(const LedgerFile& young) EXCLUDES(m_mutex);

@@ -75,6 +75,17 @@ TEST_F(LedgerCheck, FindsWhatCannotBeRead) {
     EXPECT_EQ(check(m_camera.disk, "").faults.at(0), "cannot read " + name());
 }
 
+TEST_F(LedgerCheck, TellsOfAnotherEpochOnceWhereItBegins) {
+    std::string lines = content();
+    const int64_t last = m_camera.book().end().seq;
+    for (int64_t seq = last + 1; seq <= last + 3; ++seq) {
+        lines += ledger::lineText({seq, "other", {m_camera.time(), "", 0}, "reset"}, R"("by":"web")");
+    }
+    const auto faults = faultsOf(lines);
+    ASSERT_EQ(faults.size(), 1U);
+    EXPECT_NE(faults[0].find("line " + std::to_string(last + 1) + " is of the epoch other"), std::string::npos);
+}
+
 TEST_F(LedgerCheck, AcceptsAGapThatACutTells) {
     std::string lines;
     int64_t removed = 0;

@@ -80,6 +80,39 @@ TEST(Ledger, SetsAsideWhatCannotBeReadAndGoesOn) {
     EXPECT_EQ(allLines(machine.ledger()).at(0)["epoch"], "epoch2") << "none was there to go on with";
 }
 
+/** A disk on which one file cannot be read. */
+class DiskWithABadFile : public FailingPower {
+public:
+    using FailingPower::FailingPower;
+
+    std::optional<std::string> read(const std::string& name, int64_t from, int64_t most) override {
+        return name == bad ? std::nullopt : FailingPower::read(name, from, most);
+    }
+
+    std::string bad;
+};
+
+TEST(Ledger, GivesNoLineTheNameOfOneThatWasSetAside) {
+    DiskWithABadFile disk(1);
+    Machine machine(disk);
+    machine.add();
+    machine.now.utcMillis += kDay;
+    machine.add();
+    machine.ledger().keep();
+    disk.bad = machine.ledger().files().back().name;
+    machine.start();
+    machine.add();
+    const std::vector<nlohmann::json> lines = allLines(machine.ledger());
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0]["epoch"], "epoch1");
+    EXPECT_EQ(lines[1]["seq"], 2) << "as the one that was set aside";
+    EXPECT_EQ(lines[1]["epoch"], "epoch2");
+    disk.bad.clear();
+    EXPECT_EQ(machine.start(), "");
+    machine.add();
+    EXPECT_EQ(allLines(machine.ledger()).back()["epoch"], "epoch2") << "which goes on from there";
+}
+
 TEST(Ledger, KeepsWhatAFullDiskRefusedUntilThereIsRoom) {
     FailingPower disk(1);
     Machine machine(disk);
