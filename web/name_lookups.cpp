@@ -77,7 +77,7 @@ std::shared_future<std::string> lookupOf(const std::string& host) {
         return {};
     }
     std::promise<std::string> promise;
-    const std::shared_future<std::string> addresses = promise.get_future();
+    std::shared_future<std::string> addresses = promise.get_future();
     try {
         std::thread([&all, host, promise = std::move(promise)]() mutable {
             std::string found = addressesOf(host);
