@@ -65,6 +65,12 @@ std::string Ledger::open() {
     for (size_t i = 0; i + 1 < found.size(); ++i) {
         found[i].lastSeq = std::max(found[i].firstSeq, found[i + 1].firstSeq - 1);
     }
+    m_aside.clear();
+    for (const std::string& name : m_disk.list()) {
+        if (name.ends_with(kAsideEnding)) {
+            m_aside[name] = m_disk.size(name).value_or(0);
+        }
+    }
     // What lies before the last file that is not young has reached the disk.
     size_t first = found.empty() ? 0 : found.size() - 1;
     while (first > 0 && found[first].isYoung()) {
@@ -271,7 +277,27 @@ bool Ledger::growUp(const LedgerFile& young) {
     return m_disk.sync(name);
 }
 
+/** What nobody could read goes before everything else. */
+bool Ledger::dropAside(int64_t mostBytes) {
+    int64_t bytes = 0;
+    for (const auto& [name, size] : m_aside) {
+        bytes += size;
+    }
+    while (!m_aside.empty() && weightOf(files()) + bytes > mostBytes) {
+        const auto oldest = m_aside.begin();
+        if (!m_disk.remove(oldest->first)) {
+            return false;
+        }
+        bytes -= oldest->second;
+        m_aside.erase(oldest);
+    }
+    return true;
+}
+
 bool Ledger::retain() {
+    if (!dropAside(m_options.mostBytes)) {
+        return false;
+    }
     for (;;) {
         const std::vector<LedgerFile> all = files();
         if (weightOf(all) <= m_options.mostBytes || all.size() < 2) {

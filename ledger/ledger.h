@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
@@ -100,6 +101,7 @@ private:
     bool sync() EXCLUDES(m_mutex);
     bool growUp(const LedgerFile& young) EXCLUDES(m_mutex);
     bool retain() EXCLUDES(m_mutex);
+    bool dropAside(int64_t mostBytes) EXCLUDES(m_mutex);
     bool dropObjects(const LedgerFile& file) EXCLUDES(m_mutex);
     bool dropFile(const LedgerFile& file) EXCLUDES(m_mutex);
     bool announceCut(const char* removed, int64_t from, int64_t through) EXCLUDES(m_mutex);
@@ -112,6 +114,7 @@ private:
     int64_t m_lastSeq GUARDED_BY(m_mutex) = 0;
     int64_t m_safeSeq GUARDED_BY(m_mutex) = 0;
     std::vector<LedgerFile> m_files GUARDED_BY(m_mutex);
+    std::map<std::string, int64_t> m_aside;            /**< the sizes of files set aside; open's and keep's alone */
     std::deque<Waiting> m_waiting GUARDED_BY(m_mutex); /**< refused by the disk, oldest first */
     size_t m_waitingBytes GUARDED_BY(m_mutex) = 0;
     int64_t m_dropped GUARDED_BY(m_mutex) = 0;

@@ -48,6 +48,40 @@ TEST(LedgerRetention, RemovesObjectsBeforeAllElseAndSaysSo) {
     EXPECT_EQ(unexplainedGaps(machine.ledger()), "");
 }
 
+TEST(LedgerRetention, RemovesWhatCouldNotBeReadBeforeAllElse) {
+    FailingPower disk(1);
+    constexpr int64_t kMost = 10'000;
+    const std::string names[] = {"000000000001-2026-11-20.ndjson.unreadable",
+                                 "000000000900-2026-11-21.ndjson.unreadable"};
+    for (const std::string& name : names) {
+        disk.append(name, std::string(4'000, '?'));
+    }
+    Machine machine(disk, kMost);
+    const auto isThere = [&](const std::string& name) { return disk.size(name).has_value(); };
+    const auto fillUpTo = [&](int64_t bytes) {
+        do {
+            machine.add();
+        } while (machine.ledger().files().back().bytes < bytes);
+        EXPECT_TRUE(machine.ledger().keep());
+    };
+    // What may hold objects counts twice: 8,000 and twice 500, then twice 1,500.
+    fillUpTo(500);
+    EXPECT_TRUE(isThere(names[0]) && isThere(names[1]));
+    machine.now.utcMillis += kDay;
+    fillUpTo(1'000);
+    EXPECT_FALSE(isThere(names[0])) << "the older one";
+    EXPECT_TRUE(isThere(names[1]));
+    EXPECT_EQ(allLines(machine.ledger()).front()["seq"], 1);
+    // Also after a start: with 4,000 there is room for 6,000, and for 3,000 that may hold objects.
+    machine.start();
+    for (int file = 0; file < 4; ++file) {
+        machine.now.utcMillis += kDay;
+        fillUpTo(1'000);
+    }
+    EXPECT_FALSE(isThere(names[1]));
+    EXPECT_EQ(allLines(machine.ledger()).front()["seq"], 1);
+}
+
 TEST(LedgerRetention, LeavesFilesAsTheyAreThatHoldNoObjects) {
     FailingPower disk(1);
     Machine machine(disk, 2'000);
