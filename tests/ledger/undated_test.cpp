@@ -79,10 +79,11 @@ TEST(LinesWithoutATime, AreInNoTimeWhereItNeverBecameKnown) {
     const Counts all = learning.camera.counted;
     const Span day = {kBegin + kDay, kBegin + 2 * kDay};
     const nlohmann::ordered_json nothing = learning.answers(day);
-    EXPECT_EQ(nothing["recount"]["recorded"], nlohmann::json::array());
-    EXPECT_EQ(nothing["stays"], nlohmann::json::array());
-    EXPECT_EQ(nothing["heat"]["cells"], nlohmann::json::array());
-    EXPECT_EQ(nothing["why"]["crossings"], nlohmann::json::array());
+    const auto nothingAtAll = nlohmann::ordered_json::array();
+    EXPECT_EQ(nothing["recount"]["recorded"], nothingAtAll);
+    EXPECT_EQ(nothing["stays"], nothingAtAll);
+    EXPECT_EQ(nothing["heat"]["cells"], nothingAtAll);
+    EXPECT_EQ(nothing["why"]["crossings"], nothingAtAll);
     EXPECT_EQ(learning.camera.recount(oldSettings()).recorded, all) << "whoever asks for all gets all";
 
     // The machine was started again, and the new start's time says nothing of the one before.
