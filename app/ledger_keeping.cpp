@@ -123,7 +123,8 @@ LedgerKeeping::~LedgerKeeping() {
 void LedgerKeeping::lookAtClock() {
     if (const std::optional<ordered_json> change = m_clock.look()) {
         write("clock", *change);
-        m_lateOccupancy = learnGap() ? keptOccupancy() : m_lateOccupancy;
+        // A clock that is taken as it is says nothing of how long the machine was off.
+        m_lateOccupancy = change->value("synchronised", false) && learnGap() ? keptOccupancy() : m_lateOccupancy;
     }
 }
 

@@ -81,7 +81,7 @@ std::string Ledger::open() {
     m_files = std::move(found);
     if (last) {
         // Under another epoch no line has the name of one that was set aside.
-        m_epoch = mending.isSetAside ? "" : last->epoch;
+        m_epoch = mending.isSetAside ? m_options.makeEpoch() : last->epoch;
         m_lastSeq = last->seq;
     }
     return mending.dropped;
@@ -239,7 +239,7 @@ void Ledger::noticeWiping() {
                     [&](const std::string& name) { return name == newest.name || !fileOf(name); })) {
         m_disk.truncate(newest.name, 0);  // a new one may get this name
         m_files.clear();
-        m_epoch.clear();
+        m_epoch = m_options.makeEpoch();  // at once: a reader may ask where the ledger ends
         m_lastSeq = m_safeSeq = 0;
     }
 }

@@ -463,6 +463,15 @@ TEST_F(LedgerAfterAPowerCut, GoesOnWithTheOccupancyOnceTheClockTellsHowLongAgoTh
     }
 }
 
+TEST_F(LedgerAfterAPowerCut, BelievesNoClockThatNobodySet) {
+    const std::unique_ptr<LedgerKeeping> keeping = startLater(120);
+    m_zero = m_noon;      // as it was saved when the power went
+    m_mono += 3'600'000;  // after ten minutes without word of synchronisation it is taken as it is
+    EXPECT_EQ(keeping->add({}, {640, 360}, 2, false), 0);
+    EXPECT_EQ(linesIn(settings().folder).back()["synchronised"], false);
+    EXPECT_EQ(keeping->lastRun().gapMillis, std::nullopt);
+}
+
 TEST_F(LedgerAfterAPowerCut, LearnsTheTimeAlsoWhileTheModelFails) {
     const std::unique_ptr<LedgerKeeping> keeping = startLater(120);
     synchronise();
