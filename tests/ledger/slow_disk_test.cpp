@@ -73,7 +73,7 @@ protected:
     /** Lines of a kind on so many days. */
     void fill(Ledger& book, int days, const char* kind) {
         for (int line = 0; line < 100 * days; ++line) {
-            m_now = {*utcOf("2026-11-01T00:00:00Z") + int64_t{86'400'000} * (line / 100), "", 0};
+            m_now = {*utcOf("2026-11-01T00:00:00.000Z") + int64_t{86'400'000} * (line / 100), "", 0};
             book.append(kind, {{"entrance", 1}, {"direction", "in"}, {"class", "Person"}});
         }
     }
