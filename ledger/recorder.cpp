@@ -20,6 +20,7 @@ constexpr int64_t kLongestPart = 10 * kMillisPerMinute;
 // A longer silence between two cycles was not watched: of so long, and of so many cycles as they are meant to follow.
 constexpr int64_t kLongestSilence = 2'000;
 constexpr int64_t kSilentCycles = 3;
+constexpr int64_t kRarestCycles = 10'000;  // milliseconds; what is set to more than can be set looks when it is told to
 
 ordered_json pointJson(t_one_locator at) {
     return ordered_json::array({at.first, at.second});
@@ -64,8 +65,9 @@ void Recorder::add(const SeenCycle& cycle) {
     watch(cycle.now, cycle.occupancy);
     ++m_cycles;
     m_slow += cycle.isSlow ? 1 : 0;
-    const int64_t since = cycle.now.monoMillis - m_lastCycle;
-    if (since <= std::max(kLongestSilence, kSilentCycles * cycle.meantMillis)) {
+    const int64_t since = cycle.now.monoMillis - m_lastCycle.value_or(cycle.now.monoMillis);
+    const int64_t meant = cycle.meantMillis <= kRarestCycles ? cycle.meantMillis : 0;
+    if (since <= std::max(kLongestSilence, kSilentCycles * meant)) {
         m_watchedMillis += since;
         m_watchedInAll += since;
     }

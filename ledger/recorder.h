@@ -79,10 +79,10 @@ private:
     PictureSize m_picture;
     std::map<int32_t, Followed> m_objects;
     int64_t m_cycleNumber = 0;
-    std::optional<int64_t> m_minute; /**< of UTC, or of the machine's time; the one being watched */
-    bool m_isMinuteDated = false;    /**< else m_minute is since the machine's start */
-    int64_t m_lastCycle = 0;         /**< when */
-    int64_t m_watchedMillis = 0;     /**< of the minute */
+    std::optional<int64_t> m_minute;    /**< of UTC, or of the machine's time; the one being watched */
+    bool m_isMinuteDated = false;       /**< else m_minute is since the machine's start */
+    std::optional<int64_t> m_lastCycle; /**< when */
+    int64_t m_watchedMillis = 0;        /**< of the minute */
     int64_t m_watchedInAll = 0;
     int32_t m_cycles = 0;
     int32_t m_slow = 0;
