@@ -84,9 +84,10 @@ private:
         int64_t next = from;
         for (const Cut& cut : m_cuts) {
             if (cut.from <= next && cut.through >= next) {
-                m_isWhole = m_isWhole && !cut.isAll;
                 next = cut.through + 1;
             }
+            // What was cut of one kind may have been cut altogether later.
+            m_isWhole = m_isWhole && !(cut.isAll && cut.from <= through && cut.through >= from);
         }
         return next > through;
     }
