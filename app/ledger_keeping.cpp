@@ -94,11 +94,11 @@ LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version
                           {"settings", settingsNumber},
                           {"last_run", m_lastRun.ending},
                           {"occupancy", m_firstOccupancy}};
-    if (m_clock.now().isDated) {
+    if (m_begin.isDated) {
         start["boot"] = m_clock.boot();  // else the line begins with it
     }
     write("start", start);
-    if (m_clock.now().isDated) {
+    if (m_begin.isDated) {
         // Dates what a run before this one wrote without knowing the time, and says what there is to hold of this one.
         write("clock", m_clock.known());
     }
@@ -121,20 +121,24 @@ LedgerKeeping::~LedgerKeeping() {
 }
 
 void LedgerKeeping::lookAtClock() {
-    if (const std::optional<ordered_json> change = m_clock.look()) {
-        write("clock", *change);
-        // A clock that is taken as it is says nothing of how long the machine was off.
-        m_lateOccupancy = change->value("synchronised", false) && learnGap() ? keptOccupancy() : m_lateOccupancy;
+    const std::optional<ordered_json> change = m_clock.look();
+    if (!change) {
+        return;
+    }
+    write("clock", *change);
+    // A clock that is taken as it is says nothing of how long the machine was off.
+    if (change->value("synchronised", false) && learnGap()) {
+        m_lateOccupancy = keptOccupancy();
     }
 }
 
 bool LedgerKeeping::learnGap() {
-    const ledger::Instant now = m_clock.now();
+    const int64_t begin = m_begin.monoMillis + m_clock.now().utcOffset;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_lastRun.gapMillis || !m_lastRun.lastLine || !m_lastRun.lastLine->isDated() || !now.isDated) {
+    if (m_lastRun.gapMillis || !m_lastRun.lastLine || !m_lastRun.lastLine->isDated()) {
         return false;
     }
-    m_lastRun.gapMillis = m_begin.monoMillis + now.utcOffset - m_lastRun.lastLine->utcMillis;
+    m_lastRun.gapMillis = begin - m_lastRun.lastLine->utcMillis;
     return true;
 }
 

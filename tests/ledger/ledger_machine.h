@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <gtest/gtest.h>
+#include <limits>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -10,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "index.h"
 #include "ledger.h"
 
 namespace ledger {
@@ -102,6 +104,19 @@ inline std::string unexplainedGaps(const std::map<int64_t, std::string>& texts) 
         }
     }
     return "";
+}
+
+/** All crossings that an index counts, once it has read what there is. */
+inline int64_t crossingsIn(Index& index) {
+    while (!index.update(500)) {
+    }
+    int64_t crossings = 0;
+    for (const auto& [number, quarter] : index.quarters(0, std::numeric_limits<int64_t>::max())) {
+        for (const auto& [key, count] : quarter.crossings) {
+            crossings += count;
+        }
+    }
+    return crossings;
 }
 
 inline std::string unexplainedGaps(const Ledger& book) {

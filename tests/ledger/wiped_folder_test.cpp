@@ -1,9 +1,7 @@
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
-#include <limits>
 
-#include "index.h"
 #include "ledger_machine.h"
 #include "test_folder.h"
 
@@ -13,17 +11,6 @@ namespace {
 /** A folder that tests remove, and what is counted in it. */
 class WipedFolder : public testing::Test {
 protected:
-    int64_t crossings() {
-        while (!m_index.update(1 << 20)) {
-        }
-        int64_t count = 0;
-        for (const auto& [number, quarter] : m_index.quarters(0, std::numeric_limits<int64_t>::max())) {
-            for (const auto& [key, crossings] : quarter.crossings) {
-                count += crossings;
-            }
-        }
-        return count;
-    }
     void cross(int times) {
         for (int i = 0; i < times; ++i) {
             EXPECT_TRUE(
@@ -55,7 +42,7 @@ TEST_F(WipedFolder, BeginsANewLedgerAlsoWhileTheApplicationRuns) {
                     EXPECT_TRUE(m_machine.ledger().keep());
                 }
                 const std::string before = m_machine.ledger().end().epoch;
-                crossings();
+                crossingsIn(m_index);
                 wipe();
                 cross(linesBetween);
                 m_machine.ledger().keep();
@@ -68,7 +55,7 @@ TEST_F(WipedFolder, BeginsANewLedgerAlsoWhileTheApplicationRuns) {
                 EXPECT_EQ(end.epoch, begun);
                 EXPECT_EQ(end.seq, 3);
                 EXPECT_EQ(allLines(m_machine.ledger()).size(), 3U);
-                EXPECT_EQ(crossings(), 3);
+                EXPECT_EQ(crossingsIn(m_index), 3);
                 Machine again(*m_disk);
                 EXPECT_EQ(again.ledger().end().epoch, end.epoch);
                 EXPECT_EQ(again.ledger().end().seq, 3);
