@@ -23,6 +23,9 @@ struct Cut {
     int64_t from = 0;
     int64_t through = 0;
     bool isAll = false; /**< lines of every kind; else those of objects */
+    int64_t lines = 0;  /**< how many of objects */
+
+    [[nodiscard]] bool overlaps(int64_t first, int64_t last) const { return from <= last && through >= first; }
 };
 
 std::string tallyName(const KeptCrossing& crossing) {
@@ -76,18 +79,36 @@ public:
         }
     }
 
+    /** Judges what only all lines together tell. */
+    void finish() {
+        for (const auto& [cut, missing] : m_missing) {
+            const Cut& told = m_cuts.at(cut);
+            // Ledgers of before have no number in the line.
+            if (told.lines > 0 && missing > told.lines) {
+                m_checked.faults.push_back("between the lines " + std::to_string(told.from) + " and " +
+                                           std::to_string(told.through) + " " + std::to_string(missing) +
+                                           " are missing, of which " + std::to_string(told.lines) + " were cut");
+            }
+        }
+    }
+
     [[nodiscard]] const KeptPeriods& kept() const { return m_kept; }
 
 private:
     /** Whether a line "cut" tells that all lines between two numbers are gone, or all of a kind that is not kept. */
     [[nodiscard]] bool isCut(int64_t from, int64_t through) {
+        // What was cut of one kind may have been cut altogether later.
+        const bool ofAll = std::any_of(m_cuts.begin(), m_cuts.end(),
+                                       [&](const Cut& cut) { return cut.isAll && cut.overlaps(from, through); });
+        m_isWhole = m_isWhole && !ofAll;
         int64_t next = from;
-        for (const Cut& cut : m_cuts) {
-            if (cut.from <= next && cut.through >= next) {
-                next = cut.through + 1;
+        for (size_t i = 0; i < m_cuts.size(); ++i) {
+            const Cut& cut = m_cuts[i];
+            if (cut.overlaps(next, next)) {
+                const int64_t last = std::min(cut.through, through);
+                m_missing[i] += ofAll ? 0 : last - next + 1;
+                next = last + 1;
             }
-            // What was cut of one kind may have been cut altogether later.
-            m_isWhole = m_isWhole && !(cut.isAll && cut.from <= through && cut.through >= from);
         }
         return next > through;
     }
@@ -158,9 +179,10 @@ private:
     std::vector<Cut> m_cuts;
     std::string m_epoch;
     int64_t m_seq = 0;
-    Tallies m_sum;          /**< crossings since the last period, start or reset */
-    bool m_isReset = false; /**< in this period; what crossed in that very cycle may be on either side */
-    bool m_isWhole = false; /**< this period's lines are all there */
+    Tallies m_sum;                       /**< crossings since the last period, start or reset */
+    bool m_isReset = false;              /**< in this period; what crossed in that very cycle may be on either side */
+    bool m_isWhole = false;              /**< this period's lines are all there */
+    std::map<size_t, int64_t> m_missing; /**< lines, by the cut that explains them */
     KeptPeriods m_kept;
 };
 
@@ -171,7 +193,7 @@ std::vector<Cut> cutsOf(ledger::Disk& disk) {
         if (head.kind == "cut") {
             const json line = ledger::parseLine(text);
             cuts.push_back({ledger::numberIn(line, "from"), ledger::numberIn(line, "through"),
-                            ledger::textIn(line, "removed") == "all"});
+                            ledger::textIn(line, "removed") == "all", ledger::numberIn(line, "lines")});
         }
         return true;
     });
@@ -199,6 +221,7 @@ Checked check(ledger::Disk& disk, const std::string& archive) {
             checked.faults.push_back(name + " was set aside, since it could not be read");
         }
     }
+    walk.finish();
     if (!archive.empty()) {
         compareArchive(archive, walk.kept(), checked);
     }

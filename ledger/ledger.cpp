@@ -199,7 +199,7 @@ LedgerFile& Ledger::fileFor(const Moment& moment) {
     if (!m_files.empty() && m_files.back().lastSeq == 0) {
         m_files.pop_back();  // the disk refused its first line
     }
-    if (m_files.empty() || m_files.back().day != day || m_files.back().bytes >= mostBytes) {
+    if (m_files.empty() || m_files.back().day != day || m_files.back().bytes >= mostBytes || m_files.back().isClosed) {
         LedgerFile file;
         file.firstSeq = m_lastSeq + 1;
         file.day = day;
@@ -241,6 +241,7 @@ void Ledger::noticeWiping() {
         m_files.clear();
         m_epoch = m_options.makeEpoch();  // at once: a reader may ask where the ledger ends
         m_lastSeq = m_safeSeq = 0;
+        m_announced = {};
     }
 }
 
@@ -314,19 +315,37 @@ bool Ledger::retain() {
     }
 }
 
-bool Ledger::announceCut(const char* removed, int64_t from, int64_t through) {
-    return append("cut", {{"removed", removed}, {"from", from}, {"through", through}}) && sync();
+/**
+ * Sees to it that the word about a cut has reached the disk. It has one line, however often the deed fails behind it,
+ * and never waits among those that the disk refused: it could be dropped there, or make others be.
+ */
+bool Ledger::announce(const Cut& cut) {
+    nlohmann::ordered_json body = {{"removed", cut.removed}, {"from", cut.from}, {"through", cut.through}};
+    if (cut.removed == kObject) {
+        body["lines"] = cut.lines;
+    }
+    const Waiting line = {m_options.now(), "cut", bodyText(body)};
+    {
+        const MutexLock lock(m_mutex);
+        if (cut != m_announced) {
+            if (!writeWaiting() || !write(line)) {
+                return false;
+            }
+            m_announced = cut;
+        }
+    }
+    return sync();
 }
 
 bool Ledger::dropObjects(const LedgerFile& file) {
     std::string kept;
-    int64_t first = 0;
-    int64_t last = 0;
+    Cut cut = {kObject};
     const bool read = forEachLine(m_disk, file, 0, [&](std::string_view line, int64_t) {
         const std::optional<LineHead> head = headOf(line);
         if (head && head->kind == kObject) {
-            first = first == 0 ? head->seq : first;
-            last = head->seq;
+            cut.from = cut.from == 0 ? head->seq : cut.from;
+            cut.through = head->seq;
+            ++cut.lines;
         } else {
             kept += line;
             kept += '\n';
@@ -334,13 +353,13 @@ bool Ledger::dropObjects(const LedgerFile& file) {
         return true;
     });
     // The word goes before the deed: a power cut in between leaves lines that nobody misses.
-    if (!read || (first != 0 && (!announceCut(kObject, first, last) || !m_disk.replace(file.name, kept)))) {
+    if (!read || (cut.lines != 0 && (!announce(cut) || !m_disk.replace(file.name, kept)))) {
         return false;
     }
     const MutexLock lock(m_mutex);
     LedgerFile* const here = known(file.name);
     here->hasObjects = false;
-    if (first != 0) {
+    if (cut.lines != 0) {
         here->bytes = static_cast<int64_t>(kept.size());
         ++here->version;
     }
@@ -349,7 +368,7 @@ bool Ledger::dropObjects(const LedgerFile& file) {
 
 bool Ledger::dropFile(const LedgerFile& file) {
     // All from the beginning on: the words about what went earlier may go with this file.
-    if (!announceCut(kEverything, 1, file.lastSeq) || !m_disk.remove(file.name)) {
+    if (!announce({kEverything, 1, file.lastSeq, 0}) || !m_disk.remove(file.name)) {
         return false;
     }
     const MutexLock lock(m_mutex);

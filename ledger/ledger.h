@@ -104,7 +104,17 @@ private:
     bool dropAside(int64_t mostBytes) EXCLUDES(m_mutex);
     bool dropObjects(const LedgerFile& file) EXCLUDES(m_mutex);
     bool dropFile(const LedgerFile& file) EXCLUDES(m_mutex);
-    bool announceCut(const char* removed, int64_t from, int64_t through) EXCLUDES(m_mutex);
+    /** What retention removes: lines of a kind, or all, between two numbers. */
+    struct Cut {
+        std::string removed;
+        int64_t from = 0;
+        int64_t through = 0;
+        int64_t lines = 0; /**< of that kind between them */
+
+        bool operator==(const Cut&) const = default;
+    };
+
+    bool announce(const Cut& cut) EXCLUDES(m_mutex);
     LedgerFile* known(const std::string& name) REQUIRES(m_mutex);
 
     Disk& m_disk;
@@ -114,6 +124,7 @@ private:
     int64_t m_lastSeq GUARDED_BY(m_mutex) = 0;
     int64_t m_safeSeq GUARDED_BY(m_mutex) = 0;
     std::vector<LedgerFile> m_files GUARDED_BY(m_mutex);
+    Cut m_announced GUARDED_BY(m_mutex);               /**< the last cut that has its line */
     std::map<std::string, int64_t> m_aside;            /**< the sizes of files set aside; open's and keep's alone */
     std::deque<Waiting> m_waiting GUARDED_BY(m_mutex); /**< refused by the disk, oldest first */
     size_t m_waitingBytes GUARDED_BY(m_mutex) = 0;

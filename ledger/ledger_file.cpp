@@ -125,7 +125,7 @@ MendedFile mendFile(Disk& disk, LedgerFile file) {
                     });
     if (result.isRead && good < *size) {
         result.dropped = *size - good;
-        disk.truncate(file.name, good);
+        file.isClosed = !disk.truncate(file.name, good);
         file.bytes = good;
     }
     result.file = std::move(file);

@@ -27,6 +27,7 @@ struct LedgerFile {
     int64_t bytes = 0;      /**< up to the end of the last line */
     int version = 0;        /**< another one when retention has rewritten it */
     bool hasObjects = true; /**< whether retention may find lines of kind "object" in it */
+    bool isClosed = false;  /**< nothing can be added: what is torn at its end could not be cut off */
 
     [[nodiscard]] bool isYoung() const;
 };

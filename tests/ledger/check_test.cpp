@@ -100,9 +100,18 @@ TEST_F(LedgerCheck, AcceptsAGapThatACutTells) {
     ASSERT_GT(removed, 10);
     const int64_t last = m_camera.book().end().seq;
     EXPECT_FALSE(faultsOf(lines).empty());
-    lines += ledger::lineText({last + 1, "epoch", {m_camera.time(), "", 0}, "cut"},
-                              R"("removed":"object","from":1,"through":)" + std::to_string(last));
-    EXPECT_EQ(faultsOf(lines), std::vector<std::string>());
+    const std::string cut = ledger::lineText(
+        {last + 1, "epoch", {m_camera.time(), "", 0}, "cut"},
+        R"("removed":"object","from":1,"through":)" + std::to_string(last) + R"(,"lines":)" + std::to_string(removed));
+    EXPECT_EQ(faultsOf(lines + cut), std::vector<std::string>());
+    // A line of another kind, lost among them.
+    const size_t at = lines.find(R"("kind":"watched")");
+    ASSERT_NE(at, std::string::npos);
+    const size_t begin = lines.rfind('\n', at) + 1;
+    lines.erase(begin, lines.find('\n', at) + 1 - begin);
+    EXPECT_EQ(faultsOf(lines + cut), (std::vector<std::string>{"between the lines 1 and " + std::to_string(last) + " " +
+                                                               std::to_string(removed + 1) + " are missing, of which " +
+                                                               std::to_string(removed) + " were cut"}));
 }
 
 TEST_F(LedgerCheck, ComparesWithTheArchive) {

@@ -21,6 +21,12 @@ public:
     /** From here on appends and replacements fail for lack of space, or no longer do. */
     void setFull(bool full) { m_full = full; }
 
+    /** From here on a file that is replaced finds no room, while there is some for lines; or no longer so. */
+    void setRoomForLinesOnly(bool linesOnly) { m_linesOnly = linesOnly; }
+
+    /** From here on nothing can be cut off a file, or it can again. */
+    void setUncuttable(bool uncuttable) { m_uncuttable = uncuttable; }
+
     /** From here on reading fails, or no longer does. */
     void setUnreadable(bool unreadable) { m_unreadable = unreadable; }
 
@@ -73,12 +79,16 @@ public:
     }
 
     bool truncate(const std::string& name, int64_t size) override {
+        if (m_uncuttable) {
+            errno = ENOSPC;
+            return false;
+        }
         m_files.at(name).content.resize(static_cast<size_t>(size));
         return true;
     }
 
     bool replace(const std::string& name, std::string_view content) override {
-        if (m_full) {
+        if (m_full || m_linesOnly) {
             errno = ENOSPC;
             return false;
         }
@@ -149,4 +159,6 @@ private:
     std::mt19937 m_random;
     bool m_full = false;
     bool m_unreadable = false;
+    bool m_linesOnly = false;
+    bool m_uncuttable = false;
 };

@@ -147,6 +147,24 @@ TEST(Ledger, DropsTheOldestOfWhatWaitsBeyondAMebibyte) {
     EXPECT_EQ(machine.ledger().droppedLines(), 2);
 }
 
+TEST(Ledger, AddsNothingBehindATornEndThatCannotBeCutOff) {
+    FailingPower disk(1);
+    Machine machine(disk);
+    machine.add();
+    machine.add();
+    EXPECT_TRUE(machine.ledger().keep());
+    disk.append(machine.ledger().files().back().name, R"({"seq":3,"epo)");
+    disk.setUncuttable(true);
+    EXPECT_NE(machine.start(), "");
+    machine.add();
+    EXPECT_TRUE(machine.ledger().keep());
+    EXPECT_EQ(allLines(machine.ledger()).size(), 3U);
+    machine.start();
+    machine.add();
+    EXPECT_EQ(allLines(machine.ledger()).size(), 4U);
+    EXPECT_EQ(machine.ledger().end().seq, 4);
+}
+
 TEST(Ledger, HandsOutWholeLinesFromAnyNumberOn) {
     FailingPower disk(1);
     Machine machine(disk);

@@ -100,6 +100,38 @@ TEST(LedgerRetention, LeavesFilesAsTheyAreThatHoldNoObjects) {
     }
 }
 
+TEST(LedgerRetention, TellsACutOnceHoweverOftenTheDeedFails) {
+    FailingPower disk(1);
+    Machine machine(disk, 3'000);
+    for (int day = 0; day < 6; ++day) {
+        for (int line = 0; line < 5; ++line) {
+            machine.add("object");
+        }
+        machine.now.utcMillis += kDay;
+    }
+    const auto cuts = [&] {
+        const std::vector<nlohmann::json> lines = allLines(machine.ledger());
+        return std::count_if(lines.begin(), lines.end(), [](const auto& line) { return line["kind"] == "cut"; });
+    };
+    disk.setRoomForLinesOnly(true);
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_FALSE(machine.ledger().keep());
+        EXPECT_EQ(cuts(), 1) << i;
+    }
+    // Those who cross while the disk takes nothing at all lose nothing to words about cuts.
+    disk.setFull(true);
+    machine.add();
+    for (int i = 0; i < 20'000; ++i) {
+        EXPECT_FALSE(machine.ledger().keep());
+    }
+    EXPECT_EQ(machine.ledger().droppedLines(), 0);
+    disk.setFull(false);
+    disk.setRoomForLinesOnly(false);
+    EXPECT_TRUE(machine.ledger().keep());
+    EXPECT_EQ(unexplainedGaps(machine.ledger()), "");
+    EXPECT_EQ(allLines(machine.ledger()).back()["kind"], "cut");
+}
+
 /** Counts what retention writes: the contents of files that are replaced. */
 class CountingDisk : public FailingPower {
 public:
