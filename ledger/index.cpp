@@ -167,13 +167,14 @@ void Index::take(std::string_view line, Part& part) {
     if (!addition) {
         return;
     }
-    if (!moment.isDated()) {
-        part.hasUndated = true;
-        m_undated.push_back({moment.boot, moment.monoMillis, addition->crossing, addition->watchedMillis});
-        return;
-    }
     // A minute's line is written when the next one has begun.
     const bool isMinute = head->kind == "watched";
+    if (!moment.isDated()) {
+        part.hasUndated = true;
+        const int64_t at = isMinute ? std::min(numberIn(parsed, "minute"), moment.monoMillis) : moment.monoMillis;
+        m_undated.push_back({moment.boot, at, addition->crossing, addition->watchedMillis});
+        return;
+    }
     const std::optional<int64_t> minute = isMinute ? utcOf(textIn(parsed, "minute")) : std::nullopt;
     add(part.quarters, minute.value_or(moment.utcMillis), addition->crossing, addition->watchedMillis);
 }

@@ -77,7 +77,7 @@ private:
     /** A line from before the clock was known. */
     struct Undated {
         std::string boot;
-        int64_t monoMillis;
+        int64_t monoMillis; /**< when; of a watched minute, its begin */
         std::optional<CountKey> crossing;
         int32_t watchedMillis;
     };

@@ -249,6 +249,17 @@ TEST(LedgerCounts, IsReadFromItsFilesWhereTheyFit) {
     EXPECT_EQ(sumOf(book.count("2026-11-10", "2026-11-11", Step::Day)[0]), 7);
 }
 
+TEST(LedgerCounts, CountsAMinuteFromBeforeTheClockWasKnownWhereItBegan) {
+    Book book;
+    book.now = {0, "boot-1", 121'000};
+    book.ledger().append("watched", {{"minute", 60'000}, {"seconds", 60}});
+    book.now = {*utcOf("2026-11-22T12:00:30.000Z"), "", 0};
+    book.ledger().append("clock", {{"boot", "boot-1"}, {"mono", 121'000}, {"synchronised", true}});
+    const auto rows = book.count("2026-11-22T11:00:00", "2026-11-22T13:00:00", Step::Hour);
+    EXPECT_NEAR(rows[0].coverage, 1.0 / 60, 1e-9) << "11:59:29 to 12:00:29";
+    EXPECT_EQ(rows[1].coverage, 0);
+}
+
 TEST(LedgerCounts, CountsWhatWasSeenBeforeTheClockWasKnown) {
     Book book;
     book.now = {0, "boot-1", 1000};
