@@ -208,15 +208,18 @@ void LedgerKeeping::complain(const char* what) {
 }
 
 void LedgerKeeping::run() {
-    for (bool isEnding = false, isBehind = false; !isEnding;) {
+    const int64_t interval = int64_t{m_settings.syncSeconds} * 1'000'000;
+    int64_t due = steadyNowMicros() + interval;
+    for (bool isEnding = false; !isEnding;) {
         {
             std::unique_lock<std::mutex> lock(m_mutex);
-            m_changed.wait_for(lock, std::chrono::seconds(isBehind ? 0 : m_settings.syncSeconds),
-                               [this] { return m_isEnding || m_isHurried; });
+            const std::chrono::microseconds rest(std::clamp(due - steadyNowMicros(), int64_t{0}, interval));
+            m_changed.wait_for(lock, rest, [this] { return m_isEnding || m_isHurried; });
             isEnding = m_isEnding;
             m_isHurried = false;
             ++m_begun;
         }
+        due = steadyNowMicros() + interval;
         if (!m_book.keep()) {
             complain("keep");
         }
@@ -226,10 +229,8 @@ void LedgerKeeping::run() {
         }
         m_changed.notify_all();
         // Reading what others wrote long ago keeps no sync waiting.
-        const int64_t due = steadyNowMicros() + int64_t{m_settings.syncSeconds} * 1'000'000;
         bool isInterrupted = isEnding;
-        isBehind = false;
-        while (!isInterrupted && (isBehind = !m_index.update(kIndexStep))) {
+        while (!isInterrupted && !m_index.update(kIndexStep)) {
             const std::lock_guard<std::mutex> lock(m_mutex);
             isInterrupted = m_isEnding || m_isHurried || steadyNowMicros() >= due;
         }
