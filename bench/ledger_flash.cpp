@@ -11,6 +11,7 @@
 
 #include "index.h"
 #include "ledger.h"
+#include "occupancy_records.h"
 #include "recorder.h"
 #include "test_folder.h"
 
@@ -21,8 +22,9 @@ constexpr int64_t kDayMillis = 86'400'000;
 constexpr int64_t kCycle = 100;
 constexpr int64_t kPeople = 5'000;
 constexpr int64_t kSync = 300'000;
+constexpr int64_t kPeriod = 900'000;
 constexpr int64_t kMostBytes = int64_t{32} << 20;
-constexpr size_t kDays = 10;
+constexpr size_t kDays = 25;  // until objects are left in the newest files only
 
 /** A folder that counts the pages of flash that are written: each sync writes every page that was touched since. */
 class Pages : public ledger::Disk {
@@ -76,6 +78,9 @@ public:
         const int64_t before = m_disk.bytes();
         for (int64_t since = 0; since < kDayMillis; since += kCycle, m_now += kCycle) {
             m_recorder.add({seenAt(since), {640, 360}, {m_now, 0, true}, 0, false});
+            if (since % kPeriod == 0) {
+                writePeriod();
+            }
             if (since % kSync == kSync - kCycle) {
                 keep();
             }
@@ -114,6 +119,27 @@ private:
             walked >= 5'000 && walked < 5'000 + kCycle ? entranceActivity::enterEntrance1 : entranceActivity::unknown;
         finding.footing = sideOf(finding.locator) == 1 ? footings::in_AOI1_briefly : footings::not_in_AOI;
         return {finding};
+    }
+
+    /** People at three entrances and in three areas, as an archive has them. */
+    void writePeriod() {
+        nlohmann::ordered_json tallies = nlohmann::ordered_json::object();
+        for (size_t i = 0; i < entranceNames.size(); ++i) {
+            for (const char* const direction : {"_Entrances_", "_Exits_"}) {
+                tallies[std::string(entranceNames.at(i)) + direction + "Person"] = 17;
+            }
+            for (const char* const kind : {"", "Average"}) {
+                tallies[kind + std::string(aoiNames.at(i)) + "_Person"] = 2;
+            }
+        }
+        tallies["Occupancy_Person"] = 12;
+        m_book.append("period", {{"begin", ledger::utcText(m_now - kPeriod)},
+                                 {"end", ledger::utcText(m_now)},
+                                 {"offset", 3600},
+                                 {"archived", "2026-11-22 08:15:00"},
+                                 {"camera", "Front door"},
+                                 {"coverage", 0.9987654321},
+                                 {"tallies", std::move(tallies)}});
     }
 
     void keep() {

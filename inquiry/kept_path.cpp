@@ -76,8 +76,8 @@ std::optional<KeptPath> pathOf(const json& line, const ledger::Moment& moment) {
         path.object = line.at("object").get<int64_t>();
         path.classId = classIn(line);
         path.size = sizeOf(line);
-        path.ended = line.at("ended").get<bool>();
-        const int64_t begin = timeIn(line.at("begin"), boot);
+        path.ended = !line.contains("ended") || line.at("ended").get<bool>();
+        const int64_t begin = timeIn(line.at(line.contains("begin") ? "begin" : "first"), boot);
         for (const json& entry : line.at("path")) {
             addPoint(entry, begin, path.points);
         }

@@ -136,16 +136,24 @@ void Recorder::writePath(int32_t id, Followed& object, bool ended, const Instant
             {{"area", stay.area}, {"enter", timeJson(stay.enter, now)}, {"leave", timeJson(stay.leave, now)}});
     }
     const auto votes = std::max_element(object.votes.begin(), object.votes.end());
-    m_append("object", {{"object", id},
-                        {"class", class_index_to_label(static_cast<int32_t>(votes - object.votes.begin()))},
-                        {"first", timeJson(object.first, now)},
-                        {"last", timeJson(object.last, now)},
-                        {"part", ++object.parts},
-                        {"ended", ended},
-                        {"size", sizeJson(m_picture)},
-                        {"begin", timeJson(begin, now)},
-                        {"path", std::move(points)},
-                        {"areas", std::move(areas)}});
+    ordered_json body = {{"object", id},
+                         {"class", class_index_to_label(static_cast<int32_t>(votes - object.votes.begin()))},
+                         {"first", timeJson(object.first, now)},
+                         {"last", timeJson(object.last, now)},
+                         {"size", sizeJson(m_picture)}};
+    // Of most there is one line, and the shorter it is, the longer does a camera's flash last.
+    if (++object.parts > 1) {
+        body["part"] = object.parts;
+    }
+    if (!ended) {
+        body["ended"] = false;
+    }
+    if (begin != object.first) {
+        body["begin"] = timeJson(begin, now);
+    }
+    body["path"] = std::move(points);
+    body["areas"] = std::move(areas);
+    m_append("object", body);
     object.stays.clear();
     if (object.area != 0) {
         object.stays.push_back({object.area, object.last, object.last});
