@@ -29,7 +29,7 @@ struct Expected {
     Passage passage;
     int32_t y = 0;
     int32_t classId = 0;
-    bool isCut = false;  /**< a kill came while the walker was to be seen */
+    bool isCut = false;  /**< the camera did not run then, or had just begun to look */
     bool isLost = false; /**< it may have waited for a full disk as its process was killed */
     bool isFound = false;
 };
@@ -118,11 +118,15 @@ private:
         const std::array<Span, 2> fullDisks = m_day.fullDisks();
         std::vector<Expected> all;
         for (const Walker& walker : walkersOf(m_day, m_camera)) {
-            const bool isCut = std::any_of(
-                m_interruptions.begin(), m_interruptions.end(),
-                [&](const Interruption& gap) { return walker.begin <= gap.time.until && walker.end >= gap.time.from; });
-            m_cutWalkers += isCut ? 1 : 0;
+            m_cutWalkers += std::any_of(m_interruptions.begin(), m_interruptions.end(), [&](const Interruption& gap) {
+                return walker.begin <= gap.time.until && walker.end >= gap.time.from;
+            });
             for (const Passage& passage : walker.passages()) {
+                const bool isCut =
+                    std::any_of(m_interruptions.begin(), m_interruptions.end(), [&](const Interruption& gap) {
+                        const Span unseen = {gap.time.from - kTolerance, gap.time.until + kTolerance};
+                        return unseen.holds(passage.at);
+                    });
                 const bool isLost =
                     std::any_of(m_interruptions.begin(), m_interruptions.end(), [&](const Interruption& gap) {
                         return std::any_of(fullDisks.begin(), fullDisks.end(), [&](const Span& full) {
@@ -186,8 +190,9 @@ private:
             std::to_string(static_cast<int64_t>(m_interruptions.size()) - kills) + " times; of " +
             std::to_string(truth.size()) + " crossings " + std::to_string(sums["found"]) + " are told, " +
             std::to_string(sums["missing"]) + " are missing, " + std::to_string(invented) + " are invented; " +
-            std::to_string(m_cutWalkers) + " walkers were cut in two, " + std::to_string(sums["cut"]) + " of their " +
-            std::to_string(sums["of cut"]) + " crossings are not told; " + std::to_string(sums["lost"]) +
+            std::to_string(m_cutWalkers) + " walkers were cut in two; " + std::to_string(sums["of cut"]) +
+            " crossings came while the camera did not run, or within two cycles of that, " +
+            std::to_string(sums["cut"]) + " of them are not told; " + std::to_string(sums["lost"]) +
             " were lost with a process that waited for a full disk");
         if (sums["found"] * 2 < static_cast<int64_t>(truth.size()) ||
             sums["lost"] * 5 > static_cast<int64_t>(truth.size())) {
