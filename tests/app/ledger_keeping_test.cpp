@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <random>
@@ -392,6 +393,44 @@ TEST_F(LedgerKeepingTest, AnswersQuestionsAndCountsAgainWhileItIsWritten) {
         askAll();
     }
     EXPECT_EQ(crossings, kWalkers);
+}
+
+TEST_F(LedgerKeepingTest, AnswersWhileItsOldestLinesGo) {
+    constexpr int kWalkers = 100;
+    TestClock clock;
+    LedgerSettings small = settings(1);
+    small.mostBytes = 16'000;  // their crossings alone take more
+    LedgerKeeping keeping(small, "1", 0, [](t_one_locator at) { return at.first > 200 ? 1 : 0; });
+    std::atomic<bool> isWriting = true;
+    std::thread analysis([&] {
+        for (int cycle = 0; cycle < 16 * kWalkers; ++cycle) {
+            clock.advanceMillis(100);
+            keeping.add({walkerIn(cycle)}, {640, 360}, 0, false);
+        }
+        isWriting = false;
+    });
+    std::thread recount([&] {
+        do {
+            const inquiry::Recounted again = inquiry::recountOf(inquiry::chunksOf(keeping.book(), {}),
+                                                                [](ledger::PictureSize) { return ConfigParams(); }, {});
+            EXPECT_TRUE(again.counts.empty()) << "without an area";
+        } while (isWriting);
+    });
+    int64_t last = 0;
+    while (isWriting || last < keeping.book().end().seq || keeping.book().files().front().firstSeq == 1) {
+        for (const nlohmann::json& line : linesOf(safeLines(keeping, last + 1))) {
+            EXPECT_GT(line["seq"], last);
+            last = line["seq"];
+        }
+        keeping.index().update(1 << 20);
+        for (const auto& [number, quarter] : keeping.index().quarters(0, std::numeric_limits<int64_t>::max())) {
+            for (const auto& [key, count] : quarter.crossings) {
+                EXPECT_LE(count, kWalkers);
+            }
+        }
+    }
+    analysis.join();
+    recount.join();
 }
 
 /** A machine whose clock was lost with its power: it learns the time from others. */
