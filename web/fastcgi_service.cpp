@@ -348,7 +348,8 @@ int fastcgi_service::processPOST(const std::string& action, const std::string& b
         applicationLog().info("processPOST: The followers of the settings are asked.");
         write(kDone);
     } else if (action == "correct_occupancy") {
-        write(correctOccupancy() != 0 ? kFailed : kDone);
+        write(correctOccupancy());
+        return 0;
     } else if (action == "post_submit_log") {
         try {
             write(add_post_submit_log(body) != 0 ? kFailed : kDone);
@@ -364,7 +365,7 @@ int fastcgi_service::processPOST(const std::string& action, const std::string& b
     return 0;
 }
 
-int fastcgi_service::correctOccupancy() {
+fastcgi_service::Answer fastcgi_service::correctOccupancy() {
     std::string remark = valueOf(m_query, "remark");
     cutToLogEntry(remark);
     try {
@@ -375,9 +376,9 @@ int fastcgi_service::correctOccupancy() {
         applicationLog().info("processPOST: This camera occupancy corrected to " + std::to_string(to) + ".");
     } catch (const std::invalid_argument& question) {
         applicationLog().error(std::string("processPOST: correct_occupancy: ") + question.what());
-        return -1;
+        return {kPlain, std::string(question.what()) + "\n", "", "400 Bad Request"};
     }
-    return 0;
+    return {};
 }
 
 int fastcgi_service::add_post_submit_log(const std::string& body) {

@@ -66,8 +66,6 @@ private:
     /** Answers a POST action: 0, or -1, logged, when it raised an exception. */
     int processPOST(const std::string& action, const std::string& body);
     std::string get_post_body();
-    /** Sets the occupancy to what the query says: 0, or -1, logged, when it says no number. */
-    int correctOccupancy();
     /** Logs for the page: 0, or -1, logged, when the body holds no tags. */
     static int add_post_submit_log(const std::string& body);
 
@@ -84,6 +82,8 @@ private:
     };
     Answer answerTo(const std::string& action);
     using AskLedger = std::optional<LedgerAnswer> (*)(LedgerAccess&, const LedgerQuestion&);
+    /** Sets the occupancy to what the query says; a refusal, logged, when it says no number. */
+    Answer correctOccupancy();
     std::optional<Answer> answerOfLedger(AskLedger ask, const std::string& action, const std::string& body = {});
     void write(const Answer& answer);
 

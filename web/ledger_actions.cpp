@@ -52,13 +52,53 @@ int64_t nextSeqOf(const std::string& since, const std::string& epoch) {
     return since.substr(0, colon) == epoch ? seq + 1 : 1;
 }
 
-std::set<std::string> wordsOf(const std::string& text) {
-    std::set<std::string> words;
+/** The kinds of lines that are asked for; empty for all. */
+std::set<std::string> kindsOf(const std::string& text) {
+    static const std::set<std::string> kKinds = {"alert",      "clock",  "corrected", "crossing", "cut",
+                                                 "hand_count", "object", "period",    "reset",    "settings",
+                                                 "start",      "stop",   "watched"};
+    std::set<std::string> kinds;
     std::istringstream list(text);
-    for (std::string word; std::getline(list, word, ',');) {
-        words.insert(word);
+    for (std::string kind; std::getline(list, kind, ',');) {
+        if (!kKinds.contains(kind)) {
+            std::string known;
+            for (const std::string& one : kKinds) {
+                known += (known.empty() ? "" : ", ") + one;
+            }
+            throw std::invalid_argument("expected kinds, joined by commas, of " + known + ", got \"" + kind + "\"");
+        }
+        kinds.insert(kind);
     }
-    return words;
+    return kinds;
+}
+
+/** What is meant where a question names no time. */
+enum class Otherwise {
+    Always,
+    LastDay
+};
+
+/** The time that a question is about. */
+inquiry::Span spanOf(const QueryPairs& query, const std::string& zone, Otherwise otherwise = Otherwise::LastDay) {
+    const ledger::HourOfDay checked(zone);  // also where no time is read in it
+    const std::string from = valueOf(query, "from");
+    const std::string to = valueOf(query, "to");
+    inquiry::Span span;
+    if (!to.empty()) {
+        span.until = ledger::momentOf(to, zone);
+    } else if (otherwise == Otherwise::LastDay) {
+        span.until = clockNowMicros() / 1000;
+    }
+    if (!from.empty()) {
+        span.from = ledger::momentOf(from, zone);
+    } else if (otherwise == Otherwise::LastDay) {
+        span.from = span.until - kMillisPerDay;
+    }
+    if (span.from >= span.until) {
+        throw std::invalid_argument("expected to behind from, got " + ledger::utcText(span.from) + " and " +
+                                    ledger::utcText(span.until));
+    }
+    return span;
 }
 
 /** The first line of the first file that may hold something from a day on. */
@@ -75,18 +115,14 @@ int64_t firstSeqOfDay(const ledger::Ledger& book, int64_t utcMillis) {
 }
 
 LedgerAnswer getLedger(LedgerAccess& access, const QueryPairs& query) {
-    const std::string zone = valueOf(query, "zone", "UTC");
-    const std::string from = valueOf(query, "from");
-    const std::string to = valueOf(query, "to");
-    const int64_t begin = from.empty() ? std::numeric_limits<int64_t>::min() : ledger::momentOf(from, zone);
-    const int64_t end = to.empty() ? std::numeric_limits<int64_t>::max() : ledger::momentOf(to, zone);
-    const std::set<std::string> kinds = wordsOf(valueOf(query, "kinds"));
+    const inquiry::Span span = spanOf(query, valueOf(query, "zone", "UTC"), Otherwise::Always);
+    const std::set<std::string> kinds = kindsOf(valueOf(query, "kinds"));
     const bool isNewest = numberOf(valueOf(query, "newest", "0"), 0, 1, "newest") == 1;
     int64_t limit = numberOf(valueOf(query, "limit", std::to_string(kMostLines)), 1, kMostLines, "limit");
     const ledger::Position last = access.book().end();
     int64_t next = nextSeqOf(valueOf(query, "since"), last.epoch);
-    if (!from.empty()) {
-        next = std::max(next, firstSeqOfDay(access.book(), begin));
+    if (span.from != inquiry::Span().from) {
+        next = std::max(next, firstSeqOfDay(access.book(), span.from));
     }
     if (!isNewest) {
         access.makeSafe();
@@ -104,9 +140,8 @@ LedgerAnswer getLedger(LedgerAccess& access, const QueryPairs& query) {
             const size_t lineEnd = lines.find('\n', at);
             const std::string_view line = std::string_view(lines).substr(at, lineEnd - at);
             const std::optional<ledger::LineHead> head = ledger::headOf(line);
-            const bool isWanted =
-                head && (kinds.empty() || kinds.contains(head->kind)) &&
-                (!head->moment.isDated() || (head->moment.utcMillis >= begin && head->moment.utcMillis < end));
+            const bool isWanted = head && (kinds.empty() || kinds.contains(head->kind)) &&
+                                  (!head->moment.isDated() || span.holds(head->moment.utcMillis));
             isFull = isWanted && !body.empty() && body.size() + line.size() >= static_cast<size_t>(kMostAnswerBytes);
             if (isFull) {
                 break;
@@ -138,21 +173,6 @@ LedgerAnswer answerOfJob(AnswerJobs& jobs, int64_t number) {
     return {"application/json", "", ordered_json({{"job", number}}).dump(), "202 Accepted"};
 }
 
-/** The time that a question is about; the last day by default. */
-inquiry::Span spanOf(const QueryPairs& query) {
-    const std::string zone = valueOf(query, "zone");
-    const std::string from = valueOf(query, "from");
-    const std::string to = valueOf(query, "to");
-    inquiry::Span span;
-    span.until = to.empty() ? clockNowMicros() / 1000 : ledger::momentOf(to, zone);
-    span.from = from.empty() ? span.until - kMillisPerDay : ledger::momentOf(from, zone);
-    if (span.from >= span.until) {
-        throw std::invalid_argument("expected to behind from, got " + ledger::utcText(span.from) + " and " +
-                                    ledger::utcText(span.until));
-    }
-    return span;
-}
-
 /** Asks the lines of a time, on the jobs' thread. */
 LedgerAnswer askLines(LedgerAccess& access, const inquiry::Span& span,
                       const std::function<ordered_json(const inquiry::Chunks&)>& question) {
@@ -166,23 +186,22 @@ LedgerAnswer askLines(LedgerAccess& access, const inquiry::Span& span,
 }
 
 LedgerAnswer getStays(LedgerAccess& access, const QueryPairs& query) {
-    const inquiry::Span span = spanOf(query);
+    const inquiry::Span span = spanOf(query, valueOf(query, "zone"));
     return askLines(access, span, [span](const inquiry::Chunks& chunks) {
         return ordered_json({{"stays", inquiry::jsonOf(inquiry::staysOf(chunks, span))}});
     });
 }
 
 LedgerAnswer getHeat(LedgerAccess& access, const QueryPairs& query) {
-    const inquiry::Span span = spanOf(query);
     const std::string zone = valueOf(query, "zone");
-    const ledger::HourOfDay checked(zone);
+    const inquiry::Span span = spanOf(query, zone);
     return askLines(access, span, [span, zone](const inquiry::Chunks& chunks) {
         return inquiry::jsonOf(inquiry::heatOf(chunks, span, zone));
     });
 }
 
 LedgerAnswer getWhy(LedgerAccess& access, const LedgerQuestion& question) {
-    const inquiry::Span span = spanOf(question.query);
+    const inquiry::Span span = spanOf(question.query, valueOf(question.query, "zone"));
     // Every line of the time is read, and all ways near its entrances are measured.
     if (span.until - span.from > kLongestDay) {
         throw std::invalid_argument("expected a day at most, got " + ledger::utcText(span.from) + " to " +
@@ -196,7 +215,7 @@ LedgerAnswer getWhy(LedgerAccess& access, const LedgerQuestion& question) {
 }
 
 LedgerAnswer postRecount(LedgerAccess& access, const LedgerQuestion& question) {
-    const inquiry::Span span = spanOf(question.query);
+    const inquiry::Span span = spanOf(question.query, valueOf(question.query, "zone"));
     const nlohmann::json document = nlohmann::json::parse(question.body, nullptr, false);
     if (document.is_discarded()) {
         throw std::invalid_argument("expected settings as JSON, got " + std::to_string(question.body.size()) +
@@ -316,12 +335,9 @@ LedgerAnswer getCounts(LedgerAccess& access, const LedgerQuestion& asked) {
     question.zone = valueOf(query, "zone");
     question.step = ledger::stepOf(valueOf(query, "step", "hour"));
     question.by = ledger::countsByOf(valueOf(query, "by", "entrance,direction"));
-    const int64_t now = clockNowMicros() / 1000;
-    const std::string from = valueOf(query, "from");
-    const std::string to = valueOf(query, "to");
-    question.until = to.empty() ? now : ledger::momentOf(to, question.zone);
-    question.from = from.empty() ? question.until - kMillisPerDay : ledger::momentOf(from, question.zone);
-    const ledger::HourOfDay checked(question.zone);
+    const inquiry::Span span = spanOf(query, question.zone);
+    question.from = span.from;
+    question.until = span.until;
     ledger::Index& index = access.index();
     if (index.updateUnlessBusy(kQuickBytes)) {
         const std::optional<int64_t> knownFrom = index.begin();

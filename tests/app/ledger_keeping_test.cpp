@@ -168,6 +168,9 @@ TEST_F(LedgerOfAskedProcess, CorrectsTheOccupancyAndTellsOfItAfterAKill) {
     for (const char* const wrong : {"", "&to=", "&to=-1", "&to=1000001", "&to=2147483648", "&to=1x"}) {
         post(std::string("action=correct_occupancy") + wrong, "", "400 Bad Request");
     }
+    EXPECT_TRUE(m_process.service()
+                    .post("action=correct_occupancy&to=-1", "")
+                    .ends_with("\r\n\r\nexpected to from 0 to 1000000, got \"-1\"\n"));
     const int64_t occupancy = std::stoll(bodyOf("get_occupancy_count"));
     EXPECT_GE(occupancy, 16) << "somebody may have come in since";
     kill();

@@ -210,6 +210,16 @@ TEST(GetCounts, IsOfTheLastDayWhenNothingElseIsSaid) {
     EXPECT_EQ(answer["rows"][0]["counts"][0]["count"], 1);
 }
 
+TEST(GetLedger, KnowsEveryKindThatIsDescribed) {
+    const nlohmann::json schema = nlohmann::json::parse(readFile(this_build::checkout() / "docs/ledger.schema.json"));
+    const auto kinds = schema.at("properties").at("kind").at("enum").get<std::vector<std::string>>();
+    Access access;
+    for (const std::string& kind : kinds) {
+        EXPECT_NO_THROW(answerFromLedger(access, {"get_ledger", {{"kinds", kind}}})) << kind;
+    }
+    EXPECT_EQ(kinds.size(), 13U);
+}
+
 TEST(LedgerActions, SayWhatIsWrongWithAQuestion) {
     Access access;
     const struct {
@@ -219,7 +229,33 @@ TEST(LedgerActions, SayWhatIsWrongWithAQuestion) {
     } cases[] = {
         {"get_ledger", {{"since", "17"}}, "expected since=EPOCH:SEQ, got \"17\""},
         {"get_ledger", {{"limit", "0"}}, "expected limit from 1 to 100000, got \"0\""},
+        {"get_ledger", {{"limit", "-1"}}, "expected limit from 1 to 100000, got \"-1\""},
         {"get_ledger", {{"limit", "ten"}}, "expected limit from 1 to 100000, got \"ten\""},
+        {"get_ledger", {{"since", "e1:-1"}}, "expected the number in since from 0 to 9223372036854775806, got \"-1\""},
+        {"get_ledger", {{"newest", "2"}}, "expected newest from 0 to 1, got \"2\""},
+        {"get_ledger",
+         {{"kinds", "crossing,crosing"}},
+         "expected kinds, joined by commas, of alert, clock, corrected, crossing, cut, hand_count, object, period, "
+         "reset, settings, start, stop, watched, got \"crosing\""},
+        {"get_ledger",
+         {{"from", "2026-11-23"}, {"to", "2026-11-22"}},
+         "expected to behind from, got 2026-11-23T00:00:00.000Z and 2026-11-22T00:00:00.000Z"},
+        {"get_ledger", {{"zone", "Moon"}}, "expected a time zone such as Europe/Berlin, got \"Moon\""},
+        {"stays", {{"zone", "Moon"}}, "expected a time zone such as Europe/Berlin, got \"Moon\""},
+        {"why", {{"zone", "Moon"}}, "expected a time zone such as Europe/Berlin, got \"Moon\""},
+        {"heat",
+         {{"to", "2026-02-30"}},
+         "expected a time such as 2026-11-22 or 2026-11-22T07:00:00Z, got \"2026-02-30\""},
+        {"why", {{"entrance", "-1"}}, "expected entrance from 0 to 3, got \"-1\""},
+        {"get_counts",
+         {{"from", "2026-11-23"}, {"to", "2026-11-22"}, {"zone", "UTC"}},
+         "expected to behind from, got 2026-11-23T00:00:00.000Z and 2026-11-22T00:00:00.000Z"},
+        {"get_counts", {{"step", "0"}}, "expected a step of quarter, hour, day, week, month or year, got \"0\""},
+        {"get_counts",
+         {{"by", "entrance,door"}},
+         "expected by=entrance, direction or class, joined by commas, got \"door\""},
+        {"ledger_answer", {{"job", "0"}}, "expected job from 1 to 9223372036854775807, got \"0\""},
+        {"ledger_answer", {}, "expected job from 1 to 9223372036854775807, got \"\""},
         {"get_ledger", {{"from", "noon"}}, "expected a time such as 2026-11-22 or 2026-11-22T07:00:00Z, got \"noon\""},
         {"get_counts",
          {{"step", "fortnight"}},
@@ -229,7 +265,7 @@ TEST(LedgerActions, SayWhatIsWrongWithAQuestion) {
     for (const auto& [action, query, refusal] : cases) {
         try {
             answerFromLedger(access, {action, query});
-            ADD_FAILURE() << action << " took " << query[0].second;
+            ADD_FAILURE() << action << " took what should be refused with " << refusal;
         } catch (const std::invalid_argument& error) {
             EXPECT_STREQ(error.what(), refusal);
         }
