@@ -101,17 +101,44 @@ inquiry::Span spanOf(const QueryPairs& query, const std::string& zone, Otherwise
     return span;
 }
 
-/** The first line of the first file that may hold something from a day on. */
+/**
+ * Where the lines begin that stand right before a number and are from before the clock was known; about a mebibyte of
+ * them at most.
+ */
+int64_t beginOfUndated(const ledger::Ledger& book, int64_t seq) {
+    constexpr int64_t kFewLines = 64;
+    int64_t begin = seq;
+    for (int64_t count = kFewLines; begin > 1; count *= 2) {
+        const int64_t from = std::max<int64_t>(1, seq - count);
+        const std::string lines = book.lines(from, seq - 1, kMostReadBytes);
+        if (lines.empty() || lines.size() > static_cast<size_t>(kMostAnswerBytes)) {
+            break;
+        }
+        begin = from;
+        std::istringstream text(lines);
+        for (std::string line; std::getline(text, line);) {
+            const std::optional<ledger::LineHead> head = ledger::headOf(line);
+            begin = head && head->moment.isDated() ? head->seq + 1 : begin;
+        }
+        if (begin > from) {
+            break;
+        }
+    }
+    return begin;
+}
+
+/** The first line that may be of a day or a later one. */
 int64_t firstSeqOfDay(const ledger::Ledger& book, int64_t utcMillis) {
     int64_t first = 1;
     const std::string day = ledger::utcDay(utcMillis);
     for (const ledger::LedgerFile& file : book.files()) {
-        if (file.day >= day) {
+        if (file.day >= day && file.day != "undated") {
             break;
         }
         first = file.lastSeq + 1;
     }
-    return first;
+    // What nobody could date stands where the lines before it are.
+    return beginOfUndated(book, first);
 }
 
 LedgerAnswer getLedger(LedgerAccess& access, const QueryPairs& query) {

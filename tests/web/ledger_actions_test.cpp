@@ -9,6 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "ledger_schema.h"
 #include "test_clock.h"
@@ -24,6 +25,11 @@ public:
     void add(const std::string& utc, const std::string& kind, const nlohmann::ordered_json& body) {
         m_now = {*ledger::utcOf(utc), "", 0};
         m_book.append(kind, body);
+    }
+    /** A line from before the clock was known. */
+    void addUndated() {
+        m_now = {0, "boot", 1};
+        m_book.append("crossing", {{"entrance", 1}, {"direction", "in"}, {"class", "Person"}});
     }
     void cross(const std::string& utc, const char* direction = "in") {
         add(utc, "crossing", {{"entrance", 1}, {"direction", direction}, {"class", "Person"}});
@@ -138,6 +144,26 @@ TEST(GetLedger, PicksByKindAndTime) {
         EXPECT_EQ(numbersOf(answer.body), numbers) << name;
         EXPECT_EQ(headerOf(answer, "X-Ledger-Next"), next) << name;
     }
+}
+
+TEST(GetLedger, HasTheUndatedLinesOfADayThatStandInTheFileBefore) {
+    constexpr size_t kUndated = 300;
+    using FirstAndMany = std::pair<int64_t, size_t>;
+    Access access;
+    access.addUndated();
+    access.cross("2026-11-21T08:00:00.000Z");
+    for (size_t i = 0; i < kUndated; ++i) {
+        access.addUndated();
+    }
+    access.cross("2026-11-22T08:00:00.000Z");
+    access.addUndated();
+    const auto from = [&](const char* day) {
+        const Numbers numbers = numbersOf(answerFromLedger(access, {"get_ledger", {{"from", day}}})->body);
+        return FirstAndMany(numbers.empty() ? 0 : numbers.front(), numbers.size());
+    };
+    EXPECT_EQ(from("2026-11-22"), FirstAndMany(3, kUndated + 2)) << "from behind the last dated line of the day before";
+    EXPECT_EQ(from("2026-11-23"), FirstAndMany(4 + kUndated, 1));
+    EXPECT_EQ(from("2026-11-21"), FirstAndMany(1, kUndated + 4)) << "of which nothing was known";
 }
 
 TEST(GetLedger, GivesAMebibyteAtMostAndLosesNothing) {
