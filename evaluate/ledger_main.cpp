@@ -64,6 +64,14 @@ std::string cell(const nlohmann::json& line, const char* key) {
     return value->is_string() ? value->get<std::string>() : value->dump();
 }
 
+/** Says what is missing in what was told. */
+int statusWithout(const inquiry::Unread& unread) {
+    for (const std::string& name : unread) {
+        std::cerr << "senvo ledger: cannot read " << name << "; what it holds is left out\n";
+    }
+    return unread.empty() ? kFine : kFaulty;
+}
+
 int exportLines(const Options& options) {
     const auto disk = ledger::openFolder(folderOf(options).string());
     const inquiry::Span span = spanOf(options);
@@ -95,9 +103,10 @@ int exportLines(const Options& options) {
         }
         std::cout << '\n';
     };
-    inquiry::visitLinesFor(inquiry::chunksOf(*disk, span), span, write);
+    inquiry::Unread unread;
+    inquiry::visitLinesFor(inquiry::chunksOf(*disk, span, &unread), span, write);
     std::cout.flush();
-    return std::cout ? kFine : throw std::runtime_error("cannot write the lines");
+    return std::cout ? statusWithout(unread) : throw std::runtime_error("cannot write the lines");
 }
 
 int checkLedger(const Options& options) {
@@ -144,6 +153,7 @@ int recount(const Options& options) {
         return config;
     };
     inquiry::Recounted result;
+    inquiry::Unread unread;
     if (!options.tracks.empty()) {
         inquiry::Recount replay(settingsFor, {});
         recountTracks(options.tracks, replay);
@@ -151,10 +161,10 @@ int recount(const Options& options) {
     } else {
         const auto disk = ledger::openFolder(folderOf(options).string());
         const inquiry::Span span = spanOf(options);
-        result = inquiry::recountOf(inquiry::chunksOf(*disk, span), settingsFor, span);
+        result = inquiry::recountOf(inquiry::chunksOf(*disk, span, &unread), settingsFor, span);
     }
     std::cout << inquiry::jsonOf(result).dump(2) << '\n';
-    return kFine;
+    return statusWithout(unread);
 }
 
 }  // namespace

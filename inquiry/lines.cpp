@@ -128,9 +128,33 @@ private:
     size_t m_bytes = 0;
 };
 
+/** Notes which of the files set aside may tell of a time. */
+void noteAside(const std::vector<ledger::LedgerFile>& aside, const Span& span, Unread* unread) {
+    for (const ledger::LedgerFile& file : aside) {
+        if (unread != nullptr && !isOutside(file, span)) {
+            unread->insert(file.name);
+        }
+    }
+}
+
+/** Reads on in a file, which may get another name meanwhile; nothing, and noted, when it cannot be read. */
+std::string readOn(ledger::Disk& disk, ledger::LedgerFile& file, int64_t at, int64_t most, Unread* unread) {
+    std::optional<std::string> text = disk.read(file.name, at, most);
+    if (!text && file.isYoung()) {
+        file.name = ledger::fileName(file.firstSeq, file.day, false);
+        text = disk.read(file.name, at, most);
+    }
+    // One that is gone was cut meanwhile, as a line tells.
+    if (!text && unread != nullptr && disk.size(file.name)) {
+        unread->insert(file.name);
+    }
+    return text.value_or("");
+}
+
 }  // namespace
 
-Chunks chunksOf(const ledger::Ledger& book, const Span& span) {
+Chunks chunksOf(const ledger::Ledger& book, const Span& span, Unread* unread) {
+    noteAside(book.setAside(), span, unread);
     const std::vector<ledger::LedgerFile> files = within(span, book.files(), [&](const ledger::LedgerFile& file) {
         return endUndated(book.lines(file.lastSeq, file.lastSeq, kTailBytes));
     });
@@ -138,8 +162,8 @@ Chunks chunksOf(const ledger::Ledger& book, const Span& span) {
     for (const ledger::LedgerFile& file : files) {
         last = std::max(last, file.lastSeq);
     }
-    return [&book, next = files.empty() ? 1 : files.front().firstSeq, last]() mutable {
-        std::string lines = next <= last ? book.lines(next, last, kChunkBytes) : "";
+    return [&book, unread, next = files.empty() ? 1 : files.front().firstSeq, last]() mutable {
+        std::string lines = next <= last ? book.lines(next, last, kChunkBytes, unread) : "";
         const std::optional<ledger::LineHead> head = lastHeadIn(lines);
         next = head ? head->seq + 1 : last + 1;
         return lines;
@@ -157,14 +181,15 @@ std::vector<ledger::LedgerFile> filesIn(ledger::Disk& disk) {
     return files;
 }
 
-Chunks chunksOf(ledger::Disk& disk, const Span& span) {
+Chunks chunksOf(ledger::Disk& disk, const Span& span, Unread* unread) {
+    noteAside(ledger::filesSetAside(disk), span, unread);
     std::vector<ledger::LedgerFile> files = within(
         span, filesIn(disk), [&](const ledger::LedgerFile& file) { return endUndated(lastLinesOf(disk, file.name)); });
-    return [&disk, files = std::move(files), file = size_t{0}, at = int64_t{0}]() mutable {
+    return [&disk, unread, files = std::move(files), file = size_t{0}, at = int64_t{0}]() mutable {
         for (; file < files.size(); ++file, at = 0) {
             // A line longer than a chunk is read with as many as it takes.
             for (int64_t most = kChunkBytes;; most *= 2) {
-                std::string lines = disk.read(files[file].name, at, most).value_or("");
+                std::string lines = readOn(disk, files[file], at, most, unread);
                 const bool isAll = static_cast<int64_t>(lines.size()) < most;
                 lines.resize(lines.rfind('\n') == std::string::npos ? 0 : lines.rfind('\n') + 1);
                 if (!lines.empty()) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,11 +32,17 @@ inline constexpr int64_t kLatestLine = int64_t{15} * 60 * 1000;
 /** Gives a ledger's next whole lines, ends included, about 1 MiB; empty behind the last. */
 using Chunks = std::function<std::string()>;
 
-/** The lines of a running application's ledger, as far as it goes now: all files' that may tell of a time. */
-Chunks chunksOf(const ledger::Ledger& book, const Span& span);
+/** The names of files whose lines are left out, since they cannot be read or could not be at a start. */
+using Unread = std::set<std::string>;
 
-/** The lines of a folder that somebody may be writing to. disk: outlives what is returned. */
-Chunks chunksOf(ledger::Disk& disk, const Span& span);
+/**
+ * The lines of a running application's ledger, as far as it goes now: all files' that may tell of a time. book, unread:
+ * outlive what is returned.
+ */
+Chunks chunksOf(const ledger::Ledger& book, const Span& span, Unread* unread = nullptr);
+
+/** The lines of a folder that somebody may be writing to. disk, unread: outlive what is returned. */
+Chunks chunksOf(ledger::Disk& disk, const Span& span, Unread* unread = nullptr);
 
 /** Calls visit with each line as it is, its end not included, until there is none or visit returns false. */
 void visitLines(const Chunks& chunks, const std::function<bool(const ledger::LineHead&, std::string_view)>& visit);

@@ -376,32 +376,39 @@ bool Ledger::dropFile(const LedgerFile& file) {
     return true;
 }
 
-std::string Ledger::lines(int64_t fromSeq, int64_t through, int64_t mostBytes) const {
+std::string Ledger::lines(int64_t fromSeq, int64_t through, int64_t mostBytes, std::set<std::string>* unread) const {
     for (;;) {
         const std::vector<LedgerFile> before = files();
         std::string text;
-        bool isRead = true;
+        std::set<std::string> leftOut;
         bool goesOn = true;
-        for (auto file = before.begin(); file != before.end() && isRead && goesOn; ++file) {
+        for (auto file = before.begin(); file != before.end() && goesOn; ++file) {
             if (file->lastSeq < fromSeq || file->bytes == 0) {
                 continue;
             }
-            const int64_t from = file->firstSeq < fromSeq ? findLine(m_disk, *file, fromSeq) : 0;
-            isRead = forEachLine(m_disk, *file, from, [&](std::string_view line, int64_t) {
-                const std::optional<LineHead> head = headOf(line);
-                const bool fits = text.empty() || static_cast<int64_t>(text.size() + line.size()) < mostBytes;
-                goesOn = fits && (!head || head->seq <= through);
-                if (goesOn) {
-                    text += line;
-                    text += '\n';
-                }
-                return goesOn;
-            });
+            const std::optional<int64_t> from = file->firstSeq < fromSeq ? findLine(m_disk, *file, fromSeq) : 0;
+            const bool isRead = from && forEachLine(m_disk, *file, *from, [&](std::string_view line, int64_t) {
+                                    const std::optional<LineHead> head = headOf(line);
+                                    const bool fits =
+                                        text.empty() || static_cast<int64_t>(text.size() + line.size()) < mostBytes;
+                                    goesOn = fits && (!head || head->seq <= through);
+                                    if (goesOn) {
+                                        text += line;
+                                        text += '\n';
+                                    }
+                                    return goesOn;
+                                });
+            if (!isRead) {
+                leftOut.insert(file->name);
+            }
         }
         // A file that was rewritten or removed meanwhile may have been read half and half.
         const std::vector<LedgerFile> after = files();
         if (untouched(before, after)) {
-            return isRead ? text : "";
+            if (unread != nullptr) {
+                unread->merge(leftOut);
+            }
+            return text;
         }
     }
 }

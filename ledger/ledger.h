@@ -6,6 +6,7 @@
 #include <map>
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -76,9 +77,14 @@ public:
 
     /**
      * The lines from a number on, ends included, as many whole ones as fit into so many bytes, at least one; empty
-     * behind the end. through: the last line that may be among them.
+     * behind the end. through: the last line that may be among them. What cannot be read of a file is left out, and the
+     * file's name added to unread.
      */
-    [[nodiscard]] std::string lines(int64_t fromSeq, int64_t through, int64_t mostBytes) const EXCLUDES(m_mutex);
+    [[nodiscard]] std::string lines(int64_t fromSeq, int64_t through, int64_t mostBytes,
+                                    std::set<std::string>* unread = nullptr) const EXCLUDES(m_mutex);
+
+    /** The files that could not be read at a start and were set aside: their lines are nowhere else. */
+    [[nodiscard]] std::vector<LedgerFile> setAside() const { return filesSetAside(m_disk); }
 
 private:
     struct Waiting {

@@ -72,7 +72,21 @@ bool forEachLine(Disk& disk, const LedgerFile& file, int64_t from,
     return true;
 }
 
-int64_t findLine(Disk& disk, const LedgerFile& file, int64_t seq) {
+std::vector<LedgerFile> filesSetAside(Disk& disk) {
+    const std::string_view ending = kAsideEnding;
+    std::vector<LedgerFile> files;
+    for (const std::string& name : disk.list()) {
+        std::optional<LedgerFile> file =
+            name.ends_with(ending) ? fileOf(name.substr(0, name.size() - ending.size())) : std::nullopt;
+        if (file) {
+            file->name = name;
+            files.push_back(std::move(*file));
+        }
+    }
+    return files;
+}
+
+std::optional<int64_t> findLine(Disk& disk, const LedgerFile& file, int64_t seq) {
     // The line behind the one that holds the byte before a position: its number and where it begins.
     const auto lineBehind = [&](int64_t from) {
         std::pair<int64_t, int64_t> found = {0, -1};
@@ -94,13 +108,13 @@ int64_t findLine(Disk& disk, const LedgerFile& file, int64_t seq) {
         (at >= 0 && number < seq ? low : high) = at >= 0 && number < seq ? at : middle;
     }
     int64_t result = file.bytes;
-    forEachLine(disk, file, low, [&](std::string_view line, int64_t at) {
+    const bool isRead = forEachLine(disk, file, low, [&](std::string_view line, int64_t at) {
         const std::optional<LineHead> head = headOf(line);
         const bool found = head && head->seq >= seq;
         result = found ? at : result;
         return !found;
     });
-    return result;
+    return isRead ? std::optional(result) : std::nullopt;
 }
 
 MendedFile mendFile(Disk& disk, LedgerFile file) {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "disk.h"
 #include "line.h"
@@ -48,8 +49,12 @@ std::optional<LedgerFile> fileOf(const std::string& name);
 bool forEachLine(Disk& disk, const LedgerFile& file, int64_t from,
                  const std::function<bool(std::string_view line, int64_t at)>& visit);
 
-/** Where the first line with at least this number begins; file.bytes when there is none or it cannot be read. */
-int64_t findLine(Disk& disk, const LedgerFile& file, int64_t seq);
+/** The files that could not be read at a start and were set aside; of each its name, day and first number. */
+std::vector<LedgerFile> filesSetAside(Disk& disk);
+
+/** Where the first line with at least this number begins; file.bytes when there is none, nothing when the file cannot
+ * be read so far. */
+std::optional<int64_t> findLine(Disk& disk, const LedgerFile& file, int64_t seq);
 
 /** What mendFile found. */
 struct MendedFile {

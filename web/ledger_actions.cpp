@@ -52,6 +52,14 @@ int64_t nextSeqOf(const std::string& since, const std::string& epoch) {
     return since.substr(0, colon) == epoch ? seq + 1 : 1;
 }
 
+std::string joined(const std::set<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) {
+        text += (text.empty() ? "" : ", ") + word;
+    }
+    return text;
+}
+
 /** The kinds of lines that are asked for; empty for all. */
 std::set<std::string> kindsOf(const std::string& text) {
     static const std::set<std::string> kKinds = {"alert",      "clock",  "corrected", "crossing", "cut",
@@ -61,11 +69,8 @@ std::set<std::string> kindsOf(const std::string& text) {
     std::istringstream list(text);
     for (std::string kind; std::getline(list, kind, ',');) {
         if (!kKinds.contains(kind)) {
-            std::string known;
-            for (const std::string& one : kKinds) {
-                known += (known.empty() ? "" : ", ") + one;
-            }
-            throw std::invalid_argument("expected kinds, joined by commas, of " + known + ", got \"" + kind + "\"");
+            throw std::invalid_argument("expected kinds, joined by commas, of " + joined(kKinds) + ", got \"" + kind +
+                                        "\"");
         }
         kinds.insert(kind);
     }
@@ -155,10 +160,13 @@ LedgerAnswer getLedger(LedgerAccess& access, const QueryPairs& query) {
         access.makeSafe();
     }
     const int64_t through = isNewest ? last.seq : access.book().safeSeq();
+    const int64_t first = next;
+    std::set<std::string> unread;
     std::string body;
     for (int64_t readBytes = 0; readBytes < kMostReadBytes && limit > 0;) {
-        const std::string lines = access.book().lines(next, through, kMostAnswerBytes);
+        const std::string lines = access.book().lines(next, through, kMostAnswerBytes, &unread);
         if (lines.empty()) {
+            next = unread.empty() ? next : std::max(next, through + 1);
             break;
         }
         readBytes += static_cast<int64_t>(lines.size());
@@ -185,11 +193,24 @@ LedgerAnswer getLedger(LedgerAccess& access, const QueryPairs& query) {
             break;
         }
     }
+    // Of those that were met, the ones that were passed.
+    std::erase_if(unread, [next](const std::string& name) {
+        const std::optional<ledger::LedgerFile> file = ledger::fileOf(name);
+        return file && file->firstSeq >= next;
+    });
+    for (const ledger::LedgerFile& file : access.book().setAside()) {
+        if (file.firstSeq >= first && file.firstSeq < next) {
+            unread.insert(file.name);
+        }
+    }
     // Where nothing was read, the ledger may begin behind what was asked for.
     const std::string position = last.epoch + ":" + std::to_string(next - 1);
-    return {"application/x-ndjson",
-            "X-Ledger-Next: " + position + "\r\nX-Ledger-End: " + last.epoch + ":" + std::to_string(last.seq) + "\r\n",
-            body};
+    std::string headers =
+        "X-Ledger-Next: " + position + "\r\nX-Ledger-End: " + last.epoch + ":" + std::to_string(last.seq) + "\r\n";
+    if (!unread.empty()) {
+        headers += "X-Ledger-Unreadable: " + joined(unread) + "\r\n";
+    }
+    return {"application/x-ndjson", headers, body};
 }
 
 /** The answer to a job, or its number where it is not made yet. */
@@ -204,9 +225,13 @@ LedgerAnswer answerOfJob(AnswerJobs& jobs, int64_t number) {
 LedgerAnswer askLines(LedgerAccess& access, const inquiry::Span& span,
                       const std::function<ordered_json(const inquiry::Chunks&)>& question) {
     const int64_t job = access.jobs().post([&access, span, question](const std::atomic<bool>& stop) {
-        const inquiry::Chunks chunks = inquiry::chunksOf(access.book(), span);
+        inquiry::Unread unread;
+        const inquiry::Chunks chunks = inquiry::chunksOf(access.book(), span, &unread);
         ordered_json answer = {{"from", ledger::utcText(span.from)}, {"to", ledger::utcText(span.until)}};
         answer.update(question([&chunks, &stop] { return stop ? std::string() : chunks(); }));
+        if (!unread.empty()) {
+            answer["unreadable"] = unread;
+        }
         return answer.dump();
     });
     return answerOfJob(access.jobs(), job);

@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -111,6 +112,30 @@ TEST_F(LedgerProgram, ExportsLinesFromBeforeTheClockWasKnown) {
               "2026-11-24T08:00:30.000Z,e1,9,1,in,Person,1,,\n");
     const ProgramResult all = ask({"export", "--format", "csv"});
     EXPECT_NE(all.out.find("\n,e1,8,1,out,Person,1,,\n"), std::string::npos) << "nobody knows when";
+}
+
+TEST_F(LedgerProgram, SaysWhatItCannotReadAndLeavesItOut) {
+    file("same.json", R"({"entrance1": [[0, 0], [0.15625, 0], [0.15625, 1], [0, 1]]})");
+    const std::string behind = m_book.lines(5, 7, 1 << 20);
+    const std::string name = m_disk->list().at(0);
+    std::filesystem::remove(m_folder.path() / "ledger" / name);
+    std::filesystem::create_directory(m_folder.path() / "ledger" / name);
+    const std::string aside = "000000000001-2026-11-20.ndjson.unreadable";
+    file("ledger/" + aside, "");
+    const auto missing = [](const std::string& file) {
+        return "senvo ledger: cannot read " + file + "; what it holds is left out\n";
+    };
+    const ProgramResult all = ask({"export"});
+    EXPECT_EQ(all.status, 1);
+    EXPECT_EQ(all.out, behind);
+    EXPECT_EQ(all.err, missing(aside) + missing(name));
+    const ProgramResult recount = ask({"recount", "--settings", "same.json"});
+    EXPECT_EQ(recount.status, 1);
+    EXPECT_EQ(recount.err, missing(aside) + missing(name));
+    EXPECT_EQ(nlohmann::json::parse(recount.out, nullptr, false)["objects"], 1);
+    const ProgramResult day = ask({"export", "--from", "2026-11-22", "--zone", "UTC"});
+    EXPECT_EQ(day.status, 0) << day.err;
+    EXPECT_EQ(day.out, behind) << "of which nothing is missing";
 }
 
 TEST_F(LedgerProgram, ChecksAndSaysWhatIsWrong) {

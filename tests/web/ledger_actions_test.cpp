@@ -1,5 +1,6 @@
 #include "ledger_actions.h"
 
+#include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
 #include <map>
@@ -43,6 +44,14 @@ public:
     void write(const std::string& kind, const nlohmann::ordered_json& body) override { m_book.append(kind, body); }
     AnswerJobs& jobs() override { return m_jobs; }
     [[nodiscard]] std::string archive() const override { return m_folder.path() / "EntranceActivityTidy.csv"; }
+
+    /** Makes a file of the ledger one that cannot be read. */
+    void spoil(const std::string& name) const {
+        std::filesystem::remove(m_folder.path() / "ledger" / name);
+        std::filesystem::create_directory(m_folder.path() / "ledger" / name);
+    }
+    /** Puts a file beside the ledger's. */
+    void put(const std::string& name) const { writeFile(m_folder.path() / "ledger" / name, ""); }
 
     ledger::LastRun before;
 
@@ -164,6 +173,35 @@ TEST(GetLedger, HasTheUndatedLinesOfADayThatStandInTheFileBefore) {
     EXPECT_EQ(from("2026-11-22"), FirstAndMany(3, kUndated + 2)) << "from behind the last dated line of the day before";
     EXPECT_EQ(from("2026-11-23"), FirstAndMany(4 + kUndated, 1));
     EXPECT_EQ(from("2026-11-21"), FirstAndMany(1, kUndated + 4)) << "of which nothing was known";
+}
+
+TEST(GetLedger, GetsAReaderPastAFileThatCannotBeRead) {
+    const auto headers = [](const LedgerAnswer& answer) {
+        return headerOf(answer, "X-Ledger-Next") + " " + headerOf(answer, "X-Ledger-Unreadable");
+    };
+    Access access;
+    for (const char* const day : {"20", "21", "22"}) {
+        access.cross(std::string("2026-11-") + day + "T08:00:00.000Z");
+        access.cross(std::string("2026-11-") + day + "T09:00:00.000Z");
+    }
+    const std::string second = "000000000003-2026-11-21.ndjson";
+    const std::string third = "000000000005-2026-11-22.ndjson";
+    EXPECT_EQ(headers(*answerFromLedger(access, {"get_ledger", {}})), "e1:6 ");
+    access.spoil(second);
+    for (const char* const since : {"e1:0", "e1:2", "e1:3"}) {
+        const LedgerAnswer answer = *answerFromLedger(access, {"get_ledger", {{"since", since}}});
+        EXPECT_EQ(numbersOf(answer.body), (since == std::string("e1:0") ? Numbers{1, 2, 5, 6} : Numbers{5, 6}));
+        EXPECT_EQ(headers(answer), "e1:6 " + second) << since;
+    }
+    access.spoil(third);
+    const LedgerAnswer last = *answerFromLedger(access, {"get_ledger", {{"since", "e1:3"}}});
+    EXPECT_EQ(last.body, "");
+    EXPECT_EQ(headers(last), "e1:6 " + second + ", " + third);
+    EXPECT_EQ(headers(*answerFromLedger(access, {"get_ledger", {{"since", "e1:6"}}})), "e1:6 ");
+    const std::string aside = "000000000002-2026-11-20.ndjson.unreadable";
+    access.put(aside);
+    EXPECT_EQ(headers(*answerFromLedger(access, {"get_ledger", {{"since", "e1:1"}, {"limit", "1"}}})), "e1:2 " + aside);
+    EXPECT_EQ(headers(*answerFromLedger(access, {"get_ledger", {{"since", "e1:0"}, {"limit", "1"}}})), "e1:1 ");
 }
 
 TEST(GetLedger, GivesAMebibyteAtMostAndLosesNothing) {
@@ -369,6 +407,24 @@ TEST(AskedLedger, TellsStaysHeatAndWhy) {
     const nlohmann::json reasons = nlohmann::json::parse(ask(access, why).body);
     ASSERT_EQ(reasons["crossings"].size(), 1U);
     EXPECT_EQ(reasons["crossings"][0]["rule"], "was outside every entrance, then in entrance 1: in");
+}
+
+TEST(AskedLedger, SaysWhatItCannotRead) {
+    Access access;
+    comeIn(access, "2026-11-21T23:58", 1);
+    comeIn(access, "2026-11-22T09:00", 2);
+    access.makeSafe();
+    const std::string name = "000000000003-2026-11-22.ndjson";
+    const std::string aside = "000000000009-2026-11-22.ndjson.unreadable";
+    access.put(aside);
+    access.put("000000000009-2026-11-24.ndjson.unreadable");
+    access.spoil(name);
+    for (const char* const action : {"stays", "heat", "why", "recount"}) {
+        const bool isPost = action == std::string("recount");
+        const nlohmann::json answer =
+            nlohmann::json::parse(ask(access, aboutTheDay(action, isPost ? kSettings : ""), isPost).body);
+        EXPECT_EQ(answer.value("unreadable", nlohmann::json()), nlohmann::json({name, aside})) << action;
+    }
 }
 
 TEST(AskedLedger, TellsWhyOfADayOfAnyZone) {
