@@ -6,11 +6,15 @@
 #include <stdexcept>
 #include <utility>
 
+#include "clock.h"
+
 namespace {
 
 constexpr size_t kMostWaiting = 8;
 // More than can be under way together, so that nobody's answer goes while he is on his way to fetch it.
 constexpr size_t kMostKept = 2 * kMostWaiting;
+constexpr size_t kMostKeptBytes = size_t{16} << 20;
+constexpr std::chrono::minutes kLongestKept(2);
 constexpr std::chrono::milliseconds kPatience(80);
 constexpr int64_t kMostNumber = int64_t{1} << 52;  // which every reader of JSON keeps exactly
 
@@ -55,6 +59,7 @@ std::optional<std::string> AnswerJobs::take(int64_t number) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     Done done;
     m_mutex.lock();
+    letGo();
     for (bool isInTime = true;;) {
         const auto found =
             std::find_if(m_done.begin(), m_done.end(), [&](const Done& one) { return one.number == number; });
@@ -70,7 +75,8 @@ std::optional<std::string> AnswerJobs::take(int64_t number) {
             m_mutex.unlock();
             if (!isKnown) {
                 throw std::invalid_argument(
-                    "expected the number of an answer that is being made or was not fetched yet, got " +
+                    "expected the number of an answer that is being made, or was in the last two minutes and not "
+                    "fetched yet, got " +
                     std::to_string(number));
             }
             return std::nullopt;
@@ -84,11 +90,30 @@ std::optional<std::string> AnswerJobs::take(int64_t number) {
     return std::move(done.answer);
 }
 
+/** Lets answers go that nobody fetched, the oldest first. */
+void AnswerJobs::letGo() {
+    const int64_t earliest = steadyNowMicros() - std::chrono::microseconds(kLongestKept).count();
+    size_t bytes = 0;
+    for (const Done& done : m_done) {
+        bytes += done.answer.size();
+    }
+    while (!m_done.empty() &&
+           (m_done.size() > kMostKept || bytes > kMostKeptBytes || m_done.front().madeMicros < earliest)) {
+        bytes -= m_done.front().answer.size();
+        m_done.pop_front();
+    }
+}
+
 void AnswerJobs::run() {
     m_mutex.lock();
     while (true) {
         while (m_waiting.empty() && !m_stop) {
-            m_changed.wait(m_mutex);
+            letGo();
+            if (m_done.empty()) {
+                m_changed.wait(m_mutex);
+            } else {
+                m_changed.wait_for(m_mutex, kLongestKept);
+            }
         }
         if (m_stop) {
             break;
@@ -101,15 +126,20 @@ void AnswerJobs::run() {
         done.number = job.number;
         try {
             done.answer = job.work(m_stop);
+            if (done.answer.size() > kMostKeptBytes) {
+                const std::string size = std::to_string(std::exchange(done.answer, {}).size());
+                throw std::invalid_argument("expected a question whose answer has at most " +
+                                            std::to_string(kMostKeptBytes) + " bytes, got one with " + size +
+                                            "; ask for longer steps or less time");
+            }
         } catch (...) {
             done.error = std::current_exception();
         }
         m_mutex.lock();
         m_current = 0;
+        done.madeMicros = steadyNowMicros();
         m_done.push_back(std::move(done));
-        if (m_done.size() > kMostKept) {
-            m_done.pop_front();
-        }
+        letGo();
         m_changed.notify_all();
     }
     m_mutex.unlock();

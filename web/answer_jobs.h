@@ -16,7 +16,7 @@
  * Answers that may take longer than a request may: they are made by a thread of their own, one after the other, and
  * whoever asked comes back for them with their number.
  *
- * Any thread. The last answers are kept until they are fetched, sixteen at most.
+ * Any thread. The last answers are kept until they are fetched: for two minutes, sixteen of them and 16 MiB at most.
  */
 class AnswerJobs {
 public:
@@ -38,7 +38,7 @@ public:
 
     /**
      * The answer, once; nothing when it is not there within 80 ms. Throws std::invalid_argument for a number that is
-     * not known, or no longer.
+     * not known, or no longer, and for an answer that is too long to be kept.
      */
     std::optional<std::string> take(int64_t number) EXCLUDES(m_mutex);
 
@@ -51,9 +51,11 @@ private:
         int64_t number = 0;
         std::string answer;
         std::exception_ptr error;
+        int64_t madeMicros = 0; /**< steady */
     };
 
     void run() EXCLUDES(m_mutex);
+    void letGo() REQUIRES(m_mutex);
 
     Mutex m_mutex; /**< guards what follows */
     std::condition_variable_any m_changed;

@@ -516,7 +516,8 @@ TEST(AskedLedger, RefusesQuestionsThatMakeNoSense) {
         {{"heat", {{"zone", "Moon"}}}, false, "expected a time zone such as Europe/Berlin, got \"Moon\""},
         {{"ledger_answer", {{"job", "7"}}},
          false,
-         "expected the number of an answer that is being made or was not fetched yet, got 7"},
+         "expected the number of an answer that is being made, or was in the last two minutes and not fetched yet, "
+         "got 7"},
         {{"recount", {}, "{"}, true, "expected settings as JSON, got 1 bytes that are none"},
         {{"recount", {}, R"({"entrance1":[[0,0]]})"},
          true,
@@ -557,6 +558,50 @@ TEST(AnswerJobs, GiveANumberWhereAnAnswerTakesLong) {
     while (!(answer = jobs.take(*numbers.begin()))) {
     }
     EXPECT_EQ(answer, "next");
+}
+
+/** The number of an answer of so many bytes that is being made. */
+int64_t post(AnswerJobs& jobs, size_t bytes) {
+    return jobs.post([bytes](const std::atomic<bool>&) { return std::string(bytes, 'x'); });
+}
+
+/** Fetches an answer; those before it are made then. */
+size_t fetch(AnswerJobs& jobs, int64_t number) {
+    for (;;) {
+        if (const std::optional<std::string> answer = jobs.take(number)) {
+            return answer->size();
+        }
+    }
+}
+
+TEST(AnswerJobs, AreKeptForTwoMinutes) {
+    TestClock clock;
+    AnswerJobs jobs;
+    const int64_t first = post(jobs, 1);
+    const int64_t second = post(jobs, 2);
+    EXPECT_EQ(fetch(jobs, post(jobs, 3)), 3U);
+    clock.advance(120);
+    EXPECT_EQ(fetch(jobs, first), 1U);
+    clock.advanceMillis(1);
+    EXPECT_THROW(jobs.take(second), std::invalid_argument);
+}
+
+TEST(AnswerJobs, KeepSixteenMebibytes) {
+    constexpr size_t kSix = size_t{6} << 20U;
+    AnswerJobs jobs;
+    const int64_t numbers[] = {post(jobs, kSix), post(jobs, kSix), post(jobs, kSix)};
+    EXPECT_EQ(fetch(jobs, post(jobs, 1)), 1U);
+    EXPECT_THROW(jobs.take(numbers[0]), std::invalid_argument) << "the oldest";
+    EXPECT_EQ(fetch(jobs, numbers[1]), kSix);
+    EXPECT_EQ(fetch(jobs, numbers[2]), kSix);
+    const int64_t tooLong = post(jobs, 3 * kSix);
+    try {
+        fetch(jobs, tooLong);
+        ADD_FAILURE() << "such an answer is kept";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_STREQ(error.what(), "expected a question whose answer has at most 16777216 bytes, got one with 18874368; "
+                                   "ask for longer steps or less time");
+    }
 }
 
 TEST(AnswerJobs, EndWhileOneIsUnderWay) {
