@@ -2,17 +2,16 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <stdexcept>
 
+#include "archived_counts.h"
 #include "clock.h"
 #include "counts.h"
 #include "finding.h"
-#include "occupancy_records.h"
 #include "recount.h"
 #include "settings_file.h"
 #include "stays.h"
@@ -337,47 +336,6 @@ ordered_json handCountOf(const std::string& body, const std::string& user) {
         {"remark", remark}, {"taps", std::move(kept)}};
 }
 
-/** Crossings of this camera in the periods of its archive, up to a moment, by the quarter in which each period ended.
- */
-ledger::Quarters quartersOfArchive(const std::string& path, const std::string& camera, int64_t before,
-                                   const std::atomic<bool>& stop) {
-    ledger::Quarters quarters;
-    std::ifstream file(path);
-    std::string known;
-    int64_t end = 0;
-    for (std::string line; std::getline(file, line) && !stop;) {
-        EntranceActivityRecord record;
-        try {
-            if (!record.deserialize(line) || record.cameraName != camera || record.entrance == entrance::unknown ||
-                record.object == objects::unknown) {
-                continue;
-            }
-            if (record.dateTime != known) {
-                known = record.dateTime;
-                std::string text = known;
-                std::replace(text.begin(), text.end(), ' ', 'T');
-                end = ledger::momentOf(text, "") - 1000;
-            }
-        } catch (const std::logic_error&) {
-            continue;  // a torn line, or no time
-        }
-        if (end >= before) {
-            continue;
-        }
-        ledger::Quarter& quarter = quarters[end / ledger::kQuarterMillis];
-        const int zone = static_cast<int>(record.entrance) + 1;
-        const int classId = static_cast<int>(record.object);
-        const auto add = [&](bool isIn, int32_t count) {
-            if (count > 0) {
-                quarter.crossings[{zone, isIn, classId}] += count;
-            }
-        };
-        add(true, record.entranceCount);
-        add(false, record.exitCount);
-    }
-    return quarters;
-}
-
 std::string countsAnswer(const ledger::Index& index, const ledger::CountsQuery& question,
                          const ledger::Quarters& archived);
 
@@ -388,7 +346,7 @@ LedgerAnswer getCounts(LedgerAccess& access, const LedgerQuestion& asked) {
     question.step = ledger::stepOf(valueOf(query, "step", "hour"));
     question.by = ledger::countsByOf(valueOf(query, "by", "entrance,direction"));
     const inquiry::Span span = spanOf(query, question.zone);
-    question.from = span.from;
+    question.from = span.from / ledger::kQuarterMillis * ledger::kQuarterMillis;  // the whole quarter counts
     question.until = span.until;
     ledger::Index& index = access.index();
     if (index.updateUnlessBusy(kQuickBytes)) {
@@ -398,15 +356,16 @@ LedgerAnswer getCounts(LedgerAccess& access, const LedgerQuestion& asked) {
         }
     }
     const int64_t job =
-        access.jobs().post([&index, question, path = access.archive(),
+        access.jobs().post([&index, &book = access.book(), question, path = access.archive(),
                             camera = asked.settings.cameraInfo.thisCameraName](const std::atomic<bool>& stop) {
             while (!stop && !index.update(kIndexStep)) {
             }
             // Before the ledger's first day the archive tells, which may be long.
             const int64_t knownFrom = index.begin().value_or(std::numeric_limits<int64_t>::max());
-            return countsAnswer(
-                index, question,
-                question.from < knownFrom ? quartersOfArchive(path, camera, knownFrom, stop) : ledger::Quarters());
+            return countsAnswer(index, question,
+                                question.from < knownFrom
+                                    ? inquiry::countsBefore(book, knownFrom, path, camera, stop)
+                                    : ledger::Quarters());
         });
     return answerOfJob(access.jobs(), job);
 }

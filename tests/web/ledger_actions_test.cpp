@@ -21,7 +21,7 @@ namespace {
 /** A ledger in a folder, written by the test. */
 class Access : public LedgerAccess {
 public:
-    Access() { m_book.open(); }
+    explicit Access(int64_t mostBytes = int64_t{1} << 30) : m_mostBytes(mostBytes) { m_book.open(); }
 
     void add(const std::string& utc, const std::string& kind, const nlohmann::ordered_json& body) {
         m_now = {*ledger::utcOf(utc), "", 0};
@@ -56,10 +56,11 @@ public:
     ledger::LastRun before;
 
 private:
+    const int64_t m_mostBytes;
     TestFolder m_folder;
     ledger::Moment m_now;
     std::unique_ptr<ledger::Disk> m_disk = ledger::openFolder((m_folder.path() / "ledger").string());
-    ledger::Ledger m_book{*m_disk, {int64_t{1} << 30, [this] { return m_now; }, [] { return std::string("e1"); }}};
+    ledger::Ledger m_book{*m_disk, {m_mostBytes, [this] { return m_now; }, [] { return std::string("e1"); }}};
     ledger::Index m_index{*m_disk, m_book};
     AnswerJobs m_jobs;
 };
@@ -500,6 +501,58 @@ TEST(AskedLedger, HasTheArchiveForWhatWasBeforeIt) {
     EXPECT_EQ(counts, expected);
 }
 
+TEST(AskedLedger, HasTheArchiveForWhatWasCutFromIt) {
+    constexpr int kHours = 48;
+    const TimeZone zone("UTC");
+    Access access(150'000);
+    std::string archived;
+    for (int hour = 0; hour < kHours; ++hour) {
+        const std::string begin = ledger::utcText(*ledger::utcOf("2026-07-01T00:00:00.000Z") + 3'600'000 * hour);
+        // More in each hour than in the one before.
+        for (int i = 0; i <= hour; ++i) {
+            access.add(begin.substr(0, 14) + std::to_string(10 + i) + ":00.000Z", "crossing",
+                       {{"entrance", 1},
+                        {"direction", "in"},
+                        {"class", "Person"},
+                        {"object", i},
+                        {"before", {120, 50}},
+                        {"after", {80, 50}},
+                        {"size", {640, 360}}});
+        }
+        std::string date = begin.substr(0, 14) + "59:59";
+        date[10] = ' ';
+        access.add(begin.substr(0, 14) + "59:59.000Z", "period",
+                   {{"archived", date}, {"camera", "Door"}, {"tallies", {{"Entrance1_Entrances_Person", hour + 1}}}});
+        archived += date + ",Door,0,0," + std::to_string(hour + 1) + ",0\n";
+    }
+    writeFile(access.archive(), archived);
+    while (access.book().files().front().firstSeq == 1) {
+        access.makeSafe();
+    }
+    const std::vector<std::string> kinds = [&] {
+        std::vector<std::string> first;
+        std::istringstream lines(access.book().lines(1, access.book().end().seq, 1 << 20));
+        for (std::string line; std::getline(lines, line) && first.size() < 2;) {
+            first.push_back(ledger::headOf(line)->kind);
+        }
+        return first;
+    }();
+    ASSERT_EQ(kinds, (std::vector<std::string>{"crossing", "crossing"})) << "cut within a period";
+    LedgerQuestion question = {
+        "get_counts", {{"from", "2026-07-01"}, {"to", "2026-07-03"}, {"step", "hour"}, {"by", ""}, {"zone", "UTC"}}};
+    question.settings.cameraInfo.thisCameraName = "Door";
+    const nlohmann::json answer = nlohmann::json::parse(ask(access, question).body);
+    ASSERT_EQ(answer["rows"].size(), static_cast<size_t>(kHours));
+    int unknown = 0;
+    for (int hour = 0; hour < kHours; ++hour) {
+        const nlohmann::json& row = answer["rows"][static_cast<size_t>(hour)];
+        EXPECT_EQ(row["counts"], nlohmann::json::parse(R"([{"count":)" + std::to_string(hour + 1) + "}]")) << row;
+        unknown += row["coverage"].is_null() ? 1 : 0;
+    }
+    EXPECT_GT(unknown, 0);
+    EXPECT_LT(unknown, kHours);
+}
+
 TEST(AskedLedger, RefusesQuestionsThatMakeNoSense) {
     Access access;
     const std::string longer = "expected a day at most, got 2026-11-22T00:00:00.000Z to 2026-11-24T00:00:00.000Z";
@@ -599,8 +652,9 @@ TEST(AnswerJobs, KeepSixteenMebibytes) {
         fetch(jobs, tooLong);
         ADD_FAILURE() << "such an answer is kept";
     } catch (const std::invalid_argument& error) {
-        EXPECT_STREQ(error.what(), "expected a question whose answer has at most 16777216 bytes, got one with 18874368; "
-                                   "ask for longer steps or less time");
+        EXPECT_STREQ(error.what(),
+                     "expected a question whose answer has at most 16777216 bytes, got one with 18874368; "
+                     "ask for longer steps or less time");
     }
 }
 
