@@ -233,8 +233,9 @@ void benchRecount(benchmark::State& state) {
     static BusyDay day;
     for (auto _ : state) {
         const inquiry::Span span = {kBegin, kBegin + 2 * kDayMillis};
-        const inquiry::Recounted result = inquiry::recountOf(inquiry::chunksOf(day.book.lines(), span),
-                                                             inquiry::settingsInForce(settings(), kPicture), span);
+        const inquiry::Recounted result =
+            inquiry::recountOf(inquiry::chunksOf(day.book.lines(), inquiry::readToRecount(span)),
+                               inquiry::settingsInForce(settings(), kPicture), span);
         if (result.objects != kObjectsOfADay) {
             throw std::runtime_error("expected " + std::to_string(kObjectsOfADay) + " objects, got " +
                                      std::to_string(result.objects));

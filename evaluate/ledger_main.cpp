@@ -161,7 +161,7 @@ int recount(const Options& options) {
     } else {
         const auto disk = ledger::openFolder(folderOf(options).string());
         const inquiry::Span span = spanOf(options);
-        result = inquiry::recountOf(inquiry::chunksOf(*disk, span, &unread), settingsFor, span);
+        result = inquiry::recountOf(inquiry::chunksOf(*disk, inquiry::readToRecount(span), &unread), settingsFor, span);
     }
     std::cout << inquiry::jsonOf(result).dump(2) << '\n';
     return statusWithout(unread);

@@ -17,7 +17,10 @@ struct PlacedPoint {
     t_one_locator at;
 };
 
-/** An area that an object was in, from its first cycle there to the first elsewhere, or its last of all. */
+/**
+ * An area that an object was in, from its first cycle there to the first elsewhere, or its last of all or of the path's
+ * part. One that began in a part before has the begin it had there; in old ledgers, where its own part begins.
+ */
 struct KeptStay {
     int area = 0; /**< 1..3 */
     int64_t enter = 0;

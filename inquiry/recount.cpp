@@ -1,6 +1,7 @@
 #include "recount.h"
 
 #include <algorithm>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
@@ -17,6 +18,7 @@ namespace {
 // A path's part is written before that; what is missing later is gone. A minute less than lines are read behind a time,
 // since one may pass without a line.
 constexpr int64_t kLongestUntold = kLatestLine - 60'000;
+constexpr int64_t kReadBefore = int64_t{60} * 60 * 1000;
 
 }  // namespace
 
@@ -54,6 +56,7 @@ const RulesBySize::Rules& RulesBySize::of(ledger::PictureSize size) {
 }
 
 void Recount::add(const ledger::LineHead& head, std::string_view line) {
+    m_isOfLedger = true;
     if (head.moment.isDated()) {
         m_last = head.moment.utcMillis;
     }
@@ -77,7 +80,7 @@ void Recount::add(const ledger::LineHead& head, std::string_view line) {
                 step(path->object, path->classId, path->size, point);
             }
             if (path->ended) {
-                ++m_result.objects;
+                m_result.objects += timeOf(head) >= m_span.from ? 1 : 0;
                 endObject(path->object);
             }
         }
@@ -180,7 +183,7 @@ void Recount::endObject(int64_t object) {
 
 void Recount::endRun() {
     while (!m_tracks.empty()) {
-        ++m_result.objects;
+        m_result.objects += m_tracks.begin()->second.last >= m_span.from ? 1 : 0;
         endObject(m_tracks.begin()->first);
     }
     while (!m_open.empty()) {
@@ -194,14 +197,21 @@ Recounted Recount::finish() {
             return recorded.isAsked && recorded.utcMillis > m_last - kLongestUntold;
         }));
     }
+    for (auto& [object, track] : m_tracks) {
+        track.area = m_isOfLedger ? 0 : track.area;  // who is there still has not ended a stay
+    }
     endRun();
     return std::move(m_result);
+}
+
+Span readToRecount(const Span& span) {
+    return {std::max(span.from, std::numeric_limits<int64_t>::min() + kReadBefore) - kReadBefore, span.until};
 }
 
 Recounted recountOf(const Chunks& chunks, const SettingsFor& settings, const Span& span) {
     Recount recount(settings, span);
     visitLinesFor(chunks, span, [&](const ledger::LineHead& head, std::string_view line) {
-        if (timeOf(head) >= span.from || head.kind == "start") {
+        if (timeOf(head) >= readToRecount(span).from || head.kind == "start") {
             recount.add(head, line);
         }
     });

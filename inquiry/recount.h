@@ -54,7 +54,7 @@ struct Recounted {
     int64_t objects = 0;     /**< whose ways were replayed */
     int64_t withoutPath = 0; /**< recorded crossings whose object left no path: a kill took it, or retention */
     int64_t inView = 0;      /**< recorded crossings whose object may still be there: its path comes later */
-    StaysByArea stays;       /**< by the areas asked for */
+    StaysByArea stays;       /**< by the areas asked for; those that ended in the time */
 };
 
 /**
@@ -103,10 +103,14 @@ private:
     std::map<int64_t, Track> m_tracks;               /**< of this run of the application */
     std::map<int64_t, std::vector<Recorded>> m_open; /**< recorded crossings whose path has not come yet */
     int64_t m_last = 0;                              /**< when the last dated line was */
+    bool m_isOfLedger = false;                       /**< else cycles, of all there is */
     Recounted m_result;
 };
 
-/** Replays a ledger's lines. */
+/** What has to be read to recount a time: an hour before it, too, in which who was there then may have come. */
+Span readToRecount(const Span& span);
+
+/** Replays a ledger's lines, chunks of readToRecount's time. */
 Recounted recountOf(const Chunks& chunks, const SettingsFor& settings, const Span& span);
 
 /** The answer as JSON: counts, recorded, objects, without_path, in_view, stays. */

@@ -9,7 +9,10 @@
 
 namespace inquiry {
 
-/** How long objects stayed in the detection areas, as the areas were then; of objects that left in the time. */
+/**
+ * How long objects stayed in the detection areas, as the areas were then: stays that ended in the time, whenever they
+ * began. Who is there still is not counted yet.
+ */
 StaysByArea staysOf(const Chunks& chunks, const Span& span);
 
 /** A grid over the picture, and how long objects were in its cells. */

@@ -154,9 +154,11 @@ void Recorder::writePath(int32_t id, Followed& object, bool ended, const Instant
     body["path"] = std::move(points);
     body["areas"] = std::move(areas);
     m_append("object", body);
-    object.stays.clear();
+    // The next part tells of a stay that goes on from its begin, so that it needs no other part.
     if (object.area != 0) {
-        object.stays.push_back({object.area, object.last, object.last});
+        object.stays.erase(object.stays.begin(), object.stays.end() - 1);
+    } else {
+        object.stays.clear();
     }
 }
 

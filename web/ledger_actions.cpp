@@ -220,12 +220,12 @@ LedgerAnswer answerOfJob(AnswerJobs& jobs, int64_t number) {
     return {"application/json", "", ordered_json({{"job", number}}).dump(), "202 Accepted"};
 }
 
-/** Asks the lines of a time, on the jobs' thread. */
-LedgerAnswer askLines(LedgerAccess& access, const inquiry::Span& span,
+/** Asks the lines of a time, on the jobs' thread. read: the time whose lines tell of it. */
+LedgerAnswer askLines(LedgerAccess& access, const inquiry::Span& span, const inquiry::Span& read,
                       const std::function<ordered_json(const inquiry::Chunks&)>& question) {
-    const int64_t job = access.jobs().post([&access, span, question](const std::atomic<bool>& stop) {
+    const int64_t job = access.jobs().post([&access, span, read, question](const std::atomic<bool>& stop) {
         inquiry::Unread unread;
-        const inquiry::Chunks chunks = inquiry::chunksOf(access.book(), span, &unread);
+        const inquiry::Chunks chunks = inquiry::chunksOf(access.book(), read, &unread);
         ordered_json answer = {{"from", ledger::utcText(span.from)}, {"to", ledger::utcText(span.until)}};
         answer.update(question([&chunks, &stop] { return stop ? std::string() : chunks(); }));
         if (!unread.empty()) {
@@ -238,7 +238,7 @@ LedgerAnswer askLines(LedgerAccess& access, const inquiry::Span& span,
 
 LedgerAnswer getStays(LedgerAccess& access, const QueryPairs& query) {
     const inquiry::Span span = spanOf(query, valueOf(query, "zone"));
-    return askLines(access, span, [span](const inquiry::Chunks& chunks) {
+    return askLines(access, span, span, [span](const inquiry::Chunks& chunks) {
         return ordered_json({{"stays", inquiry::jsonOf(inquiry::staysOf(chunks, span))}});
     });
 }
@@ -246,7 +246,7 @@ LedgerAnswer getStays(LedgerAccess& access, const QueryPairs& query) {
 LedgerAnswer getHeat(LedgerAccess& access, const QueryPairs& query) {
     const std::string zone = valueOf(query, "zone");
     const inquiry::Span span = spanOf(query, zone);
-    return askLines(access, span, [span, zone](const inquiry::Chunks& chunks) {
+    return askLines(access, span, span, [span, zone](const inquiry::Chunks& chunks) {
         return inquiry::jsonOf(inquiry::heatOf(chunks, span, zone));
     });
 }
@@ -260,7 +260,7 @@ LedgerAnswer getWhy(LedgerAccess& access, const LedgerQuestion& question) {
     }
     const auto entrance = static_cast<int>(numberOf(valueOf(question.query, "entrance", "0"), 0, 3, "entrance"));
     const inquiry::SettingsFor settings = inquiry::settingsInForce(question.settings, question.picture);
-    return askLines(access, span, [span, entrance, settings](const inquiry::Chunks& chunks) {
+    return askLines(access, span, span, [span, entrance, settings](const inquiry::Chunks& chunks) {
         return inquiry::whyOf(chunks, settings, span, entrance);
     });
 }
@@ -278,7 +278,7 @@ LedgerAnswer postRecount(LedgerAccess& access, const LedgerQuestion& question) {
     } catch (const std::runtime_error& error) {
         throw std::invalid_argument(error.what());
     }
-    return askLines(access, span, [span, settings](const inquiry::Chunks& chunks) {
+    return askLines(access, span, inquiry::readToRecount(span), [span, settings](const inquiry::Chunks& chunks) {
         const auto settingsFor = [&settings](ledger::PictureSize size) {
             ConfigParams config;
             applySettings(settings, static_cast<unsigned>(size.width), static_cast<unsigned>(size.height), 1, config);
@@ -363,9 +363,8 @@ LedgerAnswer getCounts(LedgerAccess& access, const LedgerQuestion& asked) {
             // Before the ledger's first day the archive tells, which may be long.
             const int64_t knownFrom = index.begin().value_or(std::numeric_limits<int64_t>::max());
             return countsAnswer(index, question,
-                                question.from < knownFrom
-                                    ? inquiry::countsBefore(book, knownFrom, path, camera, stop)
-                                    : ledger::Quarters());
+                                question.from < knownFrom ? inquiry::countsBefore(book, knownFrom, path, camera, stop)
+                                                          : ledger::Quarters());
         });
     return answerOfJob(access.jobs(), job);
 }

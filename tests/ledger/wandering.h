@@ -112,7 +112,7 @@ public:
     }
 
     Recounted recount(const ConfigParams& settings, const Span& span = {}) {
-        return recountOf(chunksOf(disk, span), settingsInForce(settings, kPicture), span);
+        return recountOf(chunksOf(disk, readToRecount(span)), settingsInForce(settings, kPicture), span);
     }
 
     ledger::Ledger& book() { return m_book; }
