@@ -277,6 +277,47 @@ TEST_F(LedgerOfAskedProcess, CountsAgainTellsWhyAndKeepsACountByHand) {
     EXPECT_EQ(linesOf("hand_count").size(), 1U);
 }
 
+/** The answers to the actions of one request. */
+std::vector<std::string> answersIn(const std::string& answer) {
+    std::vector<std::string> answers;
+    const std::string begin = "Status: ";
+    for (size_t at = answer.find(begin); at != std::string::npos;) {
+        const size_t next = answer.find(begin, at + 1);
+        answers.push_back(answer.substr(at, next == std::string::npos ? next : next - at));
+        at = next;
+    }
+    return answers;
+}
+
+TEST_F(LedgerOfAskedProcess, AnswersSeveralQuestionsInTurnFromTheKeysOfTheirRequest) {
+    start();
+    const std::vector<std::string> answers = answersIn(m_process.service().get(
+        "kinds=start%2Cstop&limit=1&action=get_ledger&action=why&entrance=9&action=get_counts&step=fortnight&"
+        "action=occupancy_before&action=get_status_code&limit=7"));
+    ASSERT_EQ(answers.size(), 5U);
+    const std::string ledger = answers[0];
+    EXPECT_EQ(ledger.rfind("Status: 200 OK\r\nX-Ledger-Next: ", 0), 0U) << ledger;
+    const std::vector<nlohmann::json> lines = ::linesOf(ledger.substr(ledger.find("\r\n\r\n") + 4));
+    ASSERT_EQ(lines.size(), 1U) << "of two limits the first";
+    EXPECT_EQ(lines[0]["kind"], "start");
+    EXPECT_EQ(answers[1],
+              "Status: 400 Bad Request\r\nContent-Type: text/plain\r\n\r\n"
+              "expected entrance from 0 to 3, got \"9\"\n");
+    EXPECT_EQ(answers[2],
+              "Status: 400 Bad Request\r\nContent-Type: text/plain\r\n\r\n"
+              "expected a step of quarter, hour, day, week, month or year, got \"fortnight\"\n");
+    EXPECT_EQ(answers[3].rfind("Status: 200 OK\r\nContent-Type: application/json\r\n\r\n{\"ended\":\"none\"", 0), 0U);
+    EXPECT_EQ(answers[4].rfind("Status: 200 OK\r\nContent-Type: text/plain\r\n\r\n", 0), 0U);
+    const std::vector<std::string> posted = answersIn(
+        m_process.service().post("to=5&action=hand_count&action=correct_occupancy&remark=two%20at%20once",
+                                 R"({"begin":"2026-11-22T09:00:00.000Z","end":"2026-11-22T09:01:00.000Z","taps":[]})"));
+    ASSERT_EQ(posted.size(), 2U);
+    EXPECT_EQ(posted[0].rfind("Status: 200 OK\r\n", 0), 0U);
+    EXPECT_EQ(posted[1].rfind("Status: 200 OK\r\n", 0), 0U);
+    EXPECT_EQ(waitFor("hand_count", 1)["taps"], nlohmann::json::array());
+    EXPECT_EQ(waitFor("corrected", 1)["remark"], "two at once");
+}
+
 /** A keeping of the test's own. */
 class LedgerKeepingTest : public testing::Test {
 protected:
