@@ -270,9 +270,9 @@ void Application::init_ledger() {
     m_ReadyLedger = m_Ledger.get();
 }
 
-void Application::writeReset(const char* by, const std::string& user, int from) {
+void Application::writeReset(const char* by, int from, const std::string& user, const std::string& remark) {
     if (LedgerKeeping* const keeping = m_ReadyLedger) {
-        keeping->write("reset", {{"by", by}, {"user", user}, {"from", from}, {"to", 0}});
+        keeping->write("reset", {{"by", by}, {"user", user}, {"from", from}, {"to", 0}, {"remark", remark}});
     }
 }
 
@@ -352,7 +352,7 @@ int Application::do_one_analysis() {
     const bool wasReset = std::exchange(m_WasReset, m_Processing->manage_events());
     // The building may stay over its limit for some cycles more, with nobody new here.
     if (m_WasReset && (occupancyBefore > 0 || !wasReset)) {
-        writeReset("alert", "", occupancyBefore);
+        writeReset("alert", occupancyBefore);
     }
     m_Processing->update_aoi_and_occupancy_metrics();
     if (m_Ledger) {
@@ -423,7 +423,7 @@ void Application::reset_occupancy() {
     if (const std::optional<TimeOfDay> resetTime = parseTimeOfDay(m_Config.str_OccupancyAutoResetTime); !resetTime) {
         logBadResetTime(now);
     } else if (resetTime->minute == now.tm_min && resetTime->hour == now.tm_hour) {
-        writeReset("schedule", "", m_Occupancy.get_count());
+        writeReset("schedule", m_Occupancy.get_count());
         m_Occupancy.reset_count();
         m_OccupancyManager.resetOccupancy();
         applicationLog().info("reset_occupancy: Auto occupancy reset.");

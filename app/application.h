@@ -124,7 +124,7 @@ private:
     void onModelFailure();
     int statusOfEvents();
     void logBadResetTime(const std::tm& today);
-    void writeReset(const char* by, const std::string& user, int from);
+    void writeReset(const char* by, int from, const std::string& user = "", const std::string& remark = "");
     void writeSettings(const ConfigParams& before, const std::string& user);
     void correctOccupancy(int32_t to, const std::string& user, const std::string& remark);
     void setOccupancy(int32_t to, const std::string& user, const std::string& remark);

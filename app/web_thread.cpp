@@ -31,7 +31,9 @@ bool Application::startWebService() {
                 active ? m_Events->sendEventStartedManually(name) : m_Events->sendEventStoppedManually(name);
             });
         },
-        [this](const std::string& user) { writeReset("web", user, m_Occupancy.get_count()); },
+        [this](const std::string& user, const std::string& remark) {
+            writeReset("web", m_Occupancy.get_count(), user, remark);
+        },
         [this](int32_t to, const std::string& user, const std::string& remark) { correctOccupancy(to, user, remark); },
         [this]() -> LedgerAccess* { return m_ReadyLedger; }});
     try {

@@ -310,9 +310,16 @@ std::optional<fastcgi_service::Answer> fastcgi_service::answerOfLedger(AskLedger
     }
 }
 
+/** What the request says of why. */
+std::string fastcgi_service::remark() const {
+    std::string text = valueOf(m_query, "remark");
+    cutToLogEntry(text);
+    return text;
+}
+
 void fastcgi_service::announceReset() {
     if (m_parts.beforeReset) {
-        m_parts.beforeReset(parameter("REMOTE_USER"));
+        m_parts.beforeReset(parameter("REMOTE_USER"), remark());
     }
 }
 
@@ -366,12 +373,10 @@ int fastcgi_service::processPOST(const std::string& action, const std::string& b
 }
 
 fastcgi_service::Answer fastcgi_service::correctOccupancy() {
-    std::string remark = valueOf(m_query, "remark");
-    cutToLogEntry(remark);
     try {
         const int64_t to = numberOf(valueOf(m_query, "to"), 0, kMostInside, "to");
         if (m_parts.correctOccupancy) {
-            m_parts.correctOccupancy(static_cast<int32_t>(to), parameter("REMOTE_USER"), remark);
+            m_parts.correctOccupancy(static_cast<int32_t>(to), parameter("REMOTE_USER"), remark());
         }
         applicationLog().info("processPOST: This camera occupancy corrected to " + std::to_string(to) + ".");
     } catch (const std::invalid_argument& question) {

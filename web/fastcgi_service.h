@@ -27,7 +27,8 @@ struct FastCgiParts {
     bool isPortrait;
     std::function<int()> resetTotalOccupancy;                       /**< for this thread */
     std::function<void(const char* name, bool active)> manualAlert; /**< starts or stops an alert by hand */
-    std::function<void(const std::string& user)> beforeReset = {};  /**< told who resets the occupancy */
+    /** told who resets the occupancy, and why */
+    std::function<void(const std::string& user, const std::string& remark)> beforeReset = {};
     /** sets the occupancy */
     std::function<void(int32_t to, const std::string& user, const std::string& remark)> correctOccupancy = {};
     std::function<LedgerAccess*()> ledger = {}; /**< null while there is none */
@@ -72,6 +73,7 @@ private:
     void write(const std::string& text);
     const char* resetOccupancy();
     void announceReset();
+    std::string remark() const;
     void raiseManualAlert(const std::string& action);
 
     struct Answer {
