@@ -10,16 +10,34 @@ export interface Crossing {
   time: Date | null;
 }
 
-/** The crossings among a ledger's lines; what is none is passed over. */
-export function readCrossings(lines: string): Crossing[] {
-  return lines.split('\n').flatMap((line): Crossing[] => {
-    let value: { kind?: unknown; entrance?: unknown; direction?: unknown; t?: unknown };
+/** A place in a ledger: of which life of it, and which line. */
+interface Place {
+  epoch: string;
+  seq: number;
+}
+
+/** A line of a ledger. Two of the same text are the same one: a number may be given anew, with another time. */
+interface Line extends Place {
+  text: string;
+  value: { kind?: unknown; entrance?: unknown; direction?: unknown; t?: unknown };
+}
+
+/** What of them is a line. */
+export function readLines(lines: string): Line[] {
+  return lines.split('\n').flatMap((text): Line[] => {
     try {
-      value = JSON.parse(line);
+      const value = JSON.parse(text) as Line['value'] & { epoch?: unknown; seq?: unknown };
+      const { epoch, seq } = value ?? {};
+      return typeof epoch === 'string' && typeof seq === 'number' ? [{ epoch, seq, text, value }] : [];
     } catch {
       return [];
     }
-    const { kind, entrance, direction, t } = value ?? {};
+  });
+}
+
+/** The crossings among a ledger's lines; what is none is passed over. */
+export function readCrossings(lines: Line[]): Crossing[] {
+  return lines.flatMap(({ value: { kind, entrance, direction, t } }): Crossing[] => {
     if (kind !== 'crossing' || !(entrance === 1 || entrance === 2 || entrance === 3)) return [];
     if (direction !== 'in' && direction !== 'out') return [];
     const time = typeof t === 'string' ? new Date(t) : null;
@@ -27,48 +45,96 @@ export function readCrossings(lines: string): Crossing[] {
   });
 }
 
-/** A place in a ledger: of which life of it, and which line. */
-interface Place {
-  epoch: string;
-  seq: number;
-}
-
 /** Throws CameraError when there is none, as before the camera has opened its ledger. */
 function placeOf(text: string | null): Place {
-  const found = /^(.*):(\d+)$/.exec(text ?? '');
+  const found = /^(.+):(\d+)$/.exec(text ?? '');
   if (!found) throw new CameraError('restarting', 0);
   return { epoch: found[1], seq: Number(found[2]) };
 }
 
-/** Follows the camera's ledger: each crossing since the first question is told once, however long nobody asked. */
+/** Beside crossings what is written every minute: there is always a line not far back that the camera still has. */
+const kKinds = 'crossing,watched';
+/** So many lines are remembered: a power cut takes those of five minutes at most. */
+const kKept = 1000;
+/** So many numbers behind the end the first question begins, for the same reason. */
+const kBefore = 300;
+
+/** What a reader has read: every line from a number on, the newest last. */
+interface Known {
+  epoch: string;
+  from: number;
+  lines: Line[];
+}
+
+/**
+ * Follows the camera's ledger: each crossing since the first question is told once, however long nobody asked.
+ *
+ * It reads what is not safe from a power cut yet, so that nothing is synced for it. So it does not rely on numbers: it asks
+ * from the last line that it knows. When that is not what the camera has there, the end was cut off and its numbers may have
+ * been given to others, or this is another epoch: then it reads everything again that it remembers, and from the epoch's
+ * first line on if that lies before, and tells what it has not told.
+ */
 export class CrossingReader {
-  private read: Place | null = null;
+  private known: Known | null = null;
 
   constructor(private readonly tell: (crossings: Crossing[]) => void) {}
 
-  /** Tells what has come since the last time. Throws CameraError; what came after the last answer is told the next time. */
+  /** Tells what has come since the last time. Throws CameraError; then all of it is told the next time. */
   async goOn(): Promise<void> {
-    if (!this.read) {
-      this.read = (await ask('limit=1')).end;
+    if (!this.known) {
+      const { end } = await ask('limit=1');
+      const from = Math.max(1, end.seq - kBefore + 1);
+      this.known = { ...(await readFrom(end.epoch, from)), from };
       return;
     }
-    for (;;) {
-      const from: Place = this.read;
-      const { next, end, lines } = await ask(`newest=1&kinds=crossing&since=${from.epoch}:${from.seq}`);
-      if (end.epoch !== from.epoch || end.seq < from.seq) {
-        // A ledger that was begun anew, or of which a power cut took the end: what of it was told before is not known.
-        this.read = end;
-        return;
-      }
-      this.read = next;
-      this.tell(readCrossings(lines));
-      if (next.seq >= end.seq || next.seq <= from.seq) return;
+    const { lines: known, epoch } = this.known;
+    const last = known.at(-1);
+    let { from } = this.known;
+    let read = await readFrom(epoch, last?.seq ?? from);
+    const goesOn = read.epoch === epoch && read.lines[0]?.text === last?.text;
+    if (!goesOn) {
+      if (read.epoch !== epoch) from = Math.min(from, await firstOf(read.epoch, read.end));
+      const asked = read.epoch;
+      read = await readFrom(asked, from);
+      if (read.epoch !== asked) throw new CameraError('restarting', 0);
     }
+    const told = new Set(known.map(({ text }) => text));
+    const fresh = read.lines.filter(({ text }) => !told.has(text));
+    const lines = (goesOn ? [...known, ...fresh] : read.lines).slice(-kKept);
+    this.known = { epoch: read.epoch, from: lines.length < kKept ? from : lines[0].seq, lines };
+    this.tell(readCrossings(fresh));
   }
 }
 
-async function ask(what: string): Promise<{ next: Place; end: Place; lines: string }> {
-  const response = await request(actionAddress(`get_ledger&${what}`), { signal: AbortSignal.timeout(kMostWait) });
+/** The lines from a number on, and where the ledger ends. One of another epoch is not read to its end. */
+async function readFrom(epoch: string, seq: number): Promise<{ epoch: string; end: number; lines: Line[] }> {
+  const lines: Line[] = [];
+  for (let at = seq - 1; ; ) {
+    const page = await ask(`kinds=${kKinds}&since=${epoch}:${at}`);
+    lines.push(...page.lines);
+    if (page.end.epoch !== epoch || page.next.seq >= page.end.seq || page.next.seq <= at)
+      return { epoch: page.end.epoch, end: page.end.seq, lines };
+    at = page.next.seq;
+  }
+}
+
+/** The number of an epoch's first line: it may go on behind lines of the one before. */
+async function firstOf(epoch: string, end: number): Promise<number> {
+  let [before, first] = [0, Math.max(1, end)];
+  while (first - before > 1) {
+    const middle = Math.floor((before + first) / 2);
+    const [line] = (await ask(`limit=1&since=${epoch}:${middle - 1}`)).lines;
+    if (line && line.epoch !== epoch) before = middle;
+    else first = middle;
+  }
+  return first;
+}
+
+/** Asks for lines that may not be synced yet. */
+async function ask(what: string): Promise<{ next: Place; end: Place; lines: Line[] }> {
+  const response = await request(actionAddress(`get_ledger&newest=1&${what}`), {
+    signal: AbortSignal.timeout(kMostWait),
+  });
   const place = (name: string) => placeOf(response.headers.get(name));
-  return { next: place('X-Ledger-Next'), end: place('X-Ledger-End'), lines: await response.text() };
+  return { next: place('X-Ledger-Next'), end: place('X-Ledger-End'), lines: readLines(await response.text()) };
 }

@@ -1,8 +1,9 @@
 import { execFileSync } from 'node:child_process';
-import { readdirSync, readFileSync, readlinkSync } from 'node:fs';
+import { readdirSync, readFileSync, readlinkSync, rmSync, statSync, truncateSync } from 'node:fs';
 import { dirname, join } from 'node:path';
 import { describe, expect, test } from 'vitest';
 import {
+  ask,
   building,
   eventually,
   expectText,
@@ -51,6 +52,31 @@ async function whileAway(something: () => Promise<void>): Promise<void> {
   }
 }
 
+const kLedger = () => join(building!.state, 'root/usr/local/packages/ostrel_senvo/localdata/ledger');
+
+/** The ledger's files as they are, by the number of their first line, which they keep when they are renamed. */
+function ledgerSizes(): Map<string, number> {
+  const names = readdirSync(kLedger()).filter((name) => name.includes('.ndjson'));
+  return new Map(names.map((name) => [name.split('-')[0], statSync(join(kLedger(), name)).size]));
+}
+
+const crossingsIn = (lines: string) => lines.split('\n').filter((line) => line.includes('"kind":"crossing"')).length;
+
+/** Takes from the ledger what was written behind these sizes, as a power cut may; the crossings that are left. */
+function cutLedger(sizes: Map<string, number>): number {
+  let left = 0;
+  for (const name of readdirSync(kLedger())) {
+    const file = join(kLedger(), name);
+    const size = name.includes('.ndjson') ? sizes.get(name.split('-')[0]) : undefined;
+    if (size === undefined) rmSync(file);
+    else {
+      truncateSync(file, size);
+      left += crossingsIn(readFileSync(file, 'utf8'));
+    }
+  }
+  return left;
+}
+
 function setPassword(password: string): void {
   const camera = join(
     dirname(process.env.DEMO_PROGRAM ?? join(__dirname, '../../../build/release/bin/senvo-demo')),
@@ -73,6 +99,39 @@ describe.skipIf(isMissing)('Trouble', () => {
     });
     await expectText(page, 'status', /Running|active|Slow/);
     await expectText(page, 'occupancy', /^\d+$/);
+  });
+
+  test('each crossing is told once, though a power cut takes lines of the ledger, and though all of it goes', async () => {
+    const before = ledgerSizes();
+    const page = await opened('live');
+    const told = async () =>
+      Number(await page.getByTestId('came-in').textContent()) +
+      Number(await page.getByTestId('went-out').textContent());
+    await eventually(told, (count) => count > 0);
+    const crossings = async () => crossingsIn(await ask(page, 'get_ledger&newest=1&kinds=crossing'));
+    for (const sizes of [before, new Map<string, number>()]) {
+      let kept = 0;
+      // The page does not look before somebody has crossed.
+      await page.route('**/*since=*', (route) => route.fulfill({ status: 503 }));
+      await whileAway(async () => {
+        await expectText(page, 'status', /^Camera restarting$/);
+        await eventually(
+          async () => {
+            const isAway = application() === 0;
+            if (isAway) kept = cutLedger(sizes);
+            return isAway;
+          },
+          (isCut) => isCut,
+        );
+      });
+      const toldBefore = await told();
+      await eventually(crossings, (count) => count > kept);
+      await page.unroute('**/*since=*');
+      await eventually(
+        async () => [await told(), toldBefore - kept + (await crossings())],
+        ([shown, expected]) => shown === expected && shown > toldBefore,
+      );
+    }
   });
 
   test('what was typed outlives the restart', async () => {

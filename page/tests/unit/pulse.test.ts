@@ -10,6 +10,9 @@ vi.mock('../../src/camera', () => ({
 let told: Record<string, string>;
 /** Its ledger: what life of it, and its lines. */
 let ledger: { epoch: string; lines: string[] };
+/** How often it was synced for a question, and how much it has told. */
+let syncs: number;
+let bytes: number;
 /** So many lines an answer has at most. */
 let mostLines: number;
 /** In place of any answer. */
@@ -37,20 +40,27 @@ async function camera(address: string, { credentials, signal }: RequestInit = {}
   return new Response(together(new URL(address).searchParams.getAll('action').map((action) => told[action] ?? '')));
 }
 
-/** The lines behind the one that is named, each with its number. */
+/** The lines behind the one that is named, of any epoch; their numbers rise from line to line. */
 function ledgerAnswer(asked: URLSearchParams): Response {
   const { epoch, lines } = ledger;
   const [since, seq] = (asked.get('since') ?? `${epoch}:0`).split(':');
-  const first = since === epoch ? Number(seq) : 0;
-  const next = Math.min(lines.length, first + Math.min(mostLines, Number(asked.get('limit') ?? Infinity)));
-  const wanted = lines.slice(first, next).filter((line) => !asked.get('kinds') || line.includes(asked.get('kinds')!));
+  const end = lines.length ? seqOf(lines[lines.length - 1]) : 0;
+  const behind = lines.filter((line) => since !== epoch || seqOf(line) > Number(seq));
+  const looked = behind.slice(0, Math.min(mostLines, Number(asked.get('limit') ?? Infinity)));
+  const next = looked.length ? seqOf(looked[looked.length - 1]) : Number(seq);
+  const kinds = asked.get('kinds')?.split(',');
+  const wanted = looked.filter((line) => !kinds || kinds.includes((JSON.parse(line) as { kind: string }).kind));
+  syncs += asked.get('newest') === '1' ? 0 : 1;
+  bytes += wanted.join('').length;
   return new Response(wanted.join(''), {
-    headers: { 'X-Ledger-Next': `${epoch}:${next}`, 'X-Ledger-End': `${epoch}:${lines.length}` },
+    headers: { 'X-Ledger-Next': `${epoch}:${next}`, 'X-Ledger-End': `${epoch}:${end}` },
   });
 }
 
+const seqOf = (line: string) => (JSON.parse(line) as { seq: number }).seq;
 const written = (kind: string, more: object) => {
-  const head = { seq: ledger.lines.length + 1, epoch: ledger.epoch, t: new Date().toISOString(), kind };
+  const seq = ledger.lines.length ? seqOf(ledger.lines[ledger.lines.length - 1]) + 1 : 1;
+  const head = { seq, epoch: ledger.epoch, t: new Date().toISOString(), kind };
   ledger.lines.push(`${JSON.stringify({ ...head, ...more })}\n`);
 };
 const passed = (direction: 'in' | 'out', entrance: number) =>
@@ -81,6 +91,7 @@ beforeEach(async () => {
   };
   ledger = { epoch: 'first', lines: [] };
   mostLines = Infinity;
+  syncs = bytes = 0;
   for (let i = 0; i < 20; ++i) passed('in', 1);
   panel('9');
   trouble = null;
@@ -157,23 +168,103 @@ describe('who comes and goes', () => {
     await beat();
     expect([pulse.cameIn, pulse.wentOut]).toEqual([5, 5]);
   });
-  test('is told of a ledger that was begun anew from there on', async () => {
-    ledger = { epoch: 'second', lines: [] };
-    for (let i = 0; i < 5; ++i) passed('in', 1);
+  test('is told from the beginning of a ledger that was begun anew, once', async () => {
+    for (let i = 0; i < 1000; ++i) passed('in', 1);
+    pulse = new Pulse();
+    pulse.start();
     await beat();
-    expect(ticker()).toEqual([]);
+    passed('out', 3);
+    await beat();
+    ledger = { epoch: 'second', lines: [] };
+    for (let i = 0; i < 3; ++i) passed('in', 2);
+    await beat();
+    await beat();
+    expect(ticker()).toEqual(['1 at 2', '1 at 2', '1 at 2', '-1 at 3']);
     passed('out', 1);
     await beat();
-    expect(ticker()).toEqual(['-1 at 1']);
+    expect(ticker()[0]).toBe('-1 at 1');
+    expect(pulse.cameIn + pulse.wentOut).toBe(5);
   });
-  test('goes on behind what a power cut took from the ledger', async () => {
-    ledger.lines.length = 5;
+  test.each([
+    ['all that was read before is still there', 1002],
+    ['some of what was read before is gone', 992],
+    ['nothing that was read before is there', 300],
+    ['nothing at all is there', 0],
+  ])('is told, once, where another epoch goes on behind one that was: %s', async (_, kept) => {
+    ledger = { epoch: 'earlier', lines: [] };
+    for (let i = 0; i < 900; ++i) passed('in', 1);
+    ledger.epoch = 'first';
+    for (let i = 0; i < 100; ++i) passed('in', 1);
+    pulse = new Pulse();
+    pulse.start();
+    await beat();
+    passed('out', 3);
+    await beat();
+    passed('out', 2); // the camera has it, the page does not
+    ledger.lines.length = Math.min(kept, ledger.lines.length);
+    ledger.epoch = 'second';
+    passed('in', 3);
+    passed('in', 2);
+    await beat();
+    await beat();
+    expect(ticker()).toEqual(['1 at 2', '1 at 3', ...(kept === 1002 ? ['-1 at 2'] : []), '-1 at 3']);
+  });
+  test.each([
+    ['before the end that was known', 1],
+    ['at the same number', 4],
+    ['behind it', 9],
+  ])('is told, once, when a power cut took lines and their numbers were given anew, %s', async (_, anew) => {
+    for (let i = 0; i < 4; ++i) passed('out', 3);
+    await beat();
+    ledger.lines.length -= 4;
+    for (let i = 0; i < anew; ++i) passed('in', 2);
+    await beat();
+    await beat();
+    expect([pulse.cameIn, pulse.wentOut, ticker()[0]]).toEqual([anew, 4, '1 at 2']);
     passed('in', 1);
     await beat();
-    expect(ticker()).toEqual([]);
-    passed('out', 2);
+    expect([pulse.cameIn, pulse.wentOut]).toEqual([anew + 1, 4]);
+  });
+  test('is told, once, when a power cut took more than came since the page was opened', async () => {
     await beat();
-    expect(ticker()).toEqual(['-1 at 2']);
+    ledger.lines.length = 5;
+    for (let i = 0; i < 20; ++i) passed('out', 2);
+    await beat();
+    await beat();
+    expect([pulse.cameIn, pulse.wentOut]).toEqual([0, 20]);
+  });
+  test('is told, once, when an answer fails while the ledger is read again', async () => {
+    for (let i = 0; i < 4; ++i) passed('out', 3);
+    await beat();
+    ledger.lines.length -= 2;
+    for (let i = 0; i < 10; ++i) passed('in', 2);
+    mostLines = 3;
+    let asked = 0;
+    vi.stubGlobal('fetch', (address: string, options: RequestInit) =>
+      address.includes('get_ledger') && ++asked === 4 ? new Response('', { status: 503 }) : camera(address, options),
+    );
+    await beat();
+    expect(pulse.connection).toBe('restarting');
+    await vi.advanceTimersByTimeAsync(4000);
+    expect([pulse.connection, pulse.cameIn, pulse.wentOut]).toEqual(['ok', 10, 4]);
+  });
+  test('is asked for without a sync, and without what was long ago', async () => {
+    for (let i = 0; i < 1000; ++i) passed('in', 1);
+    written('watched', { seconds: 60 });
+    await beat();
+    bytes = 0;
+    pulse = new Pulse();
+    pulse.start();
+    await vi.advanceTimersByTimeAsync(1);
+    expect(pulse.connection).toBe('ok');
+    expect(bytes).toBeLessThan(50_000);
+    for (let i = 0; i < 500; ++i) written('object', { path: [] });
+    await beat();
+    bytes = 0;
+    await beat();
+    await beat();
+    expect(bytes).toBeLessThan(500);
+    expect(syncs).toBe(0);
   });
   test('is told of a camera that had not opened its ledger yet', async () => {
     vi.stubGlobal('fetch', (address: string, options: RequestInit) =>
