@@ -6,6 +6,8 @@ export interface Crossing {
   entrance: number;
   /** 1 for in, -1 for out. */
   by: 1 | -1;
+  /** By the camera's word for it, such as Person; empty where it tells none. */
+  objectClass: string;
   /** By the camera's clock; null where it did not know the time yet. */
   time: Date | null;
 }
@@ -19,7 +21,7 @@ interface Place {
 /** A line of a ledger. Two of the same text are the same one: a number may be given anew, with another time. */
 interface Line extends Place {
   text: string;
-  value: { kind?: unknown; entrance?: unknown; direction?: unknown; t?: unknown };
+  value: { kind?: unknown; entrance?: unknown; direction?: unknown; class?: unknown; t?: unknown };
 }
 
 /** What of them is a line. */
@@ -37,11 +39,18 @@ export function readLines(lines: string): Line[] {
 
 /** The crossings among a ledger's lines; what is none is passed over. */
 export function readCrossings(lines: Line[]): Crossing[] {
-  return lines.flatMap(({ value: { kind, entrance, direction, t } }): Crossing[] => {
+  return lines.flatMap(({ value: { kind, entrance, direction, t, ...rest } }): Crossing[] => {
     if (kind !== 'crossing' || !(entrance === 1 || entrance === 2 || entrance === 3)) return [];
     if (direction !== 'in' && direction !== 'out') return [];
     const time = typeof t === 'string' ? new Date(t) : null;
-    return [{ entrance, by: direction === 'in' ? 1 : -1, time: time && !Number.isNaN(time.getTime()) ? time : null }];
+    return [
+      {
+        entrance,
+        by: direction === 'in' ? 1 : -1,
+        objectClass: typeof rest.class === 'string' ? rest.class : '',
+        time: time && !Number.isNaN(time.getTime()) ? time : null,
+      },
+    ];
   });
 }
 

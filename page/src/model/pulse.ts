@@ -122,6 +122,7 @@ export class Pulse extends Store {
     this.ages = [];
     this.panel = this.panel && {
       occupancy: null,
+      limit: null,
       cameras: this.panel.cameras.map((camera) => ({ ...camera, status: '', crowd: null })),
     };
   }

@@ -57,6 +57,8 @@ export interface PanelCamera {
 export interface Panel {
   /** Inside, in the building; null when the document does not say. */
   occupancy: number | null;
+  /** From so many inside on there is an alert; null when the document does not say. */
+  limit: number | null;
   cameras: PanelCamera[];
 }
 
@@ -74,7 +76,7 @@ export function readPanel(document: string): Panel {
       crowd: crowd === null || crowd < 0 ? null : crowd,
     });
   }
-  return { occupancy: readInteger(elements.get('TotalOcc')), cameras };
+  return { occupancy: readInteger(elements.get('TotalOcc')), limit: readInteger(elements.get('Occupants')), cameras };
 }
 
 /** "1280x720" as numbers; null for anything else. */

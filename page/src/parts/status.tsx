@@ -23,12 +23,14 @@ export function StatusBadge({ status, tone, title }: { status: string; tone: Ton
 
 /** The status of a camera, or why it is not known. */
 export function CameraStatus({ camera: { index, status } }: { camera: PanelCamera }) {
-  const { connection } = usePulse();
+  const { connection, panel } = usePulse();
   if (connection !== 'ok') {
     const words = index === 0 ? texts.connection[connection] : texts.followerStatus.unknown;
     return <StatusBadge status={words} tone={index === 0 && connection !== 'asking' ? 'bad' : 'neutral'} />;
   }
   if (index > 0 && status === kNotAsked)
     return <StatusBadge status={texts.followerStatus.notAsked} tone="neutral" title={status} />;
-  return <StatusBadge status={statusOf(status) || texts.followerStatus.unknown} tone={toneOf(status)} />;
+  const isFull = index === 0 && status === 'Occupancy event active' && panel?.occupancy != null && panel.limit !== null;
+  const words = isFull ? texts.tooMany(panel.occupancy!, panel.limit!) : statusOf(status);
+  return <StatusBadge status={words || texts.followerStatus.unknown} tone={toneOf(status)} title={status} />;
 }

@@ -2,6 +2,7 @@ import { useEffect, useRef, useState } from 'preact/hooks';
 import { actionAddress, ask, CameraError } from '../model/api';
 import { LogLevel, LogLine, readLog } from '../model/readers';
 import { whyNobodyIsHidden } from '../model/settings';
+import { useDeed } from '../parts/deed';
 import { Confirm } from '../parts/dialog';
 import { SelectSetting, SwitchSetting, TextSetting } from '../parts/fields';
 import { useFocusKept } from '../parts/focus';
@@ -34,6 +35,7 @@ export function AdvancedTab() {
           </div>
         )}
       </SettingsFrame>
+      <Alerts />
     </>
   );
 }
@@ -211,5 +213,43 @@ function LogLines({ lines }: { lines: LogLine[] }) {
         )}
       </div>
     </>
+  );
+}
+
+const alerts = ['breached', 'area1', 'area2', 'area3', 'occupancy'] as const;
+
+function Alerts() {
+  const [said, act] = useDeed();
+  return (
+    <section class="card alerts">
+      <h2>{t.alerts}</h2>
+      <ul class="plain">
+        {alerts.map((alert) => (
+          <li key={alert}>
+            <span>{t.alert[alert]}</span>
+            <span class="actions">
+              <button
+                type="button"
+                aria-label={t.raiseNamed(t.alert[alert])}
+                onClick={() => act(`manual_${alert}_alert_on`, t.raised(t.alert[alert]))}
+              >
+                {t.raise}
+              </button>
+              <button
+                type="button"
+                aria-label={t.clearNamed(t.alert[alert])}
+                onClick={() => act(`manual_${alert}_alert_off`, t.cleared(t.alert[alert]))}
+              >
+                {t.clear}
+              </button>
+            </span>
+          </li>
+        ))}
+      </ul>
+      <p role="status" data-testid="alert-said">
+        {said}
+      </p>
+      <p class="help">{t.alertsNote}</p>
+    </section>
   );
 }

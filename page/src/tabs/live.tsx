@@ -1,8 +1,9 @@
 import { useState } from 'preact/hooks';
 import { momentOf } from '../dates';
-import { ask, CameraError, Trouble } from '../model/api';
+import { CameraError, Trouble } from '../model/api';
 import { PanelCamera } from '../model/readers';
 import { Confirm, Question } from '../parts/dialog';
+import { useDeed } from '../parts/deed';
 import { Picture } from '../parts/picture';
 import { CameraStatus } from '../parts/status';
 import { answers, Connection } from '../model/pulse';
@@ -19,7 +20,6 @@ export function LiveTab() {
       <div class="main column">
         <LivePicture />
         <Cameras />
-        {!isViewer && <Alerts />}
       </div>
       <div class="side column">
         {!isViewer && <AfterRestart />}
@@ -163,8 +163,8 @@ function Passages() {
         {passages.length === 0 && <li class="muted">{t.noPassage}</li>}
         {passages.map((passage) => (
           <li key={passage.number}>
-            {passage.time && <time>{momentOf(passage.time, now, 'medium')}</time>} {t.passage(passage.by)}{' '}
-            {t.entranceHere(passage.entrance)}
+            {passage.time && <time>{momentOf(passage.time, now, 'medium')}</time>}{' '}
+            {t.passage(passage.by, passage.objectClass)} {t.entranceHere(passage.entrance)}
           </li>
         ))}
       </ul>
@@ -270,21 +270,6 @@ function Cameras() {
   );
 }
 
-/** Asks for something to be done and says in words what came of it. */
-function useDeed(): [string, (action: string, done: string) => Promise<void>] {
-  const [said, setSaid] = useState('');
-  const act = async (action: string, done: string) => {
-    setSaid('');
-    try {
-      await ask(action);
-      setSaid(done);
-    } catch (error) {
-      setSaid(t.failed + texts.trouble[error instanceof CameraError ? error.trouble : 'unreachable']);
-    }
-  };
-  return [said, act];
-}
-
 function Resets() {
   const [question, setQuestion] = useState<Question | null>(null);
   const [said, act] = useDeed();
@@ -317,44 +302,6 @@ function Resets() {
         {said}
       </p>
       {question && <Confirm question={question} onClose={() => setQuestion(null)} />}
-    </section>
-  );
-}
-
-const alerts = ['breached', 'area1', 'area2', 'area3', 'occupancy'] as const;
-
-function Alerts() {
-  const [said, act] = useDeed();
-  return (
-    <section class="card alerts">
-      <h2>{t.alerts}</h2>
-      <ul class="plain">
-        {alerts.map((alert) => (
-          <li key={alert}>
-            <span>{t.alert[alert]}</span>
-            <span class="actions">
-              <button
-                type="button"
-                aria-label={t.raiseNamed(t.alert[alert])}
-                onClick={() => act(`manual_${alert}_alert_on`, t.raised(t.alert[alert]))}
-              >
-                {t.raise}
-              </button>
-              <button
-                type="button"
-                aria-label={t.clearNamed(t.alert[alert])}
-                onClick={() => act(`manual_${alert}_alert_off`, t.cleared(t.alert[alert]))}
-              >
-                {t.clear}
-              </button>
-            </span>
-          </li>
-        ))}
-      </ul>
-      <p role="status" data-testid="alert-said">
-        {said}
-      </p>
-      <p class="help">{t.alertsNote}</p>
     </section>
   );
 }

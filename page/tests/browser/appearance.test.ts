@@ -206,7 +206,7 @@ describe.skipIf(isMissing)('Appearance', () => {
     await show(page, 'reports');
     const found: string[] = [];
     for (const [name, measure, split, span] of [
-      ['day', 'Occupancy', 'camera', 'a day'],
+      ['day', 'Inside', 'camera', 'a day'],
       ['week', 'Entries', 'area or entrance', 'a week'],
       ['month', 'Entries', 'all together', 'a month'],
     ] as const) {

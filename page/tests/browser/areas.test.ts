@@ -376,9 +376,9 @@ describe.skipIf(isMissing)('Areas', () => {
     await page.getByText('Stepping from the scene into an entrance counts as entering').waitFor();
     await page.getByLabel('The camera is inside').check();
     await page.getByText('Stepping out of an entrance into the scene counts as entering').waitFor();
-    await page.getByRole('img', { name: /locator point: At the centre/ }).waitFor();
+    await page.getByRole('img', { name: /point that counts: At the centre/ }).waitFor();
     await page.getByLabel('At the bottom of its box').check();
-    await page.getByRole('img', { name: /locator point: At the bottom/ }).waitFor();
+    await page.getByRole('img', { name: /point that counts: At the bottom/ }).waitFor();
     await save(page);
     expect([await stored(page, 'IsCameraInside'), await stored(page, 'LocatorAtBottom')]).toEqual(['1', '1']);
     await store(page, kUsual);
@@ -462,7 +462,7 @@ describe.skipIf(isMissing)('Areas', () => {
     await page.keyboard.press('Control+z');
     await page.keyboard.press('Escape');
     await page.evaluate(() => (location.hash = '#/detection'));
-    await page.getByLabel('Number of objects').focus();
+    await page.getByLabel('Number of people or vehicles').focus();
     await page.keyboard.press('Control+z');
     await page.evaluate(() => (location.hash = '#/areas'));
     expect(await points(page, 'Detection1')).toEqual(drawn);

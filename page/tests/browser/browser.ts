@@ -18,6 +18,9 @@ mkdirSync(screenshots, { recursive: true });
 export const tabs = ['live', 'areas', 'detection', 'reports', 'cameras', 'advanced'] as const;
 export type Tab = (typeof tabs)[number];
 
+/** What a camera that counts says of itself, whichever alerts who walks there raises. */
+export const kRuns = /Running|Alert|Analysis too slow/;
+
 /** Ends what hangs, on a loaded machine, too. */
 export const kPatience = 300_000;
 

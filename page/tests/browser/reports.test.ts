@@ -229,10 +229,10 @@ describe.skipIf(isMissing)('Reports', () => {
   test('every measure, and pages of rows back and forth', async () => {
     const page = await withReport(report(96));
     for (const [measure, columns] of [
-      ['Crowd', ['Area 1']],
-      ['Average crowd', ['Area 1']],
+      ['In the areas', ['Area 1']],
+      ['In the areas, average', ['Area 1']],
       ['Exits', ['Entrance 1']],
-      ['Occupancy', ['Total']],
+      ['Inside', ['Total']],
       ['Entries', ['Entrance 1', 'Entrance 2']],
     ] as const) {
       await page.getByLabel('Show', { exact: true }).selectOption(measure);
@@ -266,7 +266,7 @@ describe.skipIf(isMissing)('Reports', () => {
     expect(await downloaded(page, 'Download as CSV')).toMatch(/^Date,AOI1_/);
     const [table] = await Promise.all([
       page.context().waitForEvent('page'),
-      page.getByRole('link', { name: 'Open as a page' }).click(),
+      page.getByRole('link', { name: 'Open as a web page' }).click(),
     ]);
     await table.getByRole('heading', { name: 'Senvo Summary Report' }).waitFor();
     expect(await ask(page, 'get_occupancy_csv')).toContain('Occup_Person_Leader');
@@ -287,7 +287,7 @@ describe.skipIf(isMissing)('Reports', () => {
     expect(await rows(page).first().locator('td').allTextContents()).toEqual([String(24 * 4 * 6)]);
     await page.getByLabel('By', { exact: true }).selectOption('area or entrance');
     expect(await rows(page).first().locator('td').allTextContents()).toEqual([String(96 * (2 + 3)), String(96)]);
-    await page.getByLabel('By', { exact: true }).selectOption('class');
+    await page.getByLabel('By', { exact: true }).selectOption('kind');
     expect(await head(page)).toEqual(['From', 'Cars', 'Persons']);
     await page.getByLabel('Camera', { exact: true }).selectOption('Lobby');
     expect(await head(page)).toEqual(['From', 'Persons']);
@@ -298,7 +298,7 @@ describe.skipIf(isMissing)('Reports', () => {
     await expectText(page, 'shown', /Mar/);
     await page.getByLabel('Show', { exact: true }).selectOption('Exits');
     await page.getByLabel('Camera', { exact: true }).selectOption('All cameras');
-    await page.getByLabel('Class').selectOption('Cars');
+    await page.getByLabel('Kind').selectOption('Cars');
     await page.getByText('Nothing was counted here in this time.').waitFor();
   });
 
@@ -371,8 +371,8 @@ describe.skipIf(isMissing)('Reports', () => {
     await page.getByText('100000 report rows').waitFor();
     await page.getByLabel('Over', { exact: true }).selectOption('everything');
     expect(await rows(page).count()).toBe(50);
-    await page.getByLabel('Show', { exact: true }).selectOption('Crowd');
-    await expectText(page, 'shown', /^Crowd/);
+    await page.getByLabel('Show', { exact: true }).selectOption('In the areas');
+    await expectText(page, 'shown', /^In the areas/);
     rmSync(file);
   });
 

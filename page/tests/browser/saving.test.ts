@@ -23,18 +23,18 @@ describe.skipIf(isMissing)('Saving', () => {
     const page = await opened('detection');
     await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
     await page.reload();
-    await page.getByLabel('Number of objects').fill('7');
+    await page.getByLabel('Number of people or vehicles').fill('7');
     const other = await opened('detection');
-    await other.getByLabel('Number of objects').fill('5');
-    await other.getByLabel('From this many inside').fill('60');
+    await other.getByLabel('Number of people or vehicles').fill('5');
+    await other.getByLabel('Alert at this many inside').fill('60');
     await save(other);
 
     await page.getByRole('button', { name: 'Save', exact: true }).click();
     const dialog = page.getByRole('dialog');
     await dialog.getByText('Somebody else has changed the settings').waitFor();
     expect(await dialog.locator('li').allTextContents()).toEqual([
-      'Number of objects is now “5”, was “1” – changed here, too',
-      'From this many inside is now “60”, was “50”',
+      'Number of people or vehicles is now “5”, was “1” – changed here, too',
+      'Alert at this many inside is now “60”, was “50”',
     ]);
     expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('5');
     await dialog.getByRole('button', { name: button }).click();
@@ -43,7 +43,7 @@ describe.skipIf(isMissing)('Saving', () => {
       ([one, two]) => one === objects && two === occupants,
     );
     await eventually(
-      () => page.getByLabel('Number of objects').inputValue(),
+      () => page.getByLabel('Number of people or vehicles').inputValue(),
       (value) => value === objects,
     );
     await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
@@ -74,7 +74,7 @@ describe.skipIf(isMissing)('Saving', () => {
 
   test('what others save shows when one comes back to the page, and when the camera comes back', async () => {
     const page = await opened('detection');
-    const shown = () => page.getByLabel('From this many inside').inputValue();
+    const shown = () => page.getByLabel('Alert at this many inside').inputValue();
     await eventually(shown, (value) => value === '50');
     await store(page, { Occupants: '61' });
     await page.evaluate(() => document.dispatchEvent(new Event('visibilitychange')));
@@ -94,15 +94,15 @@ describe.skipIf(isMissing)('Saving', () => {
       await held;
       await route.continue();
     });
-    await page.getByLabel('Number of objects').fill('2');
+    await page.getByLabel('Number of people or vehicles').fill('2');
     await page.getByRole('button', { name: 'Save', exact: true }).click();
     await expectText(page, 'save-state', /^Saving/);
-    await page.getByLabel('Number of objects').fill('23');
-    await page.getByLabel('From this many inside').fill('77');
+    await page.getByLabel('Number of people or vehicles').fill('23');
+    await page.getByLabel('Alert at this many inside').fill('77');
     go();
     await expectText(page, 'save-state', /^Saved.* 2 unsaved changes in Detection$/);
     expect([await stored(page, 'MinNumberOfPeopleForTrigger'), await stored(page, 'Occupants')]).toEqual(['2', '50']);
-    expect(await page.getByLabel('Number of objects').inputValue()).toBe('23');
+    expect(await page.getByLabel('Number of people or vehicles').inputValue()).toBe('23');
     await save(page);
     expect([await stored(page, 'MinNumberOfPeopleForTrigger'), await stored(page, 'Occupants')]).toEqual(['23', '77']);
     await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
@@ -120,13 +120,13 @@ describe.skipIf(isMissing)('Saving', () => {
         ? session.send('Fetch.failRequest', { requestId, errorReason: 'ConnectionReset' })
         : session.send('Fetch.continueRequest', { requestId }));
     });
-    await page.getByLabel('Number of objects').fill('5');
+    await page.getByLabel('Number of people or vehicles').fill('5');
     await page.locator('input[name=Sensitivity]').fill('0.45');
     await page.getByRole('button', { name: 'Save', exact: true }).click();
     await page.getByRole('alert').filter({ hasText: 'the camera does not answer' }).first().waitFor();
     expect(await stored(page, 'Sensitivity')).toBe('0.450000');
     await session.send('Fetch.disable');
-    await page.getByLabel('Number of objects').fill('6');
+    await page.getByLabel('Number of people or vehicles').fill('6');
     await save(page);
     expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('6');
     await store(page, { MinNumberOfPeopleForTrigger: '1', Sensitivity: '0.350000' });
@@ -134,7 +134,7 @@ describe.skipIf(isMissing)('Saving', () => {
 
   test('unsaved changes say on which tab they are, in the bar and at the tab', async () => {
     const page = await opened('detection');
-    await page.getByLabel('Number of objects').fill('5');
+    await page.getByLabel('Number of people or vehicles').fill('5');
     await page.evaluate(() => (location.hash = '#/cameras'));
     await page.getByLabel('Report period').fill('9');
     await expectText(page, 'save-state', /^2 unsaved changes in Detection and Cameras$/);
@@ -170,19 +170,19 @@ describe.skipIf(isMissing)('Saving', () => {
           .replace(/(<MinNumberOfPeopleForTrigger>)9</, (_, tag: string) => `${tag}8<`),
       }),
     );
-    await page.getByLabel('Number of objects').fill('9');
+    await page.getByLabel('Number of people or vehicles').fill('9');
     await page.getByRole('button', { name: 'Save', exact: true }).click();
     await page
       .getByRole('alert')
-      .filter({ hasText: 'holds something else than was sent of: Number of objects.' })
+      .filter({ hasText: 'holds something else than was sent of: Number of people or vehicles.' })
       .waitFor();
-    expect(await page.getByLabel('Number of objects').inputValue()).toBe('8');
+    expect(await page.getByLabel('Number of people or vehicles').inputValue()).toBe('8');
     await store(page, { MinNumberOfPeopleForTrigger: '1' });
   });
 
   test('that something was saved is no longer said on another tab', async () => {
     const page = await opened('detection');
-    await page.getByLabel('Number of objects').fill('3');
+    await page.getByLabel('Number of people or vehicles').fill('3');
     await save(page);
     await page.getByRole('link', { name: 'Cameras' }).click();
     await page.getByLabel('Report period').waitFor();
@@ -194,7 +194,7 @@ describe.skipIf(isMissing)('Saving', () => {
     'the focus is where it was after the question that two savers are asked: %s',
     async (way) => {
       const page = await opened('detection');
-      await page.getByLabel('Number of objects').fill('7');
+      await page.getByLabel('Number of people or vehicles').fill('7');
       await store(page, { Occupants: '61' });
       await page.getByRole('button', { name: 'Save', exact: true }).focus();
       await page.keyboard.press('Enter');
@@ -237,13 +237,13 @@ describe.skipIf(isMissing)('Saving', () => {
   ])('a save that fails with %d says why and keeps what was typed', async (status, reason) => {
     const page = await opened('detection');
     await page.route('**/*action=set_post_parameters', (route) => (status ? route.fulfill({ status }) : route.abort()));
-    await page.getByLabel('Number of objects').fill('9');
+    await page.getByLabel('Number of people or vehicles').fill('9');
     await page.getByRole('button', { name: 'Save', exact: true }).click();
     await page.getByRole('alert').filter({ hasText: reason }).waitFor();
     await expectText(page, 'save-state', /What was typed is kept/);
     await show(page, 'live');
     await page.getByRole('link', { name: 'Detection' }).click();
-    expect(await page.getByLabel('Number of objects').inputValue()).toBe('9');
+    expect(await page.getByLabel('Number of people or vehicles').inputValue()).toBe('9');
     await page.unroute('**/*action=set_post_parameters');
     await save(page);
     expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('9');
@@ -261,7 +261,7 @@ describe.skipIf(isMissing)('Saving', () => {
           .replace(/(<MinNumberOfPeopleForTrigger>)9</, '$1many<'),
       }),
     );
-    await page.getByLabel('Number of objects').fill('9');
+    await page.getByLabel('Number of people or vehicles').fill('9');
     const [answer] = await Promise.all([
       page.waitForResponse('**/*action=set_post_parameters'),
       page.getByRole('button', { name: 'Save', exact: true }).click(),
@@ -271,7 +271,7 @@ describe.skipIf(isMissing)('Saving', () => {
       .getByRole('alert')
       .filter({ hasText: 'the camera refused a value. Some of the others may count already' })
       .waitFor();
-    expect(await page.getByLabel('Number of objects').inputValue()).toBe('9');
+    expect(await page.getByLabel('Number of people or vehicles').inputValue()).toBe('9');
     expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('1');
     expect(await ask(page, 'get_logfile_as_plain_text')).toContain('trying to set post parameters');
     await page.unroute('**/*action=set_post_parameters');
@@ -282,7 +282,7 @@ describe.skipIf(isMissing)('Saving', () => {
 
   test('leaving with unsaved changes is asked about', async () => {
     const page = await opened('detection');
-    await page.getByLabel('Number of objects').fill('9');
+    await page.getByLabel('Number of people or vehicles').fill('9');
     const asked = page.waitForEvent('dialog');
     const left = page.close({ runBeforeUnload: true });
     const dialog = await asked;

@@ -8,6 +8,7 @@ import {
   expectText,
   focused,
   isMissing,
+  kRuns,
   kPatience,
   open,
   opened,
@@ -28,11 +29,11 @@ describe.skipIf(isMissing)('Detection', () => {
     await page.getByLabel('Boats').check();
     await page.getByLabel('Bicycles').uncheck();
     await page.locator('input[name=Sensitivity]').fill('0.4');
-    await page.getByLabel('May be missing for').fill('1.5');
+    await page.getByLabel('May be out of sight for').fill('1.5');
     await page.getByLabel('exactly').check();
-    await page.getByLabel('Number of objects').fill('3');
-    await page.getByLabel('From this many inside').fill('77');
-    await page.getByLabel('Start counting anew when the occupancy alert is raised').check();
+    await page.getByLabel('Number of people or vehicles').fill('3');
+    await page.getByLabel('Alert at this many inside').fill('77');
+    await page.getByLabel('Set the count to 0 when this alert is raised').check();
     await expectText(page, 'save-state', /^8 unsaved changes in Detection$/);
     await save(page);
     const expected = {
@@ -51,7 +52,7 @@ describe.skipIf(isMissing)('Detection', () => {
       wanted = wanted.replace(new RegExp(`<${tag}>[^<]*`), `<${tag}>${value}`);
     expect(after).toBe(wanted);
     await page.reload();
-    expect(await page.getByLabel('Number of objects').inputValue()).toBe('3');
+    expect(await page.getByLabel('Number of people or vehicles').inputValue()).toBe('3');
     await store(page, {
       DetectBoats: '0',
       DetectBicycles: '1',
@@ -90,7 +91,7 @@ describe.skipIf(isMissing)('Detection', () => {
       ['2', 'at least'],
     ]) {
       await page.getByLabel(name, { exact: true }).check();
-      await page.getByLabel('Number of objects').fill(String(5 + Number(value)));
+      await page.getByLabel('Number of people or vehicles').fill(String(5 + Number(value)));
       await save(page);
       expect([await stored(page, 'AoiLogicComparison'), await stored(page, 'MinNumberOfPeopleForTrigger')]).toEqual([
         value,
@@ -142,7 +143,7 @@ describe.skipIf(isMissing)('Detection', () => {
 
   test('the slider and the number are one setting', async () => {
     const page = await opened('detection');
-    await page.getByRole('slider', { name: 'Lowest score' }).fill('0.8');
+    await page.getByRole('slider', { name: 'Sensitivity' }).fill('0.8');
     expect(await page.locator('input[name=Sensitivity]').inputValue()).toBe('0.8');
   });
 
@@ -171,10 +172,7 @@ describe.skipIf(isMissing)('Cameras', () => {
 
   test('name, report period and a follower are set, with the state of each beside it', async () => {
     const page = await opened('cameras');
-    await page
-      .getByTestId('follower-1')
-      .getByText(/Running|active|Slow/)
-      .waitFor();
+    await page.getByTestId('follower-1').getByText(kRuns).waitFor();
     await page.getByTestId('follower-10').getByText('not used').waitFor();
     await page.locator('input[name=CamName]').fill('Main "hall" & lobby');
     await page.getByLabel('Report period').fill('2');
@@ -202,7 +200,7 @@ describe.skipIf(isMissing)('Cameras', () => {
       (text) => /^Follower 3\n(Running|Slow|.* active)/.test(text),
       2 * kPatience,
     );
-    await third.getByRole('button', { name: 'Empty this slot' }).click();
+    await third.getByRole('button', { name: 'Remove this follower' }).click();
     await save(page);
     expect([await stored(page, 'FO3_Active'), await stored(page, 'FO3_Pwd')]).toEqual(['0', '']);
     await store(page, { CamName: 'Leader', RepInt: '1' });
@@ -214,14 +212,14 @@ describe.skipIf(isMissing)('Cameras', () => {
     await tenth.getByRole('button', { name: 'Set up' }).focus();
     await page.keyboard.press('Enter');
     expect(await focused(page)).toBe('Follower 10 is counted in');
-    const empty = tenth.getByRole('button', { name: 'Empty this slot' });
+    const empty = tenth.getByRole('button', { name: 'Remove this follower' });
     expect(await empty.isDisabled()).toBe(true);
     await tenth.getByLabel('Address').fill('192.0.2.9');
     await empty.focus();
     await page.keyboard.press('Enter');
     expect([await tenth.getByLabel('Address').inputValue(), await focused(page), await empty.isDisabled()]).toEqual([
       '',
-      'Empty this slot',
+      'Remove this follower',
       true,
     ]);
     await tenth.getByLabel('Address').fill('192.0.2.7');
@@ -237,7 +235,7 @@ describe.skipIf(isMissing)('Cameras', () => {
     const told = () =>
       Promise.all(['Active', 'Name', 'IP', 'Login', 'Pwd'].map((field) => stored(page, `FO10_${field}`)));
     expect(await told()).toEqual(['0', 'Tenth', '192.0.2.8', 'a login', 'a password']);
-    await tenth.getByRole('button', { name: 'Empty this slot' }).click();
+    await tenth.getByRole('button', { name: 'Remove this follower' }).click();
     expect(await tenth.getByLabel('Address').inputValue()).toBe('');
     await save(page);
     expect(await told()).toEqual(['0', '', '', '', '']);
@@ -303,7 +301,7 @@ describe.skipIf(isMissing)('Cameras', () => {
     await store(page, { FO10_IP: '192.0.2.7', FO10_Pwd: 'an old password' });
     await page.reload();
     const tenth = page.getByTestId('follower-10');
-    await tenth.getByRole('button', { name: 'Empty this slot' }).click();
+    await tenth.getByRole('button', { name: 'Remove this follower' }).click();
     await tenth.getByLabel('Password').fill('x');
     await tenth.getByLabel('Password').fill('');
     expect(await tenth.getByLabel('Password').getAttribute('placeholder')).toBe('none stored');
@@ -462,11 +460,11 @@ describe.skipIf(isMissing)('Advanced', () => {
     await stream.waitFor();
     expect(await warning.textContent()).toBe('');
     await page.getByLabel('Hide people', { exact: true }).check();
-    await warning.filter({ hasText: 'no stream is chosen' }).waitFor();
+    await warning.filter({ hasText: 'no picture size is chosen' }).waitFor();
     await stream.selectOption('1280x720');
     await warning.filter({ hasText: 'the one that is analysed' }).waitFor();
     await stream.selectOption('640x360');
-    await warning.filter({ hasText: 'on which findings are drawn' }).waitFor();
+    await warning.filter({ hasText: 'on which is drawn what is found' }).waitFor();
     await page.getByLabel('Draw what is found', { exact: true }).uncheck();
     await eventually(
       () => warning.textContent(),
@@ -495,12 +493,12 @@ describe.skipIf(isMissing)('Advanced', () => {
         'OccAutoResTime',
       ].map((tag) => stored(page, tag)),
     );
-    await page.getByLabel('Verbose log').check();
+    await page.getByLabel('Detailed log').check();
     await page.getByLabel('Draw what is found', { exact: true }).check();
     await page.locator('select[name=SelectedDetectionOverlay]').selectOption(own[0]);
     await page.getByLabel('Hide people', { exact: true }).check();
     await page.locator('select[name=SelectedAnonOverlay]').selectOption(own[own.length - 1]);
-    await page.getByLabel('Start counting anew every day').check();
+    await page.getByLabel('Set the count to 0 every day').check();
     await page.locator('input[name=OccAutoResTime]').fill('04:30');
     await save(page);
     const tags = [

@@ -13,13 +13,13 @@ describe('crossings of the ledger', () => {
     expect(
       crossingsOf(line({ t, entrance: 1, direction: 'in' }) + line({ t, entrance: 3, direction: 'out', class: 'car' })),
     ).toEqual([
-      { entrance: 1, by: 1, time: new Date(Date.UTC(2026, 10, 22, 5, 35, 1, 420)) },
-      { entrance: 3, by: -1, time: new Date(Date.UTC(2026, 10, 22, 5, 35, 1, 420)) },
+      { entrance: 1, by: 1, objectClass: '', time: new Date(Date.UTC(2026, 10, 22, 5, 35, 1, 420)) },
+      { entrance: 3, by: -1, objectClass: 'car', time: new Date(Date.UTC(2026, 10, 22, 5, 35, 1, 420)) },
     ]);
   });
   test('of a clock that was not set yet have no time', () => {
     expect(crossingsOf(line({ boot: 'b', mono: 1200, entrance: 2, direction: 'in' }))).toEqual([
-      { entrance: 2, by: 1, time: null },
+      { entrance: 2, by: 1, objectClass: '', time: null },
     ]);
     expect(crossingsOf(line({ t: 'soon', entrance: 2, direction: 'in' }))[0].time).toBeNull();
   });
