@@ -1,10 +1,11 @@
 import { JSX } from 'preact';
-import { useEffect, useState } from 'preact/hooks';
+import { useEffect, useRef, useState } from 'preact/hooks';
 import { Icon } from './icons';
 import { tabOf } from './model/fields';
 import { useStore } from './model/store';
 import { role } from './model/role';
 import { TabName, tabNames, viewersTabs } from './model/tabs';
+import { useFocusKept } from './parts/focus';
 import { CameraStatus, StatusBadge } from './parts/status';
 import { pulse, settings, usePulse, useRole, useSettings } from './stores';
 import { AdvancedTab } from './tabs/advanced';
@@ -131,9 +132,12 @@ function ConnectionBadge() {
 
 function ConnectionBanner() {
   const { connection } = usePulse();
+  const banner = useRef<HTMLDivElement>(null);
+  // "Sign in again" goes once one is let in.
+  useFocusKept(banner, () => null);
   if (connection === 'ok' || connection === 'asking') return null;
   return (
-    <div class="banner bad" role="alert">
+    <div ref={banner} class="banner bad" role="alert">
       <p>{texts.connectionLong[connection]}</p>
       {connection === 'signedOut' && (
         <button type="button" onClick={() => void pulse.signIn()}>

@@ -37,6 +37,13 @@ const kAddRadius = 7;
 /** About half a letter of an area's name, in pixels of the screen. */
 const kHalfLetter = 4.6;
 
+const addSign = (
+  <>
+    <circle r={kAddRadius} />
+    <path d="M-3.5 0h7M0 -3.5v7" />
+  </>
+);
+
 /** How many picture pixels one pixel of the screen is, so that grips stay as big as fingers. */
 function useScale(svg: { current: SVGSVGElement | null }, size: Size): number {
   const [scale, setScale] = useState(1);
@@ -216,22 +223,27 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
         <text x={nameAt} y={middle.y} font-size={14 * scale} stroke-width={3 * scale} aria-hidden="true">
           {name}
         </text>
-        {on && <g id="grips">{polygon.map((p, i) => grips(kind, number, polygon, p, i))}</g>}
+        {on && polygon.map((p, i) => grips(kind, number, polygon, p, i))}
       </g>
     );
   }
+
+  /** Whether there is room for a corner after one. */
+  function isAddable(kind: AreaKind, polygon: Point[], i: number): boolean {
+    const [p, next] = [polygon[i], polygon[(i + 1) % polygon.length]];
+    const length = Math.hypot(next.x - p.x, next.y - p.y);
+    return cornersTag[kind] !== null && polygon.length < kMostCorners && length > 5 * kGripRadius * scale;
+  }
+
+  const between = (p: Point, next: Point) => `translate(${(p.x + next.x) / 2} ${(p.y + next.y) / 2}) scale(${scale})`;
 
   function grips(kind: AreaKind, number: number, polygon: Point[], p: Point, i: number) {
     const name = t.name[kind](number);
     const next = polygon[(i + 1) % polygon.length];
     const percent = (value: number, all: number) => Math.round((value / all) * 100);
-    const addable =
-      cornersTag[kind] &&
-      polygon.length < kMostCorners &&
-      Math.hypot(next.x - p.x, next.y - p.y) > 5 * kGripRadius * scale;
     return (
       <g key={i}>
-        {addable && (
+        {isAddable(kind, polygon, i) && (
           <g
             class="add"
             role="button"
@@ -240,10 +252,9 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
             data-kind={kind}
             data-number={number}
             data-corner={i}
-            transform={`translate(${(p.x + next.x) / 2} ${(p.y + next.y) / 2}) scale(${scale})`}
+            transform={between(p, next)}
           >
-            <circle r={kAddRadius} />
-            <path d="M-3.5 0h7M0 -3.5v7" />
+            {addSign}
           </g>
         )}
         <g
@@ -266,6 +277,28 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     );
   }
 
+  /** The grips of the selected area once more, on top of everything, for the eye alone. */
+  function onTop() {
+    const { kind, number, corner } = selected;
+    const polygon = store.polygon(kind, number);
+    return (
+      <g class={`area on-top ${kind}`} aria-hidden="true" pointer-events="none">
+        {polygon.map((p, i) => (
+          <g key={i}>
+            {isAddable(kind, polygon, i) && (
+              <g class="add" transform={between(p, polygon[(i + 1) % polygon.length])}>
+                {addSign}
+              </g>
+            )}
+            <g class={`corner ${corner === i ? 'chosen' : ''}`}>
+              <circle class="grip" cx={p.x} cy={p.y} r={kGripRadius * scale} />
+            </g>
+          </g>
+        ))}
+      </g>
+    );
+  }
+
   return (
     <Picture resolution={store.resolutions.includes(resolution) ? resolution : ''} size={size}>
       <svg
@@ -281,8 +314,7 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
         onTouchStart={(event) => following.current && event.preventDefault()}
       >
         {shown.map(({ kind, number }) => area(kind, number))}
-        {/* The grips of the selected area once more, on top of everything. */}
-        <use href="#grips" aria-hidden="true" pointer-events="none" />
+        {onTop()}
       </svg>
     </Picture>
   );

@@ -76,7 +76,10 @@ export function NumberSetting({ tag, step }: { tag: string; step?: number }) {
   const [least, most] = parameter.range!;
   const unit = texts.fields.units[parameter.unit] ?? '';
   const [typed, setTyped] = useState<string | null>(null);
-  const meant = (text: string) => (text.trim() === plain(loaded) ? loaded : text.trim());
+  const meant = (text: string) => {
+    const number = text.trim().replace(/^(\d+),(\d+)$/, '$1.$2');
+    return number === plain(loaded) ? loaded : number;
+  };
   const take = (event: { currentTarget: HTMLInputElement }) => {
     setTyped(event.currentTarget.value);
     set(meant(event.currentTarget.value));

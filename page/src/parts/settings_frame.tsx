@@ -14,9 +14,12 @@ import { useFocusKept } from './focus';
  */
 export function SettingsFrame({ children, warning = '' }: { children: () => ComponentChildren; warning?: string }) {
   const { loaded, trouble } = useSettings();
+  const words = useRef<HTMLDivElement>(null);
+  // "Try again" goes, for what it asked for.
+  useFocusKept(words, () => null);
   if (!loaded) {
     return (
-      <div class="card" role="status">
+      <div ref={words} class="card" role="status">
         <p>{trouble ? texts.settings.failed + texts.trouble[trouble] : texts.settings.loading}</p>
         {trouble && (
           <button type="button" onClick={() => settings.load()}>

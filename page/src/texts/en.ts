@@ -391,7 +391,7 @@ export const english = {
   },
   rules: {
     wholeNumber: (least: number, most: number) => `A whole number from ${least} to ${most}, please.`,
-    number: (least: number, most: number) => `A number from ${least} to ${most}, with a point, please.`,
+    number: (least: number, most: number) => `A number from ${least} to ${most}, please.`,
     range: (least: number, most: number, value: string) => `From ${least} to ${most}, please; this is ${value}.`,
     noLess: 'The camera cannot store the character “<”.',
     noControl: 'Only characters that can be seen, please.',

@@ -221,6 +221,99 @@ describe.skipIf(isMissing)('Appearance', () => {
     expect(found, found.join('\n')).toEqual([]);
   });
 
+  test('on a phone badges break between words alone, and a long name makes nothing wider than the screen', async () => {
+    const name = 'EntranceHallOfTheSouthernBuildingFirstFloorBehindTheStairs';
+    const panel =
+      `<app><NameCam_0>${name}</NameCam_0><NameCam_1>${name}</NameCam_1><ActiveCam_1>1</ActiveCam_1>` +
+      '<StatusCam_0>Slow</StatusCam_0><StatusCam_1>No connection error</StatusCam_1></app>';
+    const csv = `Date,Occup_Person_${name},Occup_Person_Yard\n2026-03-01 10:00:00,1,2\n`;
+    const page = await open({ viewport: devices.phone, hasTouch: true }, async (one) => {
+      const answers = { get_data_panel_info: panel, get_occupancy_csv: csv };
+      for (const [action, body] of Object.entries(answers))
+        await one
+          .context()
+          .route(`**/*action=${action}`, (asked) => asked.fulfill({ contentType: 'text/plain', body }));
+    });
+    const tooWide = () =>
+      page.evaluate(() => {
+        const { clientWidth, scrollWidth } = document.documentElement;
+        const out = [...document.querySelectorAll('.top *, .filters select')].filter(
+          (element) => element.getBoundingClientRect().right > clientWidth,
+        );
+        return [scrollWidth - clientWidth, out.map((element) => element.outerHTML)];
+      });
+    await show(page, 'live');
+    await page.getByTestId('cameras').getByText('No answer: check address, login and password').waitFor();
+    const broken = await page.locator('.badge').evaluateAll((badges) =>
+      badges.flatMap((badge) => {
+        const text = badge.firstChild as Text;
+        return [...text.data.matchAll(/\S+/g)]
+          .filter(({ index, 0: word }) => {
+            const range = document.createRange();
+            range.setStart(text, index);
+            range.setEnd(text, index + word.length);
+            return range.getClientRects().length > 1;
+          })
+          .map(([word]) => word);
+      }),
+    );
+    expect([broken, await tooWide()]).toEqual([[], [0, []]]);
+    await show(page, 'reports');
+    await page.getByTestId('report').waitFor();
+    expect(await tooWide()).toEqual([0, []]);
+  });
+
+  test('a page that is read from the right is seen whole', async () => {
+    const page = await opened('live');
+    await page.evaluate(() => (document.documentElement.dir = 'rtl'));
+    const found: unknown[] = [];
+    for (const tab of tabs) {
+      await page.evaluate((name) => (location.hash = `#/${name}`), tab);
+      await page.getByRole('heading', { level: 1, name: new RegExp(tab, 'i') }).waitFor();
+      found.push(
+        await page.evaluate(() => {
+          const { scrollWidth, clientWidth } = document.documentElement;
+          const heading = document.querySelector('h1')!;
+          const tabs = document.querySelector('.tabs')!.getBoundingClientRect();
+          return [scrollWidth - clientWidth, tabs.left > heading.getBoundingClientRect().left];
+        }),
+      );
+    }
+    expect(found).toEqual(tabs.map(() => [0, true]));
+  });
+
+  test('on paper there is what is read, dark on white, and nothing to press', async () => {
+    const page = await opened('live', { colorScheme: 'dark' });
+    await page.emulateMedia({ media: 'print', colorScheme: 'dark' });
+    for (const tab of ['live', 'reports'] as const) {
+      await page.evaluate((name) => (location.hash = `#/${name}`), tab);
+      await page.getByRole('heading', { level: 1, name: new RegExp(tab, 'i') }).waitFor();
+      if (tab === 'reports') await page.getByTestId('report').waitFor();
+      const seen = await page.evaluate(() => ({
+        ground: getComputedStyle(document.body).backgroundColor,
+        text: getComputedStyle(document.body).color,
+        pressable: [...document.querySelectorAll('button, select, nav, a')]
+          .filter((element) => element.checkVisibility())
+          .map((element) => element.outerHTML),
+      }));
+      expect(seen).toEqual({ ground: 'rgb(255, 255, 255)', text: 'rgb(21, 32, 42)', pressable: [] });
+      await page.screenshot({ path: join(screenshots, `${tab}-print.png`), fullPage: true });
+    }
+  });
+
+  test('what is chosen is seen in the colours of the device', async () => {
+    const page = await opened('areas');
+    await page.emulateMedia({ forcedColors: 'active' });
+    const colours = await page
+      .locator('.segments button')
+      .evaluateAll((buttons) =>
+        buttons.map((button) => [button.getAttribute('aria-pressed'), getComputedStyle(button).backgroundColor]),
+      );
+    const of = (pressed: string) => new Set(colours.filter(([is]) => is === pressed).map(([, colour]) => colour));
+    expect([...of('true')].filter((colour) => of('false').has(colour))).toEqual([]);
+    expect(of('true').size).toBe(1);
+  });
+
   test('what has the focus is not hidden behind the bars', async () => {
     for (const [device, size] of Object.entries(devices)) {
       const page = await opened('cameras', { viewport: size });

@@ -427,6 +427,29 @@ describe.skipIf(isMissing)('Areas', () => {
     expect(await focused(page)).toBe('Area 1, move as a whole');
   });
 
+  test('each part of an area is one stop of the keyboard, and the chosen grip has the colour of its area', async () => {
+    const page = await areas();
+    const area = page.getByTestId('area-Detection1');
+    await area.locator('polygon').focus();
+    const inside = () => page.evaluate(() => document.activeElement!.closest('svg.editor') !== null);
+    let stops = 0;
+    for (; await inside(); ++stops) await page.keyboard.press('Tab');
+    // Each area is taken up with the focus, and has its corners then.
+    const parts = await page
+      .locator('svg.editor polygon')
+      .evaluateAll((all) => all.map((polygon) => 1 + polygon.getAttribute('points')!.split(' ').length));
+    expect(stops).toBe(parts.reduce((sum, count) => sum + count));
+    await area.locator('polygon').focus();
+    await corners(page, 'Detection1').first().focus();
+    const seen = await page.evaluate(() =>
+      ['.on-top .chosen .grip', '[data-testid=area-Detection1] polygon'].map((what, i) => {
+        const { fill, stroke } = getComputedStyle(document.querySelector(what)!);
+        return i === 0 ? fill : stroke;
+      }),
+    );
+    expect(seen).toEqual(['rgb(57, 198, 230)', 'rgb(57, 198, 230)']);
+  });
+
   test('a narrow exclusion is nothing to warn of: nobody is counted by stepping into it', async () => {
     const page = await areas();
     await choose(page, 'Exclusions', 'Exclusion 1');

@@ -28,7 +28,7 @@ describe.skipIf(isMissing)('Detection', () => {
     const before = await ask(page, 'get_all_parameters');
     await page.getByLabel('Boats').check();
     await page.getByLabel('Bicycles').uncheck();
-    await page.locator('input[name=Sensitivity]').fill('0.4');
+    await page.locator('input[name=Sensitivity]').fill('0,4');
     await page.getByLabel('May be out of sight for').fill('1.5');
     await page.getByLabel('exactly').check();
     await page.getByLabel('Number of people or vehicles').fill('3');

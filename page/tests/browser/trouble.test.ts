@@ -245,6 +245,7 @@ describe.skipIf(isMissing)('Trouble', () => {
       password = 'another-password';
       await page.getByRole('button', { name: 'Sign in again' }).click();
       await expectText(page, 'status', kRuns);
+      expect(await page.evaluate(() => document.activeElement!.id)).toBe('content');
       expect(asked).toBeGreaterThan(before);
       expect(await page.getByLabel('Number of people or vehicles').inputValue()).toBe('6');
       await save(page);
@@ -275,6 +276,7 @@ describe.skipIf(isMissing)('Trouble', () => {
     );
     await show(page, 'cameras');
     await page.getByText('The settings could not be read: the camera refused it.').waitFor();
+    await page.getByRole('button', { name: 'Try again' }).focus();
     await page.unroute('**/*action=get_all_parameters');
     // The page also asks by itself after the camera's next answer; then there is nothing to click any more.
     await eventually(
@@ -287,5 +289,6 @@ describe.skipIf(isMissing)('Trouble', () => {
       },
       (count) => count === 1,
     );
+    expect(await page.evaluate(() => document.activeElement!.id)).toBe('content');
   });
 });
