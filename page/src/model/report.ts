@@ -173,6 +173,8 @@ export interface Question {
 export interface Series {
   /** What the series is about: a place's number, a class, a camera, or "". */
   key: string;
+  /** Whose place it is: entrance 1 of one camera is another than that of the next. Null for what is of no place. */
+  camera: string | null;
   values: number[];
 }
 
@@ -206,17 +208,20 @@ export function answer(report: Report, question: Question): Answer {
       (question.camera === null || column.camera === question.camera) &&
       (question.objectClass === null || column.objectClass === question.objectClass),
   );
-  const groups = new Map<string, Int32Array[]>();
+  const groups = new Map<string, { key: string; camera: string | null; columns: Int32Array[] }>();
   for (const column of chosen) {
     const key = question.split === 'none' ? '' : String(column[question.split]);
-    groups.set(key, [...(groups.get(key) ?? []), column.values]);
+    const camera = question.split === 'place' && column.place > 0 ? column.camera : null;
+    const name = JSON.stringify([camera, key]);
+    if (!groups.has(name)) groups.set(name, { key, camera, columns: [] });
+    groups.get(name)!.columns.push(column.values);
   }
   const adds = question.measure === 'entries' || question.measure === 'exits';
   const first = rowAt(report.times, question.from, question.period);
   const last = rowAt(report.times, question.to, question.period);
   const times: number[] = [];
-  const series = [...groups.keys()].map((key): Series => ({ key, values: [] }));
-  const columns = [...groups.values()];
+  const columns = [...groups.values()].map((group) => group.columns);
+  const series = [...groups.values()].map(({ key, camera }): Series => ({ key, camera, values: [] }));
   for (let row = first; row < last; ++row) {
     const { bucket, period } = question;
     const time = bucket > 0 ? Math.floor(startOf(report.times, row, period) / bucket) * bucket : report.times[row];
@@ -231,6 +236,7 @@ export function answer(report: Report, question: Question): Answer {
         points[points.length - 1] = adds ? points[points.length - 1] + sum : Math.max(points[points.length - 1], sum);
     }
   }
-  series.sort((a, b) => (a.key < b.key ? -1 : 1));
+  const order = ({ camera, key }: Series) => `${camera ?? ''}\n${key}`;
+  series.sort((a, b) => (order(a) < order(b) ? -1 : 1));
   return { times, series };
 }

@@ -1,6 +1,6 @@
 import { useEffect, useRef, useState } from 'preact/hooks';
 import { centre, insidePicture, moved, Point, Size } from '../model/geometry';
-import { AreaKind, areaKinds, cornersTag, kMostCorners } from '../model/settings';
+import { AreaKind, areaKinds, cornersTag, kLeastCorners, kMostCorners } from '../model/settings';
 import { settings, useSettings } from '../stores';
 import { texts } from '../texts';
 import { useFocusKept } from './focus';
@@ -18,9 +18,9 @@ export interface Selected {
 interface Props {
   selected: Selected;
   onSelect: (selected: Selected) => void;
-  /** Both tell whether it was done. */
+  /** Tells whether it was done. */
   onAdd: (kind: AreaKind, number: number, after: number | null) => boolean;
-  onRemove: (kind: AreaKind, number: number, corner: number | null) => boolean;
+  onRemove: (selected: Selected) => void;
 }
 
 const arrows: Record<string, Point> = {
@@ -184,10 +184,10 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
     } else if (event.key === 'Insert' || event.key === '+') {
       onAdd(kind, number, corner);
     } else if ((event.key === 'Delete' || event.key === 'Backspace') && corner !== null) {
-      if (onRemove(kind, number, corner)) {
-        onSelect({ kind, number, corner: null });
-        // The corner is gone, and with it the focus.
+      if (cornersTag[kind] && store.polygon(kind, number).length > kLeastCorners) {
+        // The corner goes, and with it the focus.
         partNamed(kind, number, 'polygon').focus({ preventScroll: true });
+        onRemove({ kind, number, corner });
       }
     } else {
       return;

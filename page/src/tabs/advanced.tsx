@@ -3,7 +3,7 @@ import { actionAddress, ask, CameraError } from '../model/api';
 import { LogLevel, LogLine, readLog } from '../model/readers';
 import { whyNobodyIsHidden } from '../model/settings';
 import { useDeed } from '../parts/deed';
-import { Confirm } from '../parts/dialog';
+import { Confirm, Question } from '../parts/dialog';
 import { SelectSetting, SwitchSetting, TextSetting } from '../parts/fields';
 import { useFocusKept } from '../parts/focus';
 import { SettingsFrame } from '../parts/settings_frame';
@@ -32,10 +32,10 @@ export function AdvancedTab() {
               <TextSetting tag="OccAutoResTime" type="time" />
             </section>
             <Analysis />
+            <Alerts />
           </div>
         )}
       </SettingsFrame>
-      <Alerts />
     </>
   );
 }
@@ -220,6 +220,7 @@ const alerts = ['breached', 'area1', 'area2', 'area3', 'occupancy'] as const;
 
 function Alerts() {
   const [said, act] = useDeed();
+  const [question, setQuestion] = useState<Question | null>(null);
   return (
     <section class="card alerts">
       <h2>{t.alerts}</h2>
@@ -231,7 +232,14 @@ function Alerts() {
               <button
                 type="button"
                 aria-label={t.raiseNamed(t.alert[alert])}
-                onClick={() => act(`manual_${alert}_alert_on`, t.raised(t.alert[alert]))}
+                onClick={() =>
+                  setQuestion({
+                    title: t.raiseAsk(t.alert[alert]),
+                    text: t.raiseWarning,
+                    yes: t.raise,
+                    then: () => void act(`manual_${alert}_alert_on`, t.raised(t.alert[alert])),
+                  })
+                }
               >
                 {t.raise}
               </button>
@@ -250,6 +258,7 @@ function Alerts() {
         {said}
       </p>
       <p class="help">{t.alertsNote}</p>
+      {question && <Confirm question={question} onClose={() => setQuestion(null)} />}
     </section>
   );
 }

@@ -24,6 +24,7 @@ import {
 } from '../model/settings';
 import { SettingsStore } from '../model/settings_store';
 import { AreaEditor, Selected } from '../parts/area_editor';
+import { Confirm, Question } from '../parts/dialog';
 import { ChoiceSetting, NumberSetting, SwitchSetting } from '../parts/fields';
 import { SettingsFrame } from '../parts/settings_frame';
 import { settings, usePulse, useRecount, useSettings } from '../stores';
@@ -52,8 +53,21 @@ function firstWarning(store: SettingsStore, warningsOf: Warnings): string {
 
 export function AreasTab() {
   const [selected, setSelected] = useState<Selected>({ kind: 'Detection', number: 1, corner: null });
+  const [question, setQuestion] = useState<Question | null>(null);
   const store = useSettings();
   const warningsOf = useWarnings();
+  /** Asks first where other areas lose a corner, too. */
+  const remove = ({ kind, number, corner }: Selected) => {
+    if (!canRemove(kind, number)) return;
+    const then = () => {
+      removeCorner(kind, number, corner);
+      setSelected({ kind, number, corner: null });
+    };
+    const name = t.name[kind];
+    const others = cutWith(kind, number).map(name);
+    if (others.length === 0) then();
+    else setQuestion({ title: t.removeAsk(name(number)), text: t.removeAlso(others), yes: t.removeCorner, then });
+  };
   // The corner may be gone: taken back, or drawn otherwise by somebody else.
   const { kind, number, corner } = selected;
   if (corner !== null && corner >= store.polygon(kind, number).length) setSelected({ kind, number, corner: null });
@@ -62,7 +76,7 @@ export function AreasTab() {
       {() => (
         <div class="areas">
           <section class="card picture-card">
-            <AreaEditor selected={selected} onSelect={setSelected} onAdd={addCorner} onRemove={removeCorner} />
+            <AreaEditor selected={selected} onSelect={setSelected} onAdd={addCorner} onRemove={remove} />
             {kind === 'Entrance' && <Recounted number={number} />}
             <p class="help" id="areas-help">
               {t.intro} <span class="keys">{t.keys}</span>
@@ -73,7 +87,7 @@ export function AreasTab() {
               <AreaList selected={selected} onSelect={setSelected} />
             </section>
             <section class="card">
-              <AreaDetails selected={selected} onSelect={setSelected} />
+              <AreaDetails selected={selected} onRemove={remove} />
             </section>
           </div>
           <section class="card">
@@ -93,6 +107,7 @@ export function AreasTab() {
               ))}
             </ul>
           </section>
+          {question && <Confirm question={question} onClose={() => setQuestion(null)} />}
         </div>
       )}
     </SettingsFrame>
@@ -120,13 +135,18 @@ function addCorner(kind: AreaKind, number: number, after: number | null): boolea
   return true;
 }
 
-function removeCorner(kind: AreaKind, number: number, corner: number | null): boolean {
+const canRemove = (kind: AreaKind, number: number) =>
+  cornersTag[kind] !== null && settings.polygon(kind, number).length > kLeastCorners;
+
+/** The areas that are in use and lose a corner with this one. */
+const cutWith = (kind: AreaKind, number: number) =>
+  areaNumbers.filter((other) => other !== number && settings.values.get(activeTag(kind, other)) === '1');
+
+function removeCorner(kind: AreaKind, number: number, corner: number | null): void {
   const polygon = settings.polygon(kind, number);
-  if (!cornersTag[kind] || polygon.length <= kLeastCorners) return false;
   changeCorners(kind, number, withoutCorner(polygon, corner ?? leastCorner(polygon)), (other) =>
     withoutCorner(other, leastCorner(other)),
   );
-  return true;
 }
 
 function AreaList({ selected, onSelect }: { selected: Selected; onSelect: (selected: Selected) => void }) {
@@ -176,7 +196,7 @@ function AreaList({ selected, onSelect }: { selected: Selected; onSelect: (selec
   );
 }
 
-function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (selected: Selected) => void }) {
+function AreaDetails({ selected, onRemove }: { selected: Selected; onRemove: (selected: Selected) => void }) {
   const store = useSettings();
   const { kind, number, corner } = selected;
   const name = t.name[kind](number);
@@ -203,7 +223,7 @@ function AreaDetails({ selected, onSelect }: { selected: Selected; onSelect: (se
               type="button"
               aria-disabled={corners <= kLeastCorners}
               title={t.removesElsewhere}
-              onClick={() => removeCorner(kind, number, corner) && onSelect({ kind, number, corner: null })}
+              onClick={() => onRemove(selected)}
             >
               {t.removeCorner}
             </button>

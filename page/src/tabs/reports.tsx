@@ -82,10 +82,13 @@ function Figures({ report, period }: { report: Report; period: number }) {
     () => answer(report, { measure, split, camera, objectClass, from, to, bucket: buckets[span], period }),
     [report, measure, split, camera, objectClass, from, to, span, period],
   );
-  const lines = useMemo(
-    () => shown.series.map(({ key, values }): Line => ({ label: labelOf(key, split, measure), values })),
-    [shown, split, measure],
-  );
+  const lines = useMemo(() => {
+    const areSeveral = new Set(shown.series.map((one) => one.camera)).size > 1;
+    return shown.series.map(({ key, camera, values }): Line => {
+      const label = labelOf(key, split, measure);
+      return { label: areSeveral && camera !== null ? t.placeOf(camera || t.unnamed, label) : label, values };
+    });
+  }, [shown, split, measure]);
   // A report that goes on leaves the zoom as it is.
   useEffect(() => setWindow(null), [measure, split, camera, objectClass, from, to, span]);
   const [firstDay, lastDay] = [dateOf(Math.max(from, first)), dateOf(Math.min(to, last + 1) - 1)];

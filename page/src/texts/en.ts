@@ -181,6 +181,9 @@ export const english = {
     removeCorner: 'Remove corner',
     removesElsewhere:
       'All areas of a kind have the same number of corners: removing one here also removes the least needed one of the others.',
+    removeAsk: (area: string) => `Remove a corner of ${area}?`,
+    removeAlso: (others: string[]) =>
+      `All areas of a kind have the same number of corners: ${list.format(others)} ${others.length === 1 ? 'loses' : 'lose'} one, too, and may no longer cover what ${others.length === 1 ? 'it' : 'they'} should. Look at ${others.length === 1 ? 'it' : 'them'} before you save.`,
     warnings: {
       crossing: 'The outline crosses itself: what lies in the overlap may not count.',
       leaving: 'The area reaches beyond the picture.',
@@ -258,6 +261,7 @@ export const english = {
       Boat: 'Boats',
     } as Record<string, string>,
     total: 'Total',
+    placeOf: (camera: string, place: string) => `${camera}, ${place}`,
     unnamed: '(no name)',
     earlier: 'Earlier',
     later: 'Later',
@@ -328,6 +332,8 @@ export const english = {
     clear: 'Clear',
     raiseNamed: (name: string) => `Raise a test alert: ${name}`,
     clearNamed: (name: string) => `Clear the alert: ${name}`,
+    raiseAsk: (name: string) => `Raise a test alert: ${name}?`,
+    raiseWarning: 'Whatever is connected to the camera acts as in a real alert: doors, sirens, messages.',
     raised: (name: string) => `Alert raised: ${name}`,
     cleared: (name: string) => `Alert cleared: ${name}`,
     clearLogWarning: 'All its lines are gone then. Download them first if they may still be needed.',

@@ -153,7 +153,7 @@ describe.skipIf(isMissing)('Areas', () => {
 
   test('another area is taken up with the keyboard alone, and every key of a corner works', async () => {
     const page = await areas();
-    await store(page, { Entrance1_Active: '1' });
+    await store(page, { Entrance1_Active: '1', Entrance2_Active: '1' });
     await page.reload();
     await corners(page, 'Detection1').last().waitFor();
     await corners(page, 'Detection1').last().focus();
@@ -182,6 +182,11 @@ describe.skipIf(isMissing)('Areas', () => {
     expect((await points(page, 'Entrance1')).length).toBe(5);
     await corners(page, 'Entrance1').last().focus();
     await page.keyboard.press('Backspace');
+    // Entrance 2 is in use, too.
+    await page.getByRole('dialog', { name: 'Remove a corner of Entrance 1?' }).waitFor();
+    await page.keyboard.press('Tab');
+    await page.keyboard.press('Enter');
+    await page.getByRole('dialog').waitFor({ state: 'detached' });
     expect((await points(page, 'Entrance1')).length).toBe(4);
     expect(await focused(page)).toBe('Entrance 1, move as a whole');
     await page.keyboard.press('Shift+Tab');
@@ -307,7 +312,18 @@ describe.skipIf(isMissing)('Areas', () => {
     expect([await add.isDisabled(), await focused(page)]).toEqual([true, 'Add corner']);
     await choose(page, 'Detection areas', 'Area 2');
     expect((await points(page, 'Detection2')).length).toBe(8);
-    for (let i = 0; i < 5; ++i) await remove.click();
+    // Area 1 is in use, and loses each time a corner with it.
+    for (let i = 0; i < 5; ++i) {
+      await remove.click();
+      const question = page.getByRole('dialog', { name: 'Remove a corner of Area 2?' });
+      await question.getByText('All areas of a kind have the same number of corners: Area 1 loses one, too').waitFor();
+      if (i === 0) {
+        await question.getByRole('button', { name: 'Cancel' }).click();
+        expect((await points(page, 'Detection1')).length).toBe(8);
+        await remove.click();
+      }
+      await question.getByRole('button', { name: 'Remove corner' }).click();
+    }
     expect((await points(page, 'Detection2')).length).toBe(3);
     expect([await remove.isDisabled(), await focused(page)]).toEqual([true, 'Remove corner']);
     await save(page);

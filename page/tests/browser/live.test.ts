@@ -444,7 +444,16 @@ describe.skipIf(isMissing)('Live', () => {
         .filter((line) => line.includes(topic))
         .map((line) => JSON.parse(line).active as boolean);
     const before = events().length;
-    await page.getByRole('button', { name: `Raise a test alert: ${name}` }).click();
+    const asked: string[] = [];
+    page.on('request', (request) => asked.push(request.url()));
+    const raise = page.getByRole('button', { name: `Raise a test alert: ${name}` });
+    const question = page.getByRole('dialog', { name: `Raise a test alert: ${name}?` });
+    await raise.click();
+    await question.getByRole('button', { name: 'Cancel' }).click();
+    await question.waitFor({ state: 'detached' });
+    expect(asked.filter((url) => url.includes('manual_'))).toEqual([]);
+    await raise.click();
+    await question.getByRole('button', { name: 'Raise' }).click();
     await expectText(page, 'alert-said', new RegExp(`^Alert raised: ${name}`));
     await page.getByRole('button', { name: `Clear the alert: ${name}` }).click();
     await expectText(page, 'alert-said', new RegExp(`^Alert cleared: ${name}`));

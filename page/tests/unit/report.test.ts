@@ -116,8 +116,14 @@ describe('answering', () => {
 
   test('one series per camera', () => {
     expect(answer(report, question).series).toEqual([
-      { key: 'Door', values: [10, 1, 100] },
-      { key: 'Lobby', values: [20, 2, 200] },
+      { key: 'Door', camera: null, values: [10, 1, 100] },
+      { key: 'Lobby', camera: null, values: [20, 2, 200] },
+    ]);
+  });
+  test('entrance 1 of one camera is another than that of the next', () => {
+    expect(answer(report, { ...question, split: 'place' }).series).toEqual([
+      { key: '1', camera: 'Door', values: [10, 1, 100] },
+      { key: '1', camera: 'Lobby', values: [20, 2, 200] },
     ]);
   });
   test('entries of an hour add up', () => {
@@ -128,20 +134,20 @@ describe('answering', () => {
       seconds('2026-03-01T10:00:00'),
       seconds('2026-03-01T23:00:00'),
     ]);
-    expect(hourly.series).toEqual([{ key: '', values: [30, 3, 300] }]);
+    expect(hourly.series).toEqual([{ key: '', camera: null, values: [30, 3, 300] }]);
   });
   test('of a crowd the highest counts', () => {
     expect(answer(report, { ...question, measure: 'crowd', split: 'place', bucket: 3600 }).series).toEqual([
-      { key: '1', values: [1, 4, 9] },
-      { key: '2', values: [2, 0, 9] },
+      { key: '1', camera: 'Lobby', values: [1, 4, 9] },
+      { key: '2', camera: 'Lobby', values: [2, 0, 9] },
     ]);
   });
   test('a camera without a name is one camera, not all of them', () => {
     const two = read('Date,Entrance1_Entrances_Person_,Entrance1_Entrances_Person_Door\n2026-03-01 10:00:00,1,2\n');
-    expect(answer(two, { ...question, camera: '' }).series).toEqual([{ key: '', values: [1] }]);
+    expect(answer(two, { ...question, camera: '' }).series).toEqual([{ key: '', camera: null, values: [1] }]);
     expect(answer(two, question).series).toEqual([
-      { key: '', values: [1] },
-      { key: 'Door', values: [2] },
+      { key: '', camera: null, values: [1] },
+      { key: 'Door', camera: null, values: [2] },
     ]);
   });
   test('only the chosen time, camera and class', () => {
@@ -151,7 +157,7 @@ describe('answering', () => {
       objectClass: 'Person',
       to: seconds('2026-03-01T10:00:00'),
     });
-    expect(chosen.series).toEqual([{ key: 'Lobby', values: [20] }]);
+    expect(chosen.series).toEqual([{ key: 'Lobby', camera: null, values: [20] }]);
     expect(answer(report, { ...question, objectClass: 'Boat' }).series).toEqual([]);
   });
 });
