@@ -63,6 +63,12 @@ export function isWritten(tag: string, sent: string, back: string, size: Size): 
   return Math.abs(Number(sent) - Number(back)) < step;
 }
 
+/** The picture size at which people are hidden; "" where they are hidden at none. */
+export function hidingSize(values: Values, analysis: Size): string {
+  const isHiding = values.get('AnonOverlaysOn') === '1' && whyNobodyIsHidden(values, analysis) === null;
+  return isHiding ? (values.get('SelectedAnonOverlay') ?? '') : '';
+}
+
 /** The settings of which the camera holds something else than it was sent. */
 export function altered(sent: Values, back: Values, size: Size): string[] {
   return [...sent]

@@ -1,6 +1,6 @@
 import { useEffect, useRef, useState } from 'preact/hooks';
 import { centre, insidePicture, moved, Point, Size } from '../model/geometry';
-import { AreaKind, areaKinds, cornersTag, kLeastCorners, kMostCorners } from '../model/settings';
+import { AreaKind, areaKinds, cornersTag, hidingSize, kLeastCorners, kMostCorners } from '../model/settings';
 import { settings, useSettings } from '../stores';
 import { texts } from '../texts';
 import { useFocusKept } from './focus';
@@ -65,7 +65,9 @@ export function AreaEditor({ selected, onSelect, onAdd, onRemove }: Props) {
   const pressedAdd = useRef(false);
   const tapped = useRef<SVGElement | null>(null);
   const following = useRef(false);
-  const resolution = `${size.width}x${size.height}`;
+  // What is analysed, but for those who are to be hidden: they are on every tab.
+  const hidden = store.loaded ? hidingSize(store.loaded, size) : '';
+  const resolution = hidden || `${size.width}x${size.height}`;
   const shown = areaKinds
     .flatMap((kind) => [1, 2, 3].map((number) => ({ kind, number })))
     .filter(({ kind, number }) => store.values.get(`${kind}${number}_Active`) === '1' || isSelected(kind, number));

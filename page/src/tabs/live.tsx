@@ -1,6 +1,7 @@
 import { useState } from 'preact/hooks';
 import { momentOf } from '../dates';
 import { CameraError, Trouble } from '../model/api';
+import { hidingSize } from '../model/settings';
 import { PanelCamera } from '../model/readers';
 import { Confirm, Question } from '../parts/dialog';
 import { useDeed } from '../parts/deed';
@@ -36,7 +37,15 @@ function LivePicture() {
   const [chosen, setChosen] = useState<string | null>(null);
   // Overlays are drawn on the chosen stream and on the one that is analysed.
   const drawn = loaded?.get('DetectionOverlaysOn') === '1' ? loaded.get('SelectedDetectionOverlay')! : '';
-  const usual = [drawn, `${size.width}x${size.height}`].find((entry) => resolutions.includes(entry)) ?? '';
+  const analysed = `${size.width}x${size.height}`;
+  const hidden = loaded ? hidingSize(loaded, size) : '';
+  const usual = [hidden, drawn, analysed].find((entry) => entry && resolutions.includes(entry)) ?? '';
+  const nameOf = (entry: string) => {
+    const plain = entry.replace('x', ' × ');
+    if (hidden) return texts.picture.sizeOf(plain, entry === hidden ? 'hidden' : 'shown');
+    if (entry === drawn) return texts.picture.sizeOf(plain, 'drawn');
+    return entry === analysed ? texts.picture.sizeOf(plain, 'analysed') : plain;
+  };
   const resolution = chosen ?? usual;
   return (
     <section class="card picture-card" aria-label={texts.picture.label}>
@@ -48,7 +57,7 @@ function LivePicture() {
             <option value="">{texts.picture.automatic}</option>
             {resolutions.map((entry) => (
               <option key={entry} value={entry}>
-                {entry.replace('x', ' × ')}
+                {nameOf(entry)}
               </option>
             ))}
           </select>

@@ -102,6 +102,9 @@ export const english = {
     stands: (seconds: number) => `The picture stood still: nothing new came for ${seconds} seconds. Trying again …`,
     stream: 'Picture size',
     automatic: 'Chosen by the camera',
+    /** What a size is for, behind it. */
+    sizeOf: (size: string, what: 'hidden' | 'shown' | 'drawn' | 'analysed') =>
+      `${size} (${{ hidden: 'people are hidden', shown: 'people are seen', drawn: 'with what is found', analysed: 'analysed' }[what]})`,
   },
   live: {
     occupancy: 'Inside now',

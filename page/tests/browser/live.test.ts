@@ -178,6 +178,41 @@ describe.skipIf(isMissing)('Live', () => {
     await eventually(told, (rows) => rows.join('|') === '1 90 s ago|2 now|3 10 min ago|– not yet');
   });
 
+  test('where people are to be hidden, every tab shows the picture that hides them, and sizes say so', async () => {
+    const asked: string[] = [];
+    const changes = {
+      AnonOverlaysOn: '1',
+      SelectedAnonOverlay: '640x360',
+      SelectedDetectionOverlay: '1280x720',
+      DetectionOverlaysOn: '1',
+    };
+    let body = await ask(await opened('live'), 'get_all_parameters');
+    for (const [tag, value] of Object.entries(changes))
+      body = body.replace(new RegExp(`<${tag}>[^<]*</${tag}>`), `<${tag}>${value}</${tag}>`);
+    const page = await open({}, async (one) => {
+      await one.route('**/*action=get_all_parameters', (route) => route.fulfill({ contentType: 'text/xml', body }));
+      await one.route('**/live/video.mjpg*', (route) => {
+        asked.push(new URL(route.request().url()).searchParams.get('resolution')!);
+        return route.fulfill({ contentType: 'image/jpeg', body: kJpeg });
+      });
+    });
+    for (const tab of ['live', 'areas'] as const) {
+      asked.splice(0);
+      await show(page, tab);
+      await eventually(
+        async () => asked.length,
+        (count) => count > 0,
+      );
+      expect([tab, ...new Set(asked)]).toEqual([tab, '640x360']);
+    }
+    await show(page, 'live');
+    const sizes = page.getByLabel('Picture size').locator('option');
+    await eventually(
+      () => sizes.allTextContents(),
+      (names) => names.includes('640 × 360 (people are hidden)') && names.includes('1280 × 720 (people are seen)'),
+    );
+  });
+
   test('what is not saved yet changes nothing that is told of the camera', async () => {
     const page = await opened('live');
     await store(page, { Detection2_Active: '0', RepInt: '1' });

@@ -4,6 +4,7 @@ import {
   cornerCount,
   differences,
   edited,
+  hidingSize,
   isWritten,
   polygonChanges,
   polygonOf,
@@ -28,6 +29,21 @@ test('what was not changed goes back as it came, and what only a download has do
       .replace('<app>', '<root>')
       .replace('</app>', '</root>'),
   );
+});
+
+const hiding = new Map([
+  ['AnonOverlaysOn', '1'],
+  ['SelectedAnonOverlay', '640x360'],
+  ['DetectionOverlaysOn', '1'],
+  ['SelectedDetectionOverlay', '1280x720'],
+]);
+test.each([
+  ['on', '640x360', {}],
+  ['off', '', { AnonOverlaysOn: '0' }],
+  ['on, but of the analysed size', '', { SelectedAnonOverlay: '1280x720' }],
+  ['on, without a size', '', { SelectedAnonOverlay: '' }],
+])('the size at which people are hidden: %s', (_, expected, changes) => {
+  expect(hidingSize(withEdits(hiding, new Map(Object.entries(changes))), size)).toBe(expected);
 });
 
 test('only what was changed differs', () => {
