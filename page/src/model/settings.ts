@@ -129,8 +129,20 @@ export function problems(loaded: Values, edits: Values): Map<string, string> {
     const touched = edits.has(active) || edits.has(address);
     if (touched && values.get(active) === '1' && !values.get(address)) found.set(address, texts.cameras.needsAddress);
   }
+  const twice = (tags: string[], meant: (value: string) => string, words: (other: string) => string) => {
+    for (const tag of tags.filter((one) => edits.has(one) && !found.has(one))) {
+      const mine = meant(values.get(tag) ?? '');
+      const other = tags.find((one) => one !== tag && mine !== '' && meant(values.get(one) ?? '') === mine);
+      if (other) found.set(tag, words(ownerOf(other)));
+    }
+  };
+  const ofFollowers = (field: string) => Array.from({ length: kFollowers }, (_, i) => `FO${i + 1}_${field}`);
+  twice(['CamName', ...ofFollowers('Name')], (name) => name, texts.rules.nameTwice);
+  twice(ofFollowers('IP'), (address) => address.toLowerCase().replace(/:80$/, ''), texts.rules.addressTwice);
   return found;
 }
+
+const ownerOf = (tag: string) => (tag === 'CamName' ? texts.thisCamera : texts.follower(Number(/\d+/.exec(tag)![0])));
 
 /** A fraction of the picture as the camera reads it: in single precision, cut to a whole pixel. */
 function pixelOf(text: string | undefined, size: number): number {

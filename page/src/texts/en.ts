@@ -408,6 +408,8 @@ export const english = {
     noErrorWord: 'Without the word “error”, please: other cameras take an answer with it for none.',
     tooLong: (most: number) => `At most ${most} characters, please.`,
     address: 'An address such as 192.0.2.7 or camera.example:8080, please.',
+    nameTwice: (other: string) => `${other} has this name already: the reports would mix up their counts.`,
+    addressTwice: (other: string) => `${other} has this address already.`,
     timeOfDay: 'A time of day such as 03:30, please.',
     flag: 'On or off, please.',
   },

@@ -225,6 +225,35 @@ describe('rules', () => {
       ).size,
     ).toBe(0);
   });
+  const building = new Map([
+    ['CamName', 'Lobby'],
+    ['FO1_Name', 'Yard'],
+    ['FO1_IP', 'yard.example'],
+    ['FO2_Name', ''],
+    ['FO2_IP', ''],
+    ['FO3_Name', 'Twin'],
+    ['FO4_Name', 'Twin'],
+  ]);
+  test.each([
+    ['FO2_Name', 'Lobby', 'This camera has this name already'],
+    ['FO2_Name', 'Yard', 'Follower 1 has this name already'],
+    ['CamName', 'Yard', 'Follower 1 has this name already'],
+    ['FO2_IP', 'yard.example', 'Follower 1 has this address already'],
+    ['FO2_IP', 'Yard.Example:80', 'Follower 1 has this address already'],
+  ])('no two cameras have one name or address: %s %j', (tag, value, words) => {
+    const found = problems(building, new Map([[tag, value]]));
+    expect([...found.keys()]).toEqual([tag]);
+    expect(found.get(tag)).toMatch(new RegExp(`^${words}`));
+  });
+  test.each([
+    ['FO2_Name', 'Door'],
+    ['FO1_Name', ''],
+    ['FO2_IP', 'yard.example:8080'],
+    ['FO1_IP', ''],
+    ['RepInt', '5'],
+  ])('and others are free, whatever was stored before: %s %j', (tag, value) => {
+    expect(problems(building, new Map([[tag, value]])).size).toBe(0);
+  });
   test('nobody is held up by what was stored before', () => {
     expect(
       problems(
