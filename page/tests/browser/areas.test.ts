@@ -416,7 +416,7 @@ describe.skipIf(isMissing)('Areas', () => {
     expect(await warnings.count()).toBe(0);
     await store(page, { Detection1_2: '1.2' });
     await page.reload();
-    await warnings.filter({ hasText: 'leaves the picture' }).waitFor();
+    await warnings.filter({ hasText: 'reaches beyond the picture' }).waitFor();
     expect(await page.getByTestId('save-warning').count()).toBe(0);
     await store(page, kUsual);
   });

@@ -269,7 +269,7 @@ describe.skipIf(isMissing)('Saving', () => {
     expect(answer.status()).toBe(500);
     await page
       .getByRole('alert')
-      .filter({ hasText: 'the camera refused a value. Some of the others may count already' })
+      .filter({ hasText: 'the camera refused a value. Some of the others may be in use already' })
       .waitFor();
     expect(await page.getByLabel('Number of people or vehicles').inputValue()).toBe('9');
     expect(await stored(page, 'MinNumberOfPeopleForTrigger')).toBe('1');
