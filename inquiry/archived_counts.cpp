@@ -31,13 +31,20 @@ FirstPeriod without(const std::map<ledger::CountKey, int64_t>& seen, const nlohm
     FirstPeriod result;
     result.archived = ledger::textIn(period, "archived");
     const nlohmann::json tallies = period.value("tallies", nlohmann::json());
-    for (int number = 0; tallies.is_object() && number < static_cast<int>(2 * 3 * objectNames.size()); ++number) {
-        const ledger::CountKey key = {1 + number / 2 % 3, number % 2 == 0, number / 6};
-        const auto known = seen.find(key);
-        const int64_t count =
-            ledger::numberIn(tallies, tallyName(key).c_str()) - (known == seen.end() ? 0 : known->second);
-        if (count > 0) {
-            result.missing[key] = count;
+    if (!tallies.is_object()) {
+        return result;
+    }
+    for (int entrance = 1; entrance <= static_cast<int>(entranceNames.size()); ++entrance) {
+        for (int classId = 0; classId < static_cast<int>(objectNames.size()); ++classId) {
+            for (const bool isIn : {true, false}) {
+                const ledger::CountKey key = {entrance, isIn, classId};
+                const auto known = seen.find(key);
+                const int64_t count =
+                    ledger::numberIn(tallies, tallyName(key).c_str()) - (known == seen.end() ? 0 : known->second);
+                if (count > 0) {
+                    result.missing[key] = count;
+                }
+            }
         }
     }
     return result;
