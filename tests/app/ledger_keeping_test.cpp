@@ -304,7 +304,7 @@ std::vector<std::string> answersIn(const std::string& answer) {
 TEST_F(LedgerOfAskedProcess, AnswersSeveralQuestionsInTurnFromTheKeysOfTheirRequest) {
     start();
     const std::vector<std::string> answers = answersIn(m_process.service().get(
-        "kinds=start%2Cstop&limit=1&action=get_ledger&action=why&entrance=9&action=get_counts&step=fortnight&"
+        "kinds=start%2Cstop&limit=1&newest=1&action=get_ledger&action=why&entrance=9&action=get_counts&step=fortnight&"
         "action=occupancy_before&action=get_status_code&limit=7"));
     ASSERT_EQ(answers.size(), 5U);
     const std::string ledger = answers[0];
