@@ -283,7 +283,12 @@ describe.skipIf(isMissing)('Appearance', () => {
   });
 
   test('on paper there is what is read, dark on white, and nothing to press', async () => {
-    const page = await opened('live', { colorScheme: 'dark' });
+    const csv = 'Date,Occup_Person_Lobby\n2026-03-01 10:00:00,1\n';
+    const page = await opened('live', { colorScheme: 'dark' }, (one) =>
+      one
+        .context()
+        .route('**/*action=get_occupancy_csv', (route) => route.fulfill({ contentType: 'text/csv', body: csv })),
+    );
     await page.emulateMedia({ media: 'print', colorScheme: 'dark' });
     for (const tab of ['live', 'reports'] as const) {
       await page.evaluate((name) => (location.hash = `#/${name}`), tab);
@@ -304,6 +309,7 @@ describe.skipIf(isMissing)('Appearance', () => {
   test('what is chosen is seen in the colours of the device', async () => {
     const page = await opened('areas');
     await page.emulateMedia({ forcedColors: 'active' });
+    await page.locator('.segments button').first().waitFor();
     const colours = await page
       .locator('.segments button')
       .evaluateAll((buttons) =>
