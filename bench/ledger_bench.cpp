@@ -9,6 +9,7 @@
 #include "counts.h"
 #include "index.h"
 #include "ledger.h"
+#include "ledger_holds.h"
 #include "recorder.h"
 #include "recount.h"
 #include "test_folder.h"
@@ -20,6 +21,7 @@ constexpr int64_t kBegin = 1'732'233'600'000;  // 2024-11-22 00:00:00 UTC
 constexpr int64_t kDayMillis = 86'400'000;
 constexpr int kDays = 730;
 constexpr int kCrossingsADay = 1'000;
+constexpr int kCrossingsAPeriod = 10;
 constexpr int kObjectsOfADay = 5'000;
 constexpr ledger::PictureSize kPicture = {640, 360};
 
@@ -138,10 +140,14 @@ struct TwoYears {
             book.setNow(millis);
             book.lines().append("crossing", body);
             table.add(number + 1, millis, body);
+            if (number % kCrossingsAPeriod == 0) {
+                book.lines().append("period", {{"tallies", nlohmann::ordered_json::object()}});
+            }
         }
         table.run("COMMIT");
         while (!index.update(int64_t{64} << 20)) {
         }
+        index.save();
     }
     TestFolder folder;
     Book book;
@@ -251,9 +257,13 @@ std::vector<Limit> registerLedger() {
     benchmark::RegisterBenchmark("a day of two years/SQLite", benchDayInTable);
     benchmark::RegisterBenchmark("a day of two years/ours", benchDay);
     benchmark::RegisterBenchmark("recount of 5000 objects/ours", benchRecount);
-    return {{"ledger line", "SQLite", "", std::nullopt},
-            {"ledger line", "ours", "SQLite", 1.0},
-            {"a day of two years", "SQLite", "", std::nullopt},
-            {"a day of two years", "ours", "SQLite", 1.0},
-            {"recount of 5000 objects", "ours", "", 1'000'000.0}};
+    std::vector<Limit> limits = {{"ledger line", "SQLite", "", std::nullopt},
+                                 {"ledger line", "ours", "SQLite", 1.0},
+                                 {"a day of two years", "SQLite", "", std::nullopt},
+                                 {"a day of two years", "ours", "SQLite", 1.0},
+                                 {"recount of 5000 objects", "ours", "", 1'000'000.0}};
+    const std::vector<Limit> holds =
+        registerLedgerHolds([] { return twoYears().folder.path() / "ledger"; }, kBegin + kDays * kDayMillis);
+    limits.insert(limits.end(), holds.begin(), holds.end());
+    return limits;
 }

@@ -15,7 +15,7 @@ constexpr size_t kMostWaiting = 8;
 constexpr size_t kMostKept = 2 * kMostWaiting;
 constexpr size_t kMostKeptBytes = size_t{16} << 20;
 constexpr std::chrono::minutes kLongestKept(2);
-constexpr std::chrono::milliseconds kPatience(80);
+constexpr std::chrono::milliseconds kPatience(50);
 constexpr int64_t kMostNumber = int64_t{1} << 52;  // which every reader of JSON keeps exactly
 
 int64_t randomNumber() {

@@ -37,7 +37,7 @@ public:
     int64_t post(Work work) EXCLUDES(m_mutex);
 
     /**
-     * The answer, once; nothing when it is not there within 80 ms. Throws std::invalid_argument for a number that is
+     * The answer, once; nothing when it is not there within 50 ms. Throws std::invalid_argument for a number that is
      * not known, or no longer, and for an answer that is too long to be kept.
      */
     std::optional<std::string> take(int64_t number) EXCLUDES(m_mutex);

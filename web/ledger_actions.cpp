@@ -24,7 +24,7 @@ using nlohmann::ordered_json;
 constexpr int64_t kMostAnswerBytes = int64_t{1} << 20;
 constexpr int64_t kMostLines = 100'000;
 // What a request reads at most when it picks a few lines out of many.
-constexpr int64_t kMostReadBytes = int64_t{2} << 20;
+constexpr int64_t kMostReadBytes = int64_t{1} << 20;
 // What get_counts is answered at once: where so much at most is not in the index yet, and so long a time is asked for.
 constexpr int64_t kQuickBytes = int64_t{128} << 10;
 constexpr int64_t kQuickSpan = int64_t{31} * 86'400'000;
@@ -114,7 +114,7 @@ int64_t beginOfUndated(const ledger::Ledger& book, int64_t seq) {
     int64_t begin = seq;
     for (int64_t count = kFewLines; begin > 1; count *= 2) {
         const int64_t from = std::max<int64_t>(1, seq - count);
-        const std::string lines = book.lines(from, seq - 1, kMostReadBytes);
+        const std::string lines = book.lines(from, seq - 1, 2 * kMostAnswerBytes);
         if (lines.empty() || lines.size() > static_cast<size_t>(kMostAnswerBytes)) {
             break;
         }
