@@ -77,10 +77,12 @@ export function actionAddress(action: string): string {
   return `${webService}?action=${action}`;
 }
 
+function get(action: string): Promise<Response> {
+  return request(actionAddress(action), { headers: kOfThisPage, signal: AbortSignal.timeout(kMostWait) });
+}
+
 export async function ask(action: string): Promise<string> {
-  return (
-    await request(actionAddress(action), { headers: kOfThisPage, signal: AbortSignal.timeout(kMostWait) })
-  ).text();
+  return (await get(action)).text();
 }
 
 /**
@@ -96,9 +98,15 @@ export async function askCounted(action: string, body?: string): Promise<unknown
   return told;
 }
 
-/** Asks for several things of one moment. They come in one answer, each but the first behind a head of its own. */
-export async function askTogether(actions: string[]): Promise<string[]> {
-  return (await ask(actions.join('&action='))).split(/Status: 200 OK\r\n(?:[^\r\n]+\r\n)*\r\n/);
+/**
+ * Asks for several things of one moment. They come in one answer, each but the first behind a head of its own. date: when it
+ * was by the camera's clock, in milliseconds since 1970; null where it does not tell.
+ */
+export async function askTogether(actions: string[]): Promise<{ parts: string[]; date: number | null }> {
+  const response = await get(actions.join('&action='));
+  const date = Date.parse(response.headers.get('Date') ?? '');
+  const parts = (await response.text()).split(/Status: 200 OK\r\n(?:[^\r\n]+\r\n)*\r\n/);
+  return { parts, date: Number.isNaN(date) ? null : date };
 }
 
 export async function post(action: string, body: string): Promise<string> {

@@ -36,6 +36,8 @@ export class Pulse extends Store {
   perEntrance = [1, 2, 3].map((entrance) => ({ entrance, cameIn: 0, wentOut: 0 }));
   /** Seconds since each follower last told this camera its counts, the first follower first; null when it has not. */
   ages: (number | null)[] = [];
+  /** So many seconds the camera's clock is ahead of the one here; null where the camera does not tell. */
+  clockAhead: number | null = null;
   /** Rises whenever the camera is there again. */
   generation = 0;
   private readonly crossings = new CrossingReader((crossings) => this.note(crossings));
@@ -120,6 +122,7 @@ export class Pulse extends Store {
     this.occupancy = this.buildingCrowd = this.cycleTime = null;
     this.crowd = [null, null, null];
     this.ages = [];
+    this.clockAhead = null;
     this.panel = this.panel && {
       occupancy: null,
       limit: null,
@@ -129,7 +132,9 @@ export class Pulse extends Store {
 
   private async askAll(): Promise<void> {
     // One first: were the login refused, each would ask for it. The crowd of an area and the sum of all are of one moment.
-    const together = await askTogether(['get_crowd_2', 'get_crowd_3', 'get_data_panel_info']);
+    const asked = Date.now();
+    const { parts: together, date } = await askTogether(['get_crowd_2', 'get_crowd_3', 'get_data_panel_info']);
+    this.clockAhead = date === null ? null : aheadOf(date, asked, Date.now());
     const [occupancy, building, cycleTime, ages] = await Promise.all([
       ask('get_occupancy_count'),
       ask('get_total_crowd'),
@@ -156,6 +161,12 @@ export class Pulse extends Store {
       }
     }
   }
+}
+
+/** How far a clock is ahead that told its time, in whole seconds, between two moments of this one. */
+export function aheadOf(told: number, asked: number, answered: number): number {
+  if (told > answered) return (told - answered) / 1000;
+  return told + 999 < asked ? (told + 999 - asked) / 1000 : 0;
 }
 
 /** Area 1 is not asked for by itself, for the camera answers there with the building: it has what the others leave of all. */

@@ -91,6 +91,9 @@ export class ReportReader {
   private rows = 0;
   private skipped = 0;
 
+  /** latest: no row is of a later time, but of a clock that was wrong. */
+  constructor(private readonly latest = Infinity) {}
+
   push(chunk: Uint8Array): void {
     let bytes = chunk;
     if (this.rest.length > 0) {
@@ -122,7 +125,7 @@ export class ReportReader {
       return;
     }
     const time = end - start >= kDateLength ? readTime(bytes, start) : NaN;
-    if (Number.isNaN(time) || (this.rows > 0 && time < this.times[this.rows - 1])) {
+    if (Number.isNaN(time) || time > this.latest || (this.rows > 0 && time < this.times[this.rows - 1])) {
       ++this.skipped;
       return;
     }

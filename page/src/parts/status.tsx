@@ -1,8 +1,11 @@
 import { statusOf } from '../model/fields';
 import { kNotAsked } from '../model/pulse';
 import { PanelCamera } from '../model/readers';
-import { usePulse } from '../stores';
+import { pulse, usePulse } from '../stores';
 import { texts } from '../texts';
+
+/** A leader asks every three seconds: counts that are older are not those of now. */
+const kOldSeconds = 30;
 
 export type Tone = 'good' | 'warn' | 'bad' | 'neutral';
 
@@ -32,5 +35,7 @@ export function CameraStatus({ camera: { index, status } }: { camera: PanelCamer
     return <StatusBadge status={texts.followerStatus.notAsked} tone="neutral" title={status} />;
   const isFull = index === 0 && status === 'Occupancy event active' && panel?.occupancy != null && panel.limit !== null;
   const words = isFull ? texts.tooMany(panel.occupancy!, panel.limit!) : statusOf(status);
-  return <StatusBadge status={words || texts.followerStatus.unknown} tone={toneOf(status)} title={status} />;
+  const tone = toneOf(status);
+  const isOld = index > 0 && tone === 'good' && (pulse.ages[index - 1] ?? Infinity) > kOldSeconds;
+  return <StatusBadge status={words || texts.followerStatus.unknown} tone={isOld ? 'warn' : tone} title={status} />;
 }

@@ -14,8 +14,31 @@ import { texts } from '../texts';
 const t = texts.live;
 const number = (value: number | null) => (value === null ? texts.unknown : String(value));
 
+/** So many seconds two clocks may differ by. */
+const kMostApart = 60;
+
+/** Says that the clocks of the camera and of this device differ: one of them dates what is counted wrongly. */
+function ClockWarning() {
+  const { clockAhead } = usePulse();
+  if (clockAhead === null || Math.abs(clockAhead) <= kMostApart) return null;
+  return (
+    <p class="banner warn" role="status" data-testid="clock">
+      {t.clock(momentOf(new Date(Date.now() + clockAhead * 1000), new Date(), 'short'), clockAhead)}
+    </p>
+  );
+}
+
 export function LiveTab() {
   const { isViewer } = useRole();
+  return (
+    <>
+      <ClockWarning />
+      <Sections isViewer={isViewer} />
+    </>
+  );
+}
+
+function Sections({ isViewer }: { isViewer: boolean }) {
   return (
     <div class="live">
       <div class="main column">
@@ -67,7 +90,16 @@ function LivePicture() {
   );
 }
 
-function Figure({ label, value, off, testid }: { label: string; value: number | null; off?: boolean; testid: string }) {
+interface FigureProps {
+  label: string;
+  value: number | null;
+  off?: boolean;
+  /** What the value does not have in it. */
+  without?: string;
+  testid: string;
+}
+
+function Figure({ label, value, off, without, testid }: FigureProps) {
   return (
     <div class={`figure ${off ? 'off' : ''}`}>
       <dt>
@@ -75,12 +107,18 @@ function Figure({ label, value, off, testid }: { label: string; value: number | 
         {off && <span class="muted"> ({t.areaOff})</span>}
       </dt>
       <dd data-testid={testid}>{number(value)}</dd>
+      {without && <dd class="without">{without}</dd>}
     </div>
   );
 }
 
 function Figures() {
-  const { occupancy, panel, crowd, buildingCrowd } = usePulse();
+  const { occupancy, panel, crowd, buildingCrowd, ages, connection } = usePulse();
+  const unanswered =
+    panel?.cameras.filter(({ index, active }) => index > 0 && active && ages[index - 1] === null) ?? [];
+  // A leader that was started anew has not added up anything yet.
+  const least = unanswered.length > 0 ? (occupancy ?? 0) : 0;
+  const building = panel?.occupancy == null ? null : Math.max(panel.occupancy, least);
   // What the camera counts by, not what somebody is about to change.
   const { loaded } = useSettings();
   return (
@@ -88,7 +126,12 @@ function Figures() {
       <h2>{t.occupancy}</h2>
       <dl class="big">
         <Figure label={t.here} value={occupancy} testid="occupancy" />
-        <Figure label={t.building} value={panel?.occupancy ?? null} testid="building" />
+        <Figure
+          label={t.building}
+          value={building}
+          without={connection === 'ok' && unanswered.length > 0 ? t.without(unanswered.length) : ''}
+          testid="building"
+        />
       </dl>
       <h2>{t.crowd}</h2>
       <dl>

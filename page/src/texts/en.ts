@@ -28,6 +28,11 @@ const one: Record<string, string> = {
   Boat: 'boat',
 };
 
+function age(seconds: number): string {
+  const [, size, unit] = ages.find(([most]) => seconds < most)!;
+  return `${Math.round(seconds / size)} ${unit}`;
+}
+
 export const english = {
   product: 'Ostrel Senvo',
   tabs: {
@@ -110,6 +115,7 @@ export const english = {
     occupancy: 'Inside now',
     here: 'This camera',
     building: 'Building',
+    without: (cameras: number) => `without ${plural(cameras, 'camera that has', 'cameras that have')} not answered yet`,
     crowd: 'In the areas now',
     area: (number: number) => `Area ${number}`,
     entrance: (number: number) => `Entrance ${number}`,
@@ -137,10 +143,9 @@ export const english = {
     age: 'Last update',
     noFollowers: 'Only this camera counts. More cameras are added under Cameras.',
     justNow: 'now',
-    secondsAgo: (seconds: number) => {
-      const [, size, unit] = ages.find(([most]) => seconds < most)!;
-      return `${Math.round(seconds / size)} ${unit} ago`;
-    },
+    secondsAgo: (seconds: number) => `${age(seconds)} ago`,
+    clock: (time: string, ahead: number) =>
+      `The camera’s clock says ${time}: it is ${age(Math.abs(ahead))} ${ahead > 0 ? 'ahead of' : 'behind'} the clock of this device. What is counted is dated by the camera’s clock.`,
     never: 'not yet',
     restart: 'After the restart',
     restarted: (time: string, inside: number) =>
@@ -182,8 +187,7 @@ export const english = {
     corners: (count: number) => `${count} corners`,
     addCorner: 'Add corner',
     removeCorner: 'Remove corner',
-    removesElsewhere:
-      'All areas of a kind have the same number of corners: removing one here also removes the least needed one of the others.',
+    removesElsewhere: 'Removing one here also removes the least needed corner of the other areas of this kind.',
     removeAsk: (area: string) => `Remove a corner of ${area}?`,
     removeAlso: (others: string[]) =>
       `All areas of a kind have the same number of corners: ${list.format(others)} ${others.length === 1 ? 'loses' : 'lose'} one, too, and may no longer cover what ${others.length === 1 ? 'it' : 'they'} should. Look at ${others.length === 1 ? 'it' : 'them'} before you save.`,
@@ -234,7 +238,8 @@ export const english = {
     again: 'Read again',
     empty: 'The camera has written no report yet. The first follows at the end of a report period.',
     nothing: 'Nothing was counted here in this time.',
-    skipped: (count: number) => `${plural(count, 'line', 'lines')} of the report could not be read.`,
+    skipped: (count: number) =>
+      `${plural(count, 'line', 'lines')} of the report could not be read, or ${count === 1 ? 'has a date' : 'have dates'} in the future or out of order.`,
     failed: 'The reports could not be read: ',
     measure: 'Show',
     measures: {

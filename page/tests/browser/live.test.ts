@@ -26,6 +26,9 @@ const kJpeg = Buffer.from(
   'base64',
 );
 
+/** The ages of followers that have told nothing. */
+const kNone = Array<string>(10).fill('-1');
+
 /** A camera's ledger of crossings alone, and how it answers who asks for them. */
 function aLedger() {
   const lines: string[] = [];
@@ -174,8 +177,53 @@ describe.skipIf(isMissing)('Live', () => {
           .join(' '),
       );
     await eventually(told, (rows) => rows.join('|') === '1 now|2 75 s ago|3 10 min ago|– not yet');
+    // Old counts are none of now, whatever the status says.
+    const tones = () =>
+      page
+        .getByTestId('cameras')
+        .locator('.badge')
+        .evaluateAll((badges) => badges.map(({ classList }) => classList[1]));
+    expect(await tones()).toEqual(['neutral', 'good', 'warn', 'warn', 'warn']);
     ages = '90,1,600,-1,-1,-1,-1,-1,-1,-1';
     await eventually(told, (rows) => rows.join('|') === '1 90 s ago|2 now|3 10 min ago|– not yet');
+  });
+
+  test('a clock of the camera that is wrong is said so', async () => {
+    const page = await open({}, (one) =>
+      one.route('**/*action=get_data_panel_info', (route) =>
+        route.fulfill({
+          headers: { Date: new Date(Date.now() - 7_200_000).toUTCString() },
+          contentType: 'text/xml',
+          body: '<app><NameCam_0>Here</NameCam_0><StatusCam_0>Running</StatusCam_0></app>',
+        }),
+      ),
+    );
+    await show(page, 'live');
+    await page
+      .getByTestId('clock')
+      .filter({ hasText: /: it is (120 min|2 h) behind the clock of this device/ })
+      .waitFor();
+    await page.unroute('**/*action=get_data_panel_info');
+    await page.getByTestId('clock').waitFor({ state: 'detached' });
+  });
+
+  test('a total that a follower is missing in is said so', async () => {
+    const panel =
+      '<app><TotalOcc>0</TotalOcc><NameCam_0>Here</NameCam_0><NameCam_1>New</NameCam_1><ActiveCam_1>1</ActiveCam_1>' +
+      '<NameCam_2>Off</NameCam_2><ActiveCam_2>0</ActiveCam_2><StatusCam_0>Running</StatusCam_0></app>';
+    const answers = { get_data_panel_info: panel, get_occupancy_count: '4', get_follower_ages: kNone.join() };
+    const page = await open({}, async (one) => {
+      for (const [action, body] of Object.entries(answers))
+        await one.route(`**/*action=${action}`, (route) => route.fulfill({ contentType: 'text/plain', body }));
+    });
+    await show(page, 'live');
+    await page.getByText('without 1 camera that has not answered yet').waitFor();
+    await expectText(page, 'building', /^4$/);
+    await page.route('**/*action=get_follower_ages', (route) =>
+      route.fulfill({ contentType: 'text/plain', body: ['1', ...kNone.slice(1)].join() }),
+    );
+    await expectText(page, 'building', /^0$/);
+    expect(await page.getByText('has not answered yet').count()).toBe(0);
   });
 
   test('where people are to be hidden, every tab shows the picture that hides them, and sizes say so', async () => {

@@ -385,7 +385,7 @@ describe.skipIf(isMissing)('Reports', () => {
     [
       'lines that are no rows',
       'Date,Occup_Person_A\n2026-03-31 10:00:00,5\nbroken\n',
-      '1 line of the report could not be read.',
+      '1 line of the report could not be read, or has a date in the future or out of order.',
     ],
     ['no report at all', '<html><body>Something else</body></html>', 'The camera has written no report yet.'],
   ])('%s', async (_, csv, words) => {

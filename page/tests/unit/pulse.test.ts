@@ -1,5 +1,5 @@
 import { afterEach, beforeEach, describe, expect, test, vi } from 'vitest';
-import { Pulse } from '../../src/model/pulse';
+import { aheadOf, Pulse } from '../../src/model/pulse';
 
 vi.mock('../../src/camera', () => ({
   webService: 'http://camera.example/webservices.cgi',
@@ -287,6 +287,15 @@ describe('who comes and goes', () => {
     await beat();
     expect([ticker(), minutesAgo(), pulse.cameIn, pulse.wentOut]).toEqual([['-1 at 1', '1 at 1'], [0, 60], 1, 1]);
   });
+});
+
+test.each([
+  ['of the second in which it was asked', 1_000_000, 1_000_400, 1_000_900, 0],
+  ['of the second before, as the answer was written then', 1_000_000, 1_000_999, 1_001_500, 0],
+  ['that is ahead', 1_090_000, 1_000_000, 1_000_000, 90],
+  ['that is behind', 1_000_000, 1_090_999, 1_095_000, -90],
+])('a clock %s', (_, told, asked, answered, ahead) => {
+  expect(aheadOf(told, asked, answered)).toBe(ahead);
 });
 
 describe('back from elsewhere', () => {

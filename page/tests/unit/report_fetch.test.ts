@@ -1,4 +1,5 @@
 import { afterEach, beforeEach, expect, test, vi } from 'vitest';
+import { Report } from '../../src/model/report';
 import { fetchReport, kReportPatience } from '../../src/model/report_fetch';
 
 vi.mock('../../src/camera', () => ({ webService: '', loginCheck: '' }));
@@ -22,7 +23,7 @@ function camera(pieces: string[], ends: boolean) {
 
 const kPieces = ['Date,Crowd_Area1_Person_Here\n', '2026-03-31 10:00:00,3\n', '2026-03-31 10:15:00,4\n'];
 
-beforeEach(() => void vi.useFakeTimers());
+beforeEach(() => void vi.useFakeTimers({ now: Date.UTC(2026, 3, 1) }));
 afterEach(() => {
   vi.useRealTimers();
   vi.unstubAllGlobals();
@@ -33,6 +34,23 @@ test('a report that comes slowly is read whole', async () => {
   const answer = fetchReport('report');
   for (const _ of kPieces) await vi.advanceTimersByTimeAsync(kReportPatience - 1);
   expect(await answer).toMatchObject({ report: { times: { length: 2 } } });
+});
+
+test.each([
+  ['no clock of the camera', '', ['2026-03-31 10:00:00', '2026-04-01 10:00:00']],
+  ['a camera of a later year', 'Sat, 01 Jan 2028 00:00:00 GMT', ['2026-03-31 10:00:00', '2027-12-31 10:00:00']],
+  ['a camera of an earlier year', 'Thu, 01 Jan 2015 00:00:00 GMT', ['2026-03-31 10:00:00', '2026-04-01 10:00:00']],
+])('a row of the future is left out, and hides none of the others: %s', async (_, date, [first, second]) => {
+  const rows = [first, '2036-02-03 04:05:06', second].map((time) => `${time},3\n`).join('');
+  vi.stubGlobal(
+    'fetch',
+    async () => new Response(`Date,Occup_Person_Here\n${rows}`, { headers: date ? { Date: date } : {} }),
+  );
+  const found = (await fetchReport('report')) as { report: Report };
+  expect([[...found.report.times], found.report.skipped]).toEqual([
+    [first, second].map((time) => Date.parse(`${time}Z`) / 1000),
+    1,
+  ]);
 });
 
 test.each([0, 2])('one that stops after %d pieces is given up', async (pieces) => {
