@@ -128,15 +128,6 @@ private:
     size_t m_bytes = 0;
 };
 
-/** Notes which of the files set aside may tell of a time. */
-void noteAside(const std::vector<ledger::LedgerFile>& aside, const Span& span, Unread* unread) {
-    for (const ledger::LedgerFile& file : aside) {
-        if (unread != nullptr && !isOutside(file, span)) {
-            unread->insert(file.name);
-        }
-    }
-}
-
 /** Reads on in a file, which may get another name meanwhile; nothing, and noted, when it cannot be read. */
 std::string readOn(ledger::Disk& disk, ledger::LedgerFile& file, int64_t at, int64_t most, Unread* unread) {
     std::optional<std::string> text = disk.read(file.name, at, most);
@@ -153,8 +144,16 @@ std::string readOn(ledger::Disk& disk, ledger::LedgerFile& file, int64_t at, int
 
 }  // namespace
 
+void noteThose(const std::vector<ledger::LedgerFile>& files, const Span& span, Unread* unread) {
+    for (const ledger::LedgerFile& file : files) {
+        if (unread != nullptr && !isOutside(file, span)) {
+            unread->insert(file.name);
+        }
+    }
+}
+
 Chunks chunksOf(const ledger::Ledger& book, const Span& span, Unread* unread) {
-    noteAside(book.setAside(), span, unread);
+    noteThose(book.setAside(), span, unread);
     const std::vector<ledger::LedgerFile> files = within(span, book.files(), [&](const ledger::LedgerFile& file) {
         return endUndated(book.lines(file.lastSeq, file.lastSeq, kTailBytes));
     });
@@ -182,7 +181,7 @@ std::vector<ledger::LedgerFile> filesIn(ledger::Disk& disk) {
 }
 
 Chunks chunksOf(ledger::Disk& disk, const Span& span, Unread* unread) {
-    noteAside(ledger::filesSetAside(disk), span, unread);
+    noteThose(ledger::filesSetAside(disk), span, unread);
     std::vector<ledger::LedgerFile> files = within(
         span, filesIn(disk), [&](const ledger::LedgerFile& file) { return endUndated(lastLinesOf(disk, file.name)); });
     return [&disk, unread, files = std::move(files), file = size_t{0}, at = int64_t{0}]() mutable {

@@ -35,6 +35,9 @@ using Chunks = std::function<std::string()>;
 /** The names of files whose lines are left out, since they cannot be read or could not be at a start. */
 using Unread = std::set<std::string>;
 
+/** Notes which of the files that cannot be read may tell of a time; unread may be null. */
+void noteThose(const std::vector<ledger::LedgerFile>& files, const Span& span, Unread* unread);
+
 /**
  * The lines of a running application's ledger, as far as it goes now: all files' that may tell of a time. book, unread:
  * outlive what is returned.

@@ -4,6 +4,7 @@
 #include <exception>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <stdexcept>
 #include <utility>
 
@@ -122,7 +123,7 @@ int64_t Index::read(const LedgerFile& file, int64_t mostBytes) {
     const int64_t loaded = part.bytes == 0 ? load(file, part) : 0;
     const int64_t before = part.bytes;
     if (part.bytes < file.bytes && mostBytes > 0) {
-        forEachLine(m_disk, file, part.bytes, [&](std::string_view line, int64_t at) REQUIRES(m_updating) {
+        const auto visit = [&](std::string_view line, int64_t at) REQUIRES(m_updating) {
             // A file that is read again is read as far as it was, so that no count goes back.
             if (at - before >= mostBytes && part.lastSeq >= knownSeq) {
                 return false;
@@ -130,7 +131,8 @@ int64_t Index::read(const LedgerFile& file, int64_t mostBytes) {
             take(line, part);
             part.bytes = at + static_cast<int64_t>(line.size()) + 1;
             return true;
-        });
+        };
+        part.unread = forEachLine(m_disk, file, part.bytes, visit) ? "" : file.name;
         part.isSaved = false;
     }
     const int64_t taken = loaded + part.bytes - before;
@@ -218,6 +220,7 @@ int64_t Index::load(const LedgerFile& file, Part& part) {
         loaded.lastSeq = file.lastSeq;
         loaded.version = file.version;
         loaded.isSaved = true;
+        loaded.savedBytes = *size;
         part = std::move(loaded);
     } catch (const std::exception&) {
         // Made by nobody that we know; the lines tell.
@@ -250,9 +253,12 @@ void Index::save() {
         if (part.begin) {
             saved["begin"] = *part.begin;
         }
-        const bool isWritten = m_disk.replace(indexName(*file), saved.dump());
+        const std::string text = saved.dump();
+        const bool isWritten = m_disk.replace(indexName(*file), text);
         const MutexLock lock(m_mutex);
-        m_parts[file->firstSeq].isSaved = isWritten;
+        Part& known = m_parts[file->firstSeq];
+        known.isSaved = isWritten;
+        known.savedBytes = isWritten ? static_cast<int64_t>(text.size()) : known.savedBytes;
     }
     std::set<std::string> names;
     for (const LedgerFile& file : files) {
@@ -311,6 +317,23 @@ std::optional<int64_t> Index::begin() const {
         }
     }
     return earliest;
+}
+
+std::vector<LedgerFile> Index::unreadable() const {
+    std::vector<LedgerFile> files = m_book.files();
+    const MutexLock lock(m_mutex);
+    std::erase_if(files, [this](const LedgerFile& file) REQUIRES(m_mutex) {
+        // By its name of now: a file that grew up meanwhile is not at fault.
+        const auto part = m_parts.find(file.firstSeq);
+        return part == m_parts.end() || part->second.unread != file.name;
+    });
+    return files;
+}
+
+int64_t Index::savedBytes() const {
+    const MutexLock lock(m_mutex);
+    return std::accumulate(m_parts.begin(), m_parts.end(), int64_t{0},
+                           [](int64_t sum, const auto& part) { return sum + part.second.savedBytes; });
 }
 
 }  // namespace ledger

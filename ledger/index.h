@@ -63,6 +63,12 @@ public:
      */
     [[nodiscard]] std::optional<int64_t> begin() const EXCLUDES(m_mutex);
 
+    /** The ledger's files that could not be read to the end when that was last tried; what they hold is not counted. */
+    [[nodiscard]] std::vector<LedgerFile> unreadable() const EXCLUDES(m_mutex);
+
+    /** What the small files take together, in bytes. */
+    [[nodiscard]] int64_t savedBytes() const EXCLUDES(m_mutex);
+
 private:
     /** What one file holds. */
     struct Part {
@@ -73,6 +79,8 @@ private:
         Quarters quarters;
         bool hasUndated = false; /**< lines whose time a later file tells */
         bool isSaved = false;
+        int64_t savedBytes = 0; /**< of the small file */
+        std::string unread;     /**< the file's name when it could not be read to the end */
     };
     /** A line from before the clock was known. */
     struct Undated {

@@ -5,6 +5,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "atomic_file.h"
+
 namespace ledger {
 
 namespace {
@@ -69,6 +71,8 @@ std::string Ledger::open() {
     for (const std::string& name : m_disk.list()) {
         if (name.ends_with(kAsideEnding)) {
             m_aside[name] = m_disk.size(name).value_or(0);
+        } else if (name.ends_with(Replacement::beside(""))) {
+            m_disk.remove(name);  // whoever was writing it was killed
         }
     }
     // What lies before the last file that is not young has reached the disk.
@@ -139,6 +143,11 @@ Position Ledger::end() const {
 int64_t Ledger::safeSeq() const {
     const MutexLock lock(m_mutex);
     return m_safeSeq;
+}
+
+void Ledger::leaveRoom(int64_t bytes) {
+    const MutexLock lock(m_mutex);
+    m_room = bytes;
 }
 
 int64_t Ledger::droppedLines() const {
@@ -296,17 +305,22 @@ bool Ledger::dropAside(int64_t mostBytes) {
 }
 
 bool Ledger::retain() {
-    if (!dropAside(m_options.mostBytes)) {
+    int64_t mostBytes = m_options.mostBytes;
+    {
+        const MutexLock lock(m_mutex);
+        mostBytes -= m_room;
+    }
+    if (!dropAside(mostBytes)) {
         return false;
     }
     for (;;) {
         const std::vector<LedgerFile> all = files();
-        if (weightOf(all) <= m_options.mostBytes || all.size() < 2) {
+        if (weightOf(all) <= mostBytes || all.size() < 2) {
             return true;
         }
         const auto closed = all.end() - 1;
         const auto withObjects = std::find_if(all.begin(), closed, [](const auto& file) { return file.hasObjects; });
-        if (withObjects == closed && totalBytes(all) <= m_options.mostBytes) {
+        if (withObjects == closed && totalBytes(all) <= mostBytes) {
             return true;
         }
         if (!(withObjects != closed ? dropObjects(*withObjects) : dropFile(all.front()))) {

@@ -63,6 +63,9 @@ public:
      */
     bool keep() EXCLUDES(m_mutex);
 
+    /** Leaves so many bytes of the size to others: the small files of the index. From the next keep on. */
+    void leaveRoom(int64_t bytes) EXCLUDES(m_mutex);
+
     /** Where it ends. */
     [[nodiscard]] Position end() const EXCLUDES(m_mutex);
 
@@ -135,6 +138,7 @@ private:
     std::deque<Waiting> m_waiting GUARDED_BY(m_mutex); /**< refused by the disk, oldest first */
     size_t m_waitingBytes GUARDED_BY(m_mutex) = 0;
     int64_t m_dropped GUARDED_BY(m_mutex) = 0;
+    int64_t m_room GUARDED_BY(m_mutex) = 0; /**< left to others, bytes */
 };
 
 }  // namespace ledger

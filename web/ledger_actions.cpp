@@ -336,7 +336,7 @@ ordered_json handCountOf(const std::string& body, const std::string& user) {
         {"remark", remark}, {"taps", std::move(kept)}};
 }
 
-std::string countsAnswer(const ledger::Index& index, const ledger::CountsQuery& question,
+std::string countsAnswer(const ledger::Index& index, const ledger::Ledger& book, const ledger::CountsQuery& question,
                          const ledger::Quarters& archived);
 
 LedgerAnswer getCounts(LedgerAccess& access, const LedgerQuestion& asked) {
@@ -352,7 +352,7 @@ LedgerAnswer getCounts(LedgerAccess& access, const LedgerQuestion& asked) {
     if (index.updateUnlessBusy(kQuickBytes)) {
         const std::optional<int64_t> knownFrom = index.begin();
         if (knownFrom && question.from >= *knownFrom && question.until - question.from <= kQuickSpan) {
-            return {"application/json", "", countsAnswer(index, question, {})};
+            return {"application/json", "", countsAnswer(index, access.book(), question, {})};
         }
     }
     const int64_t job =
@@ -362,14 +362,14 @@ LedgerAnswer getCounts(LedgerAccess& access, const LedgerQuestion& asked) {
             }
             // Before the ledger's first day the archive tells, which may be long.
             const int64_t knownFrom = index.begin().value_or(std::numeric_limits<int64_t>::max());
-            return countsAnswer(index, question,
+            return countsAnswer(index, book, question,
                                 question.from < knownFrom ? inquiry::countsBefore(book, knownFrom, path, camera, stop)
                                                           : ledger::Quarters());
         });
     return answerOfJob(access.jobs(), job);
 }
 
-std::string countsAnswer(const ledger::Index& index, const ledger::CountsQuery& question,
+std::string countsAnswer(const ledger::Index& index, const ledger::Ledger& book, const ledger::CountsQuery& question,
                          const ledger::Quarters& archived) {
     const std::optional<int64_t> knownFrom = index.begin();
     ordered_json rows = ordered_json::array();
@@ -395,8 +395,15 @@ std::string countsAnswer(const ledger::Index& index, const ledger::CountsQuery& 
                         {"coverage", isKnown ? ordered_json(row.coverage) : ordered_json()},
                         {"counts", std::move(counts)}});
     }
-    const ordered_json answer = {{"known_from", knownFrom ? ordered_json(ledger::utcText(*knownFrom)) : ordered_json()},
-                                 {"rows", std::move(rows)}};
+    ordered_json answer = {{"known_from", knownFrom ? ordered_json(ledger::utcText(*knownFrom)) : ordered_json()},
+                           {"rows", std::move(rows)}};
+    const inquiry::Span span = {question.from, question.until};
+    inquiry::Unread unread;
+    inquiry::noteThose(index.unreadable(), span, &unread);
+    inquiry::noteThose(book.setAside(), span, &unread);
+    if (!unread.empty()) {
+        answer["unreadable"] = unread;
+    }
     return answer.dump();
 }
 

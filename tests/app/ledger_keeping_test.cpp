@@ -182,6 +182,21 @@ TEST_F(LedgerOfAskedProcess, CorrectsTheOccupancyAndTellsOfItAfterAKill) {
     EXPECT_EQ(linesOf("start").back()["occupancy"], 0) << "it begins with nobody";
 }
 
+TEST_F(LedgerOfAskedProcess, BeginsAnewWhereItsFilesAreRemoved) {
+    start();
+    const nlohmann::json before = linesOf("start").front();
+    std::filesystem::remove_all(m_process.folder() / kLedger);
+    while (linesOf("start").empty()) {
+        bodyOf("get_ledger");  // has the newest lines synced, where there are any
+    }
+    const nlohmann::json begun = linesOf("start").front();
+    EXPECT_NE(begun["epoch"], before["epoch"]);
+    EXPECT_EQ(begun["last_run"], "its ledger was removed");
+    EXPECT_EQ(begun["settings"], before["settings"]);
+    const std::string log = readFile(m_process.folder() / "localdata/SenvoLog.txt");
+    EXPECT_NE(log.find("a new ledger begins"), std::string::npos) << log;
+}
+
 TEST_F(LedgerOfAskedProcess, HasItsEndWhileAClientHangs) {
     start();
     const UniqueFd hanging(m_process.service().stay(FastCgiClient::beginning()));

@@ -1,5 +1,6 @@
 #include "ledger.h"
 
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -196,7 +197,10 @@ TEST(Ledger, WorksInARealFolder) {
     const int64_t end = machine.ledger().end().seq;
     EXPECT_EQ(machine.ledger().safeSeq(), end);
     std::ofstream(folder.path() / "ledger" / machine.ledger().files().back().name, std::ios::app) << "{\"seq\":";
+    const auto halfRewritten = folder.path() / "ledger" / "000000000001-2026-11-22.ndjson.new";
+    std::ofstream(halfRewritten) << "half of what retention was to leave";
     EXPECT_NE(machine.start(), "");
+    EXPECT_FALSE(std::filesystem::exists(halfRewritten)) << "nobody would ever remove it";
     EXPECT_EQ(machine.ledger().end().seq, end);
     EXPECT_TRUE(machine.add());
     EXPECT_EQ(unexplainedGaps(machine.ledger()), "");

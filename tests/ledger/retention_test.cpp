@@ -48,6 +48,40 @@ TEST(LedgerRetention, RemovesObjectsBeforeAllElseAndSaysSo) {
     EXPECT_EQ(unexplainedGaps(machine.ledger()), "");
 }
 
+TEST(LedgerRetention, CountsTheSmallFilesOfTheIndex) {
+    FailingPower disk(1);
+    constexpr int64_t kMost = 100'000;
+    Machine machine(disk, kMost);
+    Index index(disk, machine.ledger());
+    for (int day = 0; day < 60; ++day) {
+        for (int quarter = 0; quarter < 24; ++quarter) {
+            machine.now.utcMillis += kDay / 24;
+            ASSERT_TRUE(
+                machine.ledger().append("crossing", {{"entrance", 1}, {"direction", "in"}, {"class", "Person"}}));
+        }
+        ASSERT_TRUE(machine.ledger().keep());
+        index.update(kMost);
+        index.save();
+        machine.ledger().leaveRoom(index.savedBytes());
+    }
+    ASSERT_TRUE(machine.ledger().keep());
+    int64_t bytes = 0;
+    int64_t ofIndex = 0;
+    for (const std::string& name : disk.list()) {
+        bytes += *disk.size(name);
+        ofIndex += name.ends_with(".index") ? *disk.size(name) : 0;
+    }
+    EXPECT_GT(ofIndex, kMost / 20);
+    EXPECT_EQ(index.savedBytes(), ofIndex);
+    EXPECT_LE(bytes, kMost);
+    EXPECT_GT(bytes, kMost / 2);
+    // Also where it was there before.
+    machine.start();
+    Index again(disk, machine.ledger());
+    again.update(kMost);
+    EXPECT_EQ(again.savedBytes(), ofIndex);
+}
+
 TEST(LedgerRetention, RemovesWhatCouldNotBeReadBeforeAllElse) {
     FailingPower disk(1);
     constexpr int64_t kMost = 10'000;

@@ -420,7 +420,7 @@ TEST(AskedLedger, SaysWhatItCannotRead) {
     access.put(aside);
     access.put("000000000009-2026-11-24.ndjson.unreadable");
     access.spoil(name);
-    for (const char* const action : {"stays", "heat", "why", "recount"}) {
+    for (const char* const action : {"get_counts", "stays", "heat", "why", "recount"}) {
         const bool isPost = action == std::string("recount");
         const nlohmann::json answer =
             nlohmann::json::parse(ask(access, aboutTheDay(action, isPost ? kSettings : ""), isPost).body);
