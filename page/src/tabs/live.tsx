@@ -8,7 +8,7 @@ import { useDeed } from '../parts/deed';
 import { Picture } from '../parts/picture';
 import { CameraStatus } from '../parts/status';
 import { answers, Connection } from '../model/pulse';
-import { pulse, useBefore, usePulse, useRole, useSettings, useToday } from '../stores';
+import { pulse, settings, useBefore, usePulse, useRole, useSettings, useToday } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.live;
@@ -39,6 +39,7 @@ export function LiveTab() {
 }
 
 function Sections({ isViewer }: { isViewer: boolean }) {
+  const unanswered = useUnanswered();
   return (
     <div class="live">
       <div class="main column">
@@ -47,7 +48,8 @@ function Sections({ isViewer }: { isViewer: boolean }) {
       </div>
       <div class="side column">
         {!isViewer && <AfterRestart />}
-        <Figures />
+        {!isViewer && unanswered.length > 0 && <AskFollowers unanswered={unanswered} />}
+        <Figures unanswered={unanswered.length} />
         <Passages />
         {!isViewer && <Resets />}
       </div>
@@ -112,12 +114,17 @@ function Figure({ label, value, off, without, testid }: FigureProps) {
   );
 }
 
-function Figures() {
-  const { occupancy, panel, crowd, buildingCrowd, ages, connection } = usePulse();
-  const unanswered =
-    panel?.cameras.filter(({ index, active }) => index > 0 && active && ages[index - 1] === null) ?? [];
+/** The followers that are to be counted, but have told nothing. */
+function useUnanswered(): PanelCamera[] {
+  const { panel, ages, connection } = usePulse();
+  if (connection !== 'ok' || !panel) return [];
+  return panel.cameras.filter(({ index, active }) => index > 0 && active && ages[index - 1] === null);
+}
+
+function Figures({ unanswered }: { unanswered: number }) {
+  const { occupancy, panel, crowd, buildingCrowd } = usePulse();
   // A leader that was started anew has not added up anything yet.
-  const least = unanswered.length > 0 ? (occupancy ?? 0) : 0;
+  const least = unanswered > 0 ? (occupancy ?? 0) : 0;
   const building = panel?.occupancy == null ? null : Math.max(panel.occupancy, least);
   // What the camera counts by, not what somebody is about to change.
   const { loaded } = useSettings();
@@ -129,7 +136,7 @@ function Figures() {
         <Figure
           label={t.building}
           value={building}
-          without={connection === 'ok' && unanswered.length > 0 ? t.without(unanswered.length) : ''}
+          without={unanswered > 0 ? t.without(unanswered) : ''}
           testid="building"
         />
       </dl>
@@ -180,6 +187,31 @@ function AfterRestart() {
         </button>
       </div>
       <p class="help">{t.takeOverHelp}</p>
+      <p role="status">{said}</p>
+    </section>
+  );
+}
+
+/** Has a leader ask followers that it asks only after a save, since it was started anew. */
+function AskFollowers({ unanswered }: { unanswered: PanelCamera[] }) {
+  const [said, setSaid] = useState('');
+  const askNow = async () => {
+    try {
+      await settings.sendBack();
+      setSaid(t.asked);
+    } catch (error) {
+      setSaid(t.failed + texts.trouble[error instanceof CameraError ? error.trouble : 'unreachable']);
+    }
+  };
+  return (
+    <section class="card column" data-testid="ask-followers">
+      <h2>{t.notAll}</h2>
+      <p>{t.unanswered(unanswered.map(({ index, name }) => name || texts.follower(index)))}</p>
+      <div class="actions">
+        <button type="button" onClick={() => void askNow()}>
+          {t.askNow}
+        </button>
+      </div>
       <p role="status">{said}</p>
     </section>
   );

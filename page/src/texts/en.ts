@@ -147,6 +147,12 @@ export const english = {
     clock: (time: string, ahead: number) =>
       `The camera’s clock says ${time}: it is ${age(Math.abs(ahead))} ${ahead > 0 ? 'ahead of' : 'behind'} the clock of this device. What is counted is dated by the camera’s clock.`,
     never: 'not yet',
+    notAll: 'Not all cameras are counted',
+    unanswered: (names: string[]) =>
+      `${list.format(names)} ${names.length === 1 ? 'has' : 'have'} not told what ${names.length === 1 ? 'it counts' : 'they count'} since this camera was started.`,
+    askNow: 'Ask the followers now',
+    asked:
+      'They are asked. Whoever answers is counted within seconds; of the others, the list of cameras says why not.',
     restart: 'After the restart',
     restarted: (time: string, inside: number) =>
       `The camera was restarted at ${time} and began at 0. Before, it had counted ${inside} inside.`,
