@@ -141,14 +141,6 @@ export class SettingsStore extends Store {
     await this.saving(async (mine) => this.send(await this.latest(), mine));
   }
 
-  /**
-   * Sends what the camera has back to it: a leader that was started anew asks its followers from its next save on. Throws a
-   * CameraError.
-   */
-  async sendBack(): Promise<void> {
-    await post('set_post_parameters', uploadBody(await this.latest()));
-  }
-
   takeTheirs(): void {
     if (this.save.is !== 'conflict') return;
     this.loaded = this.save.latest;

@@ -1,6 +1,6 @@
 import { useState } from 'preact/hooks';
 import { momentOf } from '../dates';
-import { CameraError, Trouble } from '../model/api';
+import { CameraError, post, Trouble } from '../model/api';
 import { hidingSize } from '../model/settings';
 import { PanelCamera } from '../model/readers';
 import { Confirm, Question } from '../parts/dialog';
@@ -8,7 +8,7 @@ import { useDeed } from '../parts/deed';
 import { Picture } from '../parts/picture';
 import { CameraStatus } from '../parts/status';
 import { answers, Connection } from '../model/pulse';
-import { pulse, settings, useBefore, usePulse, useRole, useSettings, useToday } from '../stores';
+import { pulse, useBefore, usePulse, useRole, useSettings, useToday } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.live;
@@ -197,7 +197,7 @@ function AskFollowers({ unanswered }: { unanswered: PanelCamera[] }) {
   const [said, setSaid] = useState('');
   const askNow = async () => {
     try {
-      await settings.sendBack();
+      await post('use_followers', '');
       setSaid(t.asked);
     } catch (error) {
       setSaid(t.failed + texts.trouble[error instanceof CameraError ? error.trouble : 'unreachable']);
