@@ -16,6 +16,7 @@
 #include "clock.h"
 #include "event_manager.h"
 #include "fastcgi_socket.h"
+#include "follower_trial.h"
 
 namespace {
 
@@ -250,6 +251,7 @@ fastcgi_service::Answer fastcgi_service::answerTo(const std::string& action) {
         {"get_crowd_3", kPlain, [](Self s) { return std::to_string(s.m_parts.metrics.crowdCount3); }},
         {"get_occupancy_count", kPlain, [](Self s) { return std::to_string(s.m_parts.metrics.occupancyCount); }},
         {"get_passages", kPlain, [](Self s) { return passagesText(s.m_parts.metrics); }},
+        {"get_about", "application/json", [](Self) { return aboutText(); }},
         {"get_follower_ages", kPlain, [](Self s) { return followerAgesText(s.m_parts.leaderMetrics); }},
         {"get_total_occupancy", kPlain, [](Self s) { return std::to_string(s.m_parts.leaderMetrics.totalOccupancy); }},
         {"reset_occupancy", kPlain, [](Self s) { return std::string(s.resetOccupancy()); }},

@@ -26,6 +26,7 @@ constexpr const char* kCookieFile = "cookie.txt";
 /** One transfer: what has come so far, how often the server has answered, and whether it set a cookie. */
 struct Transfer {
     std::string body;
+    std::string role;
     int answers = 0;
     bool hasCookie = false;
 };
@@ -42,7 +43,11 @@ size_t readHeader(const char* data, size_t size, size_t count, void* userData) {
     auto& transfer = *static_cast<Transfer*>(userData);
     const std::string line(data, size * count);
     static constexpr std::string_view kCookie = "Set-Cookie:";
+    static constexpr std::string_view kRole = "X-Senvo-Role: ";
     transfer.hasCookie = transfer.hasCookie || strncasecmp(line.c_str(), kCookie.data(), kCookie.size()) == 0;
+    if (strncasecmp(line.c_str(), kRole.data(), kRole.size()) == 0) {
+        transfer.role = line.substr(kRole.size(), line.find_last_not_of("\r\n") + 1 - kRole.size());
+    }
     if (line.rfind("HTTP/", 0) == 0 && ++transfer.answers > kMostAnswers) {
         return 0;
     }
@@ -95,23 +100,30 @@ size_t WriteCallback(const char* data, size_t size, size_t count, void* userData
 }
 
 std::string send_request_text(const std::string& url, const std::string& login, const std::string& password) {
+    FollowerReply reply = askFollower(url, login, password, kTimeout);
+    return reply.isComplete && reply.body.find("error") == std::string::npos ? std::move(reply.body) : "";
+}
+
+FollowerReply askFollower(const std::string& url, const std::string& login, const std::string& password,
+                          std::chrono::microseconds limit) {
     initOnce();
+    FollowerReply reply;
     const int64_t begun = steadyNowMicros();
-    const std::optional<std::string> addresses = lookUpHost(url, kTimeout);
-    const auto left = kTimeout - std::chrono::microseconds(steadyNowMicros() - begun);
+    const std::optional<std::string> addresses = lookUpHost(url, limit);
+    const auto left = limit - std::chrono::microseconds(steadyNowMicros() - begun);
     const auto leftMillis = static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(left).count());
+    reply.isFound = addresses.has_value();
     if (!addresses || leftMillis <= 0) {
-        return "";
+        return reply;
     }
     const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> known(
         addresses->empty() ? nullptr : curl_slist_append(nullptr, addresses->c_str()), curl_slist_free_all);
     const std::string credentials = login + ":" + password;
     Transfer transfer;
-    bool complete = false;
     {
         const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(), curl_easy_cleanup);
         if (!curl) {
-            return "";
+            return reply;
         }
         curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
         curl_easy_setopt(curl.get(), CURLOPT_USERPWD, credentials.c_str());
@@ -130,7 +142,10 @@ std::string send_request_text(const std::string& url, const std::string& login, 
         curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
         // A follower is a neighbour on the network: a proxy of the environment must not see its password.
         curl_easy_setopt(curl.get(), CURLOPT_PROXY, "");
-        complete = curl_easy_perform(curl.get()) == CURLE_OK;
+        reply.isComplete = curl_easy_perform(curl.get()) == CURLE_OK;
+        long status = 0;
+        curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
+        reply.status = static_cast<int>(status);
         // libcurl writes the file when the transfer is cleaned up; the flash is spared when there is nothing new.
         if (transfer.hasCookie) {
             curl_slist* cookies = nullptr;
@@ -146,7 +161,9 @@ std::string send_request_text(const std::string& url, const std::string& login, 
             }
         }
     }
-    return complete && transfer.body.find("error") == std::string::npos ? transfer.body : "";
+    reply.role = std::move(transfer.role);
+    reply.body = std::move(transfer.body);
+    return reply;
 }
 
 http_request_controller::http_request_controller()

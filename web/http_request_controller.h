@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
@@ -19,6 +20,19 @@ std::string makeRequest(const std::string& ip, const std::string& action);
  * kept in "cookie.txt" in the working folder. Any thread.
  */
 std::string send_request_text(const std::string& url, const std::string& login, const std::string& password);
+
+/** What came of a request to a follower. */
+struct FollowerReply {
+    bool isFound = false;    /**< its name has an address, or is one */
+    int status = 0;          /**< the HTTP status; 0 when nothing answered */
+    bool isComplete = false; /**< a good answer came, to its end */
+    std::string role;        /**< what the login may do there, where the follower's web server says so */
+    std::string body;
+};
+
+/** Makes the request that send_request_text makes, within such a time, and tells how it went. Any thread. */
+FollowerReply askFollower(const std::string& url, const std::string& login, const std::string& password,
+                          std::chrono::microseconds limit);
 
 /** For libcurl: appends size * count bytes to the std::string userData and returns their number. */
 size_t WriteCallback(const char* data, size_t size, size_t count, void* userData);

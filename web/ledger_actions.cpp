@@ -12,6 +12,7 @@
 #include "clock.h"
 #include "counts.h"
 #include "finding.h"
+#include "follower_trial.h"
 #include "recount.h"
 #include "settings_file.h"
 #include "stays.h"
@@ -288,6 +289,21 @@ LedgerAnswer postRecount(LedgerAccess& access, const LedgerQuestion& question) {
     });
 }
 
+/** Tries whether a follower answers, on the jobs' thread, since it may take its time. */
+LedgerAnswer testFollower(LedgerAccess& access, const LedgerQuestion& question) {
+    const CameraInfo& cameras = question.settings.cameraInfo;
+    const auto slot = static_cast<size_t>(numberOf(valueOf(question.query, "slot"), 1, CameraInfo::kFollowers, "slot"));
+    const std::string& ip = cameras.followerIPAddress[slot - 1];
+    if (ip.empty()) {
+        throw std::invalid_argument("expected a follower with an address, got slot " + std::to_string(slot) +
+                                    ", which has none");
+    }
+    const int64_t job =
+        access.jobs().post([ip, login = cameras.followerLogin[slot - 1], password = cameras.followerPassword[slot - 1]](
+                               const std::atomic<bool>&) { return tryFollower(ip, login, password); });
+    return answerOfJob(access.jobs(), job);
+}
+
 /** A count made by hand, checked; throws std::invalid_argument. */
 ordered_json handCountOf(const std::string& body, const std::string& user) {
     const nlohmann::json count = nlohmann::json::parse(body, nullptr, false);
@@ -441,9 +457,9 @@ int64_t numberOf(const std::string& text, int64_t least, int64_t most, const cha
 }
 
 bool isOfLedger(const std::string& action) {
-    static const std::set<std::string> kActions = {"get_ledger",    "get_counts", "occupancy_before",
-                                                   "stays",         "heat",       "why",
-                                                   "ledger_answer", "recount",    "hand_count"};
+    static const std::set<std::string> kActions = {"get_ledger", "get_counts",   "occupancy_before", "stays",
+                                                   "heat",       "why",          "ledger_answer",    "recount",
+                                                   "hand_count", "test_follower"};
     return kActions.contains(action);
 }
 
@@ -466,6 +482,9 @@ std::optional<LedgerAnswer> answerFromLedger(LedgerAccess& access, const LedgerQ
     }
     if (action == "why") {
         return getWhy(access, question);
+    }
+    if (action == "test_follower") {
+        return testFollower(access, question);
     }
     if (action == "ledger_answer") {
         return answerOfJob(access.jobs(),

@@ -71,7 +71,8 @@ struct LedgerAnswer {
 bool isOfLedger(const std::string& action);
 
 /**
- * Answers get_ledger, get_counts, occupancy_before, stays, heat, why and ledger_answer; nothing for another action.
+ * Answers get_ledger, get_counts, occupancy_before, stays, heat, why and ledger_answer, and test_follower, which takes
+ * its time like these; nothing for another action.
  * Throws std::invalid_argument, saying what was expected, for a question that makes no sense.
  *
  * Takes 100 ms at most, however large the ledger is. What takes longer is answered with a number, {"job":7} and the

@@ -81,6 +81,7 @@ void expectEveryGetAction(const CameraAccess& camera) {
         {"get_occupancy_count", "text/plain", "[0-9]+"},
         {"get_passages", "text/plain", "[0-9]+(,[0-9]+){5}"},
         {"get_follower_ages", "text/plain", "-?[0-9]+(,-?[0-9]+){9}"},
+        {"get_about", "application/json", R"(\{"application":"ostrel_senvo","version":"[^"]+","time":"[^"]+Z"\})"},
         {"get_total_occupancy", "text/plain", "[0-9]+"},
         {"reset_occupancy", "text/plain", "0"},
         {"get_occupancy_csv", "text/csv", "Date[^]*"},

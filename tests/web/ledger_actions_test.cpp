@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include "canned_server.h"
 #include "ledger_schema.h"
 #include "test_clock.h"
 #include "test_folder.h"
@@ -425,6 +426,19 @@ TEST(AskedLedger, SaysWhatItCannotRead) {
         const nlohmann::json answer =
             nlohmann::json::parse(ask(access, aboutTheDay(action, isPost ? kSettings : ""), isPost).body);
         EXPECT_EQ(answer.value("unreadable", nlohmann::json()), nlohmann::json({name, aside})) << action;
+    }
+}
+
+TEST(TestFollower, AsksTheOneOfTheSlotAsItIsStored) {
+    CannedServer server(CannedServer::saying("200"));
+    Access access;
+    LedgerQuestion question = {"test_follower", {{"slot", "10"}}};
+    question.settings.cameraInfo.followerIPAddress[9] = server.address();
+    const nlohmann::json told = nlohmann::json::parse(ask(access, question).body);
+    EXPECT_EQ(told["counts"], true);
+    for (const char* const slot : {"", "0", "1", "11", "x"}) {
+        question.query[0].second = slot;
+        EXPECT_THROW(answerFromLedger(access, question), std::invalid_argument) << slot;
     }
 }
 

@@ -11,18 +11,19 @@ local kEverybodysReads, kOperatorsReads, kLeadersActions = {}, {}, {}
 for _, action in ipairs({
   "get_status_string", "get_is_portrait", "get_status_code", "get_execution_time", "get_total_crowd", "get_crowd_1",
   "get_crowd_2", "get_crowd_3", "get_occupancy_count", "get_total_occupancy", "get_passages", "get_follower_ages",
+  "get_about",
   "get_occupancy_csv", "get_report_csv_str", "get_occupancy_html", "get_data_panel_info", "get_analysis_resolution",
   "get_ledger", "get_counts", "occupancy_before", "stays", "heat", "why", "ledger_answer",
 }) do kEverybodysReads[action] = true end
 for _, action in ipairs({
   "get_all_parameters", "get_logfile_as_serialized_text", "get_logfile_as_plain_text", "get_logfile_as_csv_text",
-  "get_newest_log",
+  "get_newest_log", "test_follower",
 }) do kOperatorsReads[action] = true end
 
 -- What a leader asks of its followers, which it can only do without TLS.
 for _, action in ipairs({
   "get_status_code", "get_occupancy_count", "get_total_crowd", "get_crowd_1", "get_crowd_2", "get_crowd_3",
-  "reset_occupancy", "follower_flush",
+  "reset_occupancy", "follower_flush", "get_about",
 }) do kLeadersActions[action] = true end
 
 -- A path that the server refuses after its own question for the login, so that nobody else learns who is an operator.
