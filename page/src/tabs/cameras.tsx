@@ -1,5 +1,8 @@
 import { useId, useRef, useState } from 'preact/hooks';
+import { CameraError } from '../model/api';
 import { kFollowers } from '../model/readers';
+import { findingsOf, isGood, Trial, tryFollower } from '../model/trial';
+import { Button } from '../parts/button';
 import { described, Frame, NumberSetting, SwitchSetting, TextSetting } from '../parts/fields';
 import { useFocusKept } from '../parts/focus';
 import { SettingsFrame } from '../parts/settings_frame';
@@ -75,6 +78,7 @@ function Follower({ number }: { number: number }) {
             <TextSetting tag={tag('Login')} />
             <Password tag={tag('Pwd')} />
           </div>
+          <TrialOf number={number} />
           <button type="button" class="quiet" aria-disabled={!used} onClick={empty}>
             {t.empty}
           </button>
@@ -85,6 +89,44 @@ function Follower({ number }: { number: number }) {
         </button>
       )}
     </section>
+  );
+}
+
+/** Has the camera try whether it can ask a follower, and says what it found. */
+function TrialOf({ number }: { number: number }) {
+  const { loaded, edits } = useSettings();
+  const [trial, setTrial] = useState<Trial | null>(null);
+  const [said, setSaid] = useState('');
+  const isEdited = fields.some((field) => edits.has(`FO${number}_${field}`));
+  if (!loaded?.get(`FO${number}_IP`)) return null;
+  const test = async () => {
+    setTrial(null);
+    setSaid(texts.trial.asked);
+    try {
+      setTrial(await tryFollower(number));
+      setSaid('');
+    } catch (error) {
+      setSaid(texts.live.failed + texts.trouble[error instanceof CameraError ? error.trouble : 'unreachable']);
+    }
+  };
+  return (
+    <div class="column" data-testid={`trial-${number}`}>
+      <Button disabled={isEdited || said === texts.trial.asked} onClick={() => void test()}>
+        {texts.trial.test(number)}
+      </Button>
+      <div role="status">
+        {isEdited ? texts.trial.saveFirst : said}
+        {trial && !isEdited && (
+          <ul class="findings">
+            {findingsOf(trial).map((finding) => (
+              <li key={finding} class={isGood(finding) ? 'good' : 'bad'}>
+                {texts.trial.findings[finding](trial)}
+              </li>
+            ))}
+          </ul>
+        )}
+      </div>
+    </div>
   );
 }
 

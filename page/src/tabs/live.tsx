@@ -3,6 +3,7 @@ import { momentOf } from '../dates';
 import { CameraError, post, Trouble } from '../model/api';
 import { hidingSize } from '../model/settings';
 import { PanelCamera } from '../model/readers';
+import { kMostApart } from '../model/trial';
 import { Confirm, Question } from '../parts/dialog';
 import { useDeed } from '../parts/deed';
 import { Picture } from '../parts/picture';
@@ -13,9 +14,6 @@ import { texts } from '../texts';
 
 const t = texts.live;
 const number = (value: number | null) => (value === null ? texts.unknown : String(value));
-
-/** So many seconds two clocks may differ by. */
-const kMostApart = 60;
 
 /** Says that the clocks of the camera and of this device differ: one of them dates what is counted wrongly. */
 function ClockWarning() {

@@ -311,6 +311,30 @@ export const english = {
     empty: 'Remove this follower',
     needsAddress: 'A follower that is counted in needs an address.',
   },
+  trial: {
+    test: (number: number) => `Test follower ${number}`,
+    saveFirst: 'Save first: what is stored is tested.',
+    asked: 'Asking …',
+    findings: {
+      noName: () => 'No device has this name: check the address.',
+      noAnswer: () => 'Nothing answers at this address: check it, and whether that camera is on and in this network.',
+      reachable: () => 'Reachable.',
+      refused: () => 'Login or password are wrong.',
+      slowedDown: () => 'It takes no login for a moment, after wrong ones: try again in a minute.',
+      otherApplication: () =>
+        'Something answers, but not this application: check the address, and whether the application runs on that camera.',
+      loggedIn: () => 'Login accepted.',
+      viewer: () =>
+        'Login accepted, but it may only look. To fetch what it counted and to reset it, use the login of an operator.',
+      sameVersion: ({ own }: { own: string }) => `Same application and version, ${own}.`,
+      otherVersion: ({ version, own }: { version: string | null; own: string }) =>
+        `Another version of the application, ${version}; this camera has ${own}. Update the older one.`,
+      older: ({ own }: { own: string }) => `An older version of the application; this camera has ${own}. Update it.`,
+      sameTime: () => 'Its clock agrees with this camera’s.',
+      otherTime: ({ ahead }: { ahead: number | null }) =>
+        `Its clock is ${age(Math.abs(ahead ?? 0))} ${(ahead ?? 0) > 0 ? 'ahead of' : 'behind'} this camera’s: set both by a time server.`,
+    },
+  },
   advanced: {
     log: 'Log',
     viewLog: 'View Log',

@@ -258,6 +258,35 @@ describe.skipIf(isMissing)('Cameras', () => {
     expect(await stored(page, 'FO2_Active')).toBe('1');
   });
 
+  test('a follower is tested as it is stored, and each finding has its words', async () => {
+    const page = await opened('cameras');
+    const first = page.getByTestId('follower-1');
+    const button = first.getByRole('button', { name: 'Test follower 1' });
+    const findings = () => first.getByRole('listitem').allTextContents();
+    await button.click();
+    await eventually(findings, ({ length }) => length > 0);
+    expect((await findings()).map((text) => text.replace(/, [\d.]+\.$/, ''))).toEqual([
+      'Reachable.',
+      'Login accepted.',
+      'Same application and version',
+      'Its clock agrees with this camera’s.',
+    ]);
+    const login = await first.getByLabel('Login').inputValue();
+    await first.getByLabel('Login').fill('somebody');
+    await first.getByText('Save first: what is stored is tested.').waitFor();
+    expect(await button.getAttribute('aria-disabled')).toBe('true');
+    await first.getByLabel('Login').fill(login);
+    // Not tried in earnest: a camera slows down the logins of whoever has had wrong ones.
+    await page.route('**/*action=test_follower&slot=1', (route) =>
+      route.fulfill({
+        json: { found: true, status: 401, counts: false, role: '', version: null, own: '1', ahead: null },
+      }),
+    );
+    await button.click();
+    await first.getByText('Login or password are wrong.').waitFor();
+    expect(await findings()).toEqual(['Reachable.', 'Login or password are wrong.']);
+  });
+
   test('a stored password is never shown and goes back as it is', async () => {
     const page = await opened('cameras');
     const password = await stored(page, 'FO1_Pwd');
