@@ -77,8 +77,6 @@ LedgerSettings LedgerSettings::fromEnvironment() {
 LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version, uint32_t settingsNumber,
                              ledger::ObjectPath::SideOf sideOf, ledger::ClockSources clock)
     : m_settings(std::move(settings)),
-      m_version(version),
-      m_settingsNumber(settingsNumber),
       m_clock(std::move(clock)),
       m_disk(ledger::openFolder(m_settings.folder)),
       m_book(*m_disk, {m_settings.mostBytes, [this] { return m_clock.moment(); }, randomEpoch}),
@@ -92,24 +90,19 @@ LedgerKeeping::LedgerKeeping(LedgerSettings settings, const std::string& version
     m_lastRun = ledger::lastRunOf(*m_disk, m_book.files(), m_begin, m_clock.boot());
     m_firstOccupancy = keptOccupancy();
     m_occupancy = m_firstOccupancy;
-    writeStart(m_lastRun.ending);
-    m_thread = std::thread([this] { run(); });
-}
-
-void LedgerKeeping::writeStart(const std::string& lastRun) {
-    const bool isDated = m_clock.now().isDated;
-    ordered_json start = {{"version", m_version},
-                          {"settings", m_settingsNumber.load()},
-                          {"last_run", lastRun},
-                          {"occupancy", m_occupancy.load()}};
-    if (isDated) {
+    ordered_json start = {{"version", version},
+                          {"settings", settingsNumber},
+                          {"last_run", m_lastRun.ending},
+                          {"occupancy", m_firstOccupancy}};
+    if (m_begin.isDated) {
         start["boot"] = m_clock.boot();  // else the line begins with it
     }
     write("start", start);
-    if (isDated) {
+    if (m_begin.isDated) {
         // Dates what a run before this one wrote without knowing the time, and says what there is to hold of this one.
         write("clock", m_clock.known());
     }
+    m_thread = std::thread([this] { run(); });
 }
 
 void LedgerKeeping::finish() {
@@ -198,8 +191,6 @@ void LedgerKeeping::write(const std::string& kind, const ordered_json& body) {
         const auto to = body.find("to");
         m_occupancy = to == body.end() ? 0 : to->get<int32_t>();
         m_isSet = true;
-    } else if (kind == "settings") {
-        m_settingsNumber = body.at("settings").get<uint32_t>();
     }
     if (!m_book.append(kind, body)) {
         complain("write to");
@@ -236,7 +227,6 @@ void LedgerKeeping::run() {
         if (m_book.end().epoch != epoch) {
             applicationLog().warning("LedgerKeeping: somebody removed the files of " + m_settings.folder +
                                      "; a new ledger begins");
-            writeStart("its ledger was removed");
         }
         {
             const std::lock_guard<std::mutex> lock(m_mutex);

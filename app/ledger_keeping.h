@@ -88,15 +88,12 @@ public:
 
 private:
     void run();
-    void writeStart(const std::string& lastRun);
     void lookAtClock();
     bool learnGap();
     int32_t keptOccupancy();
     void complain(const char* what);
 
     const LedgerSettings m_settings;
-    const std::string m_version;
-    std::atomic<uint32_t> m_settingsNumber;
     ledger::MachineClock m_clock;
     const std::unique_ptr<ledger::Disk> m_disk;
     ledger::Ledger m_book;

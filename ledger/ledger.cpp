@@ -88,6 +88,7 @@ std::string Ledger::open() {
         m_epoch = mending.isSetAside ? m_options.makeEpoch() : last->epoch;
         m_lastSeq = last->seq;
     }
+    m_keptSeq = m_lastSeq;
     return mending.dropped;
 }
 
@@ -233,23 +234,36 @@ bool Ledger::keep() {
     return sync() && retain() && written;
 }
 
-/** Whoever removed all files left of them at most what was written since, in the name of the newest. */
+/** Whoever removed all files left of them at most what was written since, in files made anew or begun since then. */
 void Ledger::noticeWiping() {
-    if (m_files.empty()) {
+    const int64_t kept = std::exchange(m_keptSeq, m_lastSeq);
+    const auto wasThere = [kept](const LedgerFile& file) { return file.firstSeq <= kept && file.bytes > 0; };
+    const auto newest = std::find_if(m_files.rbegin(), m_files.rend(), wasThere);
+    if (newest == m_files.rend()) {
         return;
     }
-    const LedgerFile& newest = m_files.back();
-    const std::optional<int64_t> size = m_disk.size(newest.name);
-    if ((!size && errno != ENOENT) || size.value_or(0) >= newest.bytes) {
+    const std::optional<int64_t> size = m_disk.size(newest->name);
+    if ((!size && errno != ENOENT) || size.value_or(0) >= newest->bytes) {
         return;
     }
     const std::vector<std::string> names = m_disk.list();
-    if (std::all_of(names.begin(), names.end(),
-                    [&](const std::string& name) { return name == newest.name || !fileOf(name); })) {
-        m_disk.truncate(newest.name, 0);  // a new one may get this name
+    const bool isAlone = std::any_of(m_files.begin(), m_files.end(), [&](const LedgerFile& file) {
+        return wasThere(file) && file.name != newest->name && std::binary_search(names.begin(), names.end(), file.name);
+    });
+    if (isAlone && size) {
+        newest->bytes = *size;  // made anew by the lines since
+        ++newest->version;
+    } else if (isAlone) {
+        m_files.erase(std::next(newest).base());
+    } else {
+        for (const LedgerFile& file : m_files) {
+            // A new one may get this name; the next start removes what is left.
+            m_disk.truncate(file.name, 0);
+            m_disk.rename(file.name, file.name + Replacement::beside(""));
+        }
         m_files.clear();
         m_epoch = m_options.makeEpoch();  // at once: a reader may ask where the ledger ends
-        m_lastSeq = m_safeSeq = 0;
+        m_lastSeq = m_safeSeq = m_keptSeq = 0;
         m_announced = {};
     }
 }
@@ -293,7 +307,7 @@ bool Ledger::dropAside(int64_t mostBytes) {
     for (const auto& [name, size] : m_aside) {
         bytes += size;
     }
-    while (!m_aside.empty() && weightOf(files()) + bytes > mostBytes) {
+    while (!m_aside.empty() && totalBytes(files()) + bytes > mostBytes) {
         const auto oldest = m_aside.begin();
         if (!m_disk.remove(oldest->first)) {
             return false;
@@ -367,13 +381,13 @@ bool Ledger::dropObjects(const LedgerFile& file) {
         return true;
     });
     // The word goes before the deed: a power cut in between leaves lines that nobody misses.
-    if (!read || (cut.lines != 0 && (!announce(cut) || !m_disk.replace(file.name, kept)))) {
+    if (read && cut.lines != 0 && (!announce(cut) || !m_disk.replace(file.name, kept))) {
         return false;
     }
     const MutexLock lock(m_mutex);
     LedgerFile* const here = known(file.name);
-    here->hasObjects = false;
-    if (cut.lines != 0) {
+    here->hasObjects = false;  // also where nothing can be read: it goes whole, once it is the oldest
+    if (read && cut.lines != 0) {
         here->bytes = static_cast<int64_t>(kept.size());
         ++here->version;
     }

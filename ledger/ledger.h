@@ -132,6 +132,7 @@ private:
     std::string m_epoch GUARDED_BY(m_mutex);
     int64_t m_lastSeq GUARDED_BY(m_mutex) = 0;
     int64_t m_safeSeq GUARDED_BY(m_mutex) = 0;
+    int64_t m_keptSeq GUARDED_BY(m_mutex) = 0; /**< the last line at the last keep or open */
     std::vector<LedgerFile> m_files GUARDED_BY(m_mutex);
     Cut m_announced GUARDED_BY(m_mutex);               /**< the last cut that has its line */
     std::map<std::string, int64_t> m_aside;            /**< the sizes of files set aside; open's and keep's alone */

@@ -186,27 +186,29 @@ TEST_F(LedgerOfAskedProcess, BeginsAnewWhereItsFilesAreRemoved) {
     start();
     const nlohmann::json before = linesOf("start").front();
     std::filesystem::remove_all(m_process.folder() / kLedger);
-    while (linesOf("start").empty()) {
+    const auto log = [this] { return readFile(m_process.folder() / "localdata/SenvoLog.txt"); };
+    while (log().find("a new ledger begins") == std::string::npos) {
         bodyOf("get_ledger");  // has the newest lines synced, where there are any
     }
-    const nlohmann::json begun = linesOf("start").front();
-    EXPECT_NE(begun["epoch"], before["epoch"]);
-    EXPECT_EQ(begun["last_run"], "its ledger was removed");
-    EXPECT_EQ(begun["settings"], before["settings"]);
-    const std::string log = readFile(m_process.folder() / "localdata/SenvoLog.txt");
-    EXPECT_NE(log.find("a new ledger begins"), std::string::npos) << log;
+    post("action=correct_occupancy&to=7", "", "200 OK");
+    EXPECT_NE(waitFor("corrected", 1)["epoch"], before["epoch"]);
+    EXPECT_EQ(linesOf("start").size(), 0U) << "no run begins";
 }
 
 TEST_F(LedgerOfAskedProcess, HasItsEndWhileAClientHangs) {
-    start();
-    const UniqueFd hanging(m_process.service().stay(FastCgiClient::beginning()));
-    ::kill(m_child->pid(), SIGTERM);
-    EXPECT_EQ(m_child->wait(-1), 0);
+    std::string log;
+    // A process may end before it has looked at the client at all.
+    for (size_t ends = 1; log.find("a request is still being served") == std::string::npos; ++ends) {
+        ASSERT_LE(ends, 20U) << log;
+        start();
+        const UniqueFd hanging(m_process.service().stay(FastCgiClient::beginning()));
+        ::kill(m_child->pid(), SIGTERM);
+        EXPECT_EQ(m_child->wait(-1), 0);
+        EXPECT_EQ(linesOf("stop").size(), ends);
+        log = readFile(m_process.folder() / "localdata/SenvoLog.txt");
+    }
     start();
     EXPECT_EQ(before()["ended"], "stopped in order");
-    EXPECT_EQ(linesOf("stop").size(), 1U);
-    const std::string log = readFile(m_process.folder() / "localdata/SenvoLog.txt");
-    EXPECT_NE(log.find("a request is still being served"), std::string::npos) << log;
 }
 
 TEST_F(LedgerOfAskedProcess, GoesOnWithTheOccupancyWhenToldTo) {

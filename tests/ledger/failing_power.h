@@ -162,3 +162,15 @@ private:
     bool m_linesOnly = false;
     bool m_uncuttable = false;
 };
+
+/** A disk on which one file cannot be read. */
+class DiskWithABadFile : public FailingPower {
+public:
+    using FailingPower::FailingPower;
+
+    std::optional<std::string> read(const std::string& name, int64_t from, int64_t most) override {
+        return name == bad ? std::nullopt : FailingPower::read(name, from, most);
+    }
+
+    std::string bad;
+};

@@ -81,18 +81,6 @@ TEST(Ledger, SetsAsideWhatCannotBeReadAndGoesOn) {
     EXPECT_EQ(allLines(machine.ledger()).at(0)["epoch"], "epoch2") << "none was there to go on with";
 }
 
-/** A disk on which one file cannot be read. */
-class DiskWithABadFile : public FailingPower {
-public:
-    using FailingPower::FailingPower;
-
-    std::optional<std::string> read(const std::string& name, int64_t from, int64_t most) override {
-        return name == bad ? std::nullopt : FailingPower::read(name, from, most);
-    }
-
-    std::string bad;
-};
-
 TEST(Ledger, GivesNoLineTheNameOfOneThatWasSetAside) {
     DiskWithABadFile disk(1);
     Machine machine(disk);

@@ -64,18 +64,47 @@ TEST_F(WipedFolder, BeginsANewLedgerAlsoWhileTheApplicationRuns) {
     }
 }
 
+TEST_F(WipedFolder, IsNoticedAlsoWhereADayBeganSince) {
+    for (const int linesBefore : {0, 2}) {
+        cross(10);
+        EXPECT_TRUE(m_machine.ledger().keep());
+        cross(linesBefore);  // not synced yet
+        const std::string before = m_machine.ledger().end().epoch;
+        std::filesystem::remove_all(m_path);
+        m_machine.now.utcMillis += kDay;
+        cross(1);
+        EXPECT_TRUE(m_machine.ledger().keep());
+        EXPECT_NE(m_machine.ledger().end().epoch, before);
+        cross(3);
+        EXPECT_TRUE(m_machine.ledger().keep());
+        EXPECT_EQ(m_machine.ledger().end().seq, 3);
+        EXPECT_EQ(crossingsIn(m_index), 3);
+        Machine again(*m_disk);
+        EXPECT_EQ(again.ledger().end().epoch, m_machine.ledger().end().epoch);
+        EXPECT_EQ(allLines(again.ledger()).size(), 3U);
+    }
+}
+
 TEST_F(WipedFolder, IsNoneWhereAFileIsLeft) {
     for (int day = 0; day < 3; ++day) {
         m_machine.now.utcMillis += kDay;
         cross(10);
         EXPECT_TRUE(m_machine.ledger().keep());
     }
-    const Position before = m_machine.ledger().end();
-    std::filesystem::remove(m_path / m_machine.ledger().files().back().name);
-    cross(1);
-    m_machine.ledger().keep();
-    EXPECT_EQ(m_machine.ledger().end().epoch, before.epoch);
-    EXPECT_EQ(m_machine.ledger().end().seq, before.seq + 1);
+    crossingsIn(m_index);
+    for (const int linesBetween : {1, 0}) {
+        const Position before = m_machine.ledger().end();
+        cross(5);  // not synced yet
+        std::filesystem::remove(m_path / m_machine.ledger().files().back().name);
+        cross(linesBetween);
+        EXPECT_TRUE(m_machine.ledger().keep());
+        cross(1);
+        EXPECT_TRUE(m_machine.ledger().keep());
+        EXPECT_EQ(m_machine.ledger().end().epoch, before.epoch);
+        EXPECT_EQ(m_machine.ledger().end().seq, before.seq + 5 + linesBetween + 1);
+        m_index.save();
+        EXPECT_EQ(crossingsIn(m_index), 20 + linesBetween + 1) << "what is there";
+    }
 }
 
 }  // namespace
