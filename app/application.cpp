@@ -349,9 +349,10 @@ int Application::do_one_analysis() {
     m_Processing->monitor_AOI_and_entrances();
     m_Processing->examine_and_update_findings();
     const int occupancyBefore = m_Occupancy.get_count();
+    const bool hadCounted = m_OccupancyManager.hasCounted();
     const bool wasReset = std::exchange(m_WasReset, m_Processing->manage_events());
     // The building may stay over its limit for some cycles more, with nobody new here.
-    if (m_WasReset && (occupancyBefore > 0 || !wasReset)) {
+    if (m_WasReset && (occupancyBefore > 0 || !wasReset || hadCounted)) {
         writeReset("alert", occupancyBefore);
     }
     m_Processing->update_aoi_and_occupancy_metrics();

@@ -12,6 +12,7 @@ namespace {
 
 constexpr size_t kMostRows = 20'000;
 constexpr int kQuartersPerDay = 96;
+constexpr int64_t kHourMillis = 4 * kQuarterMillis;
 constexpr size_t kDateDigits = std::string_view("2026-11-22").size();
 
 struct UnrefZone {
@@ -73,6 +74,14 @@ std::string textOf(const Zone& zone, int64_t utcMillis) {
     return text.get();
 }
 
+/** Of a local time that comes twice, the first: a day that begins so begins there. */
+int64_t firstOf(const Zone& zone, const Time& time) {
+    const Time before = timeIn(zone, millisOf(time) - kHourMillis);
+    const bool isTwice = g_date_time_get_hour(before.get()) == g_date_time_get_hour(time.get()) &&
+                         g_date_time_get_minute(before.get()) == g_date_time_get_minute(time.get());
+    return millisOf(isTwice ? before : time);
+}
+
 /** Where the day begins that lies so many days from a time's, or its month, or its year. */
 int64_t midnight(const Zone& zone, const Time& time, int days, int months, int years) {
     const Time there = made(g_date_time_add_full(time.get(), years, months, days, 0, 0, 0));
@@ -81,7 +90,7 @@ int64_t midnight(const Zone& zone, const Time& time, int days, int months, int y
     const Time begin = made(
         g_date_time_new(zone.get(), g_date_time_get_year(there.get()), byYear ? 1 : g_date_time_get_month(there.get()),
                         byMonth || byYear ? 1 : g_date_time_get_day_of_month(there.get()), 0, 0, 0));
-    return millisOf(begin);
+    return firstOf(zone, begin);
 }
 
 /** The first moment behind another one at which a step ends. */
@@ -158,7 +167,7 @@ int64_t momentOf(const std::string& text, const std::string& zone) {
     if (!time || !Time(g_date_time_to_utc(time.get()))) {
         throw std::invalid_argument("expected a time such as 2026-11-22 or 2026-11-22T07:00:00Z, got \"" + text + "\"");
     }
-    return millisOf(time);
+    return text.size() == kDateDigits ? firstOf(zoneOf(zone), time) : millisOf(time);
 }
 
 HourOfDay::HourOfDay(const std::string& zone)

@@ -43,7 +43,10 @@ struct Known {
             carried = 0;
         } else if (head.kind == "start") {
             carried = numberIn(line, "occupancy") > 0 ? 0 : carried + run.occupancy.value_or(0);
-        } else if (head.kind == "reset" || head.kind == "corrected") {
+        } else if (head.kind == "reset") {
+            run.openPeriod.clear();  // the tallies are
+            carried = 0;
+        } else if (head.kind == "corrected") {
             carried = 0;
         } else if (head.kind == "crossing") {
             ++run.openPeriod[{numberIn(line, "entrance"), textIn(line, "direction"), textIn(line, "class")}];

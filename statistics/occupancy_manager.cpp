@@ -180,6 +180,11 @@ std::map<std::string, std::string> OccupancyManager::getSparseDataMap() const {
     return localState.getSparseDataMap();
 }
 
+bool OccupancyManager::hasCounted() const {
+    const MutexLock lock(m_mutex);
+    return localState.hasCounted();
+}
+
 bool OccupancyManager::hasFrames() const {
     const MutexLock lock(m_mutex);
     return localState.getNumberOfFrames() > 0;

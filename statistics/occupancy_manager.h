@@ -81,6 +81,9 @@ public:
     std::map<std::string, std::string> getDataMap() const EXCLUDES(m_mutex);
     std::map<std::string, std::string> getSparseDataMap() const EXCLUDES(m_mutex);
 
+    /** Whether anybody was counted in or out here since the last flush or reset. */
+    bool hasCounted() const EXCLUDES(m_mutex);
+
     /** Whether a frame was added since the last flush. */
     bool hasFrames() const EXCLUDES(m_mutex);
 

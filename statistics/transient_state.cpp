@@ -87,6 +87,10 @@ void TransientState::resetOccupancy() {
     occupancy = {};
 }
 
+bool TransientState::hasCounted() const {
+    return entrances != decltype(entrances){} || exits != decltype(exits){};
+}
+
 int32_t TransientState::getCrowdCount(aoi area, objects object) const {
     return crowdCounts.at(index(area)).at(index(object));
 }

@@ -36,6 +36,9 @@ public:
     /** The occupancy, and entries and exits. */
     void resetOccupancy();
 
+    /** Whether there is an entry or an exit. */
+    bool hasCounted() const;
+
     int32_t getCrowdCount(aoi area, objects object) const;
     int32_t getEntrances(entrance zone, objects object) const;
     int32_t getExits(entrance zone, objects object) const;

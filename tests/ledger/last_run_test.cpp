@@ -56,6 +56,15 @@ TEST_F(LastRunTest, HadCountedInItsOpenPeriodWhatNoPeriodHas) {
     EXPECT_EQ(run.gapMillis, 114'000) << "two minutes but for the six seconds until the last line";
 }
 
+TEST_F(LastRunTest, LostNothingThatAResetHadCleared) {
+    write("start", {{"occupancy", 0}});
+    cross("in", 1);
+    cross("in", 2);
+    write("reset", {{"from", 2}, {"to", 0}});
+    cross("in", 1);
+    EXPECT_EQ(next().openPeriod, (std::map<Key, int64_t>{{{2, "in", "Person"}, 1}}));
+}
+
 TEST_F(LastRunTest, LeavesNothingOpenOfTheRunBeforeIt) {
     write("start", {{"occupancy", 0}});
     cross("in", 1);
