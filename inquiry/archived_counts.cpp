@@ -18,6 +18,7 @@ namespace {
 /** The period in which a ledger begins. */
 struct FirstPeriod {
     std::string archived; /**< its date in the archive; empty where the ledger has all of it */
+    std::string camera;   /**< what the camera was called then; empty where no line tells */
     std::map<ledger::CountKey, int64_t> missing;
 };
 
@@ -53,16 +54,20 @@ FirstPeriod without(const std::map<ledger::CountKey, int64_t>& seen, const nlohm
 FirstPeriod firstPeriodOf(const ledger::Ledger& book) {
     FirstPeriod result;
     std::map<ledger::CountKey, int64_t> seen;
+    bool isWhole = false;
     visitLines(chunksOf(book, {}), [&](const ledger::LineHead& head, std::string_view line) {
         if (head.kind == "crossing") {
             if (const std::optional<KeptCrossing> crossing = crossingOf(ledger::parseLine(line))) {
                 ++seen[{crossing->entrance, crossing->isIn, crossing->classId}];
             }
+        } else if (head.kind == "start" || head.kind == "reset") {
+            isWhole = true;  // such a period counts from there on
         } else if (head.kind == "period") {
-            result = without(seen, ledger::parseLine(line));
+            const nlohmann::json period = ledger::parseLine(line);
+            result = isWhole ? FirstPeriod() : without(seen, period);
+            result.camera = ledger::textIn(period, "camera");
         }
-        // Such a period counts from the start on, or from the reset on.
-        return head.kind != "period" && head.kind != "start" && head.kind != "reset";
+        return head.kind != "period";
     });
     return result;
 }
@@ -82,8 +87,9 @@ ledger::Quarters countsBefore(const ledger::Ledger& book, int64_t knownFrom, con
     for (std::string line; std::getline(file, line) && !stop;) {
         EntranceActivityRecord record;
         try {
-            if (!record.deserialize(line) || record.cameraName != camera || record.entrance == entrance::unknown ||
-                record.object == objects::unknown) {
+            const bool isRead = record.deserialize(line);
+            if (!isRead || (record.cameraName != camera && record.cameraName != first.camera) ||
+                record.entrance == entrance::unknown || record.object == objects::unknown) {
                 continue;
             }
             if (record.dateTime != known) {

@@ -27,7 +27,8 @@ std::string tallyName(const EntranceActivityRecord& record, bool isIn) {
 /** A number of a period that no number of the archive has been compared with. */
 struct Kept {
     int64_t count = 0;
-    int64_t seq = 0; /**< the period's line */
+    int64_t seq = 0;     /**< the period's line */
+    bool isAlone = true; /**< no other period ended in that second of local time */
 };
 
 /** By date in the archive and camera, then by name. A second of local time may come twice, and with it a key. */
@@ -38,7 +39,9 @@ KeptByEnd keptByEnd(const std::vector<Period>& periods) {
     for (const Period& period : periods) {
         auto& here = kept[{period.archived, period.camera}];
         for (const auto& [name, count] : period.tallies) {
-            here[name].push_back({count, period.seq});
+            std::vector<Kept>& known = here[name];
+            known.push_back({count, period.seq, known.empty()});
+            known.front().isAlone = known.size() == 1;
         }
     }
     return kept;
@@ -123,6 +126,29 @@ private:
     std::vector<std::string> m_missing;
 };
 
+/**
+ * Notes the numbers of compared periods that the archive has no row for. Of its first, a purge may have left half;
+ * where a second of local time came twice, one of two periods may be all that it has.
+ */
+void noteMissing(const std::string& archive, const KeptByEnd& byEnd,
+                 const std::set<std::pair<std::string, std::string>>& compared, const std::string& first,
+                 Checked& checked) {
+    for (const auto& [end, numbers] : byEnd) {
+        if (!compared.contains(end) || end.first == first) {
+            continue;
+        }
+        for (const auto& [name, kept] : numbers) {
+            for (const Kept& one : kept) {
+                if (one.count != 0 && one.isAlone) {
+                    checked.faults.push_back(archive + ": " + end.first + " has no row for " + name +
+                                             ", the ledger's line " + std::to_string(one.seq) + " has " +
+                                             std::to_string(one.count));
+                }
+            }
+        }
+    }
+}
+
 }  // namespace
 
 void compareArchive(const std::string& archive, const KeptPeriods& ledger, Checked& checked) {
@@ -134,6 +160,7 @@ void compareArchive(const std::string& archive, const KeptPeriods& ledger, Check
     KeptByEnd byEnd = keptByEnd(ledger.periods);
     Coverage coverage(ledger);
     std::set<std::pair<std::string, std::string>> compared;
+    std::string first;
     for (std::string line; std::getline(file, line);) {
         EntranceActivityRecord record;
         try {
@@ -144,6 +171,7 @@ void compareArchive(const std::string& archive, const KeptPeriods& ledger, Check
         } catch (const std::logic_error&) {
             continue;
         }
+        first = first.empty() ? record.dateTime : first;
         coverage.add(record);
         const auto here = byEnd.find({record.dateTime, record.cameraName});
         if (here == byEnd.end()) {
@@ -165,8 +193,12 @@ void compareArchive(const std::string& archive, const KeptPeriods& ledger, Check
                                      (kept.empty() ? "no line of the ledger has any"
                                                    : "the ledger's line " + std::to_string(kept.front().seq) + " has " +
                                                          std::to_string(kept.front().count)));
+            if (!kept.empty()) {
+                kept.erase(kept.begin());
+            }
         }
     }
+    noteMissing(archive, byEnd, compared, first, checked);
     for (const std::string& date : coverage.missing()) {
         checked.faults.push_back(archive + ": no line of the ledger tells of the period that ended " + date);
     }

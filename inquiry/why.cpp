@@ -157,9 +157,13 @@ public:
     void add(const ledger::LineHead& head, std::string_view line) {
         if (head.kind == "start") {
             ++m_run;
-        } else if (head.kind == "crossing" && m_span.holds(timeOf(head))) {
+        } else if (head.kind == "crossing") {
             if (const std::optional<KeptCrossing> crossing = crossingOf(ledger::parseLine(line))) {
-                addCrossing(head, *crossing);
+                // Who crossed just before or behind the time did not merely come near.
+                seen.crossed[{m_run, crossing->object}].insert(crossing->entrance);
+                if (m_span.holds(timeOf(head))) {
+                    addCrossing(head, *crossing);
+                }
             }
         } else if (head.kind == "object" && timeOf(head) >= m_span.from) {
             if (const std::optional<KeptPath> path = pathOf(ledger::parseLine(line), head.moment)) {
@@ -172,7 +176,6 @@ public:
 
 private:
     void addCrossing(const ledger::LineHead& head, const KeptCrossing& crossing) {
-        seen.crossed[{m_run, crossing.object}].insert(crossing.entrance);
         if (m_entrance != 0 && crossing.entrance != m_entrance) {
             return;
         }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "occupancy_records.h"
 #include "program.h"
 #include "test_folder.h"
 #include "wandering.h"
@@ -66,6 +67,36 @@ TEST_F(LedgerCheck, FindsASumThatIsNone) {
     EXPECT_NE(faults[0].find("are not the sum of its crossings"), std::string::npos);
 }
 
+TEST(LedgerCheckOfAReset, FindsASumThatIsNoneBehindIt) {
+    const auto faults = [](const char* first, const char* second) {
+        FailingPower disk(1);
+        int64_t seq = 0;
+        std::string lines;
+        const auto add = [&](const char* time, const char* kind, const nlohmann::ordered_json& body) {
+            const int64_t utc = *ledger::utcOf("2026-11-22T" + std::string(time) + "Z");
+            lines += ledger::lineText({++seq, "epoch", {utc, "", 0}, kind}, ledger::bodyText(body));
+        };
+        const nlohmann::ordered_json in = {{"entrance", 1},     {"direction", "in"},   {"class", "Person"},
+                                           {"object", 1},       {"before", {120, 50}}, {"after", {80, 50}},
+                                           {"size", {640, 360}}};
+        add("08:00:00.000", "start", {{"version", "1"}});
+        add("08:01:00.000", "crossing", in);
+        add("08:02:00.000", "reset", {{"by", "web"}});
+        add(first, "crossing", in);
+        add(second, "crossing", in);
+        add("08:15:00.000", "period",
+            {{"offset", 0},
+             {"archived", "2026-11-22 08:15:00"},
+             {"camera", "Door"},
+             {"tallies", {{"Entrance1_Entrances_Person", 1}}}});
+        disk.replace("000000000001-2026-11-22.ndjson", lines);
+        return check(disk, "").faults.size();
+    };
+    EXPECT_EQ(faults("08:02:00.100", "08:05:00.000"), 0U) << "the same cycle's may be on either side";
+    EXPECT_EQ(faults("08:02:00.100", "08:02:00.200"), 0U);
+    EXPECT_EQ(faults("08:04:00.000", "08:05:00.000"), 1U) << "one of these is in no tally";
+}
+
 TEST_F(LedgerCheck, FindsWhatCannotBeRead) {
     m_camera.disk.replace("000000000001-2026-11-21.ndjson.unreadable", "?");
     EXPECT_EQ(check(m_camera.disk, "").faults,
@@ -115,14 +146,25 @@ TEST_F(LedgerCheck, AcceptsAGapThatACutTells) {
 }
 
 TEST_F(LedgerCheck, ComparesWithTheArchive) {
-    std::string archive = "2026-11-21 07:45:00,Door,0,0,5,5\n2026-11-22 08:15:00,Follower,0,0,99,99\n";
+    std::string archive = "2026-11-21 07:45:00,Door,0,0,5,5\n2026-11-22 08:15:00,Follower,0,0,99,99";
     const auto& tallies = m_camera.lastPeriod;
-    const auto count = [&](const char* name) {
+    const auto count = [&](const std::string& name) {
         const auto found = tallies.find(name);
         return found == tallies.end() ? 0 : found->second;
     };
-    archive += "2026-11-22 08:15:00,Door,0,0," + std::to_string(count("Entrance1_Entrances_Person")) + "," +
-               std::to_string(count("Entrance1_Exits_Person"));
+    const auto row = [&](size_t entrance, size_t object) {
+        const std::string zone = entranceNames.at(entrance);
+        return "2026-11-22 08:15:00,Door," + std::to_string(entrance) + "," + std::to_string(object) + "," +
+               std::to_string(count(zone + "_Entrances_" + objectNames.at(object))) + "," +
+               std::to_string(count(zone + "_Exits_" + objectNames.at(object)));
+    };
+    for (const size_t entrance : {1, 0}) {
+        for (size_t object = objectNames.size(); object-- > 0;) {
+            const bool isKept =
+                tallies.contains(std::string(entranceNames.at(entrance)) + "_Exits_" + objectNames.at(object));
+            archive += isKept ? "\n" + row(entrance, object) : "";
+        }
+    }
     const TestFolder folder;
     const std::string path = folder.path() / "EntranceActivityTidy.csv";
     writeFile(path, archive + "\n");
@@ -133,6 +175,11 @@ TEST_F(LedgerCheck, ComparesWithTheArchive) {
     const Checked wrong = check(m_camera.disk, path);
     ASSERT_EQ(wrong.faults.size(), 1U);
     EXPECT_NE(wrong.faults[0].find("2026-11-22 08:15:00 has "), std::string::npos);
+    ASSERT_NE(count("Entrance1_Entrances_Person"), 0);
+    writeFile(path, archive.substr(0, archive.rfind('\n') + 1));
+    const Checked less = check(m_camera.disk, path);
+    ASSERT_FALSE(less.faults.empty());
+    EXPECT_NE(less.faults[0].find("2026-11-22 08:15:00 has no row for Entrance1_"), std::string::npos);
     EXPECT_FALSE(check(m_camera.disk, folder.path() / "none").faults.empty());
 }
 

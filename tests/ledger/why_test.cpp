@@ -38,6 +38,15 @@ TEST(Why, TellsTheRuleThePathAndWhoElseWasThere) {
         EXPECT_LE(near["distance"], 0.03);
     }
     EXPECT_FALSE(all["near"].empty());
+    // Who crossed just before the time did not merely come near.
+    for (size_t i = all["crossings"].size() - 5; i < all["crossings"].size(); ++i) {
+        const auto& crossing = all["crossings"].at(i);
+        const Span later = {*ledger::utcOf(crossing["t"].get<std::string>()) + 1, span.until};
+        const auto rest = whyOf(chunksOf(camera.disk, later), settingsInForce(oldSettings(), kPicture), later, 0);
+        for (const auto& near : rest["near"]) {
+            EXPECT_FALSE(near["object"] == crossing["object"] && near["entrance"] == crossing["entrance"]) << near;
+        }
+    }
     ConfigParams other = oldSettings();
     other.b_Occupancy1Active = other.b_Occupancy2Active = false;
     const auto changed = whyOf(chunksOf(camera.disk, span), settingsInForce(other, kPicture), span, 0);

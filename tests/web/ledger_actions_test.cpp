@@ -515,6 +515,22 @@ TEST(AskedLedger, HasTheArchiveForWhatWasBeforeIt) {
     EXPECT_EQ(counts, expected);
 }
 
+TEST(AskedLedger, HasTheArchiveAlsoUnderTheNameThatTheCameraHadThen) {
+    const TimeZone zone("UTC");
+    Access access;
+    access.add("2026-07-02T08:00:00.000Z", "start", {});
+    access.add("2026-07-02T08:15:00.000Z", "period",
+               {{"archived", "2026-07-02 08:15:00"}, {"camera", "Old"}, {"tallies", nlohmann::ordered_json::object()}});
+    writeFile(access.archive(),
+              "2026-07-01 10:00:00,Old,0,0,3,0\n2026-07-01 10:00:00,Follower,0,0,50,0\n"
+              "2026-07-01 11:00:00,New,0,0,4,0\n");
+    LedgerQuestion question = {
+        "get_counts", {{"from", "2026-07-01"}, {"to", "2026-07-02"}, {"step", "day"}, {"by", ""}, {"zone", "UTC"}}};
+    question.settings.cameraInfo.thisCameraName = "New";
+    EXPECT_EQ(nlohmann::json::parse(ask(access, question).body)["rows"][0]["counts"],
+              nlohmann::json::parse(R"([{"count":7}])"));
+}
+
 TEST(AskedLedger, HasTheArchiveForWhatWasCutFromIt) {
     constexpr int kHours = 48;
     const TimeZone zone("UTC");
