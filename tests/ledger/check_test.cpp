@@ -158,7 +158,7 @@ TEST_F(LedgerCheck, ComparesWithTheArchive) {
                std::to_string(count(zone + "_Entrances_" + objectNames.at(object))) + "," +
                std::to_string(count(zone + "_Exits_" + objectNames.at(object)));
     };
-    for (const size_t entrance : {1, 0}) {
+    for (const size_t entrance : {size_t{1}, size_t{0}}) {
         for (size_t object = objectNames.size(); object-- > 0;) {
             const bool isKept =
                 tallies.contains(std::string(entranceNames.at(entrance)) + "_Exits_" + objectNames.at(object));
