@@ -35,7 +35,10 @@ export function useBrowser(): void {
     if (isMissing) return;
     browser = await chromium.connect(inject('browser'));
   });
-  afterEach(async () => {
+  afterEach(async ({ task }) => {
+    // Of a test that passes when it is repeated, nobody else tells why it had to be.
+    const error = task.result?.state === 'fail' && task.result.errors?.at(-1);
+    if (error) console.log(`${task.name}: ${error.stack ?? error.message}`);
     await Promise.all(contexts.map((context) => context.close()));
     contexts = [];
     expect(offences.splice(0)).toEqual([]);
