@@ -38,14 +38,11 @@ struct Known {
     int64_t carried = 0;
 
     void take(const LineHead& head, const nlohmann::json& line) {
-        if (head.kind == "period") {
-            run.openPeriod.clear();
+        if (head.kind == "period" || head.kind == "reset") {
+            run.openPeriod.clear();  // the tallies begin anew
             carried = 0;
         } else if (head.kind == "start") {
             carried = numberIn(line, "occupancy") > 0 ? 0 : carried + run.occupancy.value_or(0);
-        } else if (head.kind == "reset") {
-            run.openPeriod.clear();  // the tallies are
-            carried = 0;
         } else if (head.kind == "corrected") {
             carried = 0;
         } else if (head.kind == "crossing") {
