@@ -332,6 +332,10 @@ ordered_json handCountOf(const std::string& body, const std::string& user) {
     if (!remark.is_string() || remark.get<std::string>().size() > kLongestRemark) {
         fail("a \"remark\" of " + std::to_string(kLongestRemark) + " bytes at most");
     }
+    const nlohmann::json light = count.value("light", nlohmann::json(nullptr));
+    if (!light.is_null() && light != "daylight" && light != "lamps" && light != "dark") {
+        fail("a \"light\" of daylight, lamps or dark, or none");
+    }
     const nlohmann::json taps = count.value("taps", nlohmann::json());
     if (!taps.is_array() || taps.size() > kMostTaps) {
         fail("at most " + std::to_string(kMostTaps) + " \"taps\"");
@@ -347,9 +351,13 @@ ordered_json handCountOf(const std::string& body, const std::string& user) {
         }
         kept.push_back({{"t", ledger::utcText(moment)}, {"entrance", entrance}, {"direction", direction}});
     }
-    return {
-        {"user", user},     {"begin", ledger::utcText(begin)}, {"end", ledger::utcText(end)}, {"phone_offset", offset},
-        {"remark", remark}, {"taps", std::move(kept)}};
+    ordered_json line = {{"user", user},           {"begin", ledger::utcText(begin)}, {"end", ledger::utcText(end)},
+                         {"phone_offset", offset}, {"remark", remark}};
+    if (!light.is_null()) {
+        line["light"] = light;
+    }
+    line["taps"] = std::move(kept);
+    return line;
 }
 
 std::string countsAnswer(const ledger::Index& index, const ledger::Ledger& book, const ledger::CountsQuery& question,

@@ -6,14 +6,14 @@ import { useStore } from './model/store';
 import { role } from './model/role';
 import { TabName, tabNames, viewersTabs } from './model/tabs';
 import { useFocusKept } from './parts/focus';
+import { onDemand } from './parts/on_demand';
 import { CameraStatus, StatusBadge } from './parts/status';
-import { pulse, settings, usePulse, useRole, useSettings } from './stores';
+import { pulse, settings, useHandCount, usePulse, useRole, useSettings } from './stores';
 import { AdvancedTab } from './tabs/advanced';
 import { AreasTab } from './tabs/areas';
 import { CamerasTab } from './tabs/cameras';
 import { DetectionTab } from './tabs/detection';
 import { LiveTab } from './tabs/live';
-import { ReportsTab } from './tabs/reports';
 import { texts } from './texts';
 import { theme } from './theme';
 
@@ -21,7 +21,8 @@ const tabs: Record<TabName, () => JSX.Element> = {
   live: LiveTab,
   areas: AreasTab,
   detection: DetectionTab,
-  reports: ReportsTab,
+  reports: onDemand(async () => (await import('./tabs/reports')).ReportsTab),
+  count: onDemand(async () => (await import('./tabs/count')).CountTab),
   cameras: CamerasTab,
   advanced: AdvancedTab,
 };
@@ -174,7 +175,10 @@ function Tabs({ current }: { current: TabName }) {
 
 export function App() {
   const asked = useTab();
-  const tab = useRole().isViewer && !viewersTabs.includes(asked) ? 'live' : asked;
+  const { isViewer } = useRole();
+  // Who counts by hand is not to see what the camera counts.
+  const isBlind = useHandCount().count !== null && !isViewer;
+  const tab = isBlind ? 'count' : isViewer && !viewersTabs.includes(asked) ? 'live' : asked;
   useUnsavedGuard();
   useFreshSettings();
   useEffect(() => pulse.start(), []);
@@ -202,10 +206,10 @@ export function App() {
           {texts.product}
         </span>
         <CameraName />
-        <ConnectionBadge />
+        {!isBlind && <ConnectionBadge />}
         <ThemeButton />
       </header>
-      <Tabs current={tab} />
+      {!isBlind && <Tabs current={tab} />}
       <main id="content" tabIndex={-1}>
         <ConnectionBanner />
         <h1>{texts.tabs[tab]}</h1>

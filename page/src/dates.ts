@@ -13,7 +13,8 @@ export function momentOf(moment: Date, now: Date, timeStyle: 'short' | 'medium')
 
 export const dateOf = format({ dateStyle: 'medium' });
 export const dateTimeOf = format({ dateStyle: 'medium', timeStyle: 'short' });
-const timeOf = format({ timeStyle: 'short' });
+export const timeOf = format({ timeStyle: 'short' });
+export const weekdayOf = format({ weekday: 'long' });
 const dayOf = format({ day: 'numeric', month: 'short' });
 const monthOf = format({ month: 'short', year: 'numeric' });
 

@@ -1,6 +1,9 @@
 import { useEffect } from 'preact/hooks';
 import { reportMinutes } from './model/parameters';
+import { AnswerStore } from './model/answers';
 import { Before } from './model/before';
+import { HandCount } from './model/hand_count';
+import { HandRecords } from './model/hand_records';
 import { Pulse } from './model/pulse';
 import { isOfEntrances, recountSettings, RecountStore } from './model/recount';
 import { ReportStore } from './model/report_store';
@@ -15,12 +18,17 @@ export const pulse = new Pulse();
 export const settings = new SettingsStore();
 export const reports = new ReportStore();
 export const today = new Today();
+export const answers = new AnswerStore();
 export const before = new Before();
+export const handCount = new HandCount();
+export const handRecords = new HandRecords();
 export const recount = new RecountStore();
 
 export const usePulse = () => useStore(pulse);
 export const useSettings = () => useStore(settings);
 export const useRole = () => useStore(role);
+export const useHandCount = () => useStore(handCount);
+export const useHandRecords = () => useStore(handRecords);
 export const useReports = () => useStore(reports);
 
 /** How many minutes there are from one row of the reports to the next. */
@@ -38,6 +46,22 @@ export function useToday(): Today {
     return () => clearInterval(timer);
   }, [connection, generation, cameIn, wentOut]);
   return useStore(today);
+}
+
+const kAnswersFresh = 300_000;
+
+/** What people ask first, asked for every few minutes while it is looked at. */
+export function useAnswers(): AnswerStore {
+  const { connection, generation } = usePulse();
+  useEffect(() => {
+    if (connection !== 'ok') return;
+    void answers.load();
+    const timer = setInterval(() => {
+      if (!document.hidden) void answers.load();
+    }, kAnswersFresh);
+    return () => clearInterval(timer);
+  }, [connection, generation]);
+  return useStore(answers);
 }
 
 /** What there was before the camera was started; asked for whenever it is there again. */

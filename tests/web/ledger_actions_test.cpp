@@ -480,6 +480,8 @@ TEST(AskedLedger, KeepsACountByHand) {
                                             {"09:00:07.100Z", "08:59:59.999Z"},
                                             {"-120", "\"late\""},
                                             {"\"rain\"", "7"},
+                                            {"\"rain\"", "\"rain\",\"light\":\"noon\""},
+                                            {"\"rain\"", "\"rain\",\"light\":1"},
                                             {"[{\"t\"", "[7,{\"t\""}}) {
         std::string wrong = count;
         wrong.replace(wrong.find(part), part.size(), other);
@@ -487,6 +489,12 @@ TEST(AskedLedger, KeepsACountByHand) {
     }
     EXPECT_THROW(answerPostToLedger(access, {"hand_count", {}, "[]"}), std::invalid_argument);
     EXPECT_EQ(access.book().end().seq, 1) << "what was refused is not kept";
+    std::string lit = count;
+    lit.replace(lit.find("\"rain\""), 6, "\"rain\",\"light\":\"lamps\"");
+    EXPECT_STREQ(ask(access, {"hand_count", {}, lit, "ann"}, true).status, "200 OK");
+    const std::string second = access.book().lines(2, 2, 10'000);
+    EXPECT_NE(second.find(R"("remark":"rain","light":"lamps","taps":[)"), std::string::npos) << second;
+    EXPECT_EQ(schemaFaults(second), "");
 }
 
 TEST(AskedLedger, HasTheArchiveForWhatWasBeforeIt) {

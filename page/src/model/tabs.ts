@@ -1,4 +1,4 @@
-export const tabNames = ['live', 'areas', 'detection', 'reports', 'cameras', 'advanced'] as const;
+export const tabNames = ['live', 'areas', 'detection', 'reports', 'count', 'cameras', 'advanced'] as const;
 export type TabName = (typeof tabNames)[number];
 
 /** Those of somebody who changes nothing. */

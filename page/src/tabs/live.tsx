@@ -4,6 +4,7 @@ import { CameraError, post, Trouble } from '../model/api';
 import { hidingSize } from '../model/settings';
 import { PanelCamera } from '../model/readers';
 import { kMostApart } from '../model/trial';
+import { Answers } from '../parts/answers';
 import { Confirm, Question } from '../parts/dialog';
 import { useDeed } from '../parts/deed';
 import { Picture } from '../parts/picture';
@@ -31,6 +32,7 @@ export function LiveTab() {
   return (
     <>
       <ClockWarning />
+      <Answers />
       <Sections isViewer={isViewer} />
     </>
   );

@@ -2,6 +2,7 @@ import { useEffect, useId, useMemo, useState } from 'preact/hooks';
 import { dateOf, dateTimeOf, momentOf } from '../dates';
 import { actionAddress } from '../model/api';
 import { Answer, answer, Measure, measures, Report, Split, startOf } from '../model/report';
+import { Answers } from '../parts/answers';
 import { Button } from '../parts/button';
 import { Chart, Line, Window } from '../parts/chart';
 import { reports, usePeriod, useReports } from '../stores';
@@ -23,6 +24,7 @@ export function ReportsTab() {
   useEffect(() => reports.load(0.25), []);
   return (
     <>
+      <Answers />
       <div class="actions">
         <Button disabled={loading} onClick={() => reports.load()}>
           {t.again}

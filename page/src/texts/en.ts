@@ -3,6 +3,7 @@
  * one more file like this, with its own under `help`.
  */
 
+import { Verdict } from '../model/accuracy';
 import { Passed } from '../model/today';
 
 const list = new Intl.ListFormat('en-GB');
@@ -40,10 +41,16 @@ export const english = {
     areas: 'Areas',
     detection: 'Detection',
     reports: 'Reports',
+    count: 'Hand count',
     cameras: 'Cameras',
     advanced: 'Advanced',
     label: 'Sections',
     unsaved: 'unsaved changes',
+  },
+  part: {
+    loading: 'Loading …',
+    failed: 'This part of the page could not be loaded.',
+    again: 'Load the page again',
   },
   skip: 'Skip to the content',
   theme: {
@@ -172,6 +179,26 @@ export const english = {
     resetDone: 'The count has been reset to 0.',
     failed: 'That did not work: ',
   },
+  answers: {
+    title: 'At a glance',
+    ofThisCamera: 'Entries that this camera counted.',
+    asking: 'Asking for what was counted …',
+    failed: 'What was counted could not be asked for: ',
+    today: 'In today so far',
+    usual: (cameIn: number, weekday: string, days: number) =>
+      `${cameIn} is usual by now: ${days === 1 ? `last ${weekday}` : `average of ${days} ${weekday}s`}`,
+    noUsual: 'nothing to compare with yet',
+    yesterday: 'In yesterday',
+    than: (more: number, weekday: string, cameIn: number) =>
+      more === 0
+        ? `as many as on ${weekday} a week before`
+        : `${Math.abs(more)} % ${more > 0 ? 'more' : 'fewer'} than on ${weekday} a week before (${cameIn})`,
+    thanNobody: (weekday: string) => `nobody on ${weekday} a week before`,
+    watched: (share: number) => `only ${share} % of the day was watched`,
+    peak: 'Busiest hour yesterday',
+    peakIn: (cameIn: number) => `${cameIn} in`,
+    busiest: 'Busiest entrance yesterday',
+  },
   areas: {
     intro: 'Drag corners or whole areas. A small circle on an edge adds a corner there.',
     keys: 'With the keyboard: Tab to a corner or area, arrow keys move it, Shift makes bigger steps, Enter goes from an area to its corners and back, Insert adds a corner and Delete removes one.',
@@ -297,6 +324,70 @@ export const english = {
     csv: 'Download as CSV',
     html: 'Open as a web page',
     rows: (count: number, time: string) => `${plural(count, 'report row', 'report rows')}, read at ${time}`,
+  },
+  count: {
+    begin: 'Count by hand',
+    intro:
+      'Stand at the door and tap for everybody who comes in or goes out. The camera’s counts are hidden meanwhile; afterwards this page shows both, side by side. Everything stays on the camera.',
+    minutes: 'Minutes',
+    light: 'Light',
+    lights: { daylight: 'Daylight', lamps: 'Lamps', dark: 'Dark' },
+    remark: 'Remark',
+    start: 'Start counting',
+    notBegun: 'Not begun: ',
+    counting: 'Counting by hand',
+    left: (time: string) => `${time} left`,
+    tapped: (count: number, entrance: number, by: number) =>
+      `${plural(count, 'tap', 'taps')}; the last: ${by > 0 ? 'in' : 'out'} through entrance ${entrance}`,
+    noTap: 'Tap for each person, at the moment of crossing the line.',
+    full: 'The camera keeps no more taps of one count. Finish this one and begin another.',
+    undo: 'Take back the last tap',
+    finish: 'Finish now',
+    giveUp: 'Throw away',
+    giveUpAsk: 'Throw this count away?',
+    giveUpText: 'What was tapped is lost.',
+    over: 'The time is over',
+    handingIn: (count: number) => `Handing in ${plural(count, 'tap', 'taps')} …`,
+    notHandedIn: 'Not handed in, and kept here: ',
+    results: 'How well the camera counts',
+    print: 'Print',
+    loading: 'Reading the counts by hand …',
+    failed: 'The counts by hand could not be read: ',
+    none: (days: number) => `Nobody has counted by hand in the last ${days} days.`,
+    all: 'All together',
+    byHand: 'By hand',
+    byCamera: 'Camera',
+    bias: 'Difference',
+    interval: '90 % interval',
+    result: 'Result',
+    percent: (share: number) => {
+      const percent = Math.round(share * 1000) / 10;
+      return `${percent < 0 ? '−' : percent > 0 ? '+' : ''}${Math.abs(percent).toFixed(1)} %`;
+    },
+    fromTo: (from: string, to: string) => `${from} to ${to}`,
+    is: {
+      within: (margin: number) => `within ±${margin} %`,
+      beyond: (margin: number) => `off by more than ${margin} %`,
+      open: () => 'not shown yet',
+    },
+    verdict: ({ byHand, is, more }: Verdict) => {
+      if (byHand === 0) return 'Nobody passed while somebody counted: there is nothing to compare yet.';
+      if (is === 'within') return 'Shown: on average the camera is off by no more than 5 %.';
+      if (is === 'beyond')
+        return 'Shown: on average the camera is off by more than 5 %. Look at what was missed and invented below.';
+      return more === null
+        ? 'Not shown that the camera is off by no more than 5 %; counted like so far, more counts would not show it.'
+        : `Not shown yet that the camera is off by no more than 5 %: about ${more} more have to pass while somebody counts.`;
+    },
+    method:
+      'Counts are cut into blocks of five minutes. The mean difference between camera and hand, as a share of what was counted by hand, is shown to be within 5 % where its 90 % interval is (two one-sided t-tests; Schuirmann 1987), from ten blocks on. A tap and a crossing belong together within three seconds, at the same entrance and in the same direction. Counts from before the settings were changed are void.',
+    record: (from: string, to: string) => `${from} to ${to}`,
+    void: 'Void: the camera was started anew meanwhile, or its settings have been changed since.',
+    missed: 'missed',
+    invented: 'invented',
+    allRight: 'Everybody was counted, and nobody else.',
+    wrong: (missed: number, invented: number) => `${missed} missed, ${invented} invented:`,
+    passed: (entrance: number, by: number) => `${by > 0 ? 'in' : 'out'} through entrance ${entrance}`,
   },
   cameras: {
     own: 'This camera',

@@ -15,7 +15,7 @@ if (!isMissing && !building)
 export const screenshots = process.env.SCREENSHOTS ?? join(__dirname, '../../../build/screenshots');
 mkdirSync(screenshots, { recursive: true });
 
-export const tabs = ['live', 'areas', 'detection', 'reports', 'cameras', 'advanced'] as const;
+export const tabs = ['live', 'areas', 'detection', 'reports', 'count', 'cameras', 'advanced'] as const;
 export type Tab = (typeof tabs)[number];
 
 /** What a camera that counts says of itself, whichever alerts who walks there raises. */
