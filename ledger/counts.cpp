@@ -170,6 +170,14 @@ int64_t momentOf(const std::string& text, const std::string& zone) {
     return text.size() == kDateDigits ? firstOf(zoneOf(zone), time) : millisOf(time);
 }
 
+std::string localZoneName() {
+    const Zone zone = zoneOf("");
+    const std::string name = g_time_zone_get_identifier(zone.get());
+    // Rules without a name, such as "CET-1CEST,M3.5.0,M10.5.0/3", mean nothing elsewhere.
+    const bool isName = name.find('/') != std::string::npos && name.find(',') == std::string::npos;
+    return isName || name == "UTC" ? name : "";
+}
+
 HourOfDay::HourOfDay(const std::string& zone)
     : m_read([known = std::shared_ptr<GTimeZone>(zoneOf(zone).release(), UnrefZone())](int64_t utcMillis) {
           const Time utc(g_date_time_new_from_unix_utc(utcMillis / 1000));

@@ -67,6 +67,9 @@ CountsBy countsByOf(const std::string& text);
  */
 int64_t momentOf(const std::string& text, const std::string& zone);
 
+/** The machine's zone as others name it, such as "Europe/Berlin"; empty where it has no such name. */
+std::string localZoneName();
+
 /** Tells the hour of the day in a zone. */
 class HourOfDay {
 public:

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "clock.h"
+#include "counts.h"
 #include "http_request_controller.h"
 #include "line.h"
 
@@ -40,8 +41,12 @@ int64_t aheadOf(int64_t theirMillis, int64_t askedMicros, int64_t answeredMicros
 }  // namespace
 
 std::string aboutText() {
-    const ordered_json about = {
-        {"application", kApplication}, {"version", SENVO_VERSION}, {"time", ledger::utcText(clockNowMicros() / 1000)}};
+    const int64_t now = clockNowMicros();
+    const ordered_json about = {{"application", kApplication},
+                                {"version", SENVO_VERSION},
+                                {"time", ledger::utcText(now / 1000)},
+                                {"zone", ledger::localZoneName()},
+                                {"offset", localTime(now / 1'000'000).tm_gmtoff}};
     return about.dump();
 }
 

@@ -2,7 +2,11 @@
 
 #include <string>
 
-/** What a leader and a follower tell of themselves, as JSON: {"application", "version", "time"}. Any thread. */
+/**
+ * What a leader and a follower tell of themselves, as JSON: {"application", "version", "time", "zone", "offset"}. Zone:
+ * the name of the machine's, empty where it has none; offset: of its local time from UTC, seconds, as it is now. Any
+ * thread.
+ */
 std::string aboutText();
 
 /**

@@ -351,8 +351,11 @@ ordered_json handCountOf(const std::string& body, const std::string& user) {
         }
         kept.push_back({{"t", ledger::utcText(moment)}, {"entrance", entrance}, {"direction", direction}});
     }
-    ordered_json line = {{"user", user},           {"begin", ledger::utcText(begin)}, {"end", ledger::utcText(end)},
-                         {"phone_offset", offset}, {"remark", remark}};
+    ordered_json line = {{"user", user},
+                         {"begin", ledger::utcText(begin)},
+                         {"end", ledger::utcText(end)},
+                         {"phone_offset", offset},
+                         {"remark", remark}};
     if (!light.is_null()) {
         line["light"] = light;
     }

@@ -8,7 +8,7 @@ import { TabName, tabNames, viewersTabs } from './model/tabs';
 import { useFocusKept } from './parts/focus';
 import { onDemand } from './parts/on_demand';
 import { CameraStatus, StatusBadge } from './parts/status';
-import { pulse, settings, useHandCount, usePulse, useRole, useSettings } from './stores';
+import { pulse, settings, useCameraTime, useHandCount, usePulse, useRole, useSettings } from './stores';
 import { AdvancedTab } from './tabs/advanced';
 import { AreasTab } from './tabs/areas';
 import { CamerasTab } from './tabs/cameras';
@@ -175,6 +175,7 @@ function Tabs({ current }: { current: TabName }) {
 
 export function App() {
   const asked = useTab();
+  useCameraTime();
   const { isViewer } = useRole();
   // Who counts by hand is not to see what the camera counts.
   const isBlind = useHandCount().count !== null && !isViewer;

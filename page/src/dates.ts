@@ -5,10 +5,45 @@ const format = (options: Intl.DateTimeFormatOptions) => {
   return (seconds: number) => shown.format(seconds * 1000);
 };
 
-/** A moment by the clock of this device; with its date where that is another than today's. */
+/** The zone in which the camera hangs. */
+export interface Zone {
+  /** Such as Europe/Berlin; empty where it has no name. */
+  name: string;
+  /** Seconds from UTC, as they are now. */
+  offset: number;
+}
+
+/** Null until the camera has told: then times are those of this device. */
+let there: Zone | null = null;
+
+const isNamed = ({ name }: Zone) => {
+  try {
+    return name !== '' && Boolean(new Intl.DateTimeFormat(undefined, { timeZone: name }));
+  } catch {
+    return false; // a browser that does not know it
+  }
+};
+
+/** Writes moments in the camera's zone from now on. */
+export function setZone(zone: Zone | null): void {
+  there = zone && { ...zone, name: isNamed(zone) ? zone.name : '' };
+}
+
+function written(moment: Date, options: Intl.DateTimeFormatOptions, locale?: string): string {
+  if (!there) return moment.toLocaleString(locale ?? [], options);
+  if (there.name) return moment.toLocaleString(locale ?? [], { ...options, timeZone: there.name });
+  const shifted = new Date(moment.getTime() + there.offset * 1000);
+  return shifted.toLocaleString(locale ?? [], { ...options, timeZone: 'UTC' });
+}
+
+/** The camera's date at a moment: 2026-11-22. */
+export const isoDateOf = (moment: Date): string =>
+  written(moment, { year: 'numeric', month: '2-digit', day: '2-digit' }, 'sv-SE');
+
+/** A moment by the camera's local time; with its date where that is another than today's. */
 export function momentOf(moment: Date, now: Date, timeStyle: 'short' | 'medium'): string {
-  const isToday = moment.toDateString() === now.toDateString();
-  return moment.toLocaleString([], isToday ? { timeStyle } : { dateStyle: 'medium', timeStyle });
+  const isToday = isoDateOf(moment) === isoDateOf(now);
+  return written(moment, isToday ? { timeStyle } : { dateStyle: 'medium', timeStyle });
 }
 
 export const dateOf = format({ dateStyle: 'medium' });

@@ -2,6 +2,7 @@ import { useEffect } from 'preact/hooks';
 import { reportMinutes } from './model/parameters';
 import { AnswerStore } from './model/answers';
 import { Before } from './model/before';
+import { CameraTime } from './model/camera_time';
 import { HandCount } from './model/hand_count';
 import { HandRecords } from './model/hand_records';
 import { Pulse } from './model/pulse';
@@ -20,6 +21,7 @@ export const reports = new ReportStore();
 export const today = new Today();
 export const answers = new AnswerStore();
 export const before = new Before();
+export const cameraTime = new CameraTime();
 export const handCount = new HandCount();
 export const handRecords = new HandRecords();
 export const recount = new RecountStore();
@@ -30,6 +32,15 @@ export const useRole = () => useStore(role);
 export const useHandCount = () => useStore(handCount);
 export const useHandRecords = () => useStore(handRecords);
 export const useReports = () => useStore(reports);
+
+/** The camera's zone, asked for whenever the camera is there again. */
+export function useCameraTime(): CameraTime {
+  const { connection, generation } = usePulse();
+  useEffect(() => {
+    if (connection === 'ok') void cameraTime.load();
+  }, [connection, generation]);
+  return useStore(cameraTime);
+}
 
 /** How many minutes there are from one row of the reports to the next. */
 export const usePeriod = () => reportMinutes(useSettings().loaded?.get('RepInt'));

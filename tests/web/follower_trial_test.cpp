@@ -49,6 +49,23 @@ TEST(FollowerTrial, TellsTheVersionAndTheClockOfAGoodOne) {
     }
 }
 
+TEST(FollowerTrial, TellsInWhichZoneTheCameraHangs) {
+    const std::tuple<const char*, time_t, const char*, int> zones[] = {
+        {"Europe/Berlin", 1700000000, "Europe/Berlin", 3'600},  // in November
+        {"Europe/Berlin", 1720000000, "Europe/Berlin", 7'200},  // in July
+        {"Australia/Adelaide", 1720000000, "Australia/Adelaide", 34'200},
+        {"CET-1CEST,M3.5.0,M10.5.0/3", 1720000000, "", 7'200},
+        {"UTC", 1720000000, "UTC", 0},
+    };
+    for (const auto& [rules, moment, name, offset] : zones) {
+        const TimeZone zone(rules);
+        const TestClock clock(moment);
+        const nlohmann::json about = nlohmann::json::parse(aboutText());
+        EXPECT_EQ(about["zone"], name) << rules;
+        EXPECT_EQ(about["offset"], offset) << rules << ' ' << moment;
+    }
+}
+
 TEST(FollowerTrial, TellsWhyThereIsNoAnswer) {
     const std::string question = "WWW-Authenticate: Digest realm=\"r\", nonce=\"1\", qop=\"auth\"\r\n";
     const std::string number = response("200 OK", "", "200");

@@ -1,3 +1,4 @@
+import { isoDateOf } from '../dates';
 import { askCounted, CameraError } from './api';
 import { Size } from './geometry';
 import { kAreas, polygonOf, Values } from './settings';
@@ -44,15 +45,11 @@ export function recountSettings(values: Values, size: Size): string {
   });
 }
 
-const dateOf = (moment: Date) =>
-  [moment.getFullYear(), moment.getMonth() + 1, moment.getDate()]
-    .map((part) => String(part).padStart(2, '0'))
-    .join('-');
-
-/** Yesterday, by whatever zone the camera hangs in. */
+/** The day before the camera's today. */
 export function yesterday(now: Date): string {
-  const before = new Date(now.getFullYear(), now.getMonth(), now.getDate() - 1);
-  return `&from=${dateOf(before)}&to=${dateOf(now)}`;
+  const today = isoDateOf(now);
+  const before = new Date(Date.parse(today) - 86_400_000).toISOString().slice(0, 10);
+  return `&from=${before}&to=${today}`;
 }
 
 interface Answer {

@@ -1,7 +1,8 @@
-import { dateOf, timeOf, weekdayOf } from '../dates';
+import { dateOf, momentOf, timeOf, weekdayOf } from '../dates';
 import { isWatched, Answers as Known, Span } from '../model/answers';
 import { Passed } from '../model/today';
-import { useAnswers, useToday } from '../stores';
+import { useStore } from '../model/store';
+import { cameraTime, useAnswers, usePulse, useToday } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.answers;
@@ -40,6 +41,15 @@ const hourOf = ({ begin }: Span) => `${timeOf(begin)} – ${timeOf(begin + kHour
 
 const entriesOf = (counts: ReadonlyMap<number, Passed>) =>
   [...counts.values()].reduce((sum, { cameIn }) => sum + cameIn, 0);
+
+/** The camera's clock as it is now. */
+function CameraClock() {
+  const { clockAhead } = usePulse();
+  const { zone } = useStore(cameraTime);
+  if (clockAhead === null || !zone) return null;
+  const now = new Date(Date.now() + clockAhead * 1000);
+  return <span data-testid="camera-clock">{t.clock(momentOf(now, now, 'short'), zone.name)}</span>;
+}
 
 /** What people ask first: how busy it is and was, and against what. */
 export function Answers() {
@@ -86,7 +96,9 @@ export function Answers() {
       ) : (
         <p class="muted">{trouble ? t.failed + texts.trouble[trouble] : t.asking}</p>
       )}
-      <p class="help">{t.ofThisCamera}</p>
+      <p class="help">
+        {t.ofThisCamera} <CameraClock />
+      </p>
     </section>
   );
 }

@@ -206,7 +206,9 @@ function Results() {
               ? t.loading
               : records.length === 0
                 ? t.none(kDaysBack)
-                : t.verdict(verdictOf(valid.flatMap(({ blocks }) => blocks)))}
+                : valid.length === 0
+                  ? t.allVoid
+                  : t.verdict(verdictOf(valid.flatMap(({ blocks }) => blocks)))}
         </p>
         {valid.length > 0 && <Verdicts records={valid} />}
         <p class="help">{t.method}</p>

@@ -182,6 +182,8 @@ export const english = {
   answers: {
     title: 'At a glance',
     ofThisCamera: 'Entries that this camera counted.',
+    clock: (time: string, zone: string) =>
+      `All times on this page are the camera’s; its clock says ${time}${zone ? ` (${zone})` : ''}.`,
     asking: 'Asking for what was counted …',
     failed: 'What was counted could not be asked for: ',
     today: 'In today so far',
@@ -354,6 +356,7 @@ export const english = {
     loading: 'Reading the counts by hand …',
     failed: 'The counts by hand could not be read: ',
     none: (days: number) => `Nobody has counted by hand in the last ${days} days.`,
+    allVoid: 'All counts by hand are void: count again with the settings of now.',
     all: 'All together',
     byHand: 'By hand',
     byCamera: 'Camera',

@@ -295,7 +295,7 @@ describe.skipIf(isMissing)('Live', () => {
     let count = 7;
     const page = await open({}, async (one) => {
       await one.route('**/*action=get_ledger&*', answer);
-      await one.route('**/*action=get_counts&*', (route) =>
+      await one.route('**/*action=get_counts&from=*&step=day&by=entrance,direction', (route) =>
         route.fulfill({
           contentType: 'application/json',
           body: JSON.stringify({

@@ -1,5 +1,5 @@
-import { describe, expect, test } from 'vitest';
-import { axisLabels, dateOf, dateTimeOf, momentOf } from '../../src/dates';
+import { afterEach, describe, expect, test } from 'vitest';
+import { axisLabels, dateOf, dateTimeOf, isoDateOf, momentOf, setZone } from '../../src/dates';
 import { pinched } from '../../src/parts/pinch';
 import { chosenLanguage } from '../../src/texts';
 import { english } from '../../src/texts/en';
@@ -42,6 +42,31 @@ test("a moment has a date where that is not today's", () => {
   expect(momentOf(today, now, 'medium')).toBe(words(today, { timeStyle: 'medium' }));
   expect(momentOf(yesterday, now, 'short')).toBe(words(yesterday, { dateStyle: 'medium', timeStyle: 'short' }));
   expect(momentOf(yesterday, now, 'short')).toContain(words(yesterday, { dateStyle: 'medium' }));
+});
+
+describe('where the camera hangs elsewhere', () => {
+  afterEach(() => setZone(null));
+  // 22:30 UTC of a summer's day, and of a winter's.
+  const [summer, winter] = [new Date('2026-07-01T22:30:00Z'), new Date('2026-01-01T22:30:00Z')];
+
+  test.each([
+    [{ name: 'Australia/Adelaide', offset: 34_200 }, ['2026-07-02', '08:00'], ['2026-01-02', '09:00']],
+    // Without a name its offset is that of now.
+    [{ name: '', offset: -36_000 }, ['2026-07-01', '12:30'], ['2026-01-01', '12:30']],
+    [{ name: 'Moon/Base', offset: 7200 }, ['2026-07-02', '00:30'], ['2026-01-02', '00:30']],
+  ])('times are those of %j', (zone, inSummer, inWinter) => {
+    setZone(zone);
+    for (const [moment, [date, time]] of [
+      [summer, inSummer],
+      [winter, inWinter],
+    ] as const) {
+      expect(isoDateOf(moment)).toBe(date);
+      expect(momentOf(moment, moment, 'short')).toBe(format(`${date}T${time}`, { timeStyle: 'short' }));
+    }
+    // Two hours later it is another day there, or not.
+    const later = new Date(summer.getTime() + 2 * 3_600_000);
+    expect(momentOf(summer, later, 'short').length > 8).toBe(isoDateOf(later) !== isoDateOf(summer));
+  });
 });
 
 test.each([
