@@ -52,3 +52,15 @@ export const hostileTexts = [
   'Z̷̢͝a̸l̵g̶o̷',
   'W'.repeat(180),
 ];
+
+/** Of those, what ends or begins an element of the camera's answers: in one field it changes what the next ones are. */
+const isForged = (text: string) => /<\/?(app|root|TotalOcc|StatusCam)/.test(text);
+
+/** As many as there are cameras in a building, so that each has a name of its own; those that are forged by themselves. */
+export function hostileRounds(cameras: number): string[][] {
+  const plain = hostileTexts.filter((text) => !isForged(text));
+  const rounds = Array.from({ length: Math.ceil(plain.length / cameras) }, (_, i) =>
+    plain.slice(i * cameras, (i + 1) * cameras),
+  );
+  return [...rounds, ...hostileTexts.filter(isForged).map((text) => [text])];
+}

@@ -83,7 +83,7 @@ export async function show(page: Page, tab: Tab): Promise<void> {
     (status) => status !== 401 && status !== 429,
   );
   await page.getByRole('heading', { level: 1, name: new RegExp(tab, 'i') }).waitFor();
-  await page.waitForFunction(() => !document.querySelector('[data-testid=status]')?.textContent!.includes('Asking'));
+  await page.waitForFunction(() => !document.querySelector('[data-testid=status]')?.textContent?.includes('Asking'));
 }
 
 /** A tab of a page of its own. */
