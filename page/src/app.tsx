@@ -8,7 +8,7 @@ import { TabName, tabNames, viewersTabs } from './model/tabs';
 import { useFocusKept } from './parts/focus';
 import { onDemand } from './parts/on_demand';
 import { CameraStatus, StatusBadge } from './parts/status';
-import { pulse, settings, useCameraTime, useHandCount, usePulse, useRole, useSettings } from './stores';
+import { pulse, settings, useAlerts, useCameraTime, useHandCount, usePulse, useRole, useSettings } from './stores';
 import { AdvancedTab } from './tabs/advanced';
 import { AreasTab } from './tabs/areas';
 import { CamerasTab } from './tabs/cameras';
@@ -118,6 +118,19 @@ function ThemeButton() {
   );
 }
 
+/** The alerts that the camera's status does not tell, since it tells something else. */
+function AlertBadge() {
+  const { raised } = useAlerts();
+  const { connection, panel } = usePulse();
+  if (connection !== 'ok' || raised.length === 0 || /event active/.test(panel?.cameras[0].status ?? '')) return null;
+  const names = [...new Set(raised.map(({ name }) => texts.advanced.alert[name]))];
+  return (
+    <span role="status" data-testid="alert">
+      <StatusBadge status={texts.alertOf(names)} tone="warn" />
+    </span>
+  );
+}
+
 function ConnectionBadge() {
   const { connection, panel } = usePulse();
   return (
@@ -207,6 +220,7 @@ export function App() {
           {texts.product}
         </span>
         <CameraName />
+        {!isBlind && <AlertBadge />}
         {!isBlind && <ConnectionBadge />}
         <ThemeButton />
       </header>

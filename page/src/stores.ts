@@ -1,5 +1,6 @@
 import { useEffect } from 'preact/hooks';
 import { reportMinutes } from './model/parameters';
+import { Alerts } from './model/alerts';
 import { AnswerStore } from './model/answers';
 import { Before } from './model/before';
 import { CameraTime } from './model/camera_time';
@@ -15,7 +16,8 @@ import { Today } from './model/today';
 
 /* The page watches one camera: one of each. */
 
-export const pulse = new Pulse();
+export const alerts = new Alerts();
+export const pulse = new Pulse((lines) => alerts.add(lines));
 export const settings = new SettingsStore();
 export const reports = new ReportStore();
 export const today = new Today();
@@ -32,6 +34,15 @@ export const useRole = () => useStore(role);
 export const useHandCount = () => useStore(handCount);
 export const useHandRecords = () => useStore(handRecords);
 export const useReports = () => useStore(reports);
+
+/** The alerts of the last day; read anew whenever the camera is there again. */
+export function useAlerts(): Alerts {
+  const { connection, generation } = usePulse();
+  useEffect(() => {
+    if (connection === 'ok') void alerts.load();
+  }, [connection, generation]);
+  return useStore(alerts);
+}
 
 /** The camera's zone, asked for whenever the camera is there again. */
 export function useCameraTime(): CameraTime {

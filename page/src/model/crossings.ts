@@ -19,7 +19,7 @@ interface Place {
 }
 
 /** A line of a ledger. Two of the same text are the same one: a number may be given anew, with another time. */
-interface Line extends Place {
+export interface Line extends Place {
   text: string;
   value: { kind?: unknown; entrance?: unknown; direction?: unknown; class?: unknown; t?: unknown };
 }
@@ -61,8 +61,8 @@ function placeOf(text: string | null): Place {
   return { epoch: found[1], seq: Number(found[2]) };
 }
 
-/** Beside crossings what is written every minute: there is always a line not far back that the camera still has. */
-const kKinds = 'crossing,watched';
+/** Beside what is told, what is written every minute: there is always a line not far back that the camera still has. */
+const kKinds = 'crossing,watched,alert,start';
 /** So many lines are remembered: a power cut takes those of five minutes at most. */
 const kKept = 1000;
 /** So many numbers behind the end the first question begins, for the same reason. */
@@ -76,7 +76,7 @@ interface Known {
 }
 
 /**
- * Follows the camera's ledger: each crossing since the first question is told once, however long nobody asked.
+ * Follows the camera's ledger: each line of the kinds since the first question is told once, however long nobody asked.
  *
  * It reads what is not safe from a power cut yet, so that nothing is synced for it. So it does not rely on numbers: it asks
  * from the last line that it knows. When that is not what the camera has there, the end was cut off and its numbers may have
@@ -86,7 +86,7 @@ interface Known {
 export class CrossingReader {
   private known: Known | null = null;
 
-  constructor(private readonly tell: (crossings: Crossing[]) => void) {}
+  constructor(private readonly tell: (lines: Line[]) => void) {}
 
   /** Tells what has come since the last time. Throws CameraError; then all of it is told the next time. */
   async goOn(): Promise<void> {
@@ -111,7 +111,7 @@ export class CrossingReader {
     const fresh = read.lines.filter(({ text }) => !told.has(text));
     const lines = (goesOn ? [...known, ...fresh] : read.lines).slice(-kKept);
     this.known = { epoch: read.epoch, from: lines.length < kKept ? from : lines[0].seq, lines };
-    this.tell(readCrossings(fresh));
+    this.tell(fresh);
   }
 }
 

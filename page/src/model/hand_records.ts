@@ -1,7 +1,8 @@
 import { Block, blocksOf, kApart, match, Matched, Pass } from './accuracy';
-import { actionAddress, CameraError, kMostWait, request, Trouble } from './api';
-import { readCrossings, readLines } from './crossings';
+import { CameraError, Trouble } from './api';
+import { readCrossings } from './crossings';
 import { Light, kLights } from './hand_count';
+import { kDay, linesOf } from './ledger_lines';
 import { Store } from './store';
 
 /** A count by hand beside what the camera counted. */
@@ -21,9 +22,6 @@ export interface HandRecord extends Matched {
 
 /** So far back the ledger is looked through. */
 export const kDaysBack = 14;
-const kDay = 86_400_000;
-/** In one answer. */
-const kLines = 1000;
 /** What is written each minute, too: behind it there is nothing more to read. */
 const kCrossings = 'crossing,watched';
 /** Settings on which it does not depend what is counted at the entrances. */
@@ -44,22 +42,6 @@ interface Line {
 
 const textOf = (value: unknown) => (typeof value === 'string' ? value : '');
 const timeOf = (value: unknown) => Date.parse(textOf(value));
-
-/** All lines of some kinds from a time on, until one of a later time than the second. Throws CameraError. */
-async function linesOf(kinds: string, from: number, to = Infinity) {
-  const lines = [];
-  for (let since = ''; ; ) {
-    const response = await request(
-      actionAddress(`get_ledger&newest=1&kinds=${kinds}&from=${new Date(from).toISOString()}&limit=${kLines}${since}`),
-      { signal: AbortSignal.timeout(kMostWait) },
-    );
-    lines.push(...readLines(await response.text()));
-    const [next, end] = [response.headers.get('X-Ledger-Next'), response.headers.get('X-Ledger-End')];
-    const isPast = lines.length > 0 && timeOf((lines[lines.length - 1].value as Line).t) > to;
-    if (isPast || !next || next === end || `&since=${next}` === since) return lines;
-    since = `&since=${next}`;
-  }
-}
 
 function tapsOf(value: unknown): Pass[] {
   const taps = Array.isArray(value) ? (value as { t?: unknown; entrance?: unknown; direction?: unknown }[]) : [];

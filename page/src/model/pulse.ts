@@ -1,5 +1,5 @@
 import { ask, askTogether, CameraError, signIn, Trouble } from './api';
-import { Crossing, CrossingReader } from './crossings';
+import { Crossing, CrossingReader, Line, readCrossings } from './crossings';
 import { Panel, readAges, readInteger, readPanel } from './readers';
 import { Store } from './store';
 
@@ -40,13 +40,21 @@ export class Pulse extends Store {
   clockAhead: number | null = null;
   /** Rises whenever the camera is there again. */
   generation = 0;
-  private readonly crossings = new CrossingReader((crossings) => this.note(crossings));
+  private readonly crossings = new CrossingReader((lines) => {
+    this.note(readCrossings(lines));
+    this.tellLines(lines);
+  });
   private timer: ReturnType<typeof setTimeout> | undefined;
   private beating: Promise<void> | null = null;
   /** The question for the login that is open. */
   private question = new AbortController();
   private hiddenAt = Infinity;
   private readonly otherTabs = new BroadcastChannel(kChannel);
+
+  /** tellLines: is given what the ledger has more. */
+  constructor(private readonly tellLines: (lines: Line[]) => void = () => {}) {
+    super();
+  }
 
   start(): void {
     document.addEventListener('visibilitychange', () => {

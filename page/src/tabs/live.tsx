@@ -10,7 +10,8 @@ import { useDeed } from '../parts/deed';
 import { Picture } from '../parts/picture';
 import { CameraStatus } from '../parts/status';
 import { answers, Connection } from '../model/pulse';
-import { pulse, useBefore, usePulse, useRole, useSettings, useToday } from '../stores';
+import { useStore } from '../model/store';
+import { alerts as alertStore, pulse, useBefore, usePulse, useRole, useSettings, useToday } from '../stores';
 import { texts } from '../texts';
 
 const t = texts.live;
@@ -50,6 +51,7 @@ function Sections({ isViewer }: { isViewer: boolean }) {
         {!isViewer && <AfterRestart />}
         {!isViewer && unanswered.length > 0 && <AskFollowers unanswered={unanswered} />}
         <Figures unanswered={unanswered.length} />
+        <AlertList />
         <Passages />
         {!isViewer && <Resets />}
       </div>
@@ -222,6 +224,30 @@ function ofToday(isKnown: boolean, trouble: Trouble | null, connection: Connecti
   if (connection !== 'ok' && connection !== 'asking') return texts.connection[connection];
   if (trouble) return t.todayFailed + texts.trouble[trouble];
   return isKnown ? '' : t.todayAsked;
+}
+
+const kAlertsShown = 10;
+
+/** Which alerts are raised, and which were in the last day. */
+function AlertList() {
+  const { alerts } = useStore(alertStore);
+  const now = new Date();
+  const isRaised = alerts.some(({ until }) => until === null);
+  return (
+    <section class="card alerts" data-testid="alerts">
+      <h2>{t.alerts}</h2>
+      {!isRaised && <p>{t.noAlert}</p>}
+      <ul class="ticker">
+        {alerts.slice(0, kAlertsShown).map(({ name, isByHand, since, until }, i) => (
+          <li key={i} class={until ? '' : 'raised'}>
+            <time>{momentOf(since, now, 'short')}</time>{' '}
+            {t.alert(texts.advanced.alert[name], isByHand, until && until.getTime() - since.getTime())}
+          </li>
+        ))}
+      </ul>
+      {alerts.length > kAlertsShown && <p class="help">{t.moreAlerts(alerts.length - kAlertsShown)}</p>}
+    </section>
+  );
 }
 
 function Passages() {

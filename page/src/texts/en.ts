@@ -64,6 +64,7 @@ export const english = {
     notAsked: 'not asked yet',
     unknown: 'not known at the moment',
   },
+  alertOf: (names: string[]) => `Alert: ${list.format(names)}`,
   /** Where the camera's own words come with figures. */
   tooMany: (inside: number, limit: number) => `Alert: ${inside} inside (limit ${limit})`,
   /** By the camera's own words, which are English; others are shown as they come. */
@@ -127,6 +128,12 @@ export const english = {
     area: (number: number) => `Area ${number}`,
     entrance: (number: number) => `Entrance ${number}`,
     areaOff: 'off',
+    alerts: 'Alerts',
+    noAlert: 'No alert now.',
+    /** milliseconds: how long it lasted, null while it lasts. */
+    alert: (name: string, isByHand: boolean, milliseconds: number | null) =>
+      `${name}${isByHand ? ' (test, raised by hand)' : ''}, ${milliseconds === null ? 'since then' : `for ${age(milliseconds / 1000)}`}`,
+    moreAlerts: (count: number) => `${plural(count, 'other', 'others')} in the last 24 hours.`,
     passages: 'Entries and exits',
     since: 'Since this page was opened',
     cameIn: 'In',
