@@ -42,7 +42,7 @@ function Begin() {
       <h2>{t.begin}</h2>
       <p>{t.intro}</p>
       <form
-        class="grid"
+        class="grid spaced"
         onSubmit={(event) => {
           event.preventDefault();
           if (isRight) void handCount.begin(Number(minutes), light, remark.trim());

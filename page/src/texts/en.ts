@@ -3,7 +3,7 @@
  * one more file like this, with its own under `help`.
  */
 
-import { Verdict } from '../model/accuracy';
+import { kLeastBlocks, Verdict } from '../model/accuracy';
 import { Passed } from '../model/today';
 
 const list = new Intl.ListFormat('en-GB');
@@ -380,11 +380,13 @@ export const english = {
       beyond: (margin: number) => `off by more than ${margin} %`,
       open: () => 'not shown yet',
     },
-    verdict: ({ byHand, is, more }: Verdict) => {
+    verdict: ({ byHand, blocks, is, more }: Verdict) => {
       if (byHand === 0) return 'Nobody passed while somebody counted: there is nothing to compare yet.';
       if (is === 'within') return 'Shown: on average the camera is off by no more than 5 %.';
       if (is === 'beyond')
         return 'Shown: on average the camera is off by more than 5 %. Look at what was missed and invented below.';
+      if (more === null && blocks < kLeastBlocks)
+        return `Not shown yet that the camera is off by no more than 5 %: that takes at least ${kLeastBlocks * 5} minutes of counting.`;
       return more === null
         ? 'Not shown that the camera is off by no more than 5 %; counted like so far, more counts would not show it.'
         : `Not shown yet that the camera is off by no more than 5 %: about ${more} more have to pass while somebody counts.`;

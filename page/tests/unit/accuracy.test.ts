@@ -1,4 +1,5 @@
 import { describe, expect, test } from 'vitest';
+import { english } from '../../src/texts/en';
 import { Block, blocksOf, match, Pass, tQuantile, verdictOf } from '../../src/model/accuracy';
 
 const kMinute = 60_000;
@@ -110,5 +111,15 @@ describe('the verdict', () => {
     });
     expect(verdictOf([])).toMatchObject({ bias: null, is: 'open' });
     expect(verdictOf(blocks([1]))).toMatchObject({ bias: 0.05, interval: null, is: 'open' });
+  });
+
+  test('says what is missing to it', () => {
+    const said = (differences: number[]) => english.count.verdict(verdictOf(blocks(differences)));
+    expect(said([-1])).toMatch(/at least 50 minutes of counting/);
+    expect(said([0, 0])).toMatch(/about 160 more have to pass/);
+    expect(said([0, 2, 0, 2, 0, 2, 0, 2, 0, 2])).toMatch(/more counts would not show it/);
+    expect(said([0, 0, 0, 0, 0, 0, 0, 0, 0, 0])).toMatch(/^Shown: .* no more than 5 %/);
+    expect(said([-4, -3, -4, -5, -4, -4, -3, -5, -4, -4])).toMatch(/^Shown: .* more than 5 %/);
+    expect(english.count.verdict(verdictOf([]))).toMatch(/^Nobody passed/);
   });
 });
