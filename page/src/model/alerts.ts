@@ -51,11 +51,32 @@ export function readAlerts(lines: readonly Line[]): Alert[] {
   return alerts;
 }
 
-const isOfAlerts = ({ value: { kind } }: Line) => kind === 'alert' || kind === 'start';
+/** What made the count of who is inside begin anew, and when. */
+export interface Beginning {
+  at: Date;
+  by: 'start' | 'reset' | 'corrected';
+}
 
-/** The alerts of the last day, and those that are raised. */
+/** The last beginning of the count that a ledger's lines tell; null where they tell none. */
+export function readBeginning(lines: readonly Line[]): Beginning | null {
+  for (const { value } of [...lines].reverse()) {
+    const { kind, t, occupancy } = value as { kind?: unknown; t?: unknown; occupancy?: unknown };
+    const at = new Date(typeof t === 'string' ? t : NaN);
+    // A start that goes on with who was inside begins nothing.
+    if (kind === 'start' && typeof occupancy === 'number' && occupancy > 0) continue;
+    if ((kind === 'start' || kind === 'reset' || kind === 'corrected') && !Number.isNaN(at.getTime()))
+      return { at, by: kind };
+  }
+  return null;
+}
+
+const kKinds = ['alert', 'start', 'reset', 'corrected'];
+
+/** The alerts of the last day, those that are raised, and since when who is inside is counted. */
 export class Alerts extends Store {
   alerts: Alert[] = [];
+  /** Null where it began before the last day. */
+  beginning: Beginning | null = null;
   private lines: Line[] = [];
 
   get raised(): Alert[] {
@@ -65,7 +86,7 @@ export class Alerts extends Store {
   /** Reads the last day, as whenever the camera is there again. */
   async load(): Promise<void> {
     try {
-      const lines = await linesOf('alert,start', Date.now() - kDay);
+      const lines = await linesOf(kKinds.join(), Date.now() - kDay);
       this.lines = [];
       this.add(lines);
     } catch {
@@ -76,10 +97,11 @@ export class Alerts extends Store {
   /** Takes what the ledger has more. */
   add(lines: readonly Line[]): void {
     const known = new Set(this.lines.map(({ text }) => text));
-    const fresh = lines.filter((line) => isOfAlerts(line) && !known.has(line.text));
+    const fresh = lines.filter(({ text, value: { kind } }) => kKinds.includes(String(kind)) && !known.has(text));
     if (fresh.length === 0 && this.lines.length > 0) return;
     this.lines.push(...fresh);
     this.alerts = readAlerts(this.lines);
+    this.beginning = readBeginning(this.lines);
     this.changed();
   }
 }

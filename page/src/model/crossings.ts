@@ -62,7 +62,7 @@ function placeOf(text: string | null): Place {
 }
 
 /** Beside what is told, what is written every minute: there is always a line not far back that the camera still has. */
-const kKinds = 'crossing,watched,alert,start';
+const kKinds = 'crossing,watched,alert,start,reset,corrected';
 /** So many lines are remembered: a power cut takes those of five minutes at most. */
 const kKept = 1000;
 /** So many numbers behind the end the first question begins, for the same reason. */

@@ -111,9 +111,11 @@ function TrialOf({ number }: { number: number }) {
   };
   return (
     <div class="column" data-testid={`trial-${number}`}>
-      <Button disabled={isEdited || said === texts.trial.asked} onClick={() => void test()}>
-        {texts.trial.test(number)}
-      </Button>
+      <div class="actions">
+        <Button disabled={isEdited || said === texts.trial.asked} onClick={() => void test()}>
+          {texts.trial.test(number)}
+        </Button>
+      </div>
       <div role="status">
         {isEdited ? texts.trial.saveFirst : said}
         {trial && !isEdited && (

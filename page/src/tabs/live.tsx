@@ -125,6 +125,7 @@ function useUnanswered(): PanelCamera[] {
 
 function Figures({ unanswered }: { unanswered: number }) {
   const { occupancy, panel, crowd, buildingCrowd } = usePulse();
+  const { beginning } = useStore(alertStore);
   // A leader that was started anew has not added up anything yet.
   const least = unanswered > 0 ? (occupancy ?? 0) : 0;
   const building = panel?.occupancy == null ? null : Math.max(panel.occupancy, least);
@@ -142,6 +143,11 @@ function Figures({ unanswered }: { unanswered: number }) {
           testid="building"
         />
       </dl>
+      {beginning && (
+        <p class="help" data-testid="beginning">
+          {t.begun[beginning.by](momentOf(beginning.at, new Date(), 'short'))}
+        </p>
+      )}
       <h2>{t.crowd}</h2>
       <dl>
         {crowd.map((count, i) => (

@@ -124,6 +124,11 @@ export const english = {
     here: 'This camera',
     building: 'Building',
     without: (cameras: number) => `without ${plural(cameras, 'camera that has', 'cameras that have')} not answered yet`,
+    begun: {
+      start: (time: string) => `This camera counts since ${time}, when it was started.`,
+      reset: (time: string) => `This camera counts since ${time}, when its count was set to 0.`,
+      corrected: (time: string) => `This camera counts since ${time}, when somebody set its count.`,
+    },
     crowd: 'In the areas now',
     area: (number: number) => `Area ${number}`,
     entrance: (number: number) => `Entrance ${number}`,

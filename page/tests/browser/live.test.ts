@@ -515,6 +515,7 @@ describe.skipIf(isMissing)('Live', () => {
       () => figure('building'),
       (count) => count < before,
     );
+    await expectText(page, 'beginning', /when its count was set to 0/);
     expect(asked.filter((url) => /action=reset_(total_)?occupancy$/.test(url)).length).toBe(2);
     expect(await ask(page, 'get_logfile_as_plain_text')).toContain('Total occupancy reset.');
   });

@@ -1,5 +1,5 @@
 import { describe, expect, test, vi } from 'vitest';
-import { Alerts, readAlerts } from '../../src/model/alerts';
+import { Alerts, readAlerts, readBeginning } from '../../src/model/alerts';
 import { readLines } from '../../src/model/crossings';
 
 vi.mock('../../src/camera', () => ({
@@ -64,6 +64,22 @@ describe('alerts of the ledger', () => {
       ),
     ).toEqual([['breached', false, 2, null]]);
   });
+});
+
+test('the count begins anew with a start, a reset or a correction, whichever was last', () => {
+  const begun = (text: string) => {
+    const beginning = readBeginning(readLines(text));
+    return beginning && [beginning.by, beginning.at.getMinutes()];
+  };
+  const of = (minute: number, kind: string) => line(minute, { t: at(minute), kind });
+  expect(begun(alert(1, 'Breached', true))).toBeNull();
+  expect(begun(start(1) + alert(2, 'Breached', true))).toEqual(['start', 1]);
+  expect(begun(start(1) + line(2, { t: at(2), kind: 'start', occupancy: 7 }))).toEqual(['start', 1]);
+  expect(begun(start(1) + of(3, 'reset') + alert(4, 'Breached', true))).toEqual(['reset', 3]);
+  expect(begun(of(3, 'reset') + of(5, 'corrected') + line(6, { boot: 'b', mono: 1, kind: 'reset' }))).toEqual([
+    'corrected',
+    5,
+  ]);
 });
 
 test('lines that come twice count once, and whoever watches is told of new ones', () => {
