@@ -7,6 +7,7 @@ import {
   focused,
   isMissing,
   opened,
+  reload,
   save,
   show,
   store,
@@ -79,7 +80,7 @@ const quick = (page: Page) =>
 async function areas(options = {}): Promise<Page> {
   const page = await opened('areas', options, quick);
   await store(page, kUsual);
-  await page.reload();
+  await reload(page);
   await corners(page, 'Detection1').first().waitFor();
   return page;
 }
@@ -92,7 +93,7 @@ describe.skipIf(isMissing)('Areas', () => {
     await drawRectangle(page, 'Detection1', [0, 0, 0.04, 0.04]);
     await expectText(page, 'save-state', /unsaved change/);
     await save(page);
-    await page.reload();
+    await reload(page);
     await corners(page, 'Detection1').first().waitFor();
     const size = { width: 1280, height: 720 };
     expect(
@@ -154,7 +155,7 @@ describe.skipIf(isMissing)('Areas', () => {
   test('another area is taken up with the keyboard alone, and every key of a corner works', async () => {
     const page = await areas();
     await store(page, { Entrance1_Active: '1', Entrance2_Active: '1' });
-    await page.reload();
+    await reload(page);
     await corners(page, 'Detection1').last().waitFor();
     await corners(page, 'Detection1').last().focus();
     await page.keyboard.press('Tab');
@@ -201,7 +202,7 @@ describe.skipIf(isMissing)('Areas', () => {
         [0.28, 0.42, 0.55, 0.42, 0.55, 0.72, 0.28, 0.72].map((value, i) => [`Detection2_${i}`, String(value)]),
       ),
     });
-    await page.reload();
+    await reload(page);
     await corners(page, 'Detection1').first().waitFor();
     // Area 2 comes later in the document and covers area 1 whole.
     const first = await points(page, 'Detection1');
@@ -246,7 +247,7 @@ describe.skipIf(isMissing)('Areas', () => {
       });
     });
     await store(page, { ...kUsual, Entrance1_Active: '1' });
-    await page.reload();
+    await reload(page);
     await choose(page, 'Entrances', 'Entrance 1');
     expect(asked).toEqual([]);
     await drag(page, 'Entrance1', 0, 0.3, 0.3);
@@ -270,7 +271,7 @@ describe.skipIf(isMissing)('Areas', () => {
   test('the camera itself counts again with an entrance as it is drawn', async () => {
     const page = await opened('areas', {}, quick);
     await store(page, { ...kUsual, Entrance1_Active: '1' });
-    await page.reload();
+    await reload(page);
     await choose(page, 'Entrances', 'Entrance 1');
     const answer = page.waitForResponse((response) => /action=(recount|ledger_answer)/.test(response.url()));
     await drag(page, 'Entrance1', 0, 0.3, 0.3);
@@ -415,7 +416,7 @@ describe.skipIf(isMissing)('Areas', () => {
     await page.getByRole('button', { name: 'Discard all' }).click();
     expect(await warnings.count()).toBe(0);
     await store(page, { Detection1_2: '1.2' });
-    await page.reload();
+    await reload(page);
     await warnings.filter({ hasText: 'reaches beyond the picture' }).waitFor();
     expect(await page.getByTestId('save-warning').count()).toBe(0);
     await store(page, kUsual);

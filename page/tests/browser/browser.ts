@@ -38,7 +38,7 @@ export function useBrowser(): void {
   afterEach(async ({ task }) => {
     // Of a test that passes when it is repeated, nobody else tells why it had to be.
     const error = task.result?.state === 'fail' && task.result.errors?.at(-1);
-    if (error) console.log(`${task.name}: ${error.stack ?? error.message}`);
+    if (error) console.log(`${task.name}: ${error.stack ?? error.message}\n${(await seen()).join('\n')}`);
     await Promise.all(contexts.map((context) => context.close()));
     contexts = [];
     expect(offences.splice(0)).toEqual([]);
@@ -46,6 +46,17 @@ export function useBrowser(): void {
   afterAll(async () => {
     await browser?.close();
   });
+}
+
+/** What the open pages showed at last, for whoever wonders why a test failed. */
+async function seen(): Promise<string[]> {
+  const pages = contexts.flatMap((context) => context.pages());
+  return Promise.all(
+    pages.map(async (page) => {
+      const words = await page.evaluate(() => document.body.innerText.slice(0, 500)).catch(String);
+      return `seen at ${page.url()}: ${JSON.stringify(words)}`;
+    }),
+  );
 }
 
 const origin = () => new URL(building!.url).origin;
@@ -84,6 +95,14 @@ export async function show(page: Page, tab: Tab): Promise<void> {
   );
   await page.getByRole('heading', { level: 1, name: new RegExp(tab, 'i') }).waitFor();
   await page.waitForFunction(() => !document.querySelector('[data-testid=status]')?.textContent?.includes('Asking'));
+}
+
+/** Reads the page anew; again while logins are slowed down, as right after a change of password. */
+export async function reload(page: Page): Promise<void> {
+  await eventually(
+    async () => (await page.reload())?.status(),
+    (status) => status !== 401 && status !== 429,
+  );
 }
 
 /** A tab of a page of its own. */

@@ -1,7 +1,7 @@
 import { join } from 'node:path';
 import { Page } from 'playwright-core';
 import { describe, expect, test } from 'vitest';
-import { ask, eventually, expectText, isMissing, opened, screenshots, useBrowser } from './browser';
+import { ask, eventually, expectText, isMissing, opened, reload, screenshots, useBrowser } from './browser';
 
 interface Crossing {
   t: string;
@@ -49,7 +49,7 @@ describe.skipIf(isMissing)('Hand count', () => {
     expect(await page.getByTestId('status').count()).toBe(0);
     await page.screenshot({ path: join(screenshots, 'counting-phone.png') });
     await page.evaluate(() => (location.hash = '#/live'));
-    await page.reload();
+    await reload(page);
     await page.getByText('2 taps; the last: in through entrance 1').waitFor();
     expect(await page.getByTestId('occupancy').count()).toBe(0);
     await page.getByRole('button', { name: 'Throw away' }).tap();
@@ -96,7 +96,7 @@ describe.skipIf(isMissing)('Hand count', () => {
     await page.getByRole('group', { name: 'Entrance 1' }).getByRole('button', { name: /^In/ }).click();
     await page.getByRole('button', { name: 'Finish now' }).click();
     await page.getByText('Not handed in, and kept here: the camera is restarting.').waitFor();
-    await page.reload();
+    await reload(page);
     await page.getByText('Not handed in').waitFor();
     isAway = false;
     await page.getByRole('button', { name: 'Try again' }).click();

@@ -1,6 +1,19 @@
 import { describe, expect, test } from 'vitest';
 import { hostileRounds, hostileTexts } from '../hostile';
-import { ask, eventually, isMissing, open, opened, post, show, store, stored, tabs, useBrowser } from './browser';
+import {
+  ask,
+  eventually,
+  isMissing,
+  open,
+  opened,
+  post,
+  reload,
+  show,
+  store,
+  stored,
+  tabs,
+  useBrowser,
+} from './browser';
 import { expectHarmless } from './harmless';
 
 /** As a browser shows a text with spaces and marks of direction. */
@@ -69,7 +82,7 @@ describe.skipIf(isMissing)('Hostile texts', () => {
     for (const round of hostileRounds(11)) {
       texts = round;
       await show(page, 'live');
-      await page.reload();
+      await reload(page);
       const everywhere = (all: (string | null)[]) => texts.every((text) => all.includes(text));
       await eventually(() => page.getByTestId('cameras').locator('tbody th').allTextContents(), everywhere);
       expect(await page.locator('.camera-name').textContent()).toBe(texts[0]);

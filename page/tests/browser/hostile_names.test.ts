@@ -1,6 +1,6 @@
 import { describe, expect, test } from 'vitest';
 import { hostileRounds } from '../hostile';
-import { ask, eventually, isMissing, open, opened, show, useBrowser } from './browser';
+import { ask, eventually, isMissing, open, opened, reload, show, useBrowser } from './browser';
 import { expectHarmless } from './harmless';
 
 describe.skipIf(isMissing)('Hostile names', () => {
@@ -41,7 +41,7 @@ describe.skipIf(isMissing)('Hostile names', () => {
       texts = round;
       conflicting = false;
       await show(page, 'reports');
-      await page.reload();
+      await reload(page);
       const isAmong = (all: string[]) => [...texts, 'Other'].every((text) => all.includes(text));
       await eventually(() => page.getByTestId('report').locator('thead th').allTextContents(), isAmong);
       const camera = page.getByLabel('Camera', { exact: true });

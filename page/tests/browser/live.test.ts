@@ -14,6 +14,7 @@ import {
   kRuns,
   open,
   opened,
+  reload,
   show,
   store,
   stored,
@@ -270,7 +271,7 @@ describe.skipIf(isMissing)('Live', () => {
   test('what is not saved yet changes nothing that is told of the camera', async () => {
     const page = await opened('live');
     await store(page, { Detection2_Active: '0', RepInt: '1' });
-    await page.reload();
+    await reload(page);
     await page
       .locator('dt')
       .filter({ hasText: /^Area 2.*off/ })
@@ -471,7 +472,7 @@ describe.skipIf(isMissing)('Live', () => {
     await ask(page, 'reset_occupancy');
     // Said once on the camera: nobody is offered it any more.
     await page.unroute('**/*action=get_ledger&kinds=start*');
-    await page.reload();
+    await reload(page);
     await expectText(page, 'occupancy', /\d/);
     expect(await offer.count()).toBe(0);
   });
@@ -489,13 +490,13 @@ describe.skipIf(isMissing)('Live', () => {
     await page.getByRole('button', { name: 'Reset this camera' }).click();
     await page.getByRole('dialog').getByRole('button', { name: 'Cancel' }).click();
     await page.getByRole('dialog').waitFor({ state: 'detached' });
-    expect(asked.filter((url) => url.includes('reset'))).toEqual([]);
+    expect(asked.filter((url) => url.includes('action=reset'))).toEqual([]);
 
     await page.getByRole('button', { name: 'Reset this camera' }).click();
     await page.getByRole('dialog').waitFor();
     await page.keyboard.press('Escape');
     await page.getByRole('dialog').waitFor({ state: 'detached' });
-    expect(asked.filter((url) => url.includes('reset'))).toEqual([]);
+    expect(asked.filter((url) => url.includes('action=reset'))).toEqual([]);
 
     await page.getByRole('button', { name: 'Reset this camera' }).click();
     await page.getByRole('dialog').getByRole('button', { name: 'Reset this camera' }).click();

@@ -6,6 +6,7 @@ import {
   focused,
   isMissing,
   opened,
+  reload,
   save,
   show,
   store,
@@ -22,7 +23,7 @@ describe.skipIf(isMissing)('Saving', () => {
   ])('when two people save at once, the second one is warned and %s', async (_, button, objects, occupants) => {
     const page = await opened('detection');
     await store(page, { MinNumberOfPeopleForTrigger: '1', Occupants: '50' });
-    await page.reload();
+    await reload(page);
     await page.getByLabel('Number of people or vehicles').fill('7');
     const other = await opened('detection');
     await other.getByLabel('Number of people or vehicles').fill('5');
@@ -56,7 +57,7 @@ describe.skipIf(isMissing)('Saving', () => {
     const page = await opened('areas');
     const usual = { Detection1_0: '0.28', Detection1_1: '0.42' };
     await store(page, usual);
-    await page.reload();
+    await reload(page);
     await page.getByTestId('corner-1').focus();
     await page.keyboard.press('Shift+ArrowDown');
     // They have moved the corner sideways, and it was moved down here: both would be a third place.

@@ -8,11 +8,12 @@ import {
   expectText,
   focused,
   isMissing,
-  kRuns,
   kPatience,
+  kRuns,
   open,
   opened,
   post,
+  reload,
   save,
   show,
   store,
@@ -51,7 +52,7 @@ describe.skipIf(isMissing)('Detection', () => {
     for (const [tag, value] of Object.entries(expected))
       wanted = wanted.replace(new RegExp(`<${tag}>[^<]*`), `<${tag}>${value}`);
     expect(after).toBe(wanted);
-    await page.reload();
+    await reload(page);
     expect(await page.getByLabel('Number of people or vehicles').inputValue()).toBe('3');
     await store(page, {
       DetectBoats: '0',
@@ -84,7 +85,7 @@ describe.skipIf(isMissing)('Detection', () => {
     await save(page);
     expect(await told()).toEqual(before.map((flag) => (flag === '1' ? '0' : '1')));
     await store(page, Object.fromEntries(tags.map((tag, i) => [tag, before[i]])));
-    await page.reload();
+    await reload(page);
     for (const [value, name] of [
       ['0', 'less than'],
       ['1', 'exactly'],
@@ -128,7 +129,7 @@ describe.skipIf(isMissing)('Detection', () => {
   test('a number stays as it is typed, also where that is what the setting has', async () => {
     const page = await opened('detection');
     await store(page, { Sensitivity: '0.350000' });
-    await page.reload();
+    await reload(page);
     const number = page.locator('input[name=Sensitivity]');
     expect(await number.inputValue()).toBe('0.35');
     await number.press('End');
@@ -229,7 +230,7 @@ describe.skipIf(isMissing)('Cameras', () => {
     ]);
     await tenth.getByLabel('Address').fill('192.0.2.7');
     await save(page);
-    await page.reload();
+    await reload(page);
     await tenth.getByLabel('Address').fill('');
     await tenth.getByLabel('Address').pressSequentially('192.0.2.8');
     expect(await focused(page)).toBe('');
@@ -313,7 +314,7 @@ describe.skipIf(isMissing)('Cameras', () => {
   test('a stored password is removed alone', async () => {
     const page = await opened('cameras');
     await store(page, { FO10_IP: '192.0.2.7', FO10_Pwd: 'an old password' });
-    await page.reload();
+    await reload(page);
     const tenth = page.getByTestId('follower-10');
     const password = tenth.getByLabel('Password', { exact: true });
     await tenth.getByRole('button', { name: 'Remove password' }).focus();
@@ -333,7 +334,7 @@ describe.skipIf(isMissing)('Cameras', () => {
   test('a password that was taken out does not come back when another one is typed and deleted', async () => {
     const page = await opened('cameras');
     await store(page, { FO10_IP: '192.0.2.7', FO10_Pwd: 'an old password' });
-    await page.reload();
+    await reload(page);
     const tenth = page.getByTestId('follower-10');
     await tenth.getByRole('button', { name: 'Remove this follower' }).click();
     await tenth.getByLabel('Password').fill('x');
@@ -488,7 +489,7 @@ describe.skipIf(isMissing)('Advanced', () => {
       DetectionOverlaysOn: '1',
       SelectedDetectionOverlay: '640x360',
     });
-    await page.reload();
+    await reload(page);
     const stream = page.locator('select[name=SelectedAnonOverlay]');
     const warning = page.locator('.field').filter({ has: stream }).locator('.warning');
     await stream.waitFor();
