@@ -1,5 +1,7 @@
 #include "followers_after_start.h"
 
+#include <atomic>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <sys/socket.h>
@@ -9,6 +11,21 @@
 #include <vector>
 
 #include "test_folder.h"
+
+namespace {
+
+std::atomic<int> g_refused = 0;  // connections for which nobody listened
+
+}  // namespace
+
+/** Stands before the system's call, for every library. */
+extern "C" int connect(int socket, const sockaddr* address, socklen_t size) {
+    using Connect = int (*)(int, const sockaddr*, socklen_t);
+    static const auto real = reinterpret_cast<Connect>(dlsym(RTLD_NEXT, "connect"));
+    const int result = real(socket, address, size);
+    g_refused += result == 0 ? 0 : 1;
+    return result;
+}
 
 namespace {
 
@@ -80,7 +97,13 @@ bool becomes(const std::function<bool()>& condition) {
 TEST(FollowersAfterStart, AreToldToEachStartOnce) {
     const TestFolder folder;
     const std::filesystem::path socket = folder.path() / "application.socket";
-    FollowersAfterStart followers(socket, std::chrono::milliseconds(1));
+    constexpr std::chrono::milliseconds kPause(1);
+    FollowersAfterStart followers(socket, kPause);
+    const auto awaitSteps = [&] {
+        std::atomic<int> steps = 0;
+        const desktop::Background beside(kPause, [&] { return ++steps < 50; });
+        EXPECT_TRUE(becomes([&] { return steps == 50; }));
+    };
     {
         Application application(socket);
         followers.started();
@@ -88,12 +111,18 @@ TEST(FollowersAfterStart, AreToldToEachStartOnce) {
         const std::string request = application.requests().at(0);
         EXPECT_NE(request.find("POST"), std::string::npos);
         EXPECT_NE(request.find("/?action=use_followers"), std::string::npos);
+        awaitSteps();
+        EXPECT_EQ(application.requests().size(), 1U) << "once";
     }
-    followers.started();  // nobody listens yet
+    g_refused = 0;
+    followers.started();
+    EXPECT_TRUE(becomes([] { return g_refused > 0; })) << "nobody listens yet";
     Application again(socket);
     EXPECT_TRUE(becomes([&] { return again.requests().size() == 1; }));
     followers.started();
     EXPECT_TRUE(becomes([&] { return again.requests().size() == 2; }));
+    awaitSteps();
+    EXPECT_EQ(again.requests().size(), 2U) << "once a start";
 }
 
 TEST(FollowersAfterStart, ReachNobodyWhereNobodyIs) {
