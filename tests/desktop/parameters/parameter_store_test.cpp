@@ -185,14 +185,14 @@ TEST_F(ParameterFile, ThatIsNoDatabaseIsNamed) {
 }
 
 TEST_F(ParameterFile, ThatIsDamagedIsNamedAndSetAsideAndTheLastGoodOneIsUsed) {
-    for (const size_t from : {size_t{0}, size_t{4096}}) {
+    for (const size_t from : {size_t{0}, size_t{4096}, size_t{24576}}) {
         {
             ParameterStore store(m_path, {{"A", "1"}, {"B", std::string(20000, 'b')}});
             store.set("A", "kept " + std::to_string(from));
         }
         EXPECT_EQ(desktop::restoreDamaged(m_path), "") << "a whole file";
         std::string bytes = readFile(m_path);
-        ASSERT_GT(bytes.size(), from + 4096);
+        ASSERT_GE(bytes.size(), from + 4096);
         bytes.replace(from, 4096, std::string(4096, 'x'));
         writeFile(m_path, bytes);
         const std::string told = desktop::restoreDamaged(m_path);
