@@ -176,6 +176,20 @@ TEST_F(NetworkTest, ALostCameraIsAnErrorAndComesBack) {
     EXPECT_GT(takeOne(*source, seen), seen) << "frames after the camera is back";
 }
 
+TEST_F(NetworkTest, ACameraThatFallsSilentIsAnErrorAndComesBack) {
+    Camera camera(transportStream(), Camera::After::FallSilent);
+    camera.allowOne();
+    const auto source = open(camera.url());
+    const uint64_t seen = takeUntilLost(*source, 0);
+    EXPECT_GT(seen, 0U);
+    EXPECT_NE(m_loss.find(": connection lost (no data for 5 s), trying again"), std::string::npos) << m_loss;
+
+    camera.hangUp();
+    camera.allowOne();
+    EXPECT_GT(takeOne(*source, seen), seen) << "frames after the camera is back";
+    camera.hangUp();
+}
+
 TEST_F(NetworkTest, ACameraThatTurnsUsAwayIsAnErrorOfTheCall) {
     const Camera camera("", Camera::After::HangUp);
     try {
