@@ -64,13 +64,14 @@ LastRun lastRunOf(Disk& disk, const std::vector<LedgerFile>& files, const Instan
     for (size_t i = firstFileOf(disk, files); i < files.size(); ++i) {
         forEachLine(disk, files[i], 0, [&](std::string_view text, int64_t) {
             const std::optional<LineHead> head = headOf(text);
-            // Paths are most of a ledger, and tell nothing of this.
-            if (!head || head->seq <= lastSeq) {
+            // What a start mended, or retention took behind the word "stop", is no sign of life.
+            if (!head || head->seq <= lastSeq || head->kind == "cut") {
                 return true;
             }
             lastSeq = head->seq;
             run.lastLine = head->moment;
             run.ending = "";
+            // Paths are most of a ledger, and tell nothing of this.
             if (head->kind != "object") {
                 if (const nlohmann::json line = parseLine(text); !line.is_discarded()) {
                     known.take(*head, line);

@@ -80,57 +80,109 @@ std::string Ledger::open() {
     while (first > 0 && found[first].isYoung()) {
         --first;
     }
-    const MutexLock lock(m_mutex);
-    m_safeSeq = first > 0 ? found[first - 1].lastSeq : 0;
-    m_files = std::move(found);
-    if (last) {
-        // Under another epoch no line has the name of one that was set aside.
-        m_epoch = mending.isSetAside ? m_options.makeEpoch() : last->epoch;
-        m_lastSeq = last->seq;
+    {
+        const MutexLock lock(m_mutex);
+        m_safeSeq = first > 0 ? found[first - 1].lastSeq : 0;
+        m_files = std::move(found);
+        if (last) {
+            // Under another epoch no line has the name of one that was set aside.
+            m_epoch = mending.isSetAside ? m_options.makeEpoch() : last->epoch;
+            m_lastSeq = m_files.back().lastSeq;
+        }
+        m_keptSeq = m_lastSeq;
     }
-    m_keptSeq = m_lastSeq;
+    tellGaps(mending);
     return mending.dropped;
 }
 
 /**
+ * Tells which lines are gone, and then lets what is left of them go. Before that reached the disk no file grows up: the
+ * next start finds the gap again.
+ */
+void Ledger::tellGaps(const Mending& mending) {
+    {
+        const MutexLock lock(m_mutex);
+        m_gaps.assign(mending.gaps.begin(), mending.gaps.end());
+        if (!writeWaiting()) {
+            return;
+        }
+    }
+    if (!syncGaps()) {
+        return;
+    }
+    for (LedgerFile file : files()) {
+        if (mending.damaged.contains(file.name) && dropDamage(m_disk, file)) {
+            const MutexLock lock(m_mutex);
+            known(file.name)->bytes = file.bytes;
+        }
+    }
+}
+
+bool Ledger::syncGaps() {
+    std::set<std::string> names;
+    {
+        const MutexLock lock(m_mutex);
+        names = m_gapFiles;
+    }
+    for (const std::string& name : names) {
+        if (!m_disk.sync(name)) {
+            return false;
+        }
+    }
+    const MutexLock lock(m_mutex);
+    m_gapFiles.clear();
+    return true;
+}
+
+/**
  * Mends the last file found, and from the one before the first young one on: none of them may ever have reached the
- * disk as it was written. Returns how the last line begins; nothing when the last file was none and is gone.
+ * disk as it was written. Returns how the last line begins; nothing when none of them holds any, and they are gone.
  */
 std::optional<LineHead> Ledger::mendEnd(std::vector<LedgerFile>& found, Mending& mending) {
     std::string& dropped = mending.dropped;
+    const auto add = [&](const std::string& words) { dropped += (dropped.empty() ? "" : "; ") + words; };
     const auto note = [&](const LedgerFile& file, int64_t bytes, const char* why) {
         if (bytes > 0) {
-            dropped += (dropped.empty() ? "" : "; ") + std::to_string(bytes) + " bytes of " + file.name + ", " + why;
+            add(std::to_string(bytes) + " bytes of " + file.name + ", " + why);
         }
     };
     size_t first = found.size() - 1;
     while (first > 0 && found[first].isYoung()) {
         --first;
     }
+    std::vector<LedgerFile> ends(found.begin() + static_cast<std::ptrdiff_t>(first), found.end());
+    found.resize(first);
+    int64_t next = ends.front().firstSeq;
     std::optional<LineHead> last;
-    for (size_t i = first; i < found.size(); ++i) {
-        const MendedFile mended = mendFile(m_disk, found[i]);
+    for (size_t i = 0; i < ends.size(); ++i) {
+        const MendedFile mended = mendFile(m_disk, ends[i]);
         if (!mended.isRead) {
             // What cannot be read now may be read by somebody later.
             mending.isSetAside = true;
-            for (size_t aside = i; aside < found.size(); ++aside) {
-                note(found[aside], found[aside].bytes, "which cannot be read and was set aside");
-                m_disk.rename(found[aside].name, found[aside].name + kAsideEnding);
+            for (; i < ends.size(); ++i) {
+                note(ends[i], ends[i].bytes, "which cannot be read and was set aside");
+                m_disk.rename(ends[i].name, ends[i].name + kAsideEnding);
             }
-            found.resize(i);
             break;
         }
         note(mended.file, mended.dropped, "torn");
-        const bool continues = i == first || mended.file.firstSeq == found[i - 1].lastSeq + 1;
-        if (!mended.last || !continues) {
-            for (size_t gone = i; gone < found.size(); ++gone) {
-                note(found[gone], gone == i ? mended.file.bytes : found[gone].bytes, "which continued what is lost");
-                m_disk.remove(found[gone].name);
-            }
-            found.resize(i);
-            break;
+        if (!mended.last) {
+            m_disk.remove(ends[i].name);
+            continue;
         }
-        found[i] = mended.file;
+        std::vector<Gap> gaps = mended.gaps;
+        if (mended.file.firstSeq > next) {
+            gaps.insert(gaps.begin(), {next, mended.file.firstSeq - 1});
+        }
+        for (const Gap& gap : gaps) {
+            add("lines " + std::to_string(gap.from) + " to " + std::to_string(gap.through) + ", lost before others");
+        }
+        mending.gaps.insert(mending.gaps.end(), gaps.begin(), gaps.end());
+        if (mended.isDamaged) {
+            mending.damaged.insert(mended.file.name);
+        }
+        found.push_back(mended.file);
+        next = mended.file.lastSeq + 1;
         last = mended.last;
     }
     return last;
@@ -170,20 +222,28 @@ bool Ledger::append(const std::string& kind, const nlohmann::ordered_json& body)
 }
 
 bool Ledger::writeWaiting() {
-    while (!m_waiting.empty()) {
-        if (!write(m_waiting.front())) {
-            const int reason = errno;
-            for (; m_waitingBytes > kMostWaitingBytes; ++m_dropped) {
-                m_waitingBytes -= m_waiting.front().body.size();
-                m_waiting.pop_front();
-            }
-            errno = reason;
-            return false;
+    bool isWritten = true;
+    while (isWritten && !m_gaps.empty()) {
+        isWritten = write(lineOf({kEverything, m_gaps.front().from, m_gaps.front().through, 0}));
+        if (isWritten) {
+            m_gapFiles.insert(m_files.back().name);
+            m_gaps.pop_front();
         }
+    }
+    while (isWritten && !m_waiting.empty()) {
+        isWritten = write(m_waiting.front());
+        if (isWritten) {
+            m_waitingBytes -= m_waiting.front().body.size();
+            m_waiting.pop_front();
+        }
+    }
+    const int reason = errno;
+    for (; !isWritten && m_waitingBytes > kMostWaitingBytes; ++m_dropped) {
         m_waitingBytes -= m_waiting.front().body.size();
         m_waiting.pop_front();
     }
-    return true;
+    errno = reason;
+    return isWritten;
 }
 
 bool Ledger::write(const Waiting& line) {
@@ -230,8 +290,11 @@ bool Ledger::keep() {
         const MutexLock lock(m_mutex);
         noticeWiping();
         written = writeWaiting();
+        if (!m_gaps.empty()) {
+            return false;
+        }
     }
-    return sync() && retain() && written;
+    return syncGaps() && sync() && retain() && written;
 }
 
 /** Whoever removed all files left of them at most what was written since, in files made anew or begun since then. */
@@ -246,6 +309,7 @@ void Ledger::noticeWiping() {
     if ((!size && errno != ENOENT) || size.value_or(0) >= newest->bytes) {
         return;
     }
+    m_gapFiles.clear();
     const std::vector<std::string> names = m_disk.list();
     const bool isAlone = std::any_of(m_files.begin(), m_files.end(), [&](const LedgerFile& file) {
         return wasThere(file) && file.name != newest->name && std::binary_search(names.begin(), names.end(), file.name);
@@ -343,16 +407,20 @@ bool Ledger::retain() {
     }
 }
 
+Ledger::Waiting Ledger::lineOf(const Cut& cut) const {
+    nlohmann::ordered_json body = {{"removed", cut.removed}, {"from", cut.from}, {"through", cut.through}};
+    if (cut.removed == kObject) {
+        body["lines"] = cut.lines;
+    }
+    return {m_options.now(), "cut", bodyText(body)};
+}
+
 /**
  * Sees to it that the word about a cut has reached the disk. It has one line, however often the deed fails behind it,
  * and never waits among those that the disk refused: it could be dropped there, or make others be.
  */
 bool Ledger::announce(const Cut& cut) {
-    nlohmann::ordered_json body = {{"removed", cut.removed}, {"from", cut.from}, {"through", cut.through}};
-    if (cut.removed == kObject) {
-        body["lines"] = cut.lines;
-    }
-    const Waiting line = {m_options.now(), "cut", bodyText(body)};
+    const Waiting line = lineOf(cut);
     {
         const MutexLock lock(m_mutex);
         if (cut != m_announced) {
@@ -417,9 +485,12 @@ std::string Ledger::lines(int64_t fromSeq, int64_t through, int64_t mostBytes, s
             const std::optional<int64_t> from = file->firstSeq < fromSeq ? findLine(m_disk, *file, fromSeq) : 0;
             const bool isRead = from && forEachLine(m_disk, *file, *from, [&](std::string_view line, int64_t) {
                                     const std::optional<LineHead> head = headOf(line);
+                                    if (!head) {
+                                        return true;
+                                    }
                                     const bool fits =
                                         text.empty() || static_cast<int64_t>(text.size() + line.size()) < mostBytes;
-                                    goesOn = fits && (!head || head->seq <= through);
+                                    goesOn = fits && head->seq <= through;
                                     if (goesOn) {
                                         text += line;
                                         text += '\n';

@@ -45,8 +45,8 @@ public:
     Ledger(Disk& disk, LedgerOptions options);
 
     /**
-     * Mends what a kill or a power cut left and finds where the ledger ends. Returns what was dropped, in words, for
-     * the log; empty when all was well.
+     * Mends what a kill or a power cut left and finds where the ledger ends. Good lines stay; where some before them
+     * are gone, lines "cut" say so. Returns what was dropped, in words, for the log; empty when all was well.
      */
     std::string open() EXCLUDES(m_mutex);
 
@@ -80,8 +80,8 @@ public:
 
     /**
      * The lines from a number on, ends included, as many whole ones as fit into so many bytes, at least one; empty
-     * behind the end. through: the last line that may be among them. What cannot be read of a file is left out, and the
-     * file's name added to unread.
+     * behind the end. through: the last line that may be among them. What is no line is left out, and so is what cannot
+     * be read of a file, whose name is added to unread.
      */
     [[nodiscard]] std::string lines(int64_t fromSeq, int64_t through, int64_t mostBytes,
                                     std::set<std::string>* unread = nullptr) const EXCLUDES(m_mutex);
@@ -103,9 +103,13 @@ private:
     struct Mending {
         std::string dropped;     /**< in words */
         bool isSetAside = false; /**< a file that cannot be read: its numbers may come once more */
+        std::vector<Gap> gaps;
+        std::set<std::string> damaged; /**< files with something between good lines that is none */
     };
 
     std::optional<LineHead> mendEnd(std::vector<LedgerFile>& found, Mending& mending);
+    void tellGaps(const Mending& mending) EXCLUDES(m_mutex);
+    bool syncGaps() EXCLUDES(m_mutex);
     void noticeWiping() REQUIRES(m_mutex);
     bool sync() EXCLUDES(m_mutex);
     bool growUp(const LedgerFile& young) EXCLUDES(m_mutex);
@@ -123,6 +127,7 @@ private:
         bool operator==(const Cut&) const = default;
     };
 
+    [[nodiscard]] Waiting lineOf(const Cut& cut) const;
     bool announce(const Cut& cut) EXCLUDES(m_mutex);
     LedgerFile* known(const std::string& name) REQUIRES(m_mutex);
 
@@ -134,9 +139,11 @@ private:
     int64_t m_safeSeq GUARDED_BY(m_mutex) = 0;
     int64_t m_keptSeq GUARDED_BY(m_mutex) = 0; /**< the last line at the last keep or open */
     std::vector<LedgerFile> m_files GUARDED_BY(m_mutex);
-    Cut m_announced GUARDED_BY(m_mutex);               /**< the last cut that has its line */
-    std::map<std::string, int64_t> m_aside;            /**< the sizes of files set aside; open's and keep's alone */
-    std::deque<Waiting> m_waiting GUARDED_BY(m_mutex); /**< refused by the disk, oldest first */
+    Cut m_announced GUARDED_BY(m_mutex);                  /**< the last cut that has its line */
+    std::map<std::string, int64_t> m_aside;               /**< the sizes of files set aside; open's and keep's alone */
+    std::deque<Gap> m_gaps GUARDED_BY(m_mutex);           /**< found at the start, not told yet */
+    std::set<std::string> m_gapFiles GUARDED_BY(m_mutex); /**< that tell of some, and are not safe yet */
+    std::deque<Waiting> m_waiting GUARDED_BY(m_mutex);    /**< refused by the disk, oldest first */
     size_t m_waitingBytes GUARDED_BY(m_mutex) = 0;
     int64_t m_dropped GUARDED_BY(m_mutex) = 0;
     int64_t m_room GUARDED_BY(m_mutex) = 0; /**< left to others, bytes */

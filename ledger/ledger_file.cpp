@@ -14,12 +14,11 @@ constexpr std::string_view kEnding = ".ndjson";
 constexpr std::string_view kYoungEnding = ".young";
 constexpr size_t kDigits = 12;
 constexpr int64_t kPiece = int64_t{1} << 18;  // bytes read at once
-constexpr int64_t kFarthestTear = int64_t{1} << 18;
 
-/** Whether a line is whole: no hole of a page that never reached the disk, and JSON to its end. */
-bool isWhole(std::string_view line) {
-    return std::none_of(line.begin(), line.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }) &&
-           nlohmann::json::accept(line);
+/** How a line begins that is whole: JSON to its end, too. */
+std::optional<LineHead> wholeHeadOf(std::string_view line) {
+    const std::optional<LineHead> head = headOf(line);
+    return head && nlohmann::json::accept(line) ? head : std::nullopt;
 }
 
 }  // namespace
@@ -121,22 +120,26 @@ MendedFile mendFile(Disk& disk, LedgerFile file) {
     MendedFile result;
     const std::optional<int64_t> size = disk.size(file.name);
     file.bytes = size.value_or(0);
-    file.lastSeq = 0;
     int64_t good = 0;
+    int64_t next = file.firstSeq;
+    bool isBehindDamage = false;
     result.isRead = size && forEachLine(disk, file, 0, [&](std::string_view line, int64_t at) {
-                        const std::optional<LineHead> head = headOf(line);
-                        const bool nearTheEnd = *size - at <= kFarthestTear;
-                        const bool isGood = head && head->seq > file.lastSeq && (!nearTheEnd || isWhole(line));
-                        if (isGood) {
-                            file.lastSeq = head->seq;
+                        const std::optional<LineHead> head = wholeHeadOf(line);
+                        if (head && isBehindDamage) {
+                            result.isDamaged = true;
+                            if (head->seq > next) {
+                                result.gaps.push_back({next, head->seq - 1});
+                            }
+                        }
+                        isBehindDamage = !head;
+                        if (head) {
+                            good = at + static_cast<int64_t>(line.size()) + 1;
+                            next = std::max(next, head->seq + 1);
                             result.last = head;
                         }
-                        // Only the end can be torn. What is no line far before it costs nothing but itself.
-                        if (isGood || !nearTheEnd) {
-                            good = at + static_cast<int64_t>(line.size()) + 1;
-                        }
-                        return isGood || !nearTheEnd;
+                        return true;
                     });
+    file.lastSeq = result.last ? next - 1 : 0;
     if (result.isRead && good < *size) {
         result.dropped = *size - good;
         file.isClosed = !disk.truncate(file.name, good);
@@ -144,6 +147,22 @@ MendedFile mendFile(Disk& disk, LedgerFile file) {
     }
     result.file = std::move(file);
     return result;
+}
+
+bool dropDamage(Disk& disk, LedgerFile& file) {
+    std::string kept;
+    const bool isRead = forEachLine(disk, file, 0, [&](std::string_view line, int64_t) {
+        if (wholeHeadOf(line)) {
+            kept += line;
+            kept += '\n';
+        }
+        return true;
+    });
+    if (!isRead || !disk.replace(file.name, kept)) {
+        return false;
+    }
+    file.bytes = static_cast<int64_t>(kept.size());
+    return true;
 }
 
 }  // namespace ledger

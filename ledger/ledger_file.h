@@ -56,18 +56,29 @@ std::vector<LedgerFile> filesSetAside(Disk& disk);
  * be read so far. */
 std::optional<int64_t> findLine(Disk& disk, const LedgerFile& file, int64_t seq);
 
+/** Numbers of lines that are gone, ends included. */
+struct Gap {
+    int64_t from = 0;
+    int64_t through = 0;
+};
+
 /** What mendFile found. */
 struct MendedFile {
     LedgerFile file;
     std::optional<LineHead> last; /**< how the last good line begins */
     int64_t dropped = 0;          /**< bytes that were cut off */
+    bool isDamaged = false;       /**< something that is no line has good lines behind it */
+    std::vector<Gap> gaps;        /**< what is gone there */
     bool isRead = false;          /**< else nothing is known of it but its name */
 };
 
 /**
- * Cuts a file off before a line near its end that is none, which a power cut or a killed process left, and tells what
- * it holds. A file that cannot be read is left as it is.
+ * Cuts a file off behind its last good line, where a power cut or a killed process left something that is none, and
+ * tells what it holds. A file that cannot be read is left as it is.
  */
 MendedFile mendFile(Disk& disk, LedgerFile file);
+
+/** Leaves good lines only in a file; false, with errno set, when that fails and it is as it was. */
+bool dropDamage(Disk& disk, LedgerFile& file);
 
 }  // namespace ledger

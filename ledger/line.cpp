@@ -156,6 +156,9 @@ std::string lineText(const LineHead& head, std::string_view body) {
 }
 
 std::optional<LineHead> headOf(std::string_view line) {
+    if (line.find('\0') != std::string_view::npos) {
+        return std::nullopt;
+    }
     LineHead head;
     const bool read = take(line, "{\"seq\":") && takeNumber(line, head.seq) && take(line, ",\"epoch\":\"") &&
                       takeText(line, head.epoch) && takeMoment(line, head.moment) && take(line, ",\"kind\":\"") &&

@@ -40,7 +40,8 @@ std::string bodyText(const nlohmann::ordered_json& body);
 std::string lineText(const LineHead& head, std::string_view body);
 
 /**
- * Reads how a line begins, without reading the rest; nothing when it is no line of the ledger. line: without its end.
+ * Reads how a line begins, without reading the rest; nothing when it is no line of the ledger, or one with a hole: a
+ * page that a power cut kept from the disk. line: without its end.
  */
 std::optional<LineHead> headOf(std::string_view line);
 

@@ -287,6 +287,18 @@ void askIndex(const std::string& text) {
     index.save();
 }
 
+/** The good lines of a file but for those that tell of a cut. */
+std::string keptIn(const std::string& text) {
+    std::string kept;
+    for (const std::string& line : linesOf(text.substr(0, text.rfind('\n') + 1))) {
+        const std::optional<ledger::LineHead> head = ledger::headOf(line);
+        if (head && head->kind != "cut" && nlohmann::json::accept(line)) {
+            kept += line + '\n';
+        }
+    }
+    return kept;
+}
+
 }  // namespace
 
 void ledger(const std::string& text) {
@@ -298,8 +310,8 @@ void ledger(const std::string& text) {
     askLines(disk);
     ledger::Ledger book(disk, ledgerOptions());
     book.open();
-    const std::string mended = disk.read(name, 0, static_cast<int64_t>(text.size())).value_or("");
-    require(text.starts_with(mended), "mending only cuts an end off");
+    require(keptIn(text) == keptIn(disk.read(name, 0, int64_t{1} << 30).value_or("")),
+            "mending leaves every good line");
     const int64_t last = book.end().seq;
     require(book.append("reset", {{"by", "web"}}) && book.end().seq == last + 1, "it goes on with the next number");
     require(!book.lines(last + 1, last + 1, 1).empty(), "what was appended is read back");

@@ -58,6 +58,20 @@ TEST_F(LedgerCheck, FindsWhatIsMissingDoubleOrNoLine) {
     EXPECT_NE(torn[0].find("something that is no line"), std::string::npos);
 }
 
+TEST_F(LedgerCheck, FindsAHole) {
+    std::string changed = content();
+    const size_t hole = changed.size() / 2;
+    changed.replace(hole, 4096, std::string(4096, '\0'));
+    const auto faults = faultsOf(changed);
+    ASSERT_GE(faults.size(), 2U);
+    EXPECT_NE(faults[0].find("something that is no line"), std::string::npos);
+    EXPECT_NE(faults[1].find("are missing, and no line says that they were cut"), std::string::npos);
+    visitLines(chunksOf(m_camera.disk, {}), [](const ledger::LineHead&, std::string_view line) {
+        EXPECT_EQ(line.find('\0'), std::string_view::npos) << "what is handed out is a line";
+        return true;
+    });
+}
+
 TEST_F(LedgerCheck, FindsASumThatIsNone) {
     std::string changed = content();
     const size_t first = changed.find("\"direction\":\"in\"");

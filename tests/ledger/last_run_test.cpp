@@ -56,6 +56,17 @@ TEST_F(LastRunTest, HadCountedInItsOpenPeriodWhatNoPeriodHas) {
     EXPECT_EQ(run.gapMillis, 114'000) << "two minutes but for the six seconds until the last line";
 }
 
+TEST_F(LastRunTest, EndedAsItDidWhateverWasCutBehindThat) {
+    write("start", {{"occupancy", 0}});
+    write("stop", {{"reason", "stopped in order"}, {"occupancy", 3}});
+    m_moment.utcMillis = kNow;
+    write("cut", {{"removed", "all"}, {"from", 1}, {"through", 1}});
+    const LastRun run = next();
+    EXPECT_EQ(run.ending, "stopped in order");
+    EXPECT_EQ(run.gapMillis, 119'000) << "since its last word";
+    EXPECT_EQ(run.occupancy, 3);
+}
+
 TEST_F(LastRunTest, LostNothingThatAResetHadCleared) {
     write("start", {{"occupancy", 0}});
     cross("in", 1);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "check.h"
 #include "failing_power.h"
 #include "ledger_machine.h"
 #include "test_folder.h"
@@ -152,6 +153,93 @@ TEST(Ledger, AddsNothingBehindATornEndThatCannotBeCutOff) {
     machine.add();
     EXPECT_EQ(allLines(machine.ledger()).size(), 4U);
     EXPECT_EQ(machine.ledger().end().seq, 4);
+}
+
+/** What a bad byte, or a page that never reached the disk, makes of a file. */
+struct Damage {
+    const char* label;
+    int64_t from;    /**< the first line that it touches */
+    int64_t through; /**< the last */
+    size_t bytes;    /**< from the middle of the first one on; 0: through the middle of the last */
+    char with;
+};
+
+TEST(Ledger, KeepsGoodLinesBehindDamagedOnes) {
+    constexpr int64_t kLines = 1'000;
+    const Damage damages[] = {{"a bad byte in the last line but one", kLines - 1, kLines - 1, 1, '\x01'},
+                              {"one that leaves it a line, but no JSON", kLines - 1, kLines - 1, 1, '"'},
+                              {"a hole far from the end", 20, 60, 0, '\0'},
+                              {"a hole at the begin", 1, 9, 0, '\0'}};
+    for (const auto& [label, from, through, bytes, with] : damages) {
+        FailingPower disk(1);
+        Machine machine(disk);
+        for (int64_t i = 0; i < kLines; ++i) {
+            machine.ledger().append("watched", {{"note", std::string(600, 'x')}});
+        }
+        ASSERT_TRUE(machine.ledger().keep());
+        const std::string name = machine.ledger().files().back().name;
+        std::string content = *disk.read(name, 0, int64_t{1} << 30);
+        const auto middleOf = [&](int64_t seq) { return content.find("\"seq\":" + std::to_string(seq) + ",") + 300; };
+        const size_t first = middleOf(from);
+        const size_t count = bytes == 0 ? middleOf(through) - first : bytes;
+        content.replace(first, count, std::string(count, with));
+        disk.replace(name, content);
+        // On another day.
+        machine.now.utcMillis += kDay;
+        const std::string said = "lines " + std::to_string(from) + " to " + std::to_string(through);
+        EXPECT_NE(machine.start().find(said), std::string::npos) << label;
+        EXPECT_TRUE(machine.add("watched"));
+        const std::map<int64_t, std::string> texts = textsOf(machine.ledger());
+        EXPECT_EQ(static_cast<int64_t>(texts.size()), kLines - (through - from + 1) + 2) << label;
+        EXPECT_EQ(texts.rbegin()->first, kLines + 2) << label << ": no number comes again";
+        EXPECT_EQ(unexplainedGaps(machine.ledger()), "") << label;
+        EXPECT_EQ(inquiry::check(disk, "").faults, std::vector<std::string>()) << label;
+        EXPECT_EQ(machine.start(), "") << label << ": all is well";
+        EXPECT_EQ(machine.ledger().end().seq, kLines + 2) << label << ": told once";
+    }
+}
+
+TEST(Ledger, KeepsTheNextDaysLinesWhereTheLastDaysEndIsLost) {
+    FailingPower disk(1);
+    Machine machine(disk);
+    for (int i = 0; i < 3; ++i) {
+        machine.add();
+    }
+    const std::string first = machine.ledger().files().back().name;
+    machine.now.utcMillis += kDay;
+    machine.add();
+    disk.truncate(first, *disk.size(first) - 1);
+    EXPECT_NE(machine.start().find("lines 3 to 3"), std::string::npos);
+    machine.add();
+    std::vector<int64_t> numbers;
+    for (const nlohmann::json& line : allLines(machine.ledger())) {
+        numbers.push_back(line["seq"]);
+    }
+    EXPECT_EQ(numbers, (std::vector<int64_t>{1, 2, 4, 5, 6}));
+    EXPECT_EQ(unexplainedGaps(machine.ledger()), "");
+}
+
+TEST(Ledger, LeavesDamageThatItCannotMendToTheNextStart) {
+    FailingPower disk(1);
+    Machine machine(disk);
+    for (int i = 0; i < 3; ++i) {
+        machine.add("watched");
+    }
+    ASSERT_TRUE(machine.ledger().keep());
+    const std::string name = machine.ledger().files().back().name;
+    std::string content = *disk.read(name, 0, 10'000);
+    content[content.find('\n') + 20] = '\0';
+    disk.replace(name, content);
+    disk.setFull(true);
+    machine.start();
+    EXPECT_EQ(disk.read(name, 0, 10'000), content);
+    EXPECT_EQ(allLines(machine.ledger()).size(), 2U) << "readers get past it";
+    EXPECT_FALSE(machine.ledger().keep());
+    disk.setFull(false);
+    EXPECT_TRUE(machine.ledger().keep());
+    EXPECT_EQ(unexplainedGaps(machine.ledger()), "") << "told as soon as there is room";
+    machine.start();
+    EXPECT_EQ(inquiry::check(disk, "").faults, std::vector<std::string>());
 }
 
 TEST(Ledger, HandsOutWholeLinesFromAnyNumberOn) {
