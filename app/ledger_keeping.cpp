@@ -121,7 +121,7 @@ LedgerKeeping::~LedgerKeeping() {
 }
 
 void LedgerKeeping::lookAtClock() {
-    const std::optional<ordered_json> change = m_clock.look();
+    const std::optional<ordered_json> change = m_clock.look([this] { m_recorder.beginParts(m_clock.now()); });
     if (!change) {
         return;
     }

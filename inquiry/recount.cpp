@@ -64,6 +64,10 @@ void Recount::add(const ledger::LineHead& head, std::string_view line) {
         endRun();
         return;
     }
+    if (head.kind == "clock") {
+        setClock(ledger::parseLine(line));
+        return;
+    }
     if (head.kind == "crossing") {
         if (const std::optional<KeptCrossing> crossing = crossingOf(ledger::parseLine(line))) {
             const bool isAsked = m_span.holds(timeOf(head));
@@ -83,6 +87,18 @@ void Recount::add(const ledger::LineHead& head, std::string_view line) {
                 m_result.objects += timeOf(head) >= m_span.from ? 1 : 0;
                 endObject(path->object);
             }
+        }
+    }
+}
+
+/** Who is in an area has been there as long as before. */
+void Recount::setClock(const json& line) {
+    const std::optional<int64_t> before = ledger::utcOf(ledger::textIn(line, "before"));
+    const std::optional<int64_t> after = ledger::utcOf(ledger::textIn(line, "after"));
+    if (before && after) {
+        for (auto& [object, track] : m_tracks) {
+            track.entered += *after - *before;
+            track.last += *after - *before;
         }
     }
 }

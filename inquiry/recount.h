@@ -94,6 +94,7 @@ private:
 
     void step(int64_t object, int32_t classId, ledger::PictureSize size, const PlacedPoint& point);
     int32_t classAt(int64_t object, int32_t voted, t_one_locator before, t_one_locator after);
+    void setClock(const nlohmann::json& line);
     void leave(Track& track);
     void endObject(int64_t object);
     void endRun();

@@ -18,7 +18,7 @@ namespace ledger {
 namespace {
 
 constexpr int64_t kLongestWait = 600'000;  // for word of synchronisation, since the machine's start
-constexpr int64_t kSmallestStep = 1'000;   // what time services correct bit by bit is no step
+constexpr int64_t kSmallestStep = 1'000;   // what time services correct bit by bit is told once it is more
 
 bool kernelIsSynchronised() {
     timex state = {};
@@ -53,9 +53,8 @@ int64_t MachineClock::offset() const {
 
 Instant MachineClock::now() const {
     const int64_t mono = m_sources.monoMillis();
-    const int64_t current = offset();
     const MutexLock lock(m_mutex);
-    return {mono, current, m_isDated};
+    return {mono, m_offset, m_isDated};
 }
 
 Moment MachineClock::moment() const {
@@ -64,18 +63,25 @@ Moment MachineClock::moment() const {
                            : Moment{0, m_sources.boot, instant.monoMillis};
 }
 
-std::optional<nlohmann::ordered_json> MachineClock::look() {
+std::optional<nlohmann::ordered_json> MachineClock::look(const std::function<void()>& beforeSet) {
     const int64_t mono = m_sources.monoMillis();
     const int64_t current = offset();
-    const MutexLock lock(m_mutex);
-    const int64_t before = std::exchange(m_offset, current);
-    if (!m_isDated) {
-        m_isDated = m_sources.isSynchronised() || mono >= kLongestWait;
-        return m_isDated ? std::optional(known()) : std::nullopt;
+    int64_t before = 0;
+    {
+        const MutexLock lock(m_mutex);
+        before = m_offset;
+        if (!m_isDated) {
+            m_offset = current;
+            m_isDated = m_sources.isSynchronised() || mono >= kLongestWait;
+            return m_isDated ? std::optional(known()) : std::nullopt;
+        }
     }
     if (std::abs(current - before) <= kSmallestStep) {
         return std::nullopt;
     }
+    beforeSet();
+    const MutexLock lock(m_mutex);
+    m_offset = current;
     return nlohmann::ordered_json({{"before", utcText(mono + before)}, {"after", utcText(mono + current)}});
 }
 

@@ -37,16 +37,18 @@ class MachineClock {
 public:
     explicit MachineClock(ClockSources sources = {});
 
+    /** By the wall clock as it was when last looked at: between two looks, and lines "clock", all times are by one. */
     [[nodiscard]] Instant now() const EXCLUDES(m_mutex);
 
     /** The same for the head of a line. */
     [[nodiscard]] Moment moment() const EXCLUDES(m_mutex);
 
     /**
-     * Looks whether the wall clock was set by more than a second, or became known; call it in every cycle. Returns what
-     * a line of kind "clock" has to say, nothing when nothing happened.
+     * Looks whether the wall clock was set by more than a second, all in all, or became known; call it in every cycle.
+     * Returns what a line of kind "clock" has to say, nothing when nothing happened. beforeSet: called before times are
+     * told by a clock that was set.
      */
-    std::optional<nlohmann::ordered_json> look() EXCLUDES(m_mutex);
+    std::optional<nlohmann::ordered_json> look(const std::function<void()>& beforeSet = [] {}) EXCLUDES(m_mutex);
 
     /** What a line of kind "clock" has to say of the time that this run is dated by. */
     [[nodiscard]] nlohmann::ordered_json known() const;
@@ -59,7 +61,7 @@ private:
     const ClockSources m_sources;
     mutable Mutex m_mutex; /**< guards what follows */
     bool m_isDated GUARDED_BY(m_mutex) = true;
-    int64_t m_offset GUARDED_BY(m_mutex) = 0; /**< when last looked at */
+    int64_t m_offset GUARDED_BY(m_mutex) = 0; /**< of the wall clock, by which times are told */
 };
 
 }  // namespace ledger

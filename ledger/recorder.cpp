@@ -190,6 +190,15 @@ void Recorder::writeWatched(const Instant& now, int32_t occupancy) {
     m_cycles = m_slow = m_failed = 0;
 }
 
+void Recorder::beginParts(const Instant& now) {
+    for (auto& [id, object] : m_objects) {
+        // Who was there for a single cycle has not crossed anything, and may be gone.
+        if (object.cycles > 1) {
+            writePath(id, object, false, now);
+        }
+    }
+}
+
 void Recorder::finish(const Instant& now, int32_t occupancy) {
     for (auto& [id, object] : m_objects) {
         writePath(id, object, true, now);

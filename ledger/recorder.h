@@ -42,6 +42,9 @@ public:
     /** A cycle whose model failed. */
     void addFailure(const Instant& now, int32_t occupancy);
 
+    /** The clock was set: tells the ways until now by the one that their crossings were told by. */
+    void beginParts(const Instant& now);
+
     /** Ends all objects, and the minute: for an orderly stop. */
     void finish(const Instant& now, int32_t occupancy);
 

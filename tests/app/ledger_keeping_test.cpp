@@ -509,6 +509,36 @@ one_find walkerIn(int cycle) {
     return walker;
 }
 
+TEST_F(LedgerKeepingTest, TellsAWayByTheClockThatItsCrossingWasToldBy) {
+    TestClock clock;
+    const int64_t begin = int64_t{clock.now()} * 1000;
+    {
+        LedgerKeeping keeping(settings(), "1", 0, [](t_one_locator at) { return at.first > 200 ? 1 : 0; });
+        // Somebody sets the clock behind the crossing, while they walk on.
+        for (int cycle = 0; cycle < 16; ++cycle) {
+            clock.advanceMillis(100);
+            if (cycle == 12) {
+                clock.set(clock.now() + 3'600);
+            }
+            keeping.add({walkerIn(cycle)}, {640, 360}, 0, false);
+        }
+    }
+    ConfigParams areas;
+    areas.i_EntrancesControlPoints = 4;
+    areas.i_Occupancy1 = {200, 0, 640, 0, 640, 360, 200, 360};
+    areas.b_Occupancy1Active = areas.b_DetectPersons = true;
+    const std::unique_ptr<ledger::Disk> disk = ledger::openFolder(settings().folder);
+    const auto counted = [&](int64_t from) {
+        const inquiry::Span span = {from, from + 60'000};
+        const inquiry::Recounted again = inquiry::recountOf(
+            inquiry::chunksOf(*disk, inquiry::readToRecount(span)), [&](ledger::PictureSize) { return areas; }, span);
+        EXPECT_EQ(again.counts, again.recorded);
+        return again.recorded.size();
+    };
+    EXPECT_EQ(counted(begin), 1U);
+    EXPECT_EQ(counted(begin + 3'600'000), 0U);
+}
+
 TEST_F(LedgerKeepingTest, AnswersQuestionsAndCountsAgainWhileItIsWritten) {
     constexpr int kWalkers = kSlow ? 100 : 300;
     TestClock clock;

@@ -69,8 +69,9 @@ TEST(MachineClock, HasItsTimesFromTheOneClock) {
     time.advance(7);
     EXPECT_EQ(clock.now().monoMillis, 1'800'000'007'000) << "the steady time";
     time.set(1'700'000'000);
-    EXPECT_EQ(clock.moment().utcMillis, 1'700'000'000'000) << "the wall's";
+    EXPECT_EQ(clock.moment().utcMillis, 1'800'000'007'000) << "as it was when last looked at";
     EXPECT_TRUE(clock.look()) << "it was set";
+    EXPECT_EQ(clock.moment().utcMillis, 1'700'000'000'000) << "the wall's";
 }
 
 TEST(MachineClock, NoticesThatTheClockWasSet) {
@@ -81,10 +82,15 @@ TEST(MachineClock, NoticesThatTheClockWasSet) {
     EXPECT_EQ(clock.look(), std::nullopt);
     times.wall += 900;
     EXPECT_EQ(clock.look(), std::nullopt) << "corrected bit by bit";
+    EXPECT_EQ(utcText(clock.moment().utcMillis), "2026-11-22T00:00:10.000Z") << "no time is off from those before";
+    times.wall += 200;
+    EXPECT_EQ(clock.look()->dump(), R"({"before":"2026-11-22T00:00:10.000Z","after":"2026-11-22T00:00:11.100Z"})");
     times.wall -= 60'000;
-    const auto line = clock.look();
+    std::string before;
+    const auto line = clock.look([&] { before = utcText(clock.moment().utcMillis); });
     ASSERT_TRUE(line);
-    EXPECT_EQ(line->dump(), R"({"before":"2026-11-22T00:00:10.900Z","after":"2026-11-21T23:59:10.900Z"})");
+    EXPECT_EQ(line->dump(), R"({"before":"2026-11-22T00:00:11.100Z","after":"2026-11-21T23:59:11.100Z"})");
+    EXPECT_EQ(before, "2026-11-22T00:00:11.100Z") << "what is told then is told by the time before";
     EXPECT_EQ(clock.look(), std::nullopt);
 }
 

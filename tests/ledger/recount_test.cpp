@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "slow_build.h"
+#include "stays.h"
 #include "wandering.h"
 #include "why.h"
 
@@ -116,6 +117,35 @@ TEST(Recount, GoesOnBehindWhatAWrongClockDated) {
         const SettingsFor settings = settingsInForce(oldSettings(), kPicture);
         EXPECT_EQ(static_cast<int64_t>(whyOf(chunksOf(camera.disk, span), settings, span, 0)["crossings"].size()),
                   sumOf(camera.counted));
+    }
+}
+
+TEST(Recount, IsByTheClockThatCrossingsAreToldBy) {
+    constexpr int64_t kHour = 3'600'000;
+    for (const int64_t step : {2 * kHour, -2 * kHour, int64_t{5'000}}) {
+        Wandering camera(8);
+        Wandering neverSet(8);
+        camera.run(1500);
+        const Counts before = camera.counted;
+        const int64_t setAt = camera.time() + 1;
+        camera.counted.clear();
+        camera.setClockBy(step);
+        const int64_t goesOnFrom = camera.time() + 1;
+        camera.run(1500);
+        camera.stop();
+        EXPECT_GT(sumOf(camera.counted), 20) << "a test of something";
+        const Recounted early = camera.recount(oldSettings(), {kBegin, setAt});
+        EXPECT_EQ(early.recorded, before) << step;
+        EXPECT_EQ(early.counts, before) << step;
+        const Recounted late = camera.recount(oldSettings(), {goesOnFrom, camera.time() + 1});
+        EXPECT_EQ(late.recorded, camera.counted) << step;
+        EXPECT_EQ(late.counts, camera.counted) << step;
+        neverSet.run(3000);
+        neverSet.stop();
+        const auto visits = jsonOf(neverSet.recount(oldSettings()).stays);
+        EXPECT_EQ(jsonOf(camera.recount(oldSettings()).stays), visits) << step << ": as long as they were";
+        EXPECT_EQ(jsonOf(staysOf(chunksOf(camera.disk, {}), {})), jsonOf(staysOf(chunksOf(neverSet.disk, {}), {})))
+            << step;
     }
 }
 

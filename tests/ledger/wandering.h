@@ -98,6 +98,15 @@ public:
     /** From here on the clock goes on from another time. */
     void setClock(int64_t utcMillis) { m_now = utcMillis; }
 
+    /** Somebody sets the clock while it looks, by so much. */
+    void setClockBy(int64_t millis) {
+        m_recorder->beginParts(now());
+        const int64_t before = m_now;
+        m_now += millis;
+        m_startedAt += millis;
+        m_book.append("clock", {{"before", ledger::utcText(before)}, {"after", ledger::utcText(m_now)}});
+    }
+
     /** The machine is started again, and nobody knows the time yet, or somebody does. */
     void startMachine(const std::string& boot, bool knowsTime) {
         m_boot = boot;
