@@ -4,6 +4,7 @@
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <stdexcept>
 
 #include "counts.h"
@@ -15,11 +16,12 @@ namespace inquiry {
 
 namespace {
 
-/** The period in which a ledger begins. */
-struct FirstPeriod {
-    std::string archived; /**< its date in the archive; empty where the ledger has all of it */
-    std::string camera;   /**< what the camera was called then; empty where no line tells */
-    std::map<ledger::CountKey, int64_t> missing;
+/** What the periods tell with which a ledger begins. */
+struct Beginning {
+    /** Dates of periods that the archive need not tell of, whatever clock dated them: what the ledger has of them. */
+    std::set<std::string> archived;
+    std::string camera;                          /**< what it was called then; empty where no line tells */
+    std::map<ledger::CountKey, int64_t> missing; /**< of the first one, in which lines were cut */
 };
 
 std::string tallyName(const ledger::CountKey& key) {
@@ -28,12 +30,12 @@ std::string tallyName(const ledger::CountKey& key) {
 }
 
 /** What a period counted and the crossings in the ledger do not tell. */
-FirstPeriod without(const std::map<ledger::CountKey, int64_t>& seen, const nlohmann::json& period) {
-    FirstPeriod result;
-    result.archived = ledger::textIn(period, "archived");
+std::map<ledger::CountKey, int64_t> without(const std::map<ledger::CountKey, int64_t>& seen,
+                                            const nlohmann::json& period) {
+    std::map<ledger::CountKey, int64_t> missing;
     const nlohmann::json tallies = period.value("tallies", nlohmann::json());
     if (!tallies.is_object()) {
-        return result;
+        return missing;
     }
     for (int entrance = 1; entrance <= static_cast<int>(entranceNames.size()); ++entrance) {
         for (int classId = 0; classId < static_cast<int>(objectNames.size()); ++classId) {
@@ -43,20 +45,20 @@ FirstPeriod without(const std::map<ledger::CountKey, int64_t>& seen, const nlohm
                 const int64_t count =
                     ledger::numberIn(tallies, tallyName(key).c_str()) - (known == seen.end() ? 0 : known->second);
                 if (count > 0) {
-                    result.missing[key] = count;
+                    missing[key] = count;
                 }
             }
         }
     }
-    return result;
+    return missing;
 }
 
-FirstPeriod firstPeriodOf(const ledger::Ledger& book) {
-    FirstPeriod result;
+Beginning beginningOf(const ledger::Ledger& book) {
+    Beginning result;
     std::map<ledger::CountKey, int64_t> seen;
     bool isWhole = false;
     visitLines(chunksOf(book, {}), [&](const ledger::LineHead& head, std::string_view line) {
-        if (head.kind == "crossing") {
+        if (head.kind == "crossing" && result.archived.empty()) {
             if (const std::optional<KeptCrossing> crossing = crossingOf(ledger::parseLine(line))) {
                 ++seen[{crossing->entrance, crossing->isIn, crossing->classId}];
             }
@@ -64,10 +66,14 @@ FirstPeriod firstPeriodOf(const ledger::Ledger& book) {
             isWhole = true;  // such a period counts from there on
         } else if (head.kind == "period") {
             const nlohmann::json period = ledger::parseLine(line);
-            result = isWhole ? FirstPeriod() : without(seen, period);
-            result.camera = ledger::textIn(period, "camera");
+            if (result.archived.empty()) {
+                result.missing = isWhole ? std::map<ledger::CountKey, int64_t>() : without(seen, period);
+                result.camera = ledger::textIn(period, "camera");
+            }
+            result.archived.insert(ledger::textIn(period, "archived"));
         }
-        return head.kind != "period";
+        // Before the clock is known, the archive may have any date.
+        return head.kind != "period" || !head.moment.isDated();
     });
     return result;
 }
@@ -76,7 +82,7 @@ FirstPeriod firstPeriodOf(const ledger::Ledger& book) {
 
 ledger::Quarters countsBefore(const ledger::Ledger& book, int64_t knownFrom, const std::string& archive,
                               const std::string& camera, const std::atomic<bool>& stop) {
-    const FirstPeriod first = firstPeriodOf(book);
+    const Beginning first = beginningOf(book);
     ledger::Quarters quarters;
     for (const auto& [key, count] : first.missing) {
         quarters[(knownFrom - 1) / ledger::kQuarterMillis].crossings[key] += count;
@@ -101,7 +107,7 @@ ledger::Quarters countsBefore(const ledger::Ledger& book, int64_t knownFrom, con
         } catch (const std::logic_error&) {
             continue;  // a torn line, or no time
         }
-        if (end >= knownFrom || record.dateTime == first.archived) {
+        if (end >= knownFrom || first.archived.contains(record.dateTime)) {
             continue;
         }
         ledger::Quarter& quarter = quarters[end / ledger::kQuarterMillis];

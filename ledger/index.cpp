@@ -146,11 +146,15 @@ void Index::take(std::string_view line, Part& part) {
     if (!head) {
         return;
     }
-    part.lastSeq = head->seq;
     const Moment& moment = head->moment;
     if (moment.isDated() && !part.begin) {
         part.begin = moment.utcMillis;
+    } else if (!moment.isDated() && part.lastSeq == 0) {
+        // It begins the file, and a line behind it may tell when that was.
+        part.hasUndated = true;
+        m_undated.push_back({moment.boot, moment.monoMillis, std::nullopt, 0});
     }
+    part.lastSeq = head->seq;
     const bool counts = head->kind == "crossing" || head->kind == "watched";
     if (!counts && head->kind != "clock") {
         return;
@@ -186,7 +190,9 @@ void Index::date(const BootTime& time, Part& part) {
     const auto known = std::stable_partition(m_undated.begin(), m_undated.end(),
                                              [&](const Undated& line) { return line.boot != time.boot; });
     for (auto line = known; line != m_undated.end(); ++line) {
-        add(part.quarters, time.utcMillis + line->monoMillis, line->crossing, line->watchedMillis);
+        const int64_t utcMillis = time.utcMillis + line->monoMillis;
+        part.begin = std::min(part.begin.value_or(utcMillis), utcMillis);
+        add(part.quarters, utcMillis, line->crossing, line->watchedMillis);
     }
     // Without the lines of the file before, this part cannot be had again.
     part.hasUndated = part.hasUndated || known != m_undated.end();

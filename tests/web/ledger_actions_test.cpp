@@ -29,9 +29,10 @@ public:
         m_book.append(kind, body);
     }
     /** A line from before the clock was known. */
-    void addUndated() {
-        m_now = {0, "boot", 1};
-        m_book.append("crossing", {{"entrance", 1}, {"direction", "in"}, {"class", "Person"}});
+    void addUndated() { addUndated(1, "crossing", {{"entrance", 1}, {"direction", "in"}, {"class", "Person"}}); }
+    void addUndated(int64_t mono, const std::string& kind, const nlohmann::ordered_json& body) {
+        m_now = {0, "boot", mono};
+        m_book.append(kind, body);
     }
     void cross(const std::string& utc, const char* direction = "in") {
         add(utc, "crossing", {{"entrance", 1}, {"direction", direction}, {"class", "Person"}});
@@ -537,6 +538,36 @@ TEST(AskedLedger, HasTheArchiveAlsoUnderTheNameThatTheCameraHadThen) {
     question.settings.cameraInfo.thisCameraName = "New";
     EXPECT_EQ(nlohmann::json::parse(ask(access, question).body)["rows"][0]["counts"],
               nlohmann::json::parse(R"([{"count":7}])"));
+}
+
+TEST(AskedLedger, HasWhatItBeganWithOnceWhateverClockDatedTheArchive) {
+    const TimeZone zone("UTC");
+    constexpr int64_t kMinute = 60'000;
+    // The camera's clock was right, and nobody knew; or it was not.
+    for (const char* const archived : {"2026-07-02 08:05:00", "2026-07-01 22:05:00"}) {
+        Access access;
+        access.addUndated(kMinute, "start", {});
+        access.addUndated(2 * kMinute, "crossing",
+                          {{"entrance", 1},
+                           {"direction", "in"},
+                           {"class", "Person"},
+                           {"object", 1},
+                           {"before", {120, 50}},
+                           {"after", {80, 50}},
+                           {"size", {640, 360}}});
+        access.addUndated(
+            5 * kMinute, "period",
+            {{"archived", archived}, {"camera", "Door"}, {"tallies", {{"Entrance1_Entrances_Person", 1}}}});
+        access.add("2026-07-02T08:10:00.000Z", "clock", {{"boot", "boot"}, {"mono", 10 * kMinute}});
+        writeFile(access.archive(), std::string("2026-07-01 20:00:00,Door,0,0,4,0\n") + archived + ",Door,0,0,1,0\n");
+        LedgerQuestion question = {
+            "get_counts", {{"from", "2026-07-01"}, {"to", "2026-07-03"}, {"step", "day"}, {"by", ""}, {"zone", "UTC"}}};
+        question.settings.cameraInfo.thisCameraName = "Door";
+        const nlohmann::json answer = nlohmann::json::parse(ask(access, question).body);
+        EXPECT_EQ(answer["known_from"], "2026-07-02T08:01:00.000Z") << archived;
+        EXPECT_EQ(answer["rows"][0]["counts"], nlohmann::json::parse(R"([{"count":4}])")) << archived;
+        EXPECT_EQ(answer["rows"][1]["counts"], nlohmann::json::parse(R"([{"count":1}])")) << archived;
+    }
 }
 
 TEST(AskedLedger, HasTheArchiveForWhatWasCutFromIt) {
