@@ -34,7 +34,10 @@ public:
     /** Gives a file another content; a power cut leaves the old or the new. Safe on return. */
     virtual bool replace(const std::string& name, std::string_view content) = 0;
 
-    /** Renames a file; until it is synced, a power cut may leave it under its old name. */
+    /**
+     * Renames a file, which takes the place of one that has that name; until it is synced, a power cut may leave both
+     * as they were.
+     */
     virtual bool rename(const std::string& from, const std::string& to) = 0;
 
     /** Removes a file; one that is not there counts as removed. Safe on return. */

@@ -100,7 +100,7 @@ bool Index::readAll(int64_t mostBytes) {
     return mostBytes > 0;
 }
 
-/** Brings a file's part up to the file; returns how many bytes that took. */
+/** Brings a file's part up to the file; returns how many bytes that took, all of them where that has to come again. */
 int64_t Index::read(const LedgerFile& file, int64_t mostBytes) {
     Part part;
     {
@@ -120,6 +120,7 @@ int64_t Index::read(const LedgerFile& file, int64_t mostBytes) {
         part.version = file.version;
         part.isSaved = false;
     }
+    const std::vector<Undated> undated = m_undated;
     const int64_t loaded = part.bytes == 0 ? load(file, part) : 0;
     const int64_t before = part.bytes;
     if (part.bytes < file.bytes && mostBytes > 0) {
@@ -134,6 +135,15 @@ int64_t Index::read(const LedgerFile& file, int64_t mostBytes) {
         };
         part.unread = forEachLine(m_disk, file, part.bytes, visit) ? "" : file.name;
         part.isSaved = false;
+    }
+    const std::vector<LedgerFile> files = m_book.files();
+    const bool isAsItWas = std::any_of(files.begin(), files.end(), [&](const LedgerFile& now) {
+        return now.firstSeq == file.firstSeq && now.version == file.version;
+    });
+    if (!isAsItWas) {
+        // What retention rewrites meanwhile is read half and half: this is for the next time.
+        m_undated = undated;
+        return mostBytes;
     }
     const int64_t taken = loaded + part.bytes - before;
     const MutexLock lock(m_mutex);

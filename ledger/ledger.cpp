@@ -448,18 +448,26 @@ bool Ledger::dropObjects(const LedgerFile& file) {
         }
         return true;
     });
+    const bool isLess = read && cut.lines != 0;
+    const std::string beside = Replacement::beside(file.name);
     // The word goes before the deed: a power cut in between leaves lines that nobody misses.
-    if (read && cut.lines != 0 && (!announce(cut) || !m_disk.replace(file.name, kept))) {
+    if (isLess && (!announce(cut) || !m_disk.replace(beside, kept))) {
         return false;
     }
-    const MutexLock lock(m_mutex);
-    LedgerFile* const here = known(file.name);
-    here->hasObjects = false;  // also where nothing can be read: it goes whole, once it is the oldest
-    if (read && cut.lines != 0) {
-        here->bytes = static_cast<int64_t>(kept.size());
-        ++here->version;
+    {
+        // Whoever is reading the file finds it as it was, or that it is another one.
+        const MutexLock lock(m_mutex);
+        LedgerFile* const here = known(file.name);
+        if (isLess) {
+            if (!m_disk.rename(beside, file.name)) {
+                return false;
+            }
+            here->bytes = static_cast<int64_t>(kept.size());
+            ++here->version;
+        }
+        here->hasObjects = false;  // also where nothing can be read: it goes whole, once it is the oldest
     }
-    return true;
+    return !isLess || m_disk.sync(file.name);
 }
 
 bool Ledger::dropFile(const LedgerFile& file) {

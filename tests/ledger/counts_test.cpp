@@ -30,7 +30,16 @@ public:
         return FailingPower::list();
     }
 
+    bool replace(const std::string& name, std::string_view content) override {
+        const bool isDone = FailingPower::replace(name, content);
+        if (onReplaced) {
+            onReplaced();
+        }
+        return isDone;
+    }
+
     std::function<void()> onRead;
+    std::function<void()> onReplaced;
     int lists = 0;
 };
 
@@ -353,6 +362,47 @@ TEST(LedgerCounts, AreThereWhileARewrittenFileIsReadAgain) {
     }
     EXPECT_EQ(least, before);
     EXPECT_EQ(sumOf(*book.index), kLines);
+}
+
+TEST(LedgerCounts, AreRightWhereAFileIsRewrittenWhileItIsRead) {
+    constexpr int kLines = 40;
+    for (const bool isWhileReading : {true, false}) {
+        Book book(int64_t{256} << 10);
+        const auto addObject = [&](const char* utc, size_t length) {
+            book.now = {*utcOf(utc), "", 0};
+            book.ledger().append("object", {{"path", std::string(length, 'x')}});
+        };
+        addObject("2026-11-21T08:00:00.000Z", 400);
+        for (int i = 0; i < kLines; ++i) {
+            book.cross("2026-11-21T08:00:00.000Z");
+        }
+        book.index->update(1000);
+        ASSERT_LT(sumOf(*book.index), kLines) << "the rest is read while the object goes";
+        for (int i = 0; i < 320; ++i) {
+            addObject("2026-11-22T08:00:00.000Z", 1000);
+        }
+        int interruptions = 0;
+        if (isWhileReading) {
+            book.disk.onRead = [&] {
+                book.disk.onRead = nullptr;
+                ++interruptions;
+                book.ledger().keep();
+            };
+            book.index->update(1 << 20);
+        } else {
+            book.disk.onReplaced = [&] {
+                book.disk.onReplaced = nullptr;
+                ++interruptions;
+                book.index->update(1 << 20);
+            };
+            book.ledger().keep();
+        }
+        ASSERT_EQ(interruptions, 1);
+        ASSERT_EQ(book.ledger().files().front().version, 1) << "retention took the object";
+        while (!book.index->update(1 << 20)) {
+        }
+        EXPECT_EQ(sumOf(*book.index), kLines) << isWhileReading;
+    }
 }
 
 TEST(LedgerCounts, KnowZonesByTheirNamesOnly) {

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -36,15 +37,12 @@ public:
         for (auto& [name, file] : m_files) {
             // A name that was never synced is there or not; a rename of a safe file has happened or not.
             const bool newName = file.nameIsSafe || chance(2);
-            if (!newName && file.safeName.empty()) {
-                continue;
+            if (!newName && file.under) {
+                leave(left, name, *file.under);
             }
-            File after;
-            after.content = tear(file);
-            after.safe = after.content;
-            after.safeName = newName ? name : file.safeName;
-            after.nameIsSafe = true;
-            left[after.safeName] = after;
+            if (newName || !file.safeName.empty()) {
+                leave(left, newName ? name : file.safeName, file);
+            }
         }
         m_files = left;
     }
@@ -75,6 +73,7 @@ public:
         at->second.safe = at->second.content;
         at->second.safeName = name;
         at->second.nameIsSafe = true;
+        at->second.under.reset();
         return true;
     }
 
@@ -98,6 +97,10 @@ public:
 
     bool rename(const std::string& from, const std::string& to) override {
         auto node = m_files.extract(from);
+        if (const auto old = m_files.find(to); old != m_files.end()) {
+            node.mapped().under = std::make_shared<File>(old->second);
+            m_files.erase(old);
+        }
         node.key() = to;
         node.mapped().nameIsSafe = false;
         m_files.insert(std::move(node));
@@ -132,11 +135,21 @@ private:
         std::string safe;     /**< what is on the disk for certain */
         std::string safeName; /**< under which name; empty when under none */
         bool nameIsSafe = false;
+        std::shared_ptr<File> under; /**< whose place it took, which may come back */
     };
 
     static constexpr size_t kBlock = 64;
 
     bool chance(unsigned oneIn) { return m_random() % oneIn == 0; }
+
+    void leave(std::map<std::string, File>& left, const std::string& name, const File& file) {
+        File after;
+        after.content = tear(file);
+        after.safe = after.content;
+        after.safeName = name;
+        after.nameIsSafe = true;
+        left[name] = after;
+    }
 
     std::string tear(const File& file) {
         if (!file.content.starts_with(file.safe)) {
