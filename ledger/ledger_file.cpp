@@ -57,9 +57,10 @@ bool forEachLine(Disk& disk, const LedgerFile& file, int64_t from,
             return false;
         }
         next += static_cast<int64_t>(piece->size());
+        const size_t known = rest.size();  // which has no end of a line
         rest += *piece;
         size_t begin = 0;
-        for (size_t end = rest.find('\n'); end != std::string::npos; end = rest.find('\n', begin)) {
+        for (size_t end = rest.find('\n', known); end != std::string::npos; end = rest.find('\n', begin)) {
             if (!visit(std::string_view(rest).substr(begin, end - begin), at)) {
                 return true;
             }
