@@ -152,6 +152,14 @@ void noteThose(const std::vector<ledger::LedgerFile>& files, const Span& span, U
     }
 }
 
+int64_t bytesFor(const ledger::Ledger& book, const Span& span) {
+    int64_t bytes = 0;
+    for (const ledger::LedgerFile& file : within(span, book.files(), [](const auto&) { return false; })) {
+        bytes += file.bytes;
+    }
+    return bytes;
+}
+
 Chunks chunksOf(const ledger::Ledger& book, const Span& span, Unread* unread) {
     noteThose(book.setAside(), span, unread);
     const std::vector<ledger::LedgerFile> files = within(span, book.files(), [&](const ledger::LedgerFile& file) {

@@ -44,6 +44,9 @@ void noteThose(const std::vector<ledger::LedgerFile>& files, const Span& span, U
  */
 Chunks chunksOf(const ledger::Ledger& book, const Span& span, Unread* unread = nullptr);
 
+/** How many bytes have to be read for a time, about. */
+int64_t bytesFor(const ledger::Ledger& book, const Span& span);
+
 /** The lines of a folder that somebody may be writing to. disk, unread: outlive what is returned. */
 Chunks chunksOf(ledger::Disk& disk, const Span& span, Unread* unread = nullptr);
 

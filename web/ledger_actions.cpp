@@ -33,6 +33,9 @@ constexpr int64_t kIndexStep = int64_t{1} << 20;  // bytes between two looks whe
 constexpr int64_t kMillisPerDay = 86'400'000;
 // Where clocks go back by three hours, as zones have done at most in this century.
 constexpr int64_t kLongestDay = kMillisPerDay + int64_t{3} * 3'600'000;
+// What one question has read: seconds of work, and no more memory than that. All that a camera keeps, and months of a
+// desktop's.
+constexpr int64_t kMostAskedMebibytes = 256;
 constexpr int64_t kLongestHandCount = 3'600'000;  // milliseconds
 constexpr size_t kMostTaps = 3'000;
 constexpr size_t kLongestRemark = 1'000;
@@ -221,9 +224,18 @@ LedgerAnswer answerOfJob(AnswerJobs& jobs, int64_t number) {
     return {"application/json", "", ordered_json({{"job", number}}).dump(), "202 Accepted"};
 }
 
-/** Asks the lines of a time, on the jobs' thread. read: the time whose lines tell of it. */
+/**
+ * Asks the lines of a time, on the jobs' thread. read: the time whose lines tell of it. Throws std::invalid_argument
+ * where these are too many.
+ */
 LedgerAnswer askLines(LedgerAccess& access, const inquiry::Span& span, const inquiry::Span& read,
                       const std::function<ordered_json(const inquiry::Chunks&)>& question) {
+    const int64_t mebibytes = inquiry::bytesFor(access.book(), read) >> 20;
+    if (mebibytes >= kMostAskedMebibytes) {
+        throw std::invalid_argument("expected a time of which the ledger has less than " +
+                                    std::to_string(kMostAskedMebibytes) + " MiB, got one with " +
+                                    std::to_string(mebibytes) + "; ask for less time");
+    }
     const int64_t job = access.jobs().post([&access, span, read, question](const std::atomic<bool>& stop) {
         inquiry::Unread unread;
         const inquiry::Chunks chunks = inquiry::chunksOf(access.book(), read, &unread);

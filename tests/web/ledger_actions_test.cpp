@@ -1,5 +1,6 @@
 #include "ledger_actions.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
@@ -53,7 +54,13 @@ public:
         std::filesystem::create_directory(m_folder.path() / "ledger" / name);
     }
     /** Puts a file beside the ledger's. */
-    void put(const std::string& name) const { writeFile(m_folder.path() / "ledger" / name, ""); }
+    void put(const std::string& name, const std::string& text = "", uintmax_t bytes = 0) const {
+        const std::filesystem::path path = m_folder.path() / "ledger" / name;
+        writeFile(path, text);
+        std::filesystem::resize_file(path, std::max<uintmax_t>(bytes, text.size()));
+    }
+    /** The application is started again. */
+    void reopen() { m_book.open(); }
 
     ledger::LastRun before;
 
@@ -427,6 +434,32 @@ TEST(AskedLedger, SaysWhatItCannotRead) {
         const nlohmann::json answer =
             nlohmann::json::parse(ask(access, aboutTheDay(action, isPost ? kSettings : ""), isPost).body);
         EXPECT_EQ(answer.value("unreadable", nlohmann::json()), nlohmann::json({name, aside})) << action;
+    }
+}
+
+TEST(AskedLedger, RefusesToReadForMinutes) {
+    Access access;
+    for (int64_t seq = 1; seq <= 256; ++seq) {
+        access.put(ledger::fileName(seq, "2026-11-20", false), "", uintmax_t{1} << 20U);
+    }
+    access.put("000000001000-2026-11-22.ndjson",
+               ledger::lineText({1000, "e1", {*ledger::utcOf("2026-11-22T08:00:00.000Z"), "", 0}, "start"}, ""));
+    access.reopen();
+    for (const char* const action : {"stays", "heat", "why", "recount"}) {
+        const bool isPost = action == std::string("recount");
+        LedgerQuestion question = aboutTheDay(action, isPost ? kSettings : "");
+        EXPECT_STREQ(ask(access, question, isPost).status, "200 OK") << action;
+        question.query[0].second = "2026-11-20";
+        question.query[1].second = "2026-11-21";
+        try {
+            ask(access, question, isPost);
+            ADD_FAILURE() << "took " << action;
+        } catch (const std::invalid_argument& error) {
+            EXPECT_STREQ(error.what(),
+                         "expected a time of which the ledger has less than 256 MiB, got one with 256; ask for less "
+                         "time")
+                << action;
+        }
     }
 }
 
