@@ -23,6 +23,7 @@ constexpr int64_t kCycle = 100;
 constexpr int64_t kPeople = 5'000;
 constexpr int64_t kSync = 300'000;
 constexpr int64_t kPeriod = 900'000;
+constexpr int64_t kReader = 60'000;
 constexpr int64_t kMostBytes = int64_t{32} << 20;
 constexpr size_t kDays = 25;  // until objects are left in the newest files only
 
@@ -44,7 +45,9 @@ public:
     }
     bool truncate(const std::string& name, int64_t size) override { return m_disk->truncate(name, size); }
     bool replace(const std::string& name, std::string_view content) override {
-        m_pages += (static_cast<int64_t>(content.size()) + kPage - 1) / kPage;
+        const auto size = static_cast<int64_t>(content.size());
+        m_pages += (size + kPage - 1) / kPage;
+        m_synced[name] = size;
         return m_disk->replace(name, content);
     }
     bool rename(const std::string& from, const std::string& to) override {
@@ -81,9 +84,13 @@ public:
             if (since % kPeriod == 0) {
                 writePeriod();
             }
-            if (since % kSync == kSync - kCycle) {
+            // When it is time since the last one, and when somebody reads the new lines behind a period.
+            if (m_now - m_keptAt >= kSync || since % kPeriod == kReader) {
+                m_keptAt = m_now;
                 keep();
             }
+        }
+        while (!m_index.update(int64_t{1} << 20)) {
         }
         return m_disk.bytes() - before;
     }
@@ -147,6 +154,7 @@ private:
         while (!m_index.update(int64_t{1} << 20)) {
         }
         m_index.save();
+        m_book.leaveRoom(m_index.savedBytes());
         const std::vector<ledger::LedgerFile> files = m_book.files();
         m_isFull = m_isFull || files.front().firstSeq > 1 || files.front().version > 0;
     }
@@ -154,6 +162,7 @@ private:
     const TestFolder m_folder;
     Pages m_disk{m_folder.path() / "ledger"};
     int64_t m_now = kMidnight;
+    int64_t m_keptAt = kMidnight;
     ledger::Ledger m_book{m_disk,
                           {kMostBytes,
                            [this] {
