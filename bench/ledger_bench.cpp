@@ -1,17 +1,14 @@
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <sqlite3.h>
 #include <stdexcept>
 
-#include "counting_rules.h"
 #include "counts.h"
 #include "index.h"
 #include "ledger.h"
 #include "ledger_holds.h"
-#include "recorder.h"
-#include "recount.h"
+#include "recount_bench.h"
 #include "test_folder.h"
 #include "topics.h"
 
@@ -22,8 +19,6 @@ constexpr int64_t kDayMillis = 86'400'000;
 constexpr int kDays = 730;
 constexpr int kCrossingsADay = 1'000;
 constexpr int kCrossingsAPeriod = 10;
-constexpr int kObjectsOfADay = 5'000;
-constexpr ledger::PictureSize kPicture = {640, 360};
 
 /** A ledger of the benchmark's own; its clock is the test's. */
 class Book {
@@ -190,65 +185,6 @@ void benchDayInTable(benchmark::State& state) {
     }
 }
 
-ConfigParams settings() {
-    ConfigParams config;
-    config.b_DetectPersons = true;
-    config.i_EntrancesControlPoints = config.i_DetectionControlPoints = 4;
-    config.i_Occupancy1 = {0, 0, 320, 0, 320, 360, 0, 360};
-    config.i_Detection1 = {200, 100, 400, 100, 400, 300, 200, 300};
-    config.b_Occupancy1Active = config.b_Detection1Active = true;
-    return config;
-}
-
-/** A day of people who walk through the picture in ten seconds, eight at once, each with a gait and a way. */
-struct BusyDay {
-    BusyDay() : book(folder.path() / "ledger") {
-        const ConfigParams config = settings();
-        area_of_interest areas(config);
-        storeEntrances(config, areas);
-        storeDetectionAreas(config, areas);
-        ledger::Recorder recorder(
-            [this](const std::string& kind, const nlohmann::ordered_json& body) { book.lines().append(kind, body); },
-            [&](t_one_locator at) { return 4 * static_cast<int>(entranceAt(areas, at)) + detectionAreaAt(areas, at); });
-        std::mt19937 random(1);
-        std::normal_distribution<double> sway(0, 2);
-        constexpr int kTogether = 8;
-        constexpr int kCycles = 100;
-        for (int group = 0; group < kObjectsOfADay / kTogether; ++group) {
-            for (int cycle = 0; cycle < kCycles; ++cycle) {
-                const int64_t now = kBegin + (int64_t{group} * kCycles + cycle) * 100;
-                std::vector<one_find> findings;
-                for (int i = 0; i < kTogether; ++i) {
-                    one_find finding;
-                    finding.id = group * kTogether + i;
-                    finding.locator = {static_cast<int32_t>(20 + 6 * cycle + sway(random)),
-                                       static_cast<int32_t>(30 + 40 * i + sway(random))};
-                    findings.push_back(finding);
-                }
-                book.setNow(now);
-                recorder.add({findings, kPicture, {now, 0, true}, 0, false});
-            }
-        }
-        recorder.finish({kBegin + kDayMillis, 0, true}, 0);
-    }
-    TestFolder folder;
-    Book book;
-};
-
-void benchRecount(benchmark::State& state) {
-    static BusyDay day;
-    for (auto _ : state) {
-        const inquiry::Span span = {kBegin, kBegin + 2 * kDayMillis};
-        const inquiry::Recounted result =
-            inquiry::recountOf(inquiry::chunksOf(day.book.lines(), inquiry::readToRecount(span)),
-                               inquiry::settingsInForce(settings(), kPicture), span);
-        if (result.objects != kObjectsOfADay) {
-            throw std::runtime_error("expected " + std::to_string(kObjectsOfADay) + " objects, got " +
-                                     std::to_string(result.objects));
-        }
-    }
-}
-
 }  // namespace
 
 std::vector<Limit> registerLedger() {
@@ -256,14 +192,14 @@ std::vector<Limit> registerLedger() {
     benchmark::RegisterBenchmark("ledger line/ours", benchAppend);
     benchmark::RegisterBenchmark("a day of two years/SQLite", benchDayInTable);
     benchmark::RegisterBenchmark("a day of two years/ours", benchDay);
-    benchmark::RegisterBenchmark("recount of 5000 objects/ours", benchRecount);
     std::vector<Limit> limits = {{"ledger line", "SQLite", "", std::nullopt},
                                  {"ledger line", "ours", "SQLite", 1.0},
                                  {"a day of two years", "SQLite", "", std::nullopt},
-                                 {"a day of two years", "ours", "SQLite", 1.0},
-                                 {"recount of 5000 objects", "ours", "", 1'000'000.0}};
-    const std::vector<Limit> holds =
-        registerLedgerHolds([] { return twoYears().folder.path() / "ledger"; }, kBegin + kDays * kDayMillis);
-    limits.insert(limits.end(), holds.begin(), holds.end());
+                                 {"a day of two years", "ours", "SQLite", 1.0}};
+    for (const std::vector<Limit>& more :
+         {registerRecount(),
+          registerLedgerHolds([] { return twoYears().folder.path() / "ledger"; }, kBegin + kDays * kDayMillis)}) {
+        limits.insert(limits.end(), more.begin(), more.end());
+    }
     return limits;
 }
