@@ -258,8 +258,17 @@ TEST_F(LedgerOfAskedProcess, TellsOfAlertsAndResets) {
     while (!isRaisedByHand()) {
         ASSERT_EQ(m_child->wait(1), -1) << "ended by itself: " << readFile(m_process.folder() / "err");
     }
-    post("action=correct_occupancy&to=1000", "", "200 OK");
-    waitFor("corrected", 1);
+    m_process.service().request(
+        {{"REQUEST_METHOD", "POST"},
+         {"REQUEST_URI", "/webservices.cgi?action=correct_occupancy&to=1000&remark=a%20bus%20came"},
+         {"CONTENT_LENGTH", "0"},
+         {"REMOTE_USER", "bob"}},
+        "");
+    const nlohmann::json corrected = waitFor("corrected", 1);
+    EXPECT_EQ(corrected["user"], "bob") << corrected;
+    EXPECT_EQ(corrected["remark"], "a bus came") << corrected;
+    EXPECT_LT(corrected["from"], 900) << corrected;
+    EXPECT_EQ(corrected["to"], 1000) << corrected;
     int resets = 0;
     for (const char* const action : {"reset_occupancy", "reset_total_occupancy"}) {
         m_process.service().request(
@@ -372,6 +381,24 @@ protected:
         }
         return lines;
     }
+    /** Has the picture's right half as entrance 1. */
+    static void guardTheRightHalf() {
+        const std::map<std::string, std::string> corners = {{"0x", "32"}, {"1x", "64"}, {"2x", "64"},      {"2y", "36"},
+                                                            {"3x", "32"}, {"3y", "36"}, {"Active", "true"}};
+        for (const auto& [name, value] : corners) {
+            scripted::parameters()["Occupancy1" + name] = value;
+        }
+        scripted::parameters()["EntrancesControlPoints"] = "4";
+    }
+    /** From now on somebody walks, from a place in the picture's width on, so far in each of 15 cycles. */
+    static void walk(float from, float pace) {
+        scripted::onJob([from, pace, step = 0](const std::vector<uint8_t>&) mutable {
+            const float x = from + pace * static_cast<float>(step++);
+            const scripted::Candidate walker = {
+                .classId = 0, .score = 0.9F, .ymin = 0.2F, .xmin = x, .ymax = 0.6F, .xmax = x + 0.15F};
+            return step < 15 ? std::vector<scripted::Candidate>{walker} : std::vector<scripted::Candidate>();
+        });
+    }
     static std::vector<nlohmann::json> reset(const char* by, int from) {
         const nlohmann::json line = {{"by", by}, {"user", ""}, {"from", from}, {"to", 0}, {"remark", ""}};
         return std::vector<nlohmann::json>(1, line);
@@ -407,21 +434,32 @@ TEST_F(LedgerOfAnApplication, TellsOfAResetByAlert) {
     EXPECT_EQ(linesOf("reset").back(), reset("alert", 4)[0]);
 }
 
-TEST_F(LedgerOfAnApplication, TellsOfItsPeriods) {
-    const std::map<std::string, std::string> rightHalf = {{"0x", "32"}, {"1x", "64"}, {"2x", "64"},      {"2y", "36"},
-                                                          {"3x", "32"}, {"3y", "36"}, {"Active", "true"}};
-    for (const auto& [name, value] : rightHalf) {
-        scripted::parameters()["Occupancy1" + name] = value;
+TEST_F(LedgerOfAnApplication, TellsOfAResetByAlertThatClearedTalliesWhileNobodyWasInside) {
+    scripted::parameters()["ResetByOccupanyCount"] = "true";
+    scripted::parameters()["MinOccupantsForTrigger"] = "0";
+    guardTheRightHalf();
+    begin();
+    tick(1'000);
+    EXPECT_EQ(linesOf("reset"), reset("alert", 0)) << "with the alert's begin, which stays";
+    // Whoever goes out of an empty building is a tally, which the next cycle clears.
+    walk(0.75F, -0.05F);
+    for (int cycle = 0; cycle < 20; ++cycle) {
+        tick(1'000);
     }
-    scripted::parameters()["EntrancesControlPoints"] = "4";
+    EXPECT_EQ(linesOf("crossing").size(), 1U);
+    const std::vector<nlohmann::json> resets = linesOf("reset");
+    ASSERT_EQ(resets.size(), 2U);
+    EXPECT_EQ(resets[1], reset("alert", 0)[0]);
+    std::vector<std::string> kinds = kindsOf(linesIn(m_log.folder() / kLedger));
+    std::erase_if(kinds, [](const std::string& kind) { return kind != "crossing" && kind != "reset"; });
+    EXPECT_EQ(kinds, (std::vector<std::string>{"reset", "crossing", "reset"}));
+}
+
+TEST_F(LedgerOfAnApplication, TellsOfItsPeriods) {
+    guardTheRightHalf();
     begin();
     // Somebody walks in; then the camera stalls for half of the minute.
-    scripted::onJob([step = 0](const std::vector<uint8_t>&) mutable {
-        const float x = 0.05F + 0.05F * static_cast<float>(step++);
-        const scripted::Candidate walker = {
-            .classId = 0, .score = 0.9F, .ymin = 0.2F, .xmin = x, .ymax = 0.6F, .xmax = x + 0.15F};
-        return step < 15 ? std::vector<scripted::Candidate>{walker} : std::vector<scripted::Candidate>();
-    });
+    walk(0.1F, 0.05F);
     for (int cycle = 0; cycle < 30; ++cycle) {
         tick(1'000);
     }
