@@ -35,21 +35,23 @@ export const useHandCount = () => useStore(handCount);
 export const useHandRecords = () => useStore(handRecords);
 export const useReports = () => useStore(reports);
 
-/** The alerts of the last day; read anew whenever the camera is there again. */
-export function useAlerts(): Alerts {
+/** Loads a store whenever the camera is there again. */
+function useEachTimeThere(store: { load(): Promise<void> }): void {
   const { connection, generation } = usePulse();
   useEffect(() => {
-    if (connection === 'ok') void alerts.load();
+    if (connection === 'ok') void store.load();
   }, [connection, generation]);
+}
+
+/** The alerts of the last day; read anew whenever the camera is there again. */
+export function useAlerts(): Alerts {
+  useEachTimeThere(alerts);
   return useStore(alerts);
 }
 
 /** The camera's zone, asked for whenever the camera is there again. */
 export function useCameraTime(): CameraTime {
-  const { connection, generation } = usePulse();
-  useEffect(() => {
-    if (connection === 'ok') void cameraTime.load();
-  }, [connection, generation]);
+  useEachTimeThere(cameraTime);
   return useStore(cameraTime);
 }
 
@@ -88,10 +90,7 @@ export function useAnswers(): AnswerStore {
 
 /** What there was before the camera was started; asked for whenever it is there again. */
 export function useBefore(): Before {
-  const { connection, generation } = usePulse();
-  useEffect(() => {
-    if (connection === 'ok') void before.load();
-  }, [connection, generation]);
+  useEachTimeThere(before);
   return useStore(before);
 }
 

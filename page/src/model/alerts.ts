@@ -85,10 +85,13 @@ export class Alerts extends Store {
 
   /** Reads the last day, as whenever the camera is there again. */
   async load(): Promise<void> {
+    const known = this.lines.length;
     try {
       const lines = await linesOf(kKinds.join(), Date.now() - kDay);
+      // What came meanwhile may be newer than the answer.
+      const meanwhile = this.lines.slice(known);
       this.lines = [];
-      this.add(lines);
+      this.add([...lines, ...meanwhile]);
     } catch {
       // What comes from now on is told as it comes.
     }
@@ -97,7 +100,11 @@ export class Alerts extends Store {
   /** Takes what the ledger has more. */
   add(lines: readonly Line[]): void {
     const known = new Set(this.lines.map(({ text }) => text));
-    const fresh = lines.filter(({ text, value: { kind } }) => kKinds.includes(String(kind)) && !known.has(text));
+    const fresh = lines.filter(({ text, value: { kind } }) => {
+      const isNew = kKinds.includes(String(kind)) && !known.has(text);
+      known.add(text);
+      return isNew;
+    });
     if (fresh.length === 0 && this.lines.length > 0) return;
     this.lines.push(...fresh);
     this.alerts = readAlerts(this.lines);

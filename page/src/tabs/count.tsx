@@ -105,7 +105,6 @@ function Counting() {
   useSeconds();
   const { count, canFinish, isFull } = useHandCount();
   const { loaded } = useSettings();
-  const [question, setQuestion] = useState<Question | null>(null);
   if (!count) return null;
   const { taps } = count;
   const left = Math.max(0, Math.ceil((count.end - handCount.now()) / kSecond));
@@ -139,24 +138,30 @@ function Counting() {
         <Button disabled={!canFinish} onClick={() => handCount.finish()}>
           {t.finish}
         </Button>
-        <Button
-          disabled={false}
-          onClick={() =>
-            setQuestion({ title: t.giveUpAsk, text: t.giveUpText, yes: t.giveUp, then: () => handCount.giveUp() })
-          }
-        >
-          {t.giveUp}
-        </Button>
+        <GiveUp disabled={false} />
       </div>
-      {question && <Confirm question={question} onClose={() => setQuestion(null)} />}
     </section>
+  );
+}
+
+/** Throws a count away, when somebody says so twice. */
+function GiveUp({ disabled }: { disabled: boolean }) {
+  const [question, setQuestion] = useState<Question | null>(null);
+  const ask = () =>
+    setQuestion({ title: t.giveUpAsk, text: t.giveUpText, yes: t.giveUp, then: () => handCount.giveUp() });
+  return (
+    <>
+      <Button disabled={disabled} onClick={ask}>
+        {t.giveUp}
+      </Button>
+      {question && <Confirm question={question} onClose={() => setQuestion(null)} />}
+    </>
   );
 }
 
 /** The time is over: the camera gets what was counted. */
 function HandIn() {
   const { isBusy, trouble, count } = useHandCount();
-  const [question, setQuestion] = useState<Question | null>(null);
   useEffect(() => void handCount.handIn(), []);
   return (
     <section class="card">
@@ -167,17 +172,9 @@ function HandIn() {
           <Button disabled={isBusy} onClick={() => void handCount.handIn()}>
             {texts.settings.again}
           </Button>
-          <Button
-            disabled={isBusy}
-            onClick={() =>
-              setQuestion({ title: t.giveUpAsk, text: t.giveUpText, yes: t.giveUp, then: () => handCount.giveUp() })
-            }
-          >
-            {t.giveUp}
-          </Button>
+          <GiveUp disabled={isBusy} />
         </div>
       )}
-      {question && <Confirm question={question} onClose={() => setQuestion(null)} />}
     </section>
   );
 }

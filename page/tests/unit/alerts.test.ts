@@ -66,6 +66,18 @@ describe('alerts of the ledger', () => {
   });
 });
 
+test('what comes while the last day is being read is not lost', async () => {
+  let answer: (response: Response) => void = () => {};
+  vi.stubGlobal('fetch', () => new Promise<Response>((resolve) => (answer = resolve)));
+  const alerts = new Alerts();
+  const loading = alerts.load();
+  alerts.add(readLines(alert(2, 'Area 1 Alert', true) + alert(3, 'Breached', true)));
+  answer(new Response(alert(1, 'Area 3 Alert', true) + alert(2, 'Area 1 Alert', true)));
+  await loading;
+  expect(alerts.alerts.map(({ name }) => name)).toEqual(['breached', 'area1', 'area3']);
+  vi.unstubAllGlobals();
+});
+
 test('the count begins anew with a start, a reset or a correction, whichever was last', () => {
   const begun = (text: string) => {
     const beginning = readBeginning(readLines(text));
