@@ -13,6 +13,7 @@ using nlohmann::json;
 constexpr int64_t kUndated = std::numeric_limits<int64_t>::min() / 2;
 // Beyond what a ledger holds; a damaged line must not make numbers overflow or memory run out.
 constexpr int32_t kMostLeftOut = 1000;
+constexpr size_t kMostPoints = 100'000;
 constexpr int32_t kMostCoordinate = 1'000'000;
 constexpr int64_t kLongestUptime = 1'000'000'000'000'000;  // milliseconds
 constexpr int64_t kLongestPath = int64_t{366} * 86'400'000;
@@ -56,6 +57,9 @@ void addPoint(const json& entry, int64_t begin, std::vector<PlacedPoint>& points
                               static_cast<int32_t>(within(entry.at(2), -kMostCoordinate, kMostCoordinate))};
     const int64_t time = begin + within(entry.at(0), 0, kLongestPath);
     const auto leftOut = static_cast<int32_t>(entry.size() > 3 ? within(entry.at(3), 0, kMostLeftOut) : 0);
+    if (points.size() + static_cast<size_t>(leftOut) >= kMostPoints) {
+        throw Nonsense();
+    }
     if (!points.empty()) {
         const PlacedPoint from = points.back();
         for (int32_t i = 1; i <= leftOut; ++i) {

@@ -12,7 +12,7 @@ namespace inquiry {
 
 namespace {
 
-constexpr int64_t kChunkBytes = int64_t{1} << 20;
+constexpr int64_t kChunkBytes = ledger::kLongestLine;
 constexpr int64_t kTailBytes = int64_t{1} << 16;
 // What ten minutes bring; where more waits for a line "clock", that line is missing.
 constexpr size_t kMostWaiting = size_t{16} << 20;
@@ -194,18 +194,16 @@ Chunks chunksOf(ledger::Disk& disk, const Span& span, Unread* unread) {
         span, filesIn(disk), [&](const ledger::LedgerFile& file) { return endUndated(lastLinesOf(disk, file.name)); });
     return [&disk, unread, files = std::move(files), file = size_t{0}, at = int64_t{0}]() mutable {
         for (; file < files.size(); ++file, at = 0) {
-            // A line longer than a chunk is read with as many as it takes.
-            for (int64_t most = kChunkBytes;; most *= 2) {
-                std::string lines = readOn(disk, files[file], at, most, unread);
-                const bool isAll = static_cast<int64_t>(lines.size()) < most;
-                lines.resize(lines.rfind('\n') == std::string::npos ? 0 : lines.rfind('\n') + 1);
-                if (!lines.empty()) {
+            for (bool isAll = false; !isAll;) {
+                std::string lines = readOn(disk, files[file], at, kChunkBytes, unread);
+                isAll = static_cast<int64_t>(lines.size()) < kChunkBytes;
+                const size_t end = lines.rfind('\n');
+                if (end != std::string::npos) {
+                    lines.resize(end + 1);
                     at += static_cast<int64_t>(lines.size());
                     return lines;
                 }
-                if (isAll) {
-                    break;
-                }
+                at += static_cast<int64_t>(lines.size());  // too long for a line
             }
         }
         return std::string();

@@ -1,6 +1,8 @@
 #include "recount.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -60,6 +62,10 @@ void Recount::add(const ledger::LineHead& head, std::string_view line) {
     if (head.moment.isDated()) {
         m_last = head.moment.utcMillis;
     }
+    if (std::abs(m_last - m_givenUp) > kLatestLine) {
+        giveUpOn(m_last - kLatestLine);
+        m_givenUp = m_last;
+    }
     if (head.kind == "start" || head.kind == "stop") {
         endRun();
         return;
@@ -71,7 +77,7 @@ void Recount::add(const ledger::LineHead& head, std::string_view line) {
     if (head.kind == "crossing") {
         if (const std::optional<KeptCrossing> crossing = crossingOf(ledger::parseLine(line))) {
             const bool isAsked = m_span.holds(timeOf(head));
-            m_open[crossing->object].push_back({*crossing, isAsked, timeOf(head)});
+            m_open[crossing->object].push_back({*crossing, isAsked, timeOf(head), m_last});
             if (isAsked && isObjectClassMonitored(m_rules.of(crossing->size).config, crossing->classId)) {
                 ++m_result.recorded[{crossing->entrance, crossing->isIn, crossing->classId}];
             }
@@ -91,6 +97,18 @@ void Recount::add(const ledger::LineHead& head, std::string_view line) {
     }
 }
 
+/** Paths of crossings that were told before a time do not come any more: retention took them. */
+void Recount::giveUpOn(int64_t earliest) {
+    for (auto open = m_open.begin(); open != m_open.end();) {
+        std::erase_if(open->second, [&](const Recorded& recorded) {
+            const bool isLate = recorded.told < earliest;
+            m_result.withoutPath += isLate && recorded.isAsked ? 1 : 0;
+            return isLate;
+        });
+        open = open->second.empty() ? m_open.erase(open) : std::next(open);
+    }
+}
+
 /** Who is in an area has been there as long as before. */
 void Recount::setClock(const json& line) {
     const std::optional<int64_t> before = ledger::utcOf(ledger::textIn(line, "before"));
@@ -104,6 +122,9 @@ void Recount::setClock(const json& line) {
 }
 
 void Recount::addCycle(const json& cycle) {
+    if (!cycle.is_object()) {
+        throw std::runtime_error("expected a cycle of tracks.jsonl, got a line that is no JSON object");
+    }
     try {
         const auto time = static_cast<int64_t>(cycle.at("seconds").get<double>() * 1000);
         const ledger::PictureSize size = {cycle.at("picture").at(0).get<int32_t>(),

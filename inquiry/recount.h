@@ -90,11 +90,13 @@ private:
         KeptCrossing crossing;
         bool isAsked = false; /**< in the time asked for */
         int64_t utcMillis = 0;
+        int64_t told = 0; /**< when the last dated line until then was */
     };
 
     void step(int64_t object, int32_t classId, ledger::PictureSize size, const PlacedPoint& point);
     int32_t classAt(int64_t object, int32_t voted, t_one_locator before, t_one_locator after);
     void setClock(const nlohmann::json& line);
+    void giveUpOn(int64_t earliest);
     void leave(Track& track);
     void endObject(int64_t object);
     void endRun();
@@ -104,6 +106,7 @@ private:
     std::map<int64_t, Track> m_tracks;               /**< of this run of the application */
     std::map<int64_t, std::vector<Recorded>> m_open; /**< recorded crossings whose path has not come yet */
     int64_t m_last = 0;                              /**< when the last dated line was */
+    int64_t m_givenUp = 0;                           /**< and when paths were last given up on */
     bool m_isOfLedger = false;                       /**< else cycles, of all there is */
     Recounted m_result;
 };

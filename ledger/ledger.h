@@ -52,7 +52,7 @@ public:
 
     /**
      * Adds a line. False, with errno set, when the disk refused it: it waits then, and the oldest that wait are dropped
-     * beyond 1 MiB. body: the kind's own members.
+     * beyond 1 MiB. body: the kind's own members, no more than kLongestLine has room for.
      */
     bool append(const std::string& kind, const nlohmann::ordered_json& body) EXCLUDES(m_mutex);
 

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace ledger {
 
@@ -51,6 +52,7 @@ bool forEachLine(Disk& disk, const LedgerFile& file, int64_t from,
                  const std::function<bool(std::string_view line, int64_t at)>& visit) {
     std::string rest;
     int64_t at = from;
+    int64_t passed = 0;  // bytes before the rest of what is too long for a line
     for (int64_t next = from; next < file.bytes;) {
         const std::optional<std::string> piece = disk.read(file.name, next, std::min(kPiece, file.bytes - next));
         if (!piece || piece->empty()) {
@@ -61,13 +63,18 @@ bool forEachLine(Disk& disk, const LedgerFile& file, int64_t from,
         rest += *piece;
         size_t begin = 0;
         for (size_t end = rest.find('\n', known); end != std::string::npos; end = rest.find('\n', begin)) {
-            if (!visit(std::string_view(rest).substr(begin, end - begin), at)) {
+            const int64_t bytes = std::exchange(passed, 0) + static_cast<int64_t>(end - begin) + 1;
+            if (!visit(bytes > kLongestLine ? "" : std::string_view(rest).substr(begin, end - begin), at)) {
                 return true;
             }
-            at += static_cast<int64_t>(end - begin) + 1;
+            at += bytes;
             begin = end + 1;
         }
         rest.erase(0, begin);
+        if (passed + static_cast<int64_t>(rest.size()) >= kLongestLine) {
+            passed += static_cast<int64_t>(rest.size());
+            rest.clear();
+        }
     }
     return true;
 }

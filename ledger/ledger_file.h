@@ -33,6 +33,9 @@ struct LedgerFile {
     [[nodiscard]] bool isYoung() const;
 };
 
+/** A longer line, its end included, is none; in bytes. */
+inline constexpr int64_t kLongestLine = int64_t{1} << 20;
+
 /** How the name of a file goes on that could not be read at a start, and was set aside. */
 inline constexpr const char* kAsideEnding = ".unreadable";
 
@@ -43,8 +46,9 @@ std::string fileName(int64_t firstSeq, const std::string& day, bool young);
 std::optional<LedgerFile> fileOf(const std::string& name);
 
 /**
- * Calls visit with each whole line, its end not included, and where it begins, until visit returns false. False, with
- * errno set, when the file could not be read to the end.
+ * Calls visit with each whole line, its end not included, and where it begins, until visit returns false; with an empty
+ * one for what is too long for a line, of which no more is held in memory. False, with errno set, when the file could
+ * not be read to the end.
  */
 bool forEachLine(Disk& disk, const LedgerFile& file, int64_t from,
                  const std::function<bool(std::string_view line, int64_t at)>& visit);

@@ -1,5 +1,6 @@
 #include "lines.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <limits>
 #include <map>
@@ -90,6 +91,49 @@ TEST_F(LinesOfATime, GoOnBehindWhatIsNoLine) {
     EXPECT_EQ(numbersOf(chunksOf(again, {}), {}), (std::vector<int64_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
 }
 
+/** Knows how much was asked for at once. */
+class Watched : public FailingPower {
+public:
+    Watched() : FailingPower(1) {}
+    std::optional<std::string> read(const std::string& name, int64_t from, int64_t bytes) override {
+        most = std::max(most, bytes);
+        return FailingPower::read(name, from, bytes);
+    }
+    int64_t most = 0;
+};
+
+TEST_F(LinesOfATime, AreFoundBehindWhatIsTooLongForALine) {
+    constexpr size_t kMebibyte = size_t{1} << 20U;
+    add("2026-11-22T10:00:00.000Z");
+    const std::string name = m_disk.list().at(0);
+    const std::string text = *m_disk.read(name, 0, 1 << 20);
+    // The longest line that there is, its end included, and the shortest that is none.
+    const std::string head = R"({"seq":2,"epoch":"epoch","t":"2026-11-22T10:00:00.000Z","kind":"object","path":")";
+    const std::string longest = head + std::string(kMebibyte - head.size() - 3, 'x') + "\"}\n";
+    std::string tooLong = longest;
+    tooLong.insert(tooLong.size() - 3, 1, 'x');
+    tooLong[7] = '3';
+    const std::string last = R"({"seq":4,"epoch":"epoch","t":"2026-11-22T10:00:00.000Z","kind":"stop"})";
+    for (const std::string& junk : {tooLong, std::string(9 * kMebibyte, '\0') + "\n"}) {
+        SCOPED_TRACE(junk.size());
+        Watched disk;
+        disk.replace(name, text + longest + junk + last + "\n" + std::string(5 * kMebibyte, 'x'));
+        EXPECT_EQ(readOf(chunksOf(disk, {})), (std::vector<int64_t>{1, 2, 4}));
+        ledger::LedgerFile file = filesIn(disk).at(0);
+        file.bytes = *disk.size(name);
+        std::vector<size_t> lengths;
+        int64_t at = 0;
+        ledger::forEachLine(disk, file, 0, [&](std::string_view line, int64_t begin) {
+            lengths.push_back(line.size());
+            at = begin;
+            return true;
+        });
+        EXPECT_EQ(lengths, (std::vector<size_t>{text.size() - 1, kMebibyte - 1, 0, last.size()}));
+        EXPECT_EQ(at, static_cast<int64_t>(text.size() + longest.size() + junk.size()));
+        EXPECT_LE(disk.most, static_cast<int64_t>(kMebibyte));
+    }
+}
+
 TEST_F(LinesOfATime, AreThoseOfTheNextDayThatTellOfThisOne) {
     add("2026-11-22T23:59:00.000Z");
     add("2026-11-23T00:14:59.999Z");
@@ -162,8 +206,13 @@ TEST(KeptPaths, AreNothingForNonsense) {
     ASSERT_EQ(good->points.size(), 3U);
     EXPECT_EQ(good->points[1].at, (t_one_locator{2, 3}));
     EXPECT_EQ(good->points[1].utcMillis - good->points[0].utcMillis, 50);
-    for (const auto& [key, value] : std::map<std::string, nlohmann::json>{
+    nlohmann::json endless = {{0, 1, 2}};
+    for (int i = 0; i < 100; ++i) {
+        endless.push_back({100, 3, 4, 1000});
+    }
+    for (const auto& [key, value] : std::vector<std::pair<std::string, nlohmann::json>>{
              {"path", {{0, 1, 2}, {100, 3, 4, 2'000'000'000}}},
+             {"path", endless},
              {"size", {640}},
              {"object", "one"},
              {"areas", {{{"area", 9}, {"enter", "2026-11-22T08:00:00.000Z"}, {"leave", "2026-11-22T08:00:00.000Z"}}}},

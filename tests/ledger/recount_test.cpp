@@ -161,6 +161,30 @@ TEST(Recount, TellsOfCrossingsWhosePathAKillTook) {
     EXPECT_EQ(sumOf(result.counts) + result.withoutPath, sumOf(camera.counted));
 }
 
+TEST(Recount, WaitsForNoPathThatDoesNotComeAnyMore) {
+    // Of a long run, of which retention took the paths, no crossing may stay in memory.
+    const auto lineAt = [](int minute, const std::string& body) {
+        return R"({"seq":1,"epoch":"e","t":")" + ledger::utcText(kBegin + minute * int64_t{60'000}) + "\"," + body +
+               "}";
+    };
+    for (const int later : {15, 31}) {
+        Recount recount(settingsInForce(oldSettings(), kPicture), {});
+        for (const std::string& line :
+             {lineAt(0, R"("kind":"crossing","entrance":1,"direction":"in","class":"Car","object":7,)"
+                        R"("before":[150,180],"after":[110,180],"size":[640,360])"),
+              lineAt(later, R"("kind":"object","object":7,"class":"Person","size":[640,360],"first":")" +
+                                ledger::utcText(kBegin) + R"(","path":[[0,150,180],[100,110,180]],"areas":[])")}) {
+            const auto head = ledger::headOf(line);
+            ASSERT_TRUE(head) << line;
+            recount.add(*head, line);
+        }
+        const Recounted result = recount.finish();
+        const int32_t classId = later == 15 ? *label_to_class_index("Car") : *label_to_class_index("Person");
+        EXPECT_EQ(result.counts, (Counts{{{1, true, classId}, 1}})) << later;
+        EXPECT_EQ(result.withoutPath, later == 15 ? 0 : 1);
+    }
+}
+
 TEST(Recount, TellsOfCrossingsOfWhomIsStillThere) {
     Wandering camera(13);
     camera.run(1000);
