@@ -5,6 +5,8 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <sstream>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -175,6 +177,25 @@ Chunks chunksOf(const ledger::Ledger& book, const Span& span, Unread* unread) {
         next = head ? head->seq + 1 : last + 1;
         return lines;
     };
+}
+
+std::set<std::string> kindsOf(const std::string& text) {
+    static const std::set<std::string> kKinds = {"alert",      "clock",  "corrected", "crossing", "cut",
+                                                 "hand_count", "object", "period",    "reset",    "settings",
+                                                 "start",      "stop",   "watched"};
+    std::set<std::string> kinds;
+    std::istringstream list(text);
+    for (std::string kind; std::getline(list, kind, ',');) {
+        if (!kKinds.contains(kind)) {
+            std::string known;
+            for (const std::string& each : kKinds) {
+                known += (known.empty() ? "" : ", ") + each;
+            }
+            throw std::invalid_argument("expected kinds, joined by commas, of " + known + ", got \"" + kind + "\"");
+        }
+        kinds.insert(kind);
+    }
+    return kinds;
 }
 
 std::vector<ledger::LedgerFile> filesIn(ledger::Disk& disk) {

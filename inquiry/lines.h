@@ -62,6 +62,12 @@ void visitLines(const Chunks& chunks, const std::function<bool(const ledger::Lin
 void visitLinesFor(const Chunks& chunks, const Span& span,
                    const std::function<void(const ledger::LineHead&, std::string_view)>& visit);
 
+/**
+ * Reads kinds of lines, joined by commas; none for an empty text. Throws std::invalid_argument for a kind that there is
+ * not, with those that there are.
+ */
+std::set<std::string> kindsOf(const std::string& text);
+
 /** A folder's files in the order of their lines. */
 std::vector<ledger::LedgerFile> filesIn(ledger::Disk& disk);
 

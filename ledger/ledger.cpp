@@ -494,6 +494,7 @@ std::string Ledger::lines(int64_t fromSeq, int64_t through, int64_t mostBytes, s
             const bool isRead = from && forEachLine(m_disk, *file, *from, [&](std::string_view line, int64_t) {
                                     const std::optional<LineHead> head = headOf(line);
                                     if (!head) {
+                                        leftOut.insert(file->name);
                                         return true;
                                     }
                                     const bool fits =

@@ -81,7 +81,7 @@ public:
     /**
      * The lines from a number on, ends included, as many whole ones as fit into so many bytes, at least one; empty
      * behind the end. through: the last line that may be among them. What is no line is left out, and so is what cannot
-     * be read of a file, whose name is added to unread.
+     * be read of a file; the names of such files are added to unread.
      */
     [[nodiscard]] std::string lines(int64_t fromSeq, int64_t through, int64_t mostBytes,
                                     std::set<std::string>* unread = nullptr) const EXCLUDES(m_mutex);

@@ -63,23 +63,6 @@ std::string joined(const std::set<std::string>& words) {
     return text;
 }
 
-/** The kinds of lines that are asked for; empty for all. */
-std::set<std::string> kindsOf(const std::string& text) {
-    static const std::set<std::string> kKinds = {"alert",      "clock",  "corrected", "crossing", "cut",
-                                                 "hand_count", "object", "period",    "reset",    "settings",
-                                                 "start",      "stop",   "watched"};
-    std::set<std::string> kinds;
-    std::istringstream list(text);
-    for (std::string kind; std::getline(list, kind, ',');) {
-        if (!kKinds.contains(kind)) {
-            throw std::invalid_argument("expected kinds, joined by commas, of " + joined(kKinds) + ", got \"" + kind +
-                                        "\"");
-        }
-        kinds.insert(kind);
-    }
-    return kinds;
-}
-
 /** What is meant where a question names no time. */
 enum class Otherwise {
     Always,
@@ -149,9 +132,18 @@ int64_t firstSeqOfDay(const ledger::Ledger& book, int64_t utcMillis) {
     return beginOfUndated(book, first);
 }
 
+/** The name of the file that has a line. */
+std::string fileWith(const ledger::Ledger& book, int64_t seq) {
+    std::string name;
+    for (const ledger::LedgerFile& file : book.files()) {
+        name = file.firstSeq <= seq ? file.name : name;
+    }
+    return name;
+}
+
 LedgerAnswer getLedger(LedgerAccess& access, const QueryPairs& query) {
     const inquiry::Span span = spanOf(query, valueOf(query, "zone", "UTC"), Otherwise::Always);
-    const std::set<std::string> kinds = kindsOf(valueOf(query, "kinds"));
+    const std::set<std::string> kinds = inquiry::kindsOf(valueOf(query, "kinds"));
     const bool isNewest = numberOf(valueOf(query, "newest", "0"), 0, 1, "newest") == 1;
     int64_t limit = numberOf(valueOf(query, "limit", std::to_string(kMostLines)), 1, kMostLines, "limit");
     const ledger::Position last = access.book().end();
@@ -184,7 +176,10 @@ LedgerAnswer getLedger(LedgerAccess& access, const QueryPairs& query) {
             if (isFull) {
                 break;
             }
-            if (isWanted) {
+            // A file may have been damaged since it was written, and a reader takes JSON for granted.
+            if (isWanted && !nlohmann::json::accept(line)) {
+                unread.insert(fileWith(access.book(), head->seq));
+            } else if (isWanted) {
                 body += line;
                 body += '\n';
                 --limit;
@@ -508,6 +503,9 @@ std::optional<LedgerAnswer> answerFromLedger(LedgerAccess& access, const LedgerQ
     }
     if (action == "test_follower") {
         return testFollower(access, question);
+    }
+    if (action == "recount" || action == "hand_count") {
+        throw std::invalid_argument("expected a POST of " + action + ", got a GET");
     }
     if (action == "ledger_answer") {
         return answerOfJob(access.jobs(),

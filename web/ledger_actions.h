@@ -73,7 +73,7 @@ bool isOfLedger(const std::string& action);
 /**
  * Answers get_ledger, get_counts, occupancy_before, stays, heat, why and ledger_answer, and test_follower, which takes
  * its time like these; nothing for another action.
- * Throws std::invalid_argument, saying what was expected, for a question that makes no sense.
+ * Throws std::invalid_argument, saying what was expected, for a question that makes no sense, or has to be a POST.
  *
  * Takes 100 ms at most, however large the ledger is. What takes longer is answered with a number, {"job":7} and the
  * status 202, with which ledger_answer gives the answer, or the number again.

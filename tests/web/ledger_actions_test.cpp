@@ -214,6 +214,32 @@ TEST(GetLedger, GetsAReaderPastAFileThatCannotBeRead) {
     EXPECT_EQ(headers(*answerFromLedger(access, {"get_ledger", {{"since", "e1:0"}, {"limit", "1"}}})), "e1:1 ");
 }
 
+TEST(GetLedger, GivesNothingThatWasDamagedSinceItWasWritten) {
+    const std::string first = "000000000001-2026-11-20.ndjson";
+    const struct {
+        const char* what;
+        std::string good;
+        std::string bad;
+    } cases[] = {{"a byte behind the head", "\"in\"", "\x07in\""}, {"a hole", "{\"seq\":2", std::string(8, '\0')}};
+    for (const auto& [what, good, bad] : cases) {
+        Access access;
+        for (const char* const hour : {"08", "09", "10"}) {
+            access.cross(std::string("2026-11-20T") + hour + ":00:00.000Z", hour == std::string("09") ? "in" : "out");
+        }
+        access.cross("2026-11-21T08:00:00.000Z");
+        std::string text = access.book().lines(1, 3, 1 << 20);
+        text.replace(text.find(good), good.size(), bad);
+        access.put(first, text);
+        const LedgerAnswer answer = *answerFromLedger(access, {"get_ledger", {}});
+        EXPECT_EQ(numbersOf(answer.body), (Numbers{1, 3, 4})) << what;
+        EXPECT_EQ(headerOf(answer, "X-Ledger-Unreadable"), first) << what;
+        EXPECT_EQ(headerOf(answer, "X-Ledger-Next"), "e1:4") << what;
+        const LedgerAnswer behind = *answerFromLedger(access, {"get_ledger", {{"since", "e1:2"}}});
+        EXPECT_EQ(numbersOf(behind.body), (Numbers{3, 4})) << what;
+        EXPECT_EQ(headerOf(behind, "X-Ledger-Unreadable"), "") << what;
+    }
+}
+
 TEST(GetLedger, GivesAMebibyteAtMostAndLosesNothing) {
     Access access;
     constexpr int kLines = 40;
@@ -329,6 +355,8 @@ TEST(LedgerActions, SayWhatIsWrongWithAQuestion) {
          {{"by", "entrance,door"}},
          "expected by=entrance, direction or class, joined by commas, got \"door\""},
         {"ledger_answer", {{"job", "0"}}, "expected job from 1 to 9223372036854775807, got \"0\""},
+        {"recount", {}, "expected a POST of recount, got a GET"},
+        {"hand_count", {}, "expected a POST of hand_count, got a GET"},
         {"ledger_answer", {}, "expected job from 1 to 9223372036854775807, got \"\""},
         {"get_ledger", {{"from", "noon"}}, "expected a time such as 2026-11-22 or 2026-11-22T07:00:00Z, got \"noon\""},
         {"get_counts",
