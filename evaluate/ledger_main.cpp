@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "camera_folder.h"
 #include "check.h"
@@ -22,6 +23,7 @@ constexpr int kFaulty = 1;
 constexpr int kUnusable = 2;
 // Paths are kept per cycle, however long that was; what settings say in seconds is not replayed.
 constexpr int kAnyCycleMillis = 100;
+constexpr size_t kLongestCycle = size_t{1} << 20;  // bytes; thousands of objects
 
 struct Options {
     std::string state;
@@ -30,7 +32,7 @@ struct Options {
     std::string to;
     std::string zone;
     std::string format = "json";
-    std::vector<std::string> kinds;
+    std::string kinds;
     std::string tracks;
     std::string settings;
     std::string archives;
@@ -76,8 +78,14 @@ int exportLines(const Options& options) {
     const auto disk = ledger::openFolder(folderOf(options).string());
     const inquiry::Span span = spanOf(options);
     const bool isTable = options.format == "csv";
-    const std::set<std::string> kinds =
-        isTable ? std::set<std::string>{"crossing"} : std::set<std::string>(options.kinds.begin(), options.kinds.end());
+    std::set<std::string> kinds = inquiry::kindsOf(options.kinds);
+    if (isTable && !kinds.empty() && kinds != std::set<std::string>{"crossing"}) {
+        throw std::runtime_error("expected --kinds crossing, or none, for the table of crossings, got " +
+                                 options.kinds);
+    }
+    if (isTable) {
+        kinds = {"crossing"};
+    }
     constexpr const char* kColumns[] = {"t",     "epoch",  "seq",      "entrance", "direction",
                                         "class", "object", "followed", "occupancy"};
     if (isTable) {
@@ -90,11 +98,14 @@ int exportLines(const Options& options) {
         if (!span.holds(inquiry::timeOf(head)) || (!kinds.empty() && !kinds.contains(head.kind))) {
             return;
         }
+        nlohmann::json line = ledger::parseLine(text);
+        if (line.is_discarded()) {
+            return;  // damaged since it was written
+        }
         if (!isTable) {
             std::cout << text << '\n';
             return;
         }
-        nlohmann::json line = ledger::parseLine(text);
         if (head.moment.isDated()) {
             line["t"] = ledger::utcText(head.moment.utcMillis);
         }
@@ -127,21 +138,29 @@ int checkLedger(const Options& options) {
     return checked.faults.empty() ? kFine : kFaulty;
 }
 
-int recountTracks(const std::string& file, inquiry::Recount& recount) {
+void recountTracks(const std::string& file, inquiry::Recount& recount) {
     std::ifstream tracks(file);
     if (!tracks) {
         throw std::runtime_error("cannot read " + file);
     }
-    int64_t number = 0;
-    for (std::string line; std::getline(tracks, line);) {
-        ++number;
+    std::vector<char> line(kLongestCycle);
+    int64_t number = 1;
+    const auto fail = [&](const std::string& what) {
+        throw std::runtime_error(file + ", line " + std::to_string(number) + ": " + what);
+    };
+    for (; tracks.getline(line.data(), static_cast<std::streamsize>(line.size())); ++number) {
         try {
-            recount.addCycle(nlohmann::json::parse(line, nullptr, false));
+            recount.addCycle(nlohmann::json::parse(line.data(), nullptr, false));
         } catch (const std::runtime_error& error) {
-            throw std::runtime_error(file + ", line " + std::to_string(number) + ": " + error.what());
+            fail(error.what());
         }
     }
-    return kFine;
+    if (tracks.bad()) {
+        throw std::runtime_error("cannot read " + file);
+    }
+    if (!tracks.eof()) {
+        fail("expected a cycle of tracks.jsonl, got a line of " + std::to_string(kLongestCycle) + " bytes or more");
+    }
 }
 
 int recount(const Options& options) {
@@ -190,7 +209,7 @@ int main(int argc, char** argv) {
     exports->add_option("--format", options.format, "json: a line each; csv: the crossings as a table")
         ->check(CLI::IsMember({"csv", "json"}))
         ->capture_default_str();
-    exports->add_option("--kinds", options.kinds, "Kinds of lines, joined by commas; by default all")->delimiter(',');
+    exports->add_option("--kinds", options.kinds, "Kinds of lines, joined by commas; by default all");
     CLI::App* const checks = app.add_subcommand(
         "check", "Looks for gaps, and compares sums with the archive. Ends with 1 when something is wrong");
     addLedger(*checks);

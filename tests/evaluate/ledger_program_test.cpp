@@ -91,6 +91,16 @@ TEST_F(LedgerProgram, ExportsLinesAsTheyAre) {
     EXPECT_EQ(some.out, m_book.lines(1, 1, 1 << 20) + m_book.lines(4, 4, 1 << 20)) << "9:00 is 10:00 there";
 }
 
+TEST_F(LedgerProgram, ExportsNothingThatWasDamagedSinceItWasWritten) {
+    const std::string name = m_disk->list().at(0);
+    std::string text = *m_disk->read(name, 0, 1 << 20);
+    text[text.find("\"in\"")] = '\x07';
+    m_disk->replace(name, text);
+    const ProgramResult all = ask({"export"});
+    EXPECT_EQ(all.status, 0) << all.err;
+    EXPECT_EQ(all.out, m_book.lines(1, 1, 1 << 20) + m_book.lines(3, 7, 1 << 20));
+}
+
 TEST_F(LedgerProgram, ExportsLinesFromBeforeTheClockWasKnown) {
     const auto addUndated = [&](const char* boot, const char* direction) {
         m_now = {0, boot, 30'000};
@@ -193,8 +203,19 @@ TEST_F(LedgerProgram, CountsTracksAgain) {
     file("tracks.jsonl", tracks + "no cycle\n");
     const ProgramResult bad = run({"recount", "--settings", "classes.json", "--tracks", "tracks.jsonl"});
     EXPECT_EQ(bad.status, 2);
-    EXPECT_EQ(bad.err.find("senvo ledger: tracks.jsonl, line 4: "), 0U) << bad.err;
+    EXPECT_EQ(bad.err,
+              "senvo ledger: tracks.jsonl, line 4: expected a cycle of tracks.jsonl, got a line that is no JSON "
+              "object\n");
     EXPECT_EQ(bad.out, "");
+    file("tracks.jsonl", tracks + "{\"seconds\":" + std::string(1 << 20, ' '));
+    const ProgramResult endless = run({"recount", "--settings", "classes.json", "--tracks", "tracks.jsonl"});
+    EXPECT_EQ(endless.status, 2);
+    EXPECT_EQ(endless.err,
+              "senvo ledger: tracks.jsonl, line 4: expected a cycle of tracks.jsonl, got a line of 1048576 bytes or "
+              "more\n");
+    const ProgramResult folder = run({"recount", "--settings", "classes.json", "--tracks", "ledger"});
+    EXPECT_EQ(folder.status, 2);
+    EXPECT_EQ(folder.err, "senvo ledger: cannot read ledger\n");
 }
 
 TEST_F(LedgerProgram, EndsWithTwoAndTheReason) {
@@ -204,6 +225,11 @@ TEST_F(LedgerProgram, EndsWithTwoAndTheReason) {
         {"expected --to behind --from", {"export", "--ledger", "ledger", "--from", "2026-11-22", "--to", "2026-11-21"}},
         {"expected a time such as", {"export", "--ledger", "ledger", "--from", "noon"}},
         {"expected a time zone such as", {"export", "--ledger", "ledger", "--from", "2026-11-22", "--zone", "Moon"}},
+        {"expected kinds, joined by commas, of alert, clock, corrected, crossing, cut, hand_count, object, period, "
+         "reset, settings, start, stop, watched, got \"crosing\"",
+         {"export", "--ledger", "ledger", "--kinds", "start,crosing"}},
+        {"expected --kinds crossing, or none, for the table of crossings, got watched",
+         {"export", "--ledger", "ledger", "--format", "csv", "--kinds", "watched"}},
         {"--format", {"export", "--ledger", "ledger", "--format", "xml"}},
         {"bad.json: unknown setting \"colour\"", {"recount", "--ledger", "ledger", "--settings", "bad.json"}},
         {"--from excludes --tracks", {"recount", "--tracks", "t", "--from", "2026-11-22", "--settings", "bad.json"}},
