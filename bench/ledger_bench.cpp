@@ -1,13 +1,14 @@
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <sqlite3.h>
 #include <stdexcept>
 
 #include "counts.h"
 #include "index.h"
+#include "last_run.h"
 #include "ledger.h"
 #include "ledger_holds.h"
+#include "lines_table.h"
 #include "recount_bench.h"
 #include "test_folder.h"
 #include "topics.h"
@@ -19,6 +20,7 @@ constexpr int64_t kDayMillis = 86'400'000;
 constexpr int kDays = 730;
 constexpr int kCrossingsADay = 1'000;
 constexpr int kCrossingsAPeriod = 10;
+constexpr double kLongestStart = 1'000'000;  // microseconds, in which nobody is counted
 
 /** A ledger of the benchmark's own; its clock is the test's. */
 class Book {
@@ -47,65 +49,6 @@ nlohmann::ordered_json crossing(int number) {
             {"occupancy", number % 20}};
 }
 
-/** The same lines in SQLite: a row each, with what is asked for in columns and an index on the time. */
-class Table {
-public:
-    explicit Table(const std::filesystem::path& file) {
-        if (sqlite3_open(file.c_str(), &m_database) != SQLITE_OK) {
-            throw std::runtime_error("cannot open " + file.string());
-        }
-        run("PRAGMA journal_mode=WAL");
-        run("PRAGMA synchronous=NORMAL");
-        run("CREATE TABLE line (seq INTEGER PRIMARY KEY, t INTEGER, entrance INTEGER, direction TEXT, class TEXT, "
-            "text TEXT)");
-        run("CREATE INDEX line_t ON line (t)");
-        sqlite3_prepare_v2(m_database, "INSERT INTO line VALUES (?, ?, ?, ?, ?, ?)", -1, &m_insert, nullptr);
-        sqlite3_prepare_v2(m_database,
-                           "SELECT entrance, direction, class, t / 3600000, count(*) FROM line WHERE t >= ? AND t < ? "
-                           "GROUP BY 1, 2, 3, 4",
-                           -1, &m_count, nullptr);
-    }
-    ~Table() {
-        sqlite3_finalize(m_insert);
-        sqlite3_finalize(m_count);
-        sqlite3_close(m_database);
-    }
-    Table(const Table&) = delete;
-    Table& operator=(const Table&) = delete;
-
-    void run(const char* text) { sqlite3_exec(m_database, text, nullptr, nullptr, nullptr); }
-
-    void add(int64_t seq, int64_t millis, const nlohmann::ordered_json& body) {
-        const std::string text = ledger::bodyText(body);
-        sqlite3_bind_int64(m_insert, 1, seq);
-        sqlite3_bind_int64(m_insert, 2, millis);
-        sqlite3_bind_int64(m_insert, 3, body["entrance"].get<int64_t>());
-        sqlite3_bind_text(m_insert, 4, body["direction"].get_ref<const std::string&>().c_str(), -1, SQLITE_TRANSIENT);
-        sqlite3_bind_text(m_insert, 5, body["class"].get_ref<const std::string&>().c_str(), -1, SQLITE_TRANSIENT);
-        sqlite3_bind_text(m_insert, 6, text.c_str(), -1, SQLITE_TRANSIENT);
-        if (sqlite3_step(m_insert) != SQLITE_DONE) {
-            throw std::runtime_error(sqlite3_errmsg(m_database));
-        }
-        sqlite3_reset(m_insert);
-    }
-
-    int64_t count(int64_t from, int64_t until) {
-        sqlite3_bind_int64(m_count, 1, from);
-        sqlite3_bind_int64(m_count, 2, until);
-        int64_t sum = 0;
-        while (sqlite3_step(m_count) == SQLITE_ROW) {
-            sum += sqlite3_column_int64(m_count, 4);
-        }
-        sqlite3_reset(m_count);
-        return sum;
-    }
-
-private:
-    sqlite3* m_database = nullptr;
-    sqlite3_stmt* m_insert = nullptr;
-    sqlite3_stmt* m_count = nullptr;
-};
-
 void benchAppend(benchmark::State& state) {
     const TestFolder folder;
     Book book(folder.path() / "ledger");
@@ -117,7 +60,7 @@ void benchAppend(benchmark::State& state) {
 
 void benchInsert(benchmark::State& state) {
     const TestFolder folder;
-    Table table(folder.path() / "lines.db");
+    LinesTable table(folder.path() / "lines.db");
     int number = 0;
     for (auto _ : state) {
         ++number;
@@ -128,7 +71,7 @@ void benchInsert(benchmark::State& state) {
 /** Two years, in a ledger with its index and in a table. */
 struct TwoYears {
     TwoYears() : book(folder.path() / "ledger"), table(folder.path() / "lines.db"), index(book.disk(), book.lines()) {
-        table.run("BEGIN");
+        table.begin();
         for (int64_t number = 0; number < int64_t{kDays} * kCrossingsADay; ++number) {
             const int64_t millis = kBegin + number * kDayMillis / kCrossingsADay;
             const nlohmann::ordered_json body = crossing(static_cast<int>(number));
@@ -139,16 +82,46 @@ struct TwoYears {
                 book.lines().append("period", {{"tallies", nlohmann::ordered_json::object()}});
             }
         }
-        table.run("COMMIT");
+        table.commit();
         while (!index.update(int64_t{64} << 20)) {
         }
         index.save();
     }
     TestFolder folder;
     Book book;
-    Table table;
+    LinesTable table;
     ledger::Index index;
 };
+
+/** A ledger whose newest file is nearly as long as files get: a start looks through all of it. */
+struct LongFile {
+    LongFile() {
+        Book book(folder.path());
+        for (int number = 0; book.lines().files().empty() || book.lines().files().back().bytes < kBytes; ++number) {
+            book.lines().append("crossing", crossing(number));
+            if (number % kCrossingsAPeriod == 0) {
+                book.lines().append("period", {{"tallies", nlohmann::ordered_json::object()}});
+            }
+        }
+        if (!book.lines().keep() || book.lines().files().size() != 1) {
+            throw std::runtime_error("expected a single file, got another number or none that could be synced");
+        }
+    }
+    static constexpr int64_t kBytes = int64_t{15} << 20;
+    TestFolder folder;
+};
+
+void benchStart(benchmark::State& state) {
+    static const LongFile file;
+    for (auto _ : state) {
+        Book book(file.folder.path());
+        const ledger::LastRun before =
+            ledger::lastRunOf(book.disk(), book.lines().files(), {kBegin + kDayMillis, 0, true}, "boot");
+        if (!before.occupancy) {
+            throw std::runtime_error("expected an occupancy of the run before, got none");
+        }
+    }
+}
 
 TwoYears& twoYears() {
     static TwoYears years;
@@ -179,9 +152,9 @@ void benchDay(benchmark::State& state) {
 }
 
 void benchDayInTable(benchmark::State& state) {
-    Table& table = twoYears().table;
+    LinesTable& table = twoYears().table;
     for (auto _ : state) {
-        mustBeADay(table.count(kAskedDay, kAskedDay + kDayMillis));
+        mustBeADay(table.count({kAskedDay, kAskedDay + kDayMillis}));
     }
 }
 
@@ -192,10 +165,12 @@ std::vector<Limit> registerLedger() {
     benchmark::RegisterBenchmark("ledger line/ours", benchAppend);
     benchmark::RegisterBenchmark("a day of two years/SQLite", benchDayInTable);
     benchmark::RegisterBenchmark("a day of two years/ours", benchDay);
+    benchmark::RegisterBenchmark("start of a ledger with a file of 15 MiB/ours", benchStart);
     std::vector<Limit> limits = {{"ledger line", "SQLite", "", std::nullopt},
                                  {"ledger line", "ours", "SQLite", 1.0},
                                  {"a day of two years", "SQLite", "", std::nullopt},
-                                 {"a day of two years", "ours", "SQLite", 1.0}};
+                                 {"a day of two years", "ours", "SQLite", 1.0},
+                                 {"start of a ledger with a file of 15 MiB", "ours", "", kLongestStart}};
     for (const std::vector<Limit>& more :
          {registerRecount(),
           registerLedgerHolds([] { return twoYears().folder.path() / "ledger"; }, kBegin + kDays * kDayMillis)}) {

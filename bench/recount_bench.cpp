@@ -3,12 +3,12 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
-#include <sqlite3.h>
 #include <stdexcept>
 #include <string>
 
 #include "counting_rules.h"
 #include "ledger.h"
+#include "lines_table.h"
 #include "recorder.h"
 #include "recount.h"
 #include "test_folder.h"
@@ -30,68 +30,6 @@ ConfigParams settings() {
     config.b_Occupancy1Active = config.b_Detection1Active = true;
     return config;
 }
-
-/** A day's lines in SQLite: a row each, by its number and with an index on the time. */
-class Table {
-public:
-    explicit Table(const std::filesystem::path& file) {
-        if (sqlite3_open(file.c_str(), &m_database) != SQLITE_OK) {
-            throw std::runtime_error("cannot open " + file.string());
-        }
-        run("PRAGMA journal_mode=WAL");
-        run("PRAGMA synchronous=NORMAL");
-        run("CREATE TABLE line (seq INTEGER PRIMARY KEY, t INTEGER, text TEXT)");
-        run("CREATE INDEX line_t ON line (t)");
-        sqlite3_prepare_v2(m_database, "INSERT INTO line VALUES (?, ?, ?)", -1, &m_insert, nullptr);
-        sqlite3_prepare_v2(m_database, "SELECT text FROM line WHERE t >= ? AND t < ? ORDER BY seq", -1, &m_select,
-                           nullptr);
-    }
-    ~Table() {
-        sqlite3_finalize(m_insert);
-        sqlite3_finalize(m_select);
-        sqlite3_close(m_database);
-    }
-    Table(const Table&) = delete;
-    Table& operator=(const Table&) = delete;
-
-    void run(const char* text) { sqlite3_exec(m_database, text, nullptr, nullptr, nullptr); }
-
-    void add(const ledger::LineHead& head, std::string_view text) {
-        sqlite3_bind_int64(m_insert, 1, head.seq);
-        sqlite3_bind_int64(m_insert, 2, head.moment.utcMillis);
-        sqlite3_bind_text(m_insert, 3, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
-        if (sqlite3_step(m_insert) != SQLITE_DONE) {
-            throw std::runtime_error(sqlite3_errmsg(m_database));
-        }
-        sqlite3_reset(m_insert);
-    }
-
-    /** The lines that tell of a time, in pieces as a ledger gives them. */
-    inquiry::Chunks chunksOf(const inquiry::Span& span) {
-        sqlite3_reset(m_select);
-        sqlite3_bind_int64(m_select, 1, span.from);
-        sqlite3_bind_int64(m_select, 2, span.until + inquiry::kLatestLine);
-        return [this, isOver = false]() mutable {
-            constexpr size_t kPiece = size_t{1} << 20U;
-            std::string lines;
-            while (!isOver && lines.size() < kPiece) {
-                isOver = sqlite3_step(m_select) != SQLITE_ROW;  // another step would begin anew
-                if (isOver) {
-                    break;
-                }
-                lines.append(reinterpret_cast<const char*>(sqlite3_column_text(m_select, 0)),
-                             static_cast<size_t>(sqlite3_column_bytes(m_select, 0)));
-                lines += '\n';
-            }
-            return lines;
-        };
-    }
-
-private:
-    sqlite3* m_database = nullptr;
-    sqlite3_stmt* m_insert = nullptr;
-    sqlite3_stmt* m_select = nullptr;
-};
 
 /** A day of people who walk through the picture in ten seconds, eight at once, each with a gait and a way. */
 struct BusyDay {
@@ -124,19 +62,19 @@ struct BusyDay {
             }
         }
         recorder.finish({now.utcMillis, 0, true}, 0);
-        table.run("BEGIN");
+        table.begin();
         inquiry::visitLines(inquiry::chunksOf(book, {}), [this](const ledger::LineHead& head, std::string_view text) {
             table.add(head, text);
             return true;
         });
-        table.run("COMMIT");
+        table.commit();
     }
 
     TestFolder folder;
     ledger::Moment now = {kBegin, "", 0};
     std::unique_ptr<ledger::Disk> disk;
     ledger::Ledger book{*disk, {int64_t{1} << 40, [this] { return now; }, [] { return std::string("epoch"); }}};
-    Table table;
+    LinesTable table;
 };
 
 BusyDay& busyDay() {
