@@ -13,6 +13,6 @@ export default defineConfig({
     // Two browsers and six cameras at once on a machine that others load: what happens once in a thousand tests is told
     // as a warning, what happens twice in a row fails.
     retry: 1,
-    slowTestThreshold: 1, // of those alone the report tells that they were repeated
+    reporters: ['./tests/browser/reporter.ts'],
   },
 });

@@ -36,9 +36,8 @@ export function useBrowser(): void {
     browser = await chromium.connect(inject('browser'));
   });
   afterEach(async ({ task }) => {
-    // Of a test that passes when it is repeated, nobody else tells why it had to be.
     const error = task.result?.state === 'fail' && task.result.errors?.at(-1);
-    if (error) console.log(`${task.name}: ${error.stack ?? error.message}\n${(await seen()).join('\n')}`);
+    if (error) console.log(`${task.name}: ${error.message}\n${(await seen()).join('\n')}`);
     await Promise.all(contexts.map((context) => context.close()));
     contexts = [];
     expect(offences.splice(0)).toEqual([]);
