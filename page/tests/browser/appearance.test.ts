@@ -80,6 +80,34 @@ async function unfold(page: Page, tab: (typeof tabs)[number]): Promise<void> {
   }
 }
 
+/** A camera with this status that has raised these alerts. */
+async function tells(page: Page, status: string, alerts: string[]): Promise<void> {
+  const panel = `<app><NameCam_0>Entrance hall</NameCam_0><StatusCam_0>${status}</StatusCam_0></app>`;
+  const lines = alerts.map((name, i) => ({
+    seq: i + 1,
+    epoch: 'e',
+    t: new Date().toISOString(),
+    kind: 'alert',
+    alert: `Ostrel Senvo ${name}`,
+    active: true,
+  }));
+  const end = `e:${lines.length}`;
+  await page.route('**/*action=get_data_panel_info', (route) =>
+    route.fulfill({ contentType: 'text/xml', body: panel }),
+  );
+  await page.route('**/*action=get_ledger&*', (route) =>
+    route.fulfill({
+      contentType: 'application/x-ndjson',
+      headers: { 'X-Ledger-Next': end, 'X-Ledger-End': end },
+      body: lines.map((line) => `${JSON.stringify(line)}\n`).join(''),
+    }),
+  );
+}
+
+/** As much as the bar at the top ever has to tell. */
+const muchToTell = (page: Page) =>
+  tells(page, 'Slow', ['Breached', 'Area 1 Alert', 'Area 2 Alert', 'Area 3 Alert', 'Occupancy Alert']);
+
 /** Does something before the whole page, with its bars once and nothing behind them: what is half behind one is no fault. */
 async function whole<T>(page: Page, task: () => Promise<T>): Promise<T> {
   const size = page.viewportSize()!;
@@ -229,7 +257,8 @@ describe.skipIf(isMissing)('Appearance', () => {
       '<StatusCam_0>Slow</StatusCam_0><StatusCam_1>No connection error</StatusCam_1></app>';
     const csv = `Date,Occup_Person_${name},Occup_Person_Yard\n2026-03-01 10:00:00,1,2\n`;
     const page = await open({ viewport: devices.phone, hasTouch: true }, async (one) => {
-      const answers = { get_data_panel_info: panel, get_occupancy_csv: csv };
+      // A follower that has told nothing yet is asked for by its name.
+      const answers = { get_data_panel_info: panel, get_occupancy_csv: csv, get_follower_ages: '-1' };
       for (const [action, body] of Object.entries(answers))
         await one
           .context()
@@ -245,6 +274,7 @@ describe.skipIf(isMissing)('Appearance', () => {
       });
     await show(page, 'live');
     await page.getByTestId('cameras').getByText('No answer: check address, login and password').waitFor();
+    await page.getByTestId('ask-followers').waitFor();
     const broken = await page.locator('.badge').evaluateAll((badges) =>
       badges.flatMap((badge) => {
         const text = badge.firstChild as Text;
@@ -263,6 +293,25 @@ describe.skipIf(isMissing)('Appearance', () => {
     await page.getByTestId('report').waitFor();
     expect(await tooWide()).toEqual([0, []]);
   });
+
+  test.each([1360, 900, 390, 320])(
+    'the bar at the top is as high, and the page as wide, whatever there is to tell: %d pixels',
+    async (width) => {
+      const viewport = { width, height: 700 };
+      const size = (page: Page) =>
+        page.evaluate(() => [
+          document.querySelector('.top')!.getBoundingClientRect().height,
+          document.documentElement.scrollWidth,
+        ]);
+      const calm = await opened('cameras', { viewport }, (page) => tells(page, 'Running', []));
+      await expectText(calm, 'status', /^Running$/);
+      const busy = await opened('cameras', { viewport }, muchToTell);
+      await busy.getByTestId('alert').waitFor();
+      const [height] = await size(calm);
+      expect(await size(busy)).toEqual([height, width]);
+      await busy.screenshot({ path: join(screenshots, `top-${width}.png`) });
+    },
+  );
 
   test('a page that is read from the right is seen whole', async () => {
     const page = await opened('live');
@@ -323,12 +372,13 @@ describe.skipIf(isMissing)('Appearance', () => {
 
   test('what has the focus is not hidden behind the bars', async () => {
     for (const [device, size] of Object.entries(devices)) {
-      const page = await opened('cameras', { viewport: size });
+      const page = await opened('cameras', { viewport: size }, muchToTell);
+      await page.getByTestId('alert').waitFor();
       await page.locator('input[name=RepInt]').fill('9');
       await page.locator('input[name=CamName]').focus();
       const hidden: string[] = [];
-      for (let i = 0; i < 24; ++i) {
-        await page.keyboard.press('Tab');
+      for (let i = 0; i < 48; ++i) {
+        await page.keyboard.press(i < 24 ? 'Tab' : 'Shift+Tab');
         const covered = await page.evaluate(() => {
           const { activeElement } = document;
           if (!activeElement || activeElement.closest('.save-bar, .tabs, .top')) return '';
