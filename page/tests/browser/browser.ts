@@ -86,22 +86,19 @@ export async function open(
   return page;
 }
 
+/** Whether the web server let one in: right after a change of password logins are slowed down. */
+const isLetIn = (status?: number) => status !== 401 && status !== 429;
+
 export async function show(page: Page, tab: Tab): Promise<void> {
-  // Right after a change of password logins are slowed down.
-  await eventually(
-    async () => (await page.goto(`${building!.url}local/ostrel_senvo/index.html#/${tab}`))?.status(),
-    (status) => status !== 401 && status !== 429,
-  );
+  const address = `${building!.url}local/ostrel_senvo/index.html#/${tab}`;
+  if (!isLetIn((await page.goto(address))?.status())) await reload(page);
   await page.getByRole('heading', { level: 1, name: new RegExp(tab, 'i') }).waitFor();
   await page.waitForFunction(() => !document.querySelector('[data-testid=status]')?.textContent?.includes('Asking'));
 }
 
-/** Reads the page anew; again while logins are slowed down, as right after a change of password. */
+/** Reads the page anew; again while logins are slowed down. */
 export async function reload(page: Page): Promise<void> {
-  await eventually(
-    async () => (await page.reload())?.status(),
-    (status) => status !== 401 && status !== 429,
-  );
+  await eventually(async () => (await page.reload())?.status(), isLetIn);
 }
 
 /** A tab of a page of its own. */

@@ -77,6 +77,7 @@ async function startBuilding(
   }
   const building = { url: value('url')!, password: value('password')!, state, pid: demo.pid! };
   const end = async () => {
+    demo.kill('SIGCONT'); // a test that was ended may have stopped it
     demo.kill('SIGINT');
     await ended;
   };

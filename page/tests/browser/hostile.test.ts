@@ -166,6 +166,8 @@ describe.skipIf(isMissing)('Hostile texts', () => {
       if (/<(Total|Status|\/root)/.test(name)) continue;
       await store(page, { CamName: name, FO1_Name: name });
       const told = /<NameCam_0>(.*?)<\/NameCam_0>/s.exec(await ask(page, 'get_data_panel_info'))![1];
+      // Who comes back to the page has it ask at once.
+      await page.evaluate(() => document.dispatchEvent(new Event('visibilitychange')));
       await eventually(
         () => page.locator('.camera-name').textContent(),
         (text) => text === told,

@@ -27,6 +27,9 @@ const kJpeg = Buffer.from(
   'base64',
 );
 
+/** After so many milliseconds a stream stands still; sooner than that it is tried again. */
+const kStill = 10_000;
+
 /** The ages of followers that have told nothing. */
 const kNone = Array<string>(10).fill('-1');
 
@@ -76,25 +79,6 @@ describe.skipIf(isMissing)('Live', () => {
     await expectText(page, 'status', kRuns); // whichever alerts who walks there raises
     // Somebody stands in the area now and then.
     await expectText(page, 'crowd-1', /^[1-9]\d*$/);
-  });
-
-  test('shows each follower with its status, crowd and the age of its answer', async () => {
-    const page = await opened('live');
-    // A leader that was started anew asks its followers for counts once settings have been saved.
-    await store(page, {});
-    const rows = page.getByTestId('cameras').locator('tbody tr');
-    await eventually(
-      () => rows.count(),
-      (count) => count === 3,
-    );
-    for (const follower of ['Follower 1', 'Follower 2']) {
-      const row = rows.filter({ hasText: follower });
-      await row.filter({ hasText: kRuns }).waitFor();
-      await eventually(
-        async () => row.locator('td').allTextContents(),
-        ([, crowd, age]) => /^\d+$/.test(crowd) && age === 'now',
-      );
-    }
   });
 
   test('a follower that was not asked yet is said so', async () => {
@@ -625,16 +609,19 @@ describe.skipIf(isMissing)('Live', () => {
     }).listen(0, '127.0.0.1');
     await once(silent, 'listening');
     const { port } = silent.address() as AddressInfo;
-    const page = await open({}, (one) =>
-      one.route('**/live/video.mjpg*', (route) => route.continue({ url: `http://127.0.0.1:${port}/` })),
-    );
+    const page = await open({}, async (one) => {
+      await one.clock.install();
+      await one.route('**/live/video.mjpg*', (route) => route.continue({ url: `http://127.0.0.1:${port}/` }));
+    });
     await show(page, 'live');
     await eventually(
       () => page.getByRole('img', { name: 'Live picture' }).isVisible(),
       (visible) => visible,
     );
+    await page.clock.fastForward(kStill);
     await page.getByText(/The picture stood still/).waitFor();
     expect(await page.getByRole('img', { name: 'Live picture' }).isVisible()).toBe(false);
+    await page.clock.fastForward(kStill);
     await eventually(
       async () => begun,
       (count) => count > 1,
@@ -702,5 +689,23 @@ describe.skipIf(isMissing)('Live', () => {
     await show(page, 'live');
     await page.getByText('No picture', { exact: true }).waitFor();
     await page.getByText(words).waitFor();
+  });
+
+  // Last, for a leader asks its followers for their status once a minute.
+  test('shows each follower with its status, crowd and the age of its answer', async () => {
+    const page = await opened('live');
+    const rows = page.getByTestId('cameras').locator('tbody tr');
+    await eventually(
+      () => rows.count(),
+      (count) => count === 3,
+    );
+    for (const follower of ['Follower 1', 'Follower 2']) {
+      const row = rows.filter({ hasText: follower });
+      await row.filter({ hasText: kRuns }).waitFor();
+      await eventually(
+        async () => row.locator('td').allTextContents(),
+        ([, crowd, age]) => /^\d+$/.test(crowd) && age === 'now',
+      );
+    }
   });
 });

@@ -37,19 +37,18 @@ function application(): number {
   return 0;
 }
 
-/**
- * Does something while the application is not there. One that is killed once may be back before the page asks again,
- * so it is killed as often as it comes.
- */
+/** Does something while the application is not there: whoever would start it again is stopped meanwhile. */
 async function whileAway(something: () => Promise<void>): Promise<void> {
-  const killer = setInterval(() => {
-    const running = application();
-    if (running !== 0) process.kill(running, 'SIGKILL');
-  }, 50);
+  const running = await eventually(
+    async () => application(),
+    (pid) => pid !== 0,
+  );
+  process.kill(building!.pid, 'SIGSTOP');
   try {
+    process.kill(running, 'SIGKILL');
     await something();
   } finally {
-    clearInterval(killer);
+    process.kill(building!.pid, 'SIGCONT');
   }
 }
 
