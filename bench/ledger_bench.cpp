@@ -165,12 +165,12 @@ std::vector<Limit> registerLedger() {
     benchmark::RegisterBenchmark("ledger line/ours", benchAppend);
     benchmark::RegisterBenchmark("a day of two years/SQLite", benchDayInTable);
     benchmark::RegisterBenchmark("a day of two years/ours", benchDay);
-    benchmark::RegisterBenchmark("start of a ledger with a file of 15 MiB/ours", benchStart);
+    benchmark::RegisterBenchmark("start of a ledger of 15 MiB/ours", benchStart);
     std::vector<Limit> limits = {{"ledger line", "SQLite", "", std::nullopt},
                                  {"ledger line", "ours", "SQLite", 1.0},
                                  {"a day of two years", "SQLite", "", std::nullopt},
                                  {"a day of two years", "ours", "SQLite", 1.0},
-                                 {"start of a ledger with a file of 15 MiB", "ours", "", kLongestStart}};
+                                 {"start of a ledger of 15 MiB", "ours", "", kLongestStart}};
     for (const std::vector<Limit>& more :
          {registerRecount(),
           registerLedgerHolds([] { return twoYears().folder.path() / "ledger"; }, kBegin + kDays * kDayMillis)}) {
