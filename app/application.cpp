@@ -1,4 +1,4 @@
-#include "application.h"
+#include "app/application.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -8,9 +8,9 @@
 #include <syslog.h>
 #include <utility>
 
-#include "Logger.h"
-#include "clock.h"
-#include "termination.h"
+#include "app/termination.h"
+#include "base/clock.h"
+#include "log/Logger.h"
 
 namespace {
 

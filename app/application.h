@@ -11,22 +11,22 @@
 #include <thread>
 #include <utility>
 
-#include "area_of_interest.h"
-#include "between_cycles.h"
-#include "config_params.h"
-#include "detection_processing.h"
-#include "event_manager.h"
-#include "fastcgi_service.h"
-#include "follower_polling.h"
-#include "ledger_keeping.h"
-#include "location_controller_larod.h"
-#include "mutex.h"
-#include "occupancy_controller.h"
-#include "occupancy_manager.h"
-#include "overlay_manager.h"
-#include "parameter_controller.h"
-#include "parameter_io.h"
-#include "tracker.h"
+#include "app/between_cycles.h"
+#include "app/ledger_keeping.h"
+#include "base/mutex.h"
+#include "config/config_params.h"
+#include "config/parameter_controller.h"
+#include "detection/location_controller_larod.h"
+#include "events/event_manager.h"
+#include "followers/follower_polling.h"
+#include "overlay/overlay_manager.h"
+#include "statistics/occupancy_manager.h"
+#include "tracking/area_of_interest.h"
+#include "tracking/detection_processing.h"
+#include "tracking/occupancy_controller.h"
+#include "tracking/tracker.h"
+#include "web/fastcgi_service.h"
+#include "web/parameter_io.h"
 
 /** What the web interface shows of the application's health. */
 enum ApplicationStatus : int {

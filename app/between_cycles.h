@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "mutex.h"
+#include "base/mutex.h"
 
 /** Work that other threads have for the analysis thread, which does it between two cycles, in the order it came. */
 class BetweenCycles {

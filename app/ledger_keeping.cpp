@@ -1,4 +1,4 @@
-#include "ledger_keeping.h"
+#include "app/ledger_keeping.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -10,9 +10,9 @@
 #include <random>
 #include <utility>
 
-#include "Logger.h"
-#include "camera_paths.h"
-#include "clock.h"
+#include "base/camera_paths.h"
+#include "base/clock.h"
+#include "log/Logger.h"
 
 namespace {
 

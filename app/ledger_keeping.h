@@ -9,14 +9,14 @@
 #include <string>
 #include <thread>
 
-#include "index.h"
-#include "last_run.h"
-#include "ledger.h"
-#include "ledger_actions.h"
-#include "machine_clock.h"
-#include "mutex.h"
-#include "occupancy_manager.h"
-#include "recorder.h"
+#include "base/mutex.h"
+#include "ledger/index.h"
+#include "ledger/last_run.h"
+#include "ledger/ledger.h"
+#include "ledger/machine_clock.h"
+#include "ledger/recorder.h"
+#include "statistics/occupancy_manager.h"
+#include "web/ledger_actions.h"
 
 /** How a ledger is kept; what no environment says is a camera's. */
 struct LedgerSettings {

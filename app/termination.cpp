@@ -1,4 +1,4 @@
-#include "termination.h"
+#include "app/termination.h"
 
 #include <atomic>
 #include <cerrno>
@@ -9,7 +9,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "Logger.h"
+#include "log/Logger.h"
 
 namespace {
 

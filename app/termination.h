@@ -4,7 +4,7 @@
 #include <string>
 #include <thread>
 
-#include "unique_fd.h"
+#include "base/unique_fd.h"
 
 /**
  * Logs the message as an error and ends the process with exit status 1; the platform's supervisor starts the

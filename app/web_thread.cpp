@@ -2,9 +2,9 @@
 #include <cstdlib>
 #include <system_error>
 
-#include "Logger.h"
-#include "application.h"
-#include "camera_resolutions.h"
+#include "app/application.h"
+#include "detection/camera_resolutions.h"
+#include "log/Logger.h"
 
 /*
  * The web service's place in the process: its thread, and what its requests may change. The service works on its own

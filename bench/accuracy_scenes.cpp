@@ -11,7 +11,7 @@
 #include <stdexcept>
 
 #include "accuracy_match.h"
-#include "scene.h"
+#include "desktop/video/scene/scene.h"
 #include "this_build.h"
 
 namespace {

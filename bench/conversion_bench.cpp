@@ -9,7 +9,7 @@ extern "C" {
 }
 
 #include "conversion_job.h"
-#include "imgconverter.h"
+#include "detection/imgconverter.h"
 #include "real_frame.h"
 #include "topics.h"
 

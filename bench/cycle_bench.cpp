@@ -3,8 +3,8 @@
 #include <fstream>
 #include <memory>
 
-#include "application.h"
-#include "camera_paths.h"
+#include "app/application.h"
+#include "base/camera_paths.h"
 #include "conversion_job.h"
 #include "real_frame.h"
 #include "scripted_platform.h"

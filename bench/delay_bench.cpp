@@ -9,8 +9,8 @@
 #include <unistd.h>
 #include <vector>
 
-#include "application.h"
-#include "camera_paths.h"
+#include "app/application.h"
+#include "base/camera_paths.h"
 #include "fastcgi_client.h"
 #include "scripted_platform.h"
 #include "topics.h"

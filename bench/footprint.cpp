@@ -11,11 +11,11 @@
 #include <sys/resource.h>
 #include <thread>
 
-#include "Logger.h"
-#include "application.h"
-#include "camera_paths.h"
+#include "app/application.h"
+#include "base/camera_paths.h"
+#include "desktop/parameters/parameter_store.h"
 #include "ledger_flash.h"
-#include "parameter_store.h"
+#include "log/Logger.h"
 #include "scripted_platform.h"
 #include "scripted_process.h"
 #include "test_clock.h"

@@ -10,8 +10,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "accounts.h"
-#include "camera_paths.h"
+#include "base/camera_paths.h"
+#include "desktop/webserver/accounts.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <sys/types.h>
 
-#include "front.h"
+#include "desktop/webserver/front.h"
 
 inline constexpr const char* kPassword = "bench-bench";
 

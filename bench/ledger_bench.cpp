@@ -3,10 +3,10 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "counts.h"
-#include "index.h"
-#include "last_run.h"
-#include "ledger.h"
+#include "ledger/counts.h"
+#include "ledger/index.h"
+#include "ledger/last_run.h"
+#include "ledger/ledger.h"
 #include "ledger_holds.h"
 #include "lines_table.h"
 #include "recount_bench.h"

@@ -9,10 +9,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "index.h"
-#include "ledger.h"
-#include "occupancy_records.h"
-#include "recorder.h"
+#include "ledger/index.h"
+#include "ledger/ledger.h"
+#include "ledger/recorder.h"
+#include "statistics/occupancy_records.h"
 #include "test_folder.h"
 
 namespace {

@@ -7,9 +7,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "ledger_actions.h"
-#include "ledger_keeping.h"
-#include "line.h"
+#include "app/ledger_keeping.h"
+#include "ledger/line.h"
+#include "web/ledger_actions.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string_view>
 
-#include "line.h"
-#include "lines.h"
+#include "inquiry/lines.h"
+#include "ledger/line.h"
 
 struct sqlite3;
 struct sqlite3_stmt;

@@ -16,9 +16,9 @@ extern "C" {
 #include <libavutil/frame.h>
 }
 
-#include "desktop_config.h"
-#include "engine.h"
-#include "overlay_service.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/inference/engines.h"
+#include "desktop/overlay/overlay_service.h"
 #include "real_frame.h"
 #include "this_build.h"
 #include "topics.h"
@@ -133,7 +133,7 @@ private:
     void run() {
         std::vector<char> room(1U << 20U);
         std::vector<pollfd> waits;
-        for (const desktop::FileDescriptor& viewer : m_sockets) {
+        for (const UniqueFd& viewer : m_sockets) {
             waits.push_back({viewer.get(), POLLIN, 0});
         }
         while (!m_stop) {
@@ -146,7 +146,7 @@ private:
         }
     }
 
-    std::vector<desktop::FileDescriptor> m_sockets;
+    std::vector<UniqueFd> m_sockets;
     std::atomic<bool> m_stop = false;
     std::thread m_thread;
 };

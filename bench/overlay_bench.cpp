@@ -5,10 +5,10 @@
 #include <iostream>
 #include <memory>
 
-#include "StreamMapper.h"
-#include "location_controller_larod.h"
-#include "overlay_drawing.h"
-#include "overlay_manager.h"
+#include "detection/location_controller_larod.h"
+#include "overlay/StreamMapper.h"
+#include "overlay/overlay_drawing.h"
+#include "overlay/overlay_manager.h"
 #include "scripted_platform.h"
 #include "topics.h"
 

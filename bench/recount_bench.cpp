@@ -6,12 +6,12 @@
 #include <stdexcept>
 #include <string>
 
-#include "counting_rules.h"
-#include "ledger.h"
+#include "inquiry/recount.h"
+#include "ledger/ledger.h"
+#include "ledger/recorder.h"
 #include "lines_table.h"
-#include "recorder.h"
-#include "recount.h"
 #include "test_folder.h"
+#include "tracking/counting_rules.h"
 
 namespace {
 

@@ -10,11 +10,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "record_archive.h"
+#include "base/unique_fd.h"
 #include "report_others.h"
-#include "report_stream.h"
+#include "statistics/record_archive.h"
+#include "statistics/report_stream.h"
 #include "topics.h"
-#include "unique_fd.h"
 
 namespace {
 

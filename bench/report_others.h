@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "report_stream.h"
+#include "statistics/report_stream.h"
 
 /**
  * Shell commands by which other programs make the report's table from the same files: each reads the four archives and

@@ -1,12 +1,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "camera_paths.h"
-#include "config_params.h"
-#include "parameter_store.h"
+#include "base/camera_paths.h"
+#include "base/unique_fd.h"
+#include "config/config_params.h"
+#include "desktop/parameters/parameter_store.h"
 #include "this_build.h"
 #include "topics.h"
-#include "unique_fd.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace {
 

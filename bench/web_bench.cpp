@@ -7,17 +7,17 @@
 #include <sys/socket.h>
 #include <thread>
 
-#include "accounts.h"
+#include "base/camera_paths.h"
 #include "builders.h"
-#include "camera_paths.h"
-#include "fastcgi_service.h"
-#include "fastcgi_socket.h"
-#include "follower_polling.h"
-#include "front.h"
+#include "desktop/webserver/accounts.h"
+#include "desktop/webserver/front.h"
+#include "followers/follower_polling.h"
 #include "front_process.h"
-#include "parameter_io.h"
 #include "scripted_platform.h"
 #include "topics.h"
+#include "web/fastcgi_service.h"
+#include "web/fastcgi_socket.h"
+#include "web/parameter_io.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "config_params.h"
+#include "config/config_params.h"
 
 namespace {
 

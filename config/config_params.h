@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "finding.h"
+#include "finding/finding.h"
 
 /** The leader's table of followers; index i is follower i+1. */
 struct CameraInfo {

@@ -1,6 +1,6 @@
 #include <utility>
 
-#include "parameter_controller.h"
+#include "config/parameter_controller.h"
 
 /*
  * The record's trip to and from the store. One walk over the record serves both directions, in the one order that both

@@ -1,12 +1,12 @@
-#include "parameter_controller.h"
+#include "config/parameter_controller.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <glib.h>
 #include <limits>
 
-#include "Logger.h"
-#include "platform_error.h"
+#include "base/platform_error.h"
+#include "log/Logger.h"
 
 bool g_SensorIs16x9 = true;
 

@@ -7,7 +7,7 @@
 
 #include <axsdk/axparameter.h>
 
-#include "config_params.h"
+#include "config/config_params.h"
 
 /** Whether the camera's image sensor is wider than 4:3; found at start-up, read from then on. */
 extern bool g_SensorIs16x9;

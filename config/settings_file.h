@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "config_params.h"
+#include "config/config_params.h"
 
 /** Settings as a file carries them: areas as fractions of the picture, times in seconds, classes by name. */
 struct Settings {

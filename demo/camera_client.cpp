@@ -1,4 +1,4 @@
-#include "camera_client.h"
+#include "demo/camera_client.h"
 
 #include <curl/curl.h>
 #include <memory>

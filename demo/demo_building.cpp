@@ -1,4 +1,4 @@
-#include "demo_building.h"
+#include "demo/demo_building.h"
 
 #include <algorithm>
 #include <ctime>
@@ -7,9 +7,9 @@
 #include <sstream>
 #include <utility>
 
-#include "followers_after_start.h"
-#include "parameter_io.h"
-#include "settings_upload.h"
+#include "desktop/tool/followers_after_start.h"
+#include "evaluate/settings_upload.h"
+#include "web/parameter_io.h"
 
 namespace {
 

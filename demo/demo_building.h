@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "camera_client.h"
-#include "desktop_camera.h"
-#include "settings_file.h"
+#include "config/settings_file.h"
+#include "demo/camera_client.h"
+#include "desktop/tool/desktop_camera.h"
 
 /**
  * A leader and its followers on one machine, each a whole camera on the same drawn scene: prepares them, brings the

@@ -2,9 +2,9 @@
 #include <iostream>
 #include <sys/stat.h>
 
-#include "background.h"
-#include "demo_building.h"
-#include "truth_file.h"
+#include "demo/demo_building.h"
+#include "desktop/tool/background.h"
+#include "evaluate/truth_file.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
-#include "camera_resolutions.h"
+#include "detection/camera_resolutions.h"
 
 #include <glib-object.h>
 #include <memory>
 
 #include <vdo-channel.h>
 
-#include "Logger.h"
-#include "platform_error.h"
+#include "base/platform_error.h"
+#include "log/Logger.h"
 
 std::set<Resolution> getCameraResolutions() {
     static const std::string function = "getCameraResolutions: ";

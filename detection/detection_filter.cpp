@@ -1,7 +1,7 @@
 #include <algorithm>
 
-#include "Logger.h"
-#include "location_controller_larod.h"
+#include "detection/location_controller_larod.h"
+#include "log/Logger.h"
 
 namespace {
 

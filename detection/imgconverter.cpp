@@ -1,4 +1,4 @@
-#include "imgconverter.h"
+#include "detection/imgconverter.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -10,7 +10,7 @@
 #include <memory>
 #include <string>
 
-#include "Logger.h"
+#include "log/Logger.h"
 
 /*
  * The conversion works in bands: some rows of the frame become ARGB, are scaled and packed while they still lie in the

@@ -3,8 +3,8 @@
 #include <libyuv.h>
 #include <string>
 
-#include "Logger.h"
-#include "imgconverter.h"
+#include "detection/imgconverter.h"
+#include "log/Logger.h"
 
 namespace {
 

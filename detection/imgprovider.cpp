@@ -1,4 +1,4 @@
-#include "imgprovider.h"
+#include "detection/imgprovider.h"
 
 #include <algorithm>
 #include <atomic>
@@ -17,8 +17,8 @@
 #include <vdo-channel.h>
 #include <vdo-stream.h>
 
-#include "Logger.h"
-#include "platform_error.h"
+#include "base/platform_error.h"
+#include "log/Logger.h"
 
 namespace {
 

@@ -1,14 +1,14 @@
-#include "location_controller_larod.h"
+#include "detection/location_controller_larod.h"
 
 #include <exception>
 #include <fcntl.h>
 
 #include <vdo-map.h>
 
-#include "Logger.h"
-#include "camera_paths.h"
-#include "imgconverter.h"
-#include "platform_error.h"
+#include "base/camera_paths.h"
+#include "base/platform_error.h"
+#include "detection/imgconverter.h"
+#include "log/Logger.h"
 
 namespace {
 

@@ -10,10 +10,10 @@
 #include <larod.h>
 #include <vdo-stream.h>
 
-#include "config_params.h"
-#include "finding.h"
-#include "mmfile.h"
-#include "unique_fd.h"
+#include "base/unique_fd.h"
+#include "config/config_params.h"
+#include "detection/mmfile.h"
+#include "finding/finding.h"
 
 /** How wide a stream is for its height. */
 enum AspectRatioType {

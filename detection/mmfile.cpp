@@ -1,4 +1,4 @@
-#include "mmfile.h"
+#include "detection/mmfile.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -7,7 +7,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "Logger.h"
+#include "log/Logger.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "unique_fd.h"
+#include "base/unique_fd.h"
 
 /**
  * One tensor's memory: an anonymous temporary file, mapped, so that the inference service reads and writes it through

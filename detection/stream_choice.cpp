@@ -5,9 +5,9 @@
 
 #include <vdo-channel.h>
 
-#include "Logger.h"
-#include "location_controller_larod.h"
-#include "platform_error.h"
+#include "base/platform_error.h"
+#include "detection/location_controller_larod.h"
+#include "log/Logger.h"
 
 namespace {
 

@@ -5,11 +5,11 @@
 #include <iostream>
 #include <unistd.h>
 
-#include "camera_folder.h"
-#include "comparison.h"
-#include "evaluation.h"
-#include "report.h"
-#include "truth_file.h"
+#include "desktop/tool/camera_folder.h"
+#include "evaluate/comparison.h"
+#include "evaluate/evaluation.h"
+#include "evaluate/report.h"
+#include "evaluate/truth_file.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "evaluation.h"
+#include "evaluate/evaluation.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -8,13 +8,13 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
-#include "Logger.h"
-#include "application.h"
-#include "camera_folder.h"
-#include "clock.h"
-#include "event_file.h"
-#include "last_fetched.h"
-#include "virtual_time.h"
+#include "app/application.h"
+#include "base/clock.h"
+#include "desktop/events/event_file.h"
+#include "desktop/frames/last_fetched.h"
+#include "desktop/frames/virtual_time.h"
+#include "desktop/tool/camera_folder.h"
+#include "log/Logger.h"
 
 namespace {
 

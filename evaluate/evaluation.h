@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "results.h"
-#include "settings_file.h"
+#include "config/settings_file.h"
+#include "evaluate/results.h"
 
 struct EvaluationOptions {
     std::string clip;                 /**< a file or scene:NAME */

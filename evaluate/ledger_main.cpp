@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "camera_folder.h"
-#include "check.h"
-#include "counts.h"
-#include "lines.h"
-#include "recount.h"
-#include "settings_file.h"
+#include "config/settings_file.h"
+#include "desktop/tool/camera_folder.h"
+#include "inquiry/check.h"
+#include "inquiry/lines.h"
+#include "inquiry/recount.h"
+#include "ledger/counts.h"
 
 namespace {
 

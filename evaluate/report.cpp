@@ -1,4 +1,4 @@
-#include "report.h"
+#include "evaluate/report.h"
 
 #include <iomanip>
 #include <nlohmann/json.hpp>

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "results.h"
+#include "evaluate/results.h"
 
 /** The results for people, without anything that differs from run to run. */
 std::string textReport(const Results& results);

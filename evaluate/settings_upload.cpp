@@ -1,4 +1,4 @@
-#include "settings_upload.h"
+#include "evaluate/settings_upload.h"
 
 #include <algorithm>
 

@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-#include "settings_file.h"
+#include "config/settings_file.h"
 
 /** A settings document by its tags, as a camera hands it out and takes it back. */
 using SettingsTags = std::map<std::string, std::string>;

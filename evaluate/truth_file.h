@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "results.h"
-#include "settings_file.h"
+#include "config/settings_file.h"
+#include "evaluate/results.h"
 
 /** A clip's hand-counted answers and the settings that they were counted with. */
 struct Truth {

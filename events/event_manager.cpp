@@ -1,10 +1,10 @@
-#include "event_manager.h"
+#include "events/event_manager.h"
 
 #include <algorithm>
 #include <cctype>
 
-#include "Logger.h"
-#include "platform_error.h"
+#include "base/platform_error.h"
+#include "log/Logger.h"
 
 namespace {
 

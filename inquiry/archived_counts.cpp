@@ -1,4 +1,4 @@
-#include "archived_counts.h"
+#include "inquiry/archived_counts.h"
 
 #include <algorithm>
 #include <fstream>
@@ -7,10 +7,10 @@
 #include <set>
 #include <stdexcept>
 
-#include "counts.h"
-#include "kept_path.h"
-#include "lines.h"
-#include "occupancy_records.h"
+#include "inquiry/kept_path.h"
+#include "inquiry/lines.h"
+#include "ledger/counts.h"
+#include "statistics/occupancy_records.h"
 
 namespace inquiry {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "index.h"
-#include "ledger.h"
+#include "ledger/index.h"
+#include "ledger/ledger.h"
 
 namespace inquiry {
 

@@ -1,4 +1,4 @@
-#include "check.h"
+#include "inquiry/check.h"
 
 #include <algorithm>
 #include <map>
@@ -6,10 +6,10 @@
 #include <optional>
 #include <utility>
 
-#include "check_archive.h"
-#include "index.h"
-#include "kept_path.h"
-#include "occupancy_records.h"
+#include "inquiry/check_archive.h"
+#include "inquiry/kept_path.h"
+#include "ledger/index.h"
+#include "statistics/occupancy_records.h"
 
 namespace inquiry {
 

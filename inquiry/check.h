@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "disk.h"
-#include "lines.h"
+#include "inquiry/lines.h"
+#include "ledger/disk.h"
 
 namespace inquiry {
 

@@ -1,4 +1,4 @@
-#include "check_archive.h"
+#include "inquiry/check_archive.h"
 
 #include <algorithm>
 #include <fstream>
@@ -9,8 +9,8 @@
 #include <string_view>
 #include <utility>
 
-#include "line.h"
-#include "occupancy_records.h"
+#include "ledger/line.h"
+#include "statistics/occupancy_records.h"
 
 namespace inquiry {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "check.h"
+#include "inquiry/check.h"
 
 namespace inquiry {
 

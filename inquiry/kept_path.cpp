@@ -1,4 +1,4 @@
-#include "kept_path.h"
+#include "inquiry/kept_path.h"
 
 #include <limits>
 #include <nlohmann/json.hpp>

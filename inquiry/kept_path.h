@@ -5,9 +5,9 @@
 #include <optional>
 #include <vector>
 
-#include "finding.h"
-#include "line.h"
-#include "object_path.h"
+#include "finding/finding.h"
+#include "ledger/line.h"
+#include "ledger/object_path.h"
 
 namespace inquiry {
 

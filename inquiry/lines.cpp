@@ -1,4 +1,4 @@
-#include "lines.h"
+#include "inquiry/lines.h"
 
 #include <algorithm>
 #include <iterator>

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "disk.h"
-#include "ledger.h"
-#include "line.h"
+#include "ledger/disk.h"
+#include "ledger/ledger.h"
+#include "ledger/line.h"
 
 /** What can be asked of a ledger's lines beyond counts: recounts, stays, heat, why, and whether it is whole. */
 namespace inquiry {

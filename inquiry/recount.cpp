@@ -1,4 +1,4 @@
-#include "recount.h"
+#include "inquiry/recount.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -8,7 +8,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "counting_rules.h"
+#include "tracking/counting_rules.h"
 
 namespace inquiry {
 

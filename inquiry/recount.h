@@ -10,12 +10,12 @@
 #include <utility>
 #include <vector>
 
-#include "area_of_interest.h"
-#include "config_params.h"
-#include "finding.h"
-#include "index.h"
-#include "kept_path.h"
-#include "lines.h"
+#include "config/config_params.h"
+#include "finding/finding.h"
+#include "inquiry/kept_path.h"
+#include "inquiry/lines.h"
+#include "ledger/index.h"
+#include "tracking/area_of_interest.h"
 
 namespace inquiry {
 

@@ -1,10 +1,10 @@
-#include "stays.h"
+#include "inquiry/stays.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "counts.h"
+#include "ledger/counts.h"
 
 namespace inquiry {
 

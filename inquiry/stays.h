@@ -4,8 +4,8 @@
 #include <map>
 #include <nlohmann/json_fwd.hpp>
 
-#include "lines.h"
-#include "recount.h"
+#include "inquiry/lines.h"
+#include "inquiry/recount.h"
 
 namespace inquiry {
 

@@ -1,4 +1,4 @@
-#include "why.h"
+#include "inquiry/why.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,7 +9,7 @@
 #include <set>
 #include <vector>
 
-#include "counting_rules.h"
+#include "tracking/counting_rules.h"
 
 namespace inquiry {
 

@@ -2,8 +2,8 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "lines.h"
-#include "recount.h"
+#include "inquiry/lines.h"
+#include "inquiry/recount.h"
 
 namespace inquiry {
 

@@ -1,4 +1,4 @@
-#include "counts.h"
+#include "ledger/counts.h"
 
 #include <algorithm>
 #include <glib.h>

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "index.h"
+#include "ledger/index.h"
 
 namespace ledger {
 

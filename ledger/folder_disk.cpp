@@ -7,10 +7,10 @@
 #include <unistd.h>
 #include <utility>
 
-#include "atomic_file.h"
-#include "disk.h"
-#include "line_file.h"
-#include "unique_fd.h"
+#include "base/atomic_file.h"
+#include "base/line_file.h"
+#include "base/unique_fd.h"
+#include "ledger/disk.h"
 
 namespace ledger {
 

@@ -1,4 +1,4 @@
-#include "index.h"
+#include "ledger/index.h"
 
 #include <algorithm>
 #include <exception>
@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "finding.h"
+#include "finding/finding.h"
 
 namespace ledger {
 

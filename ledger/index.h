@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "ledger.h"
-#include "mutex.h"
+#include "base/mutex.h"
+#include "ledger/ledger.h"
 
 namespace ledger {
 

@@ -1,4 +1,4 @@
-#include "last_run.h"
+#include "ledger/last_run.h"
 
 #include <algorithm>
 #include <limits>

@@ -7,10 +7,10 @@
 #include <tuple>
 #include <vector>
 
-#include "disk.h"
-#include "ledger_file.h"
-#include "line.h"
-#include "machine_clock.h"
+#include "ledger/disk.h"
+#include "ledger/ledger_file.h"
+#include "ledger/line.h"
+#include "ledger/machine_clock.h"
 
 namespace ledger {
 

@@ -1,11 +1,11 @@
-#include "ledger.h"
+#include "ledger/ledger.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "atomic_file.h"
+#include "base/atomic_file.h"
 
 namespace ledger {
 

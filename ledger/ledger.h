@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "disk.h"
-#include "ledger_file.h"
-#include "line.h"
-#include "mutex.h"
+#include "base/mutex.h"
+#include "ledger/disk.h"
+#include "ledger/ledger_file.h"
+#include "ledger/line.h"
 
 namespace ledger {
 

@@ -1,4 +1,4 @@
-#include "ledger_file.h"
+#include "ledger/ledger_file.h"
 
 #include <algorithm>
 #include <array>

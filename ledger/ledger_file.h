@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "disk.h"
-#include "line.h"
+#include "ledger/disk.h"
+#include "ledger/line.h"
 
 namespace ledger {
 

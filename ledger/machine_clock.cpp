@@ -1,4 +1,4 @@
-#include "machine_clock.h"
+#include "ledger/machine_clock.h"
 
 #include <algorithm>
 #include <array>
@@ -10,8 +10,8 @@
 #include <unistd.h>
 #include <utility>
 
-#include "clock.h"
-#include "unique_fd.h"
+#include "base/clock.h"
+#include "base/unique_fd.h"
 
 namespace ledger {
 

@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "line.h"
-#include "mutex.h"
+#include "base/mutex.h"
+#include "ledger/line.h"
 
 namespace ledger {
 

@@ -1,4 +1,4 @@
-#include "object_path.h"
+#include "ledger/object_path.h"
 
 #include <algorithm>
 #include <cmath>

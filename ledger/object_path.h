@@ -4,7 +4,7 @@
 #include <functional>
 #include <vector>
 
-#include "finding.h"
+#include "finding/finding.h"
 
 namespace ledger {
 

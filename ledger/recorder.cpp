@@ -1,11 +1,11 @@
-#include "recorder.h"
+#include "ledger/recorder.h"
 
 #include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "line.h"
+#include "ledger/line.h"
 
 namespace ledger {
 

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "finding.h"
-#include "machine_clock.h"
-#include "object_path.h"
+#include "finding/finding.h"
+#include "ledger/machine_clock.h"
+#include "ledger/object_path.h"
 
 namespace ledger {
 

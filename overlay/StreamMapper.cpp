@@ -1,9 +1,9 @@
-#include "StreamMapper.h"
+#include "overlay/StreamMapper.h"
 
 #include <cstdint>
 #include <utility>
 
-#include "parameter_controller.h"
+#include "config/parameter_controller.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
-#include "overlay_drawing.h"
+#include "overlay/overlay_drawing.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 
-#include "StreamMapper.h"
-#include "text_cache.h"
+#include "overlay/StreamMapper.h"
+#include "overlay/text_cache.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "finding.h"
-#include "palette.h"
+#include "finding/finding.h"
+#include "overlay/palette.h"
 
 class StreamMapper;
 class TextCache;

@@ -1,9 +1,9 @@
-#include "overlay_info.h"
+#include "overlay/overlay_info.h"
 
 #include <charconv>
 #include <optional>
 
-#include "Logger.h"
+#include "log/Logger.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 
 #include <axoverlay.h>
 
-#include "camera_resolutions.h"
-#include "finding.h"
+#include "detection/camera_resolutions.h"
+#include "finding/finding.h"
 
 /** What a stream is to the application; its size tells. */
 enum class StreamType {

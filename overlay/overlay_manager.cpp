@@ -1,13 +1,13 @@
-#include "overlay_manager.h"
+#include "overlay/overlay_manager.h"
 
 #include <algorithm>
 
-#include "Logger.h"
-#include "StreamMapper.h"
-#include "clock.h"
-#include "location_controller_larod.h"
-#include "overlay_drawing.h"
-#include "platform_error.h"
+#include "base/clock.h"
+#include "base/platform_error.h"
+#include "detection/location_controller_larod.h"
+#include "log/Logger.h"
+#include "overlay/StreamMapper.h"
+#include "overlay/overlay_drawing.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 
 #include <axoverlay.h>
 
-#include "config_params.h"
-#include "overlay_info.h"
-#include "text_cache.h"
+#include "config/config_params.h"
+#include "overlay/overlay_info.h"
+#include "overlay/text_cache.h"
 
 class StreamMapper;
 

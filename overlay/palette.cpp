@@ -1,8 +1,8 @@
-#include "palette.h"
+#include "overlay/palette.h"
 
 #include <array>
 
-#include "Logger.h"
+#include "log/Logger.h"
 
 namespace {
 

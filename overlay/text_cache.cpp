@@ -1,11 +1,11 @@
-#include "text_cache.h"
+#include "overlay/text_cache.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <memory>
 
-#include "palette.h"
+#include "overlay/palette.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include "archive_cells.h"
+#include "statistics/archive_cells.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cstring>
 
-#include "summary_report.h"
+#include "statistics/summary_report.h"
 
 namespace {
 

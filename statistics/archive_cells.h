@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "line_reader.h"
-#include "purge_cut.h"
+#include "statistics/line_reader.h"
+#include "statistics/purge_cut.h"
 
 /*
  * Every flush brings the same lines but for the date and the count. So the reader remembers what stood between them

@@ -1,4 +1,4 @@
-#include "archive_file.h"
+#include "statistics/archive_file.h"
 
 #include <cerrno>
 #include <cstring>
@@ -8,12 +8,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "Logger.h"
-#include "atomic_file.h"
-#include "clock.h"
-#include "line_file.h"
-#include "line_reader.h"
-#include "mutex.h"
+#include "base/atomic_file.h"
+#include "base/clock.h"
+#include "base/line_file.h"
+#include "base/mutex.h"
+#include "log/Logger.h"
+#include "statistics/line_reader.h"
 
 namespace archive_file {
 namespace {

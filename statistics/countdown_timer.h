@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "clock.h"
+#include "base/clock.h"
 
 /** Counts down seconds by the wall clock; a clock that is set moves the expiry with it. */
 class CountdownTimer {

@@ -1,4 +1,4 @@
-#include "date_windows.h"
+#include "statistics/date_windows.h"
 
 #include <algorithm>
 #include <iterator>

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "archive_cells.h"
+#include "statistics/archive_cells.h"
 
 /**
  * The rows of a report in the order of their dates, out of files in which they come in any order: clocks were set back

@@ -1,4 +1,4 @@
-#include "line_reader.h"
+#include "statistics/line_reader.h"
 
 #include <algorithm>
 #include <cerrno>

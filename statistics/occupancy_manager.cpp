@@ -1,4 +1,4 @@
-#include "occupancy_manager.h"
+#include "statistics/occupancy_manager.h"
 
 #include <algorithm>
 #include <exception>
@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "follower_round.h"
+#include "followers/follower_round.h"
 
 namespace {
 

@@ -6,16 +6,16 @@
 #include <utility>
 #include <vector>
 
-#include "config_params.h"
-#include "countdown_timer.h"
-#include "event_manager.h"
-#include "finding.h"
-#include "follower_calls.h"
-#include "mutex.h"
-#include "purge_queue.h"
-#include "record_archive.h"
-#include "report_stream.h"
-#include "transient_state.h"
+#include "base/mutex.h"
+#include "config/config_params.h"
+#include "events/event_manager.h"
+#include "finding/finding.h"
+#include "followers/follower_calls.h"
+#include "statistics/countdown_timer.h"
+#include "statistics/purge_queue.h"
+#include "statistics/record_archive.h"
+#include "statistics/report_stream.h"
+#include "statistics/transient_state.h"
 
 /** The names of the four archives' files. */
 struct ArchiveFileNames {

@@ -1,10 +1,10 @@
-#include "occupancy_records.h"
+#include "statistics/occupancy_records.h"
 
 #include <iomanip>
 #include <sstream>
 #include <utility>
 
-#include "clock.h"
+#include "base/clock.h"
 
 namespace {
 

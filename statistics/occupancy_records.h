@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "config_params.h"
-#include "finding.h"
+#include "config/config_params.h"
+#include "finding/finding.h"
 
 /*
  * The records in which every period's tallies are kept, and their one-line text form: fields joined by commas, without

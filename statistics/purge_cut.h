@@ -3,7 +3,7 @@
 #include <ctime>
 #include <string>
 
-#include "occupancy_records.h"
+#include "statistics/occupancy_records.h"
 
 /** What a purge does to an archive. */
 struct PurgeCut {

@@ -1,4 +1,4 @@
-#include "purge_queue.h"
+#include "statistics/purge_queue.h"
 
 #include <utility>
 

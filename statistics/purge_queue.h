@@ -7,7 +7,7 @@
 #include <functional>
 #include <thread>
 
-#include "mutex.h"
+#include "base/mutex.h"
 
 /**
  * Does purges of archives one after the other on a thread of its own: one of a large file takes many cycles' time.

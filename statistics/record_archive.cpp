@@ -1,8 +1,8 @@
-#include "record_archive.h"
+#include "statistics/record_archive.h"
 
-#include "atomic_file.h"
-#include "camera_paths.h"
-#include "clock.h"
+#include "base/atomic_file.h"
+#include "base/camera_paths.h"
+#include "base/clock.h"
 
 RecordArchiveBase::RecordArchiveBase(const std::string& fileName)
     : archiveFilename(cameraPath("/usr/local/packages/ostrel_senvo/localdata/") + fileName), nextPurgeDate(clockNow()) {

@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "archive_file.h"
-#include "mutex.h"
-#include "occupancy_records.h"
-#include "purge_cut.h"
-#include "purge_queue.h"
+#include "base/mutex.h"
+#include "statistics/archive_file.h"
+#include "statistics/occupancy_records.h"
+#include "statistics/purge_cut.h"
+#include "statistics/purge_queue.h"
 
 /**
  * One kind of statistic record in one CSV file on the camera's flash: a record a line, the newest at the end.

@@ -1,4 +1,4 @@
-#include "report_stream.h"
+#include "statistics/report_stream.h"
 
 #include <algorithm>
 #include <charconv>
@@ -8,11 +8,11 @@
 #include <utility>
 #include <vector>
 
-#include "archive_cells.h"
-#include "archive_file.h"
-#include "date_windows.h"
-#include "summary_report.h"
-#include "unique_fd.h"
+#include "base/unique_fd.h"
+#include "statistics/archive_cells.h"
+#include "statistics/archive_file.h"
+#include "statistics/date_windows.h"
+#include "statistics/summary_report.h"
 
 /*
  * Archives are written flush by flush, so their dates ascend and the report's rows can be merged from the four files

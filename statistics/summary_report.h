@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "occupancy_records.h"
+#include "statistics/occupancy_records.h"
 
 /** Rows by date-time text; cells by column name. The text form of dates sorts in time. */
 using Report = std::map<std::string, std::map<std::string, int32_t>>;

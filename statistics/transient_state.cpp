@@ -1,4 +1,4 @@
-#include "transient_state.h"
+#include "statistics/transient_state.h"
 
 #include <algorithm>
 #include <cmath>

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "config_params.h"
-#include "finding.h"
-#include "occupancy_records.h"
+#include "config/config_params.h"
+#include "finding/finding.h"
+#include "statistics/occupancy_records.h"
 
 /** Adds one to a tally, which stays at the largest number: what no leader fetches grows for years. */
 void countUp(int32_t& tally);

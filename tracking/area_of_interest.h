@@ -3,8 +3,8 @@
 #include <array>
 #include <vector>
 
-#include "config_params.h"
-#include "finding.h"
+#include "config/config_params.h"
+#include "finding/finding.h"
 
 /** Corner points in analysis-stream pixels; the last is joined back to the first. */
 using t_Polygon = std::vector<t_one_locator>;

@@ -1,4 +1,4 @@
-#include "counting_rules.h"
+#include "tracking/counting_rules.h"
 
 namespace {
 

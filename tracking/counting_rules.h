@@ -1,8 +1,8 @@
 #pragma once
 
-#include "area_of_interest.h"
-#include "config_params.h"
-#include "finding.h"
+#include "config/config_params.h"
+#include "finding/finding.h"
+#include "tracking/area_of_interest.h"
 
 /** Puts the settings' detection areas where they are tested; likewise the exclusions and the entrances. */
 void storeDetectionAreas(const ConfigParams& config, area_of_interest& areas);

@@ -1,11 +1,11 @@
-#include "detection_processing.h"
+#include "tracking/detection_processing.h"
 
 #include <array>
 
-#include "Logger.h"
-#include "clock.h"
-#include "counting_rules.h"
-#include "follower_round.h"
+#include "base/clock.h"
+#include "followers/follower_round.h"
+#include "log/Logger.h"
+#include "tracking/counting_rules.h"
 
 namespace {
 

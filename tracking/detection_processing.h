@@ -4,15 +4,15 @@
 #include <map>
 #include <vector>
 
-#include "area_of_interest.h"
-#include "config_params.h"
-#include "event_manager.h"
-#include "finding.h"
-#include "follower_calls.h"
-#include "location_controller_larod.h"
-#include "occupancy_controller.h"
-#include "occupancy_manager.h"
-#include "tracker.h"
+#include "config/config_params.h"
+#include "detection/location_controller_larod.h"
+#include "events/event_manager.h"
+#include "finding/finding.h"
+#include "followers/follower_calls.h"
+#include "statistics/occupancy_manager.h"
+#include "tracking/area_of_interest.h"
+#include "tracking/occupancy_controller.h"
+#include "tracking/tracker.h"
 
 /** The components that the processing of findings works with; all outlive it. */
 struct DetectionProcessingParts {

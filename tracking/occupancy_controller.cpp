@@ -1,4 +1,4 @@
-#include "occupancy_controller.h"
+#include "tracking/occupancy_controller.h"
 
 void occupancy_controller::decrease_count() {
     int count = m_Count;

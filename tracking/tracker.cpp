@@ -1,10 +1,10 @@
-#include "tracker.h"
+#include "tracking/tracker.h"
 
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
-#include "Logger.h"
+#include "log/Logger.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <map>
 #include <vector>
 
-#include "config_params.h"
-#include "finding.h"
+#include "config/config_params.h"
+#include "finding/finding.h"
 
 using t_objects_map = std::map<int, detection>;
 using t_disappeared_map = std::map<int, int>;

@@ -1,4 +1,4 @@
-#include "answer_jobs.h"
+#include "web/answer_jobs.h"
 
 #include <algorithm>
 #include <chrono>
@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "clock.h"
+#include "base/clock.h"
 
 namespace {
 

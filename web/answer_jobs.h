@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "mutex.h"
+#include "base/mutex.h"
 
 /**
  * Answers that may take longer than a request may: they are made by a thread of their own, one after the other, and

@@ -1,5 +1,5 @@
-#include "counting_rules.h"
-#include "parameter_io.h"
+#include "tracking/counting_rules.h"
+#include "web/parameter_io.h"
 
 void parameter_io::store_points_into_AOI(const ConfigParams& config, area_of_interest& areas) {
     storeDetectionAreas(config, areas);

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <array>
 
-#include "parameter_io.h"
+#include "web/parameter_io.h"
 
 namespace {
 

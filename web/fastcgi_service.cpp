@@ -1,4 +1,4 @@
-#include "fastcgi_service.h"
+#include "web/fastcgi_service.h"
 
 #include <algorithm>
 #include <array>
@@ -11,12 +11,12 @@
 #include <utility>
 #include <vector>
 
-#include "Logger.h"
-#include "camera_paths.h"
-#include "clock.h"
-#include "event_manager.h"
-#include "fastcgi_socket.h"
-#include "follower_trial.h"
+#include "base/camera_paths.h"
+#include "base/clock.h"
+#include "events/event_manager.h"
+#include "log/Logger.h"
+#include "web/fastcgi_socket.h"
+#include "web/follower_trial.h"
 
 namespace {
 

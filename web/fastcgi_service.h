@@ -6,12 +6,12 @@
 #include <optional>
 #include <string>
 
-#include "config_params.h"
-#include "ledger_actions.h"
-#include "location_controller_larod.h"
-#include "occupancy_controller.h"
-#include "occupancy_manager.h"
-#include "parameter_io.h"
+#include "config/config_params.h"
+#include "detection/location_controller_larod.h"
+#include "statistics/occupancy_manager.h"
+#include "tracking/occupancy_controller.h"
+#include "web/ledger_actions.h"
+#include "web/parameter_io.h"
 
 /** What the service shows and changes; all outlive it. */
 struct FastCgiParts {

@@ -1,4 +1,4 @@
-#include "fastcgi_socket.h"
+#include "web/fastcgi_socket.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -10,8 +10,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "Logger.h"
-#include "unique_fd.h"
+#include "base/unique_fd.h"
+#include "log/Logger.h"
 
 int openFastCgiSocket(const std::string& path, int backlog) {
     const std::filesystem::path place(path);

@@ -1,4 +1,4 @@
-#include "follower_trial.h"
+#include "web/follower_trial.h"
 
 #include <charconv>
 #include <chrono>
@@ -6,10 +6,10 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include "clock.h"
-#include "counts.h"
-#include "http_request_controller.h"
-#include "line.h"
+#include "base/clock.h"
+#include "ledger/counts.h"
+#include "ledger/line.h"
+#include "web/http_request_controller.h"
 
 namespace {
 

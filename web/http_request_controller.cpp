@@ -1,4 +1,4 @@
-#include "http_request_controller.h"
+#include "web/http_request_controller.h"
 
 #include <chrono>
 #include <cstdio>
@@ -12,9 +12,9 @@
 #include <string_view>
 #include <strings.h>
 
-#include "Logger.h"
-#include "clock.h"
-#include "name_lookups.h"
+#include "base/clock.h"
+#include "log/Logger.h"
+#include "web/name_lookups.h"
 
 namespace {
 

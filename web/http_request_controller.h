@@ -5,8 +5,8 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
-#include "follower_calls.h"
-#include "mutex.h"
+#include "base/mutex.h"
+#include "followers/follower_calls.h"
 
 /** The address of an action on a follower. The follower's address is used as it was written in the settings. */
 std::string makeRequest(const std::string& ip, const std::string& action);
@@ -61,13 +61,14 @@ public:
     void remove_followerip(const std::string& ip) EXCLUDES(m_mutex);
 
     // Counts, with the credentials that were set for the address; -1 without an answer, or for an unknown address.
-    int get_occupancy_from_followerip(const std::string& ip);
-    int get_crowd_sum_of_3_areas_from_followerip(const std::string& ip);
+    int get_occupancy_from_followerip(const std::string& ip) override;
+    int get_crowd_sum_of_3_areas_from_followerip(const std::string& ip) override;
     /** area is 1..3; -1 for any other. */
     int get_crowd_per_area_from_followerip(const std::string& ip, int area);
 
     /** The follower's status code; 700 without an answer. */
-    int get_status_from_followerip(const std::string& ip, const std::string& login, const std::string& password);
+    int get_status_from_followerip(const std::string& ip, const std::string& login,
+                                   const std::string& password) override;
 
     bool reset_occupancy_of_followerip(const std::string& ip, const std::string& login,
                                        const std::string& password) override;

@@ -1,4 +1,4 @@
-#include "ledger_actions.h"
+#include "web/ledger_actions.h"
 
 #include <algorithm>
 #include <charconv>
@@ -8,15 +8,15 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "archived_counts.h"
-#include "clock.h"
-#include "counts.h"
-#include "finding.h"
-#include "follower_trial.h"
-#include "recount.h"
-#include "settings_file.h"
-#include "stays.h"
-#include "why.h"
+#include "base/clock.h"
+#include "config/settings_file.h"
+#include "finding/finding.h"
+#include "inquiry/archived_counts.h"
+#include "inquiry/recount.h"
+#include "inquiry/stays.h"
+#include "inquiry/why.h"
+#include "ledger/counts.h"
+#include "web/follower_trial.h"
 
 namespace {
 

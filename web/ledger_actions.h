@@ -7,12 +7,12 @@
 #include <utility>
 #include <vector>
 
-#include "answer_jobs.h"
-#include "config_params.h"
-#include "index.h"
-#include "last_run.h"
-#include "ledger.h"
-#include "object_path.h"
+#include "config/config_params.h"
+#include "ledger/index.h"
+#include "ledger/last_run.h"
+#include "ledger/ledger.h"
+#include "ledger/object_path.h"
+#include "web/answer_jobs.h"
 
 /** The ledger as requests reach it. */
 class LedgerAccess {

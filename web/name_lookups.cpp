@@ -1,4 +1,4 @@
-#include "name_lookups.h"
+#include "web/name_lookups.h"
 
 #include <arpa/inet.h>
 #include <array>
@@ -10,7 +10,7 @@
 #include <system_error>
 #include <thread>
 
-#include "mutex.h"
+#include "base/mutex.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include "parameter_io.h"
+#include "web/parameter_io.h"
 
 #include <stdexcept>
 #include <utility>
 
-#include "Logger.h"
-#include "settings_text.h"
+#include "log/Logger.h"
+#include "web/settings_text.h"
 
 /*
  * One walk over a group of settings serves both directions: a Download writes each value between its tags, an Upload

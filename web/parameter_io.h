@@ -6,11 +6,11 @@
 #include <map>
 #include <string>
 
-#include "area_of_interest.h"
-#include "config_params.h"
-#include "http_request_controller.h"
-#include "location_controller_larod.h"
-#include "parameter_controller.h"
+#include "config/config_params.h"
+#include "config/parameter_controller.h"
+#include "detection/location_controller_larod.h"
+#include "tracking/area_of_interest.h"
+#include "web/http_request_controller.h"
 
 /** An uploaded record and how far its upload came: what the analysis is to take over between two cycles. */
 struct SettingsUpdate {

@@ -1,4 +1,4 @@
-#include "settings_text.h"
+#include "web/settings_text.h"
 
 #include <cmath>
 #include <cstdlib>

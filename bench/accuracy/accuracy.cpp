@@ -6,7 +6,7 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "steadying.h"
+#include "desktop/inference/steady/steadying.h"
 
 namespace accuracy {
 namespace {

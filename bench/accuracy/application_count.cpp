@@ -1,16 +1,16 @@
 #include <stdexcept>
 
-#include "area_of_interest.h"
-#include "clock.h"
+#include "base/clock.h"
 #include "counting.h"
-#include "detection_processing.h"
-#include "event_manager.h"
-#include "location_controller_larod.h"
-#include "occupancy_controller.h"
-#include "occupancy_manager.h"
+#include "detection/location_controller_larod.h"
+#include "events/event_manager.h"
 #include "scripted_followers.h"
 #include "scripted_platform.h"
-#include "tracker.h"
+#include "statistics/occupancy_manager.h"
+#include "tracking/area_of_interest.h"
+#include "tracking/detection_processing.h"
+#include "tracking/occupancy_controller.h"
+#include "tracking/tracker.h"
 
 namespace accuracy {
 namespace {

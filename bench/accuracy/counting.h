@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "detections.h"
+#include "desktop/inference/engine/detections.h"
 #include "walkers.h"
 
 /** Who counts the crossings, and how good the count is. */

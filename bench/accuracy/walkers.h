@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "detections.h"
+#include "desktop/inference/engine/detections.h"
 #include "random.h"
 
 /**

@@ -1,4 +1,4 @@
-#include "application.h"
+#include "app/application.h"
 
 #include <algorithm>
 #include <chrono>
@@ -9,8 +9,8 @@
 #include <sys/sysinfo.h>
 #include <thread>
 
+#include "base/clock.h"
 #include "canned_server.h"
-#include "clock.h"
 #include "running_application.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "ledger.h"
+#include "ledger/ledger.h"
 #include "ledger_schema.h"
 
 /* The lines that an application has kept, as its tests look at them. */

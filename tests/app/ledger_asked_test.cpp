@@ -7,9 +7,9 @@
 #include <optional>
 #include <thread>
 
+#include "base/unique_fd.h"
 #include "kept_lines.h"
 #include "scripted_process.h"
-#include "unique_fd.h"
 
 /* The ledger of a process that is asked, and killed. */
 

@@ -1,4 +1,4 @@
-#include "ledger_keeping.h"
+#include "app/ledger_keeping.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -9,10 +9,10 @@
 #include <optional>
 #include <thread>
 
-#include "counts.h"
+#include "inquiry/recount.h"
 #include "kept_lines.h"
+#include "ledger/counts.h"
 #include "log_capture.h"
-#include "recount.h"
 #include "slow_build.h"
 #include "test_clock.h"
 

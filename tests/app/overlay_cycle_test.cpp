@@ -2,9 +2,9 @@
 #include <regex>
 
 #include "builders.h"
+#include "config/parameter_controller.h"
 #include "drawn_picture.h"
 #include "fastcgi_client.h"
-#include "parameter_controller.h"
 #include "running_application.h"
 
 namespace {

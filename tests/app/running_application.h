@@ -8,7 +8,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "application.h"
+#include "app/application.h"
 #include "log_capture.h"
 #include "scripted_platform.h"
 #include "test_clock.h"

@@ -8,7 +8,7 @@
 #include <set>
 #include <thread>
 
-#include "Logger.h"
+#include "log/Logger.h"
 #include "scripted_process.h"
 #include "slow_build.h"
 

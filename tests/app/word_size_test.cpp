@@ -2,9 +2,9 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
-#include "application.h"
-#include "clock.h"
-#include "line_file.h"
+#include "app/application.h"
+#include "base/clock.h"
+#include "base/line_file.h"
 #include "program.h"
 #include "test_clock.h"
 #include "test_folder.h"

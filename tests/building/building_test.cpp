@@ -1,7 +1,7 @@
 #include <map>
 
-#include "parameter_io.h"
 #include "running_camera.h"
+#include "web/parameter_io.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "camera_client.h"
+#include "demo/camera_client.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>

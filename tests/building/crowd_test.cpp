@@ -5,9 +5,9 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include "base/unique_fd.h"
 #include "camera_and_front.h"
 #include "digest.h"
-#include "file_descriptor.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ public:
 
 private:
     struct Member {
-        desktop::FileDescriptor socket;
+        UniqueFd socket;
         size_t said = 0;
     };
 
@@ -54,7 +54,7 @@ private:
     }
 
     void join(Member& member, bool far) const {
-        member.socket = desktop::FileDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        member.socket = UniqueFd(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
         sockaddr_in name = {};
         name.sin_family = AF_INET;
         name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -138,7 +138,7 @@ TEST_F(Crowds, AreSentAwayAfterSeconds) {
     const std::string address = s_camera->address();
     for (const std::string& said : {std::string(), std::string("GET / HT"),
                                     "POST / HTTP/1.1\r\nHost: " + address + "\r\nContent-Length: 9\r\n\r\nx"}) {
-        const desktop::FileDescriptor client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const UniqueFd client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_in name = {};
         name.sin_family = AF_INET;
         name.sin_addr.s_addr = htonl(INADDR_LOOPBACK);

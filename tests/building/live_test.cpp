@@ -4,8 +4,8 @@
 #include <set>
 #include <turbojpeg.h>
 
+#include "desktop/video/scene/scene.h"
 #include "running_camera.h"
-#include "scene.h"
 #include "slow_build.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "config_params.h"
+#include "config/config_params.h"
 #include "this_build.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "parameter_controller.h"
+#include "config/parameter_controller.h"
 
 #include <functional>
 

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "config/parameter_controller.h"
 #include "log_capture.h"
-#include "parameter_controller.h"
 #include "scripted_platform.h"
 
 /** The binding to a scripted parameter store. */

@@ -1,4 +1,4 @@
-#include "camera_resolutions.h"
+#include "detection/camera_resolutions.h"
 
 #include <gtest/gtest.h>
 

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "builders.h"
-#include "location_controller_larod.h"
+#include "detection/location_controller_larod.h"
 #include "log_capture.h"
 #include "scripted_platform.h"
 

@@ -1,4 +1,4 @@
-#include "imgconverter.h"
+#include "detection/imgconverter.h"
 
 #include <cmath>
 #include <cstdio>

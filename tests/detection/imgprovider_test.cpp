@@ -1,4 +1,4 @@
-#include "imgprovider.h"
+#include "detection/imgprovider.h"
 
 #include <gtest/gtest.h>
 #include <thread>

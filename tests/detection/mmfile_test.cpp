@@ -1,4 +1,4 @@
-#include "mmfile.h"
+#include "detection/mmfile.h"
 
 #include <cerrno>
 #include <dlfcn.h>

@@ -17,9 +17,9 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include "application.h"
+#include "app/application.h"
+#include "base/clock.h"
 #include "building_script.h"
-#include "clock.h"
 #include "scripted_platform.h"
 
 /**

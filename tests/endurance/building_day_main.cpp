@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "building_day.h"
-#include "line.h"
+#include "ledger/line.h"
 
 /**
  * A building of three cameras for 24 hours around each of the nights in which clocks are changed, with kills, full

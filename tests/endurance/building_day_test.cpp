@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <iostream>
 
-#include "line.h"
+#include "ledger/line.h"
 #include "slow_build.h"
 
 /* A building of three cameras that are killed while people walk, the disk fills up, and clocks are set. */

@@ -10,8 +10,8 @@
 #include <sys/socket.h>
 #include <thread>
 
+#include "base/unique_fd.h"
 #include "fastcgi_client.h"
-#include "unique_fd.h"
 
 namespace building {
 

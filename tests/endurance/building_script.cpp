@@ -10,7 +10,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace building {
 

@@ -7,13 +7,13 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "check.h"
-#include "counts.h"
-#include "index.h"
+#include "inquiry/check.h"
+#include "inquiry/lines.h"
+#include "inquiry/recount.h"
+#include "ledger/counts.h"
+#include "ledger/index.h"
 #include "ledger_schema.h"
-#include "lines.h"
-#include "occupancy_records.h"
-#include "recount.h"
+#include "statistics/occupancy_records.h"
 
 namespace building {
 

@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
+#include "desktop/parameters/parameter_store.h"
 #include "file_steps.h"
 #include "log_capture.h"
-#include "parameter_store.h"
 #include "program.h"
-#include "record_archive.h"
 #include "shared.h"
+#include "statistics/record_archive.h"
 #include "test_clock.h"
 
 /*

@@ -1,6 +1,6 @@
 #include "killed_writer.h"
 #include "log_capture.h"
-#include "record_archive.h"
+#include "statistics/record_archive.h"
 #include "test_clock.h"
 
 namespace {

@@ -1,7 +1,7 @@
-#include "desktop_config.h"
+#include "config/parameter_controller.h"
+#include "desktop/config/desktop_config.h"
 #include "killed_writer.h"
 #include "log_capture.h"
-#include "parameter_controller.h"
 
 namespace {
 

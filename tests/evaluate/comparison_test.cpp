@@ -1,4 +1,4 @@
-#include "comparison.h"
+#include "evaluate/comparison.h"
 
 #include <functional>
 #include <gtest/gtest.h>

@@ -1,14 +1,14 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "application.h"
-#include "camera_folder.h"
-#include "clock.h"
+#include "app/application.h"
+#include "base/clock.h"
+#include "config/settings_file.h"
+#include "desktop/frames/virtual_time.h"
+#include "desktop/tool/camera_folder.h"
 #include "program.h"
-#include "settings_file.h"
 #include "test_folder.h"
 #include "this_build.h"
-#include "virtual_time.h"
 
 namespace {
 

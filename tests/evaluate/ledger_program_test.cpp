@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "ledger.h"
+#include "ledger/ledger.h"
 #include "program.h"
 #include "test_folder.h"
 #include "this_build.h"

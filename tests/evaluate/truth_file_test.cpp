@@ -1,4 +1,4 @@
-#include "truth_file.h"
+#include "evaluate/truth_file.h"
 
 #include <gtest/gtest.h>
 

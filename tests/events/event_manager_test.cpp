@@ -1,4 +1,4 @@
-#include "event_manager.h"
+#include "events/event_manager.h"
 
 #include <gtest/gtest.h>
 #include <optional>

@@ -6,18 +6,18 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "check.h"
-#include "counts.h"
 #include "failing_power.h"
-#include "index.h"
-#include "ledger.h"
+#include "inquiry/check.h"
+#include "inquiry/stays.h"
+#include "inquiry/why.h"
+#include "ledger/counts.h"
+#include "ledger/index.h"
+#include "ledger/ledger.h"
 #include "log_capture.h"
-#include "occupancy_manager.h"
 #include "program.h"
-#include "stays.h"
-#include "summary_report.h"
+#include "statistics/occupancy_manager.h"
+#include "statistics/summary_report.h"
 #include "test_clock.h"
-#include "why.h"
 
 namespace fuzz {
 namespace {

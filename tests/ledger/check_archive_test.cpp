@@ -2,9 +2,9 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "check.h"
 #include "failing_power.h"
-#include "line.h"
+#include "inquiry/check.h"
+#include "ledger/line.h"
 #include "program.h"
 #include "test_folder.h"
 

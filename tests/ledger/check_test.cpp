@@ -1,9 +1,9 @@
-#include "check.h"
+#include "inquiry/check.h"
 
 #include <gtest/gtest.h>
 
-#include "occupancy_records.h"
 #include "program.h"
+#include "statistics/occupancy_records.h"
 #include "test_folder.h"
 #include "wandering.h"
 

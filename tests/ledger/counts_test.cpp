@@ -1,4 +1,4 @@
-#include "counts.h"
+#include "ledger/counts.h"
 
 #include <functional>
 #include <gtest/gtest.h>

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "disk.h"
+#include "ledger/disk.h"
 
 /**
  * A folder in memory whose power can be cut: what was not synced by then may be there, not be there, be there in blocks

@@ -1,10 +1,10 @@
-#include "last_run.h"
+#include "ledger/last_run.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "failing_power.h"
-#include "ledger.h"
+#include "ledger/ledger.h"
 
 namespace ledger {
 namespace {

@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "index.h"
-#include "ledger.h"
+#include "ledger/index.h"
+#include "ledger/ledger.h"
 
 namespace ledger {
 

@@ -1,12 +1,12 @@
-#include "ledger.h"
+#include "ledger/ledger.h"
 
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "check.h"
 #include "failing_power.h"
+#include "inquiry/check.h"
 #include "ledger_machine.h"
 #include "test_folder.h"
 

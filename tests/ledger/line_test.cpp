@@ -1,4 +1,4 @@
-#include "line.h"
+#include "ledger/line.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -1,4 +1,4 @@
-#include "lines.h"
+#include "inquiry/lines.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -7,8 +7,8 @@
 #include <nlohmann/json.hpp>
 
 #include "failing_power.h"
-#include "kept_path.h"
-#include "ledger.h"
+#include "inquiry/kept_path.h"
+#include "ledger/ledger.h"
 
 namespace inquiry {
 namespace {

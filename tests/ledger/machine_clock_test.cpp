@@ -1,4 +1,4 @@
-#include "machine_clock.h"
+#include "ledger/machine_clock.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -1,4 +1,4 @@
-#include "recorder.h"
+#include "ledger/recorder.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -1,13 +1,13 @@
-#include "recount.h"
+#include "inquiry/recount.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "inquiry/stays.h"
+#include "inquiry/why.h"
 #include "slow_build.h"
-#include "stays.h"
 #include "wandering.h"
-#include "why.h"
 
 namespace inquiry {
 namespace {

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "failing_power.h"
-#include "index.h"
+#include "ledger/index.h"
 
 /* What a disk that takes its time keeps waiting, and what it does not. */
 

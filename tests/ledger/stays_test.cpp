@@ -1,4 +1,4 @@
-#include "stays.h"
+#include "inquiry/stays.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

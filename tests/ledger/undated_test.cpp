@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "recount.h"
-#include "stays.h"
+#include "inquiry/recount.h"
+#include "inquiry/stays.h"
+#include "inquiry/why.h"
 #include "wandering.h"
-#include "why.h"
 
 /* What is asked of a camera that did not know the time at first. */
 

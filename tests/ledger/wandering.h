@@ -11,10 +11,10 @@
 #include <utility>
 #include <vector>
 
-#include "counting_rules.h"
 #include "failing_power.h"
-#include "recorder.h"
-#include "recount.h"
+#include "inquiry/recount.h"
+#include "ledger/recorder.h"
+#include "tracking/counting_rules.h"
 
 namespace inquiry {
 

@@ -1,4 +1,4 @@
-#include "why.h"
+#include "inquiry/why.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

@@ -1,14 +1,14 @@
-#include "overlay_drawing.h"
+#include "overlay/overlay_drawing.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
 #include <random>
 
-#include "StreamMapper.h"
 #include "builders.h"
 #include "drawn_picture.h"
 #include "log_capture.h"
-#include "text_cache.h"
+#include "overlay/StreamMapper.h"
+#include "overlay/text_cache.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "log_capture.h"
-#include "overlay_manager.h"
+#include "overlay/overlay_manager.h"
 #include "scripted_platform.h"
 #include "test_clock.h"
 

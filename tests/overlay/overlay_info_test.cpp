@@ -1,4 +1,4 @@
-#include "overlay_info.h"
+#include "overlay/overlay_info.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "overlay_manager.h"
+#include "overlay/overlay_manager.h"
 
 #include <cstdlib>
 #include <functional>
@@ -6,10 +6,10 @@
 #include <optional>
 
 #include "builders.h"
+#include "config/parameter_controller.h"
 #include "drawn_picture.h"
 #include "log_capture.h"
-#include "palette.h"
-#include "parameter_controller.h"
+#include "overlay/palette.h"
 #include "scripted_platform.h"
 #include "this_build.h"
 

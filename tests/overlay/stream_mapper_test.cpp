@@ -1,8 +1,8 @@
 #include <array>
 #include <gtest/gtest.h>
 
-#include "StreamMapper.h"
-#include "parameter_controller.h"
+#include "config/parameter_controller.h"
+#include "overlay/StreamMapper.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 
 #include "file_size_limit.h"
 #include "log_capture.h"
-#include "record_archive.h"
 #include "slow_build.h"
+#include "statistics/record_archive.h"
 #include "test_clock.h"
 
 namespace {

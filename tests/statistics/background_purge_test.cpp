@@ -9,10 +9,10 @@
 
 #include "camera_statistics.h"
 #include "no_threads.h"
-#include "occupancy_manager.h"
 #include "scripted_followers.h"
 #include "scripted_platform.h"
 #include "slow_build.h"
+#include "statistics/occupancy_manager.h"
 #include "test_clock.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "log_capture.h"
-#include "occupancy_manager.h"
 #include "scripted_platform.h"
+#include "statistics/occupancy_manager.h"
 #include "test_clock.h"
 
 /** The statistics of a camera named "Cam" that counts persons in area 1 and at entrance 1, kept every five minutes. */

@@ -4,11 +4,11 @@
 #include <set>
 
 #include "camera_statistics.h"
-#include "follower_round.h"
+#include "followers/follower_round.h"
 #include "no_threads.h"
-#include "occupancy_manager.h"
 #include "scripted_followers.h"
 #include "scripted_platform.h"
+#include "statistics/occupancy_manager.h"
 #include "test_clock.h"
 
 namespace {

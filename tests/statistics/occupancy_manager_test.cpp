@@ -1,4 +1,4 @@
-#include "occupancy_manager.h"
+#include "statistics/occupancy_manager.h"
 
 #include <fstream>
 #include <gtest/gtest.h>

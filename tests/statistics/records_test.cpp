@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
-#include "occupancy_records.h"
+#include "statistics/occupancy_records.h"
 #include "test_clock.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "report_stream.h"
+#include "statistics/report_stream.h"
 
 #include <algorithm>
 #include <fcntl.h>
@@ -10,15 +10,15 @@
 #include <thread>
 #include <unistd.h>
 
-#include "archive_cells.h"
-#include "date_windows.h"
+#include "base/unique_fd.h"
 #include "log_capture.h"
 #include "memory_figure.h"
-#include "occupancy_manager.h"
 #include "slow_build.h"
-#include "summary_report.h"
+#include "statistics/archive_cells.h"
+#include "statistics/date_windows.h"
+#include "statistics/occupancy_manager.h"
+#include "statistics/summary_report.h"
 #include "test_clock.h"
-#include "unique_fd.h"
 
 namespace {
 

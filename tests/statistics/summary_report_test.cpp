@@ -1,4 +1,4 @@
-#include "summary_report.h"
+#include "statistics/summary_report.h"
 
 #include <fstream>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "config_params.h"
-#include "finding.h"
+#include "config/config_params.h"
+#include "finding/finding.h"
 #include "scripted_platform.h"
 
 /** A box of a class, by its left top corner and its size. */

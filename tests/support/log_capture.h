@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Logger.h"
+#include "log/Logger.h"
 #include "test_folder.h"
 
 /**

@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include "follower_calls.h"
+#include "followers/follower_calls.h"
 
 /** Followers in memory: each address answers with its text; an address without one does not answer. */
 class ScriptedFollowers : public FollowerCalls {
@@ -19,6 +19,9 @@ public:
                                        const std::string& password) override {
         return !ask("reset " + ip + " " + login + " " + password, ip).empty();
     }
+    int get_occupancy_from_followerip(const std::string&) override { return -1; }
+    int get_crowd_sum_of_3_areas_from_followerip(const std::string&) override { return -1; }
+    int get_status_from_followerip(const std::string&, const std::string&, const std::string&) override { return 700; }
 
     /** What was asked since the last call, "flush ADDRESS LOGIN PASSWORD", sorted: all are asked at once. */
     std::multiset<std::string> asked() {

@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "application.h"
+#include "app/application.h"
 #include "scripted_platform.h"
 
 /**

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "clock.h"
+#include "base/clock.h"
 
 /** Sets the application's clock for the length of a test. */
 class TestClock {

@@ -1,4 +1,4 @@
-#include "area_of_interest.h"
+#include "tracking/area_of_interest.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "detection_processing.h"
+#include "tracking/detection_processing.h"
 
 #include <fstream>
 #include <gtest/gtest.h>

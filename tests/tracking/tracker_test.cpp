@@ -1,4 +1,4 @@
-#include "tracker.h"
+#include "tracking/tracker.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "answer_jobs.h"
+#include "web/answer_jobs.h"
 
 #include <future>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "fastcgi_service.h"
+#include "web/fastcgi_service.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "canned_server.h"
-#include "event_manager.h"
+#include "events/event_manager.h"
 #include "fastcgi_client.h"
 #include "scripted_followers.h"
 #include "web_fixture.h"

@@ -1,4 +1,4 @@
-#include "fastcgi_socket.h"
+#include "web/fastcgi_socket.h"
 
 #include <atomic>
 #include <cerrno>

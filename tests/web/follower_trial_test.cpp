@@ -1,4 +1,4 @@
-#include "follower_trial.h"
+#include "web/follower_trial.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

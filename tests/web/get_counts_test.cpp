@@ -3,8 +3,8 @@
 #include <sstream>
 
 #include "ledger_access.h"
-#include "ledger_actions.h"
 #include "test_clock.h"
+#include "web/ledger_actions.h"
 
 /* Counts per step of a zone, from the ledger and, before it began, from the archive. */
 

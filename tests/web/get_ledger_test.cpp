@@ -2,9 +2,9 @@
 #include <nlohmann/json.hpp>
 
 #include "ledger_access.h"
-#include "ledger_actions.h"
 #include "test_folder.h"
 #include "this_build.h"
+#include "web/ledger_actions.h"
 
 /* How a reader gets every line once. */
 

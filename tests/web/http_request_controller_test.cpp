@@ -1,4 +1,4 @@
-#include "http_request_controller.h"
+#include "web/http_request_controller.h"
 
 #include <chrono>
 #include <fstream>

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "ledger_actions.h"
 #include "program.h"
 #include "test_folder.h"
+#include "web/ledger_actions.h"
 
 /* A ledger that a test has written, as requests reach it. */
 

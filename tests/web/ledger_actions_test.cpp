@@ -1,4 +1,4 @@
-#include "ledger_actions.h"
+#include "web/ledger_actions.h"
 
 #include <gtest/gtest.h>
 #include <map>

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "canned_server.h"
-#include "http_request_controller.h"
 #include "log_capture.h"
 #include "test_clock.h"
+#include "web/http_request_controller.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "parameter_io.h"
+#include "web/parameter_io.h"
 
 #include <stdexcept>
 

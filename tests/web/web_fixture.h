@@ -9,9 +9,9 @@
 
 #include "builders.h"
 #include "log_capture.h"
-#include "parameter_io.h"
 #include "scripted_platform.h"
 #include "test_clock.h"
+#include "web/parameter_io.h"
 
 /** The settings exchange with a detector on a stream of 960 by 540, and a scripted store. */
 class WebFixture : public testing::Test {

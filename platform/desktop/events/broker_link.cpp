@@ -1,4 +1,4 @@
-#include "broker_link.h"
+#include "desktop/events/broker_link.h"
 
 #include <climits>
 #include <glib.h>
@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "desktop_config.h"
+#include "desktop/config/desktop_config.h"
 
 namespace desktop {
 namespace {

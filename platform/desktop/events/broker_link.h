@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "mqtt_link.h"
+#include "desktop/mqtt/mqtt_link.h"
 
 namespace desktop {
 

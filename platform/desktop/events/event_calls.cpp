@@ -5,10 +5,10 @@
 
 #include <axsdk/axevent.h>
 
-#include "broker_link.h"
-#include "desktop_config.h"
-#include "event_file.h"
-#include "event_values.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/events/broker_link.h"
+#include "desktop/events/event_file.h"
+#include "desktop/events/event_values.h"
 
 /*
  * The event service's C interface: declarations are checked and kept, events are checked and appended to events.jsonl

@@ -1,4 +1,4 @@
-#include "event_file.h"
+#include "desktop/events/event_file.h"
 
 #include <cerrno>
 #include <cstring>
@@ -8,7 +8,7 @@
 #include <string_view>
 #include <sys/stat.h>
 
-#include "file_descriptor.h"
+#include "base/unique_fd.h"
 
 namespace desktop {
 namespace {
@@ -62,7 +62,7 @@ std::string appendEvent(const std::string& path, const std::string& line) {
     if (const off_t size = sizeOf(path); size > 0 && size + static_cast<off_t>(line.size()) > kMostBytes) {
         rotate(path);
     }
-    const FileDescriptor file(open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+    const UniqueFd file(open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
     if (file.get() < 0) {
         return path + ": " + strerror(errno);
     }

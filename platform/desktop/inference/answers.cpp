@@ -1,11 +1,11 @@
-#include "answers.h"
+#include "desktop/inference/answers.h"
 
 #include <chrono>
 
-#include "desktop_config.h"
-#include "last_fetched.h"
-#include "settings_in_force.h"
-#include "steadying.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/frames/last_fetched.h"
+#include "desktop/inference/engine/settings_in_force.h"
+#include "desktop/inference/steady/steadying.h"
 
 namespace desktop {
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <vector>
 
-#include "detections.h"
-#include "model_card.h"
+#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/engine/model_card.h"
 
 namespace desktop {
 

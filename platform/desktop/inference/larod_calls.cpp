@@ -22,9 +22,9 @@
 
 #include <larod.h>
 
-#include "answers.h"
-#include "engine.h"
-#include "last_fetched.h"
+#include "desktop/frames/last_fetched.h"
+#include "desktop/inference/answers.h"
+#include "desktop/inference/engines.h"
 
 namespace {
 

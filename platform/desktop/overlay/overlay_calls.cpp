@@ -4,12 +4,12 @@
 #include <axoverlay.h>
 #include <axsdk/axparameter.h>
 
-#include "declarations.h"
-#include "desktop_config.h"
-#include "overlay_service.h"
-#include "parameter_watch.h"
-#include "shared_source.h"
-#include "video_error.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/frames/video_error.h"
+#include "desktop/overlay/overlay_service.h"
+#include "desktop/parameters/declarations.h"
+#include "desktop/parameters/parameter_watch.h"
+#include "desktop/video/shared_source.h"
 
 /*
  * The overlay service's C interface over one OverlayService. Pictures are turned as the analysis has its frames turned,

@@ -1,9 +1,9 @@
-#include "overlay_service.h"
+#include "desktop/overlay/overlay_service.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "resolutions.h"
+#include "desktop/frames/resolutions.h"
 
 namespace desktop {
 namespace {

@@ -8,10 +8,10 @@
 
 #include <axoverlay.h>
 
-#include "anonymised_stream.h"
-#include "drawing_desk.h"
-#include "live_server.h"
-#include "video_source.h"
+#include "desktop/frames/video_source.h"
+#include "desktop/live/anonymised_stream.h"
+#include "desktop/live/drawing_desk.h"
+#include "desktop/live/live_server.h"
 
 namespace desktop {
 

@@ -1,4 +1,4 @@
-#include "declarations.h"
+#include "desktop/parameters/declarations.h"
 
 #include <fstream>
 #include <nlohmann/json.hpp>

@@ -1,11 +1,11 @@
-#include "good_copy.h"
+#include "desktop/parameters/good_copy.h"
 
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
 #include <unistd.h>
 
-#include "lost_settings.h"
+#include "desktop/parameters/lost_settings.h"
 
 namespace desktop {
 namespace {

@@ -1,4 +1,4 @@
-#include "lost_settings.h"
+#include "desktop/parameters/lost_settings.h"
 
 #include <fstream>
 #include <unistd.h>

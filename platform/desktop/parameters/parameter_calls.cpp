@@ -7,10 +7,10 @@
 
 #include <axsdk/axparameter.h>
 
-#include "desktop_config.h"
-#include "lost_settings.h"
-#include "parameter_store.h"
-#include "parameter_watch.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/parameters/lost_settings.h"
+#include "desktop/parameters/parameter_store.h"
+#include "desktop/parameters/parameter_watch.h"
 
 /*
  * The parameter store's C interface over one ParameterStore. Full names from "root." down are the platform's own

@@ -1,9 +1,9 @@
-#include "parameter_store.h"
+#include "desktop/parameters/parameter_store.h"
 
 #include <chrono>
 #include <stdexcept>
 
-#include "good_copy.h"
+#include "desktop/parameters/good_copy.h"
 
 namespace desktop {
 namespace {

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "declarations.h"
+#include "desktop/parameters/declarations.h"
 
 namespace desktop {
 

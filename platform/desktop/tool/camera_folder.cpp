@@ -1,4 +1,4 @@
-#include "camera_folder.h"
+#include "desktop/tool/camera_folder.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,7 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "not_now.h"
+#include "desktop/config/not_now.h"
 
 namespace desktop {
 namespace {
@@ -117,8 +117,8 @@ private:
 };
 
 /** Holds a camera's folder for as long as the descriptor, or this process, lives. */
-FileDescriptor lockFolder(const fs::path& folder) {
-    FileDescriptor lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+UniqueFd lockFolder(const fs::path& folder) {
+    UniqueFd lock(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
         throw NotNow(errno == EWOULDBLOCK
                          ? "a camera runs in " + folder.string() + " already: expected a folder of its own"

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <string>
 
-#include "desktop_config.h"
-#include "file_descriptor.h"
+#include "base/unique_fd.h"
+#include "desktop/config/desktop_config.h"
 
 /**
  * The folder in which one camera lives on a desktop: its parameters and events, and under root/ what a camera's file
@@ -80,7 +80,7 @@ public:
 
 private:
     std::filesystem::path m_path;
-    FileDescriptor m_lock;
+    UniqueFd m_lock;
 };
 
 }  // namespace desktop

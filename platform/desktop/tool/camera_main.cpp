@@ -6,12 +6,12 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "background.h"
-#include "desktop_camera.h"
-#include "followers_after_start.h"
-#include "not_now.h"
-#include "options_file.h"
-#include "source_name.h"
+#include "desktop/config/not_now.h"
+#include "desktop/frames/source_name.h"
+#include "desktop/tool/background.h"
+#include "desktop/tool/desktop_camera.h"
+#include "desktop/tool/followers_after_start.h"
+#include "desktop/tool/options_file.h"
 
 namespace {
 

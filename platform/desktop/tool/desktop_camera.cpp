@@ -1,4 +1,4 @@
-#include "desktop_camera.h"
+#include "desktop/tool/desktop_camera.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
@@ -13,10 +13,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "good_copy.h"
-#include "mqtt_options.h"
-#include "shared_source.h"
-#include "source_name.h"
+#include "desktop/frames/source_name.h"
+#include "desktop/parameters/good_copy.h"
+#include "desktop/tool/mqtt_options.h"
+#include "desktop/video/shared_source.h"
 
 namespace desktop {
 namespace {

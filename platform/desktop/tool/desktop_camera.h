@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "accounts.h"
-#include "camera_folder.h"
-#include "front.h"
-#include "supervisor.h"
-#include "tls_pair.h"
+#include "desktop/supervisor/supervisor.h"
+#include "desktop/tool/camera_folder.h"
+#include "desktop/webserver/accounts.h"
+#include "desktop/webserver/front.h"
+#include "desktop/webserver/tls_pair.h"
 
 namespace CLI {
 class App;

@@ -1,4 +1,4 @@
-#include "followers_after_start.h"
+#include "desktop/tool/followers_after_start.h"
 
 #include <array>
 #include <cstring>
@@ -9,7 +9,7 @@
 #include <sys/un.h>
 #include <utility>
 
-#include "file_descriptor.h"
+#include "base/unique_fd.h"
 
 namespace desktop {
 namespace {
@@ -61,8 +61,8 @@ bool awaitEnd(int connection) {
 }  // namespace
 
 bool postAction(const std::filesystem::path& socket, const std::string& action) {
-    const FileDescriptor folder(open(socket.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    const FileDescriptor connection(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const UniqueFd folder(open(socket.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const UniqueFd connection(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     const std::string path = "/proc/self/fd/" + std::to_string(folder.get()) + "/" + socket.filename().string();

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <filesystem>
 
-#include "background.h"
+#include "desktop/tool/background.h"
 
 namespace desktop {
 

@@ -1,4 +1,4 @@
-#include "mqtt_options.h"
+#include "desktop/tool/mqtt_options.h"
 
 #include <CLI/CLI.hpp>
 #include <filesystem>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "mqtt_config.h"
+#include "desktop/config/mqtt_config.h"
 
 namespace CLI {
 class App;

@@ -1,4 +1,4 @@
-#include "heartbeat.h"
+#include "desktop/video/heartbeat.h"
 
 #include <chrono>
 #include <cstdint>
@@ -6,7 +6,7 @@
 #include <mutex>
 #include <unistd.h>
 
-#include "desktop_config.h"
+#include "desktop/config/desktop_config.h"
 
 namespace desktop {
 namespace {

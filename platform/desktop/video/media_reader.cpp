@@ -1,4 +1,4 @@
-#include "media_reader.h"
+#include "desktop/video/media_reader.h"
 
 #include <algorithm>
 #include <array>
@@ -15,7 +15,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include "video_error.h"
+#include "desktop/frames/video_error.h"
 
 namespace desktop {
 namespace {

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "frame_reader.h"
-#include "source_name.h"
+#include "desktop/frames/frame_reader.h"
+#include "desktop/frames/source_name.h"
 
 namespace desktop {
 

@@ -1,9 +1,9 @@
-#include "real_time_source.h"
+#include "desktop/video/real_time_source.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "video_error.h"
+#include "desktop/frames/video_error.h"
 
 namespace desktop {
 namespace {

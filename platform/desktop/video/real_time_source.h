@@ -7,8 +7,8 @@
 #include <string>
 #include <thread>
 
-#include "clock.h"
-#include "video_source.h"
+#include "desktop/frames/clock.h"
+#include "desktop/frames/video_source.h"
 
 namespace desktop {
 

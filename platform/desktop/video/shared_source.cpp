@@ -1,14 +1,14 @@
-#include "shared_source.h"
+#include "desktop/video/shared_source.h"
 
 #include <mutex>
 
-#include "desktop_config.h"
-#include "media_reader.h"
-#include "scene_reader.h"
-#include "source_name.h"
-#include "video_error.h"
-#include "virtual_source.h"
-#include "virtual_time.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/frames/source_name.h"
+#include "desktop/frames/video_error.h"
+#include "desktop/frames/virtual_time.h"
+#include "desktop/video/media_reader.h"
+#include "desktop/video/scene/scene_reader.h"
+#include "desktop/video/virtual_source.h"
 
 namespace desktop {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "real_time_source.h"
-#include "video_source.h"
+#include "desktop/frames/video_source.h"
+#include "desktop/video/real_time_source.h"
 
 namespace desktop {
 

@@ -1,13 +1,13 @@
-#include "stream.h"
+#include "desktop/video/stream.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <utility>
 
-#include "last_fetched.h"
-#include "resolutions.h"
-#include "video_error.h"
+#include "desktop/frames/last_fetched.h"
+#include "desktop/frames/resolutions.h"
+#include "desktop/frames/video_error.h"
 
 namespace desktop {
 namespace {

@@ -6,10 +6,10 @@
 #include <mutex>
 #include <vector>
 
-#include "frame_converter.h"
-#include "settings_map.h"
+#include "desktop/frames/frame_converter.h"
+#include "desktop/frames/video_source.h"
+#include "desktop/video/settings_map.h"
 #include "vdo-buffer.h"
-#include "video_source.h"
 
 namespace desktop {
 

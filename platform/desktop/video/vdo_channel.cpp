@@ -1,10 +1,10 @@
 #include <memory>
 
+#include "desktop/frames/resolutions.h"
+#include "desktop/frames/video_error.h"
+#include "desktop/video/shared_source.h"
 #include "gobject_holder.h"
-#include "resolutions.h"
-#include "shared_source.h"
 #include "vdo-channel.h"
-#include "video_error.h"
 
 namespace {
 

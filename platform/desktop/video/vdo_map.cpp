@@ -1,7 +1,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "settings_map.h"
+#include "desktop/video/settings_map.h"
 #include "vdo-map.h"
 
 VdoMap* vdo_map_new(void) {

@@ -1,11 +1,11 @@
 #include <memory>
 #include <utility>
 
-#include "heartbeat.h"
-#include "shared_source.h"
-#include "stream.h"
+#include "desktop/frames/video_error.h"
+#include "desktop/video/heartbeat.h"
+#include "desktop/video/shared_source.h"
+#include "desktop/video/stream.h"
 #include "vdo-stream.h"
-#include "video_error.h"
 
 namespace {
 

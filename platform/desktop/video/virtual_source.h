@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "video_source.h"
+#include "desktop/frames/video_source.h"
 
 namespace desktop {
 

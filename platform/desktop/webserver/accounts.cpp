@@ -1,4 +1,4 @@
-#include "accounts.h"
+#include "desktop/webserver/accounts.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
-#include "file_descriptor.h"
-#include "front.h"
+#include "base/unique_fd.h"
+#include "desktop/webserver/front.h"
 
 namespace desktop {
 namespace {
@@ -77,12 +77,12 @@ bool giveToOwnerOf(const std::filesystem::path& folder, int file) {
  * The file of accounts, held for as long as the descriptor lives; none when there is none. What somebody else could
  * have put in its place is refused: root must not hand what a link leads to on to the folder's owner.
  */
-FileDescriptor openAccounts(const std::filesystem::path& path, int operation) {
+UniqueFd openAccounts(const std::filesystem::path& path, int operation) {
     const auto fail = [&](const std::string& reason) {
         return std::runtime_error("cannot read " + path.string() + ": " + reason);
     };
     for (;;) {
-        FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        UniqueFd file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         if (file.get() < 0) {
             if (errno == ENOENT) {
                 return file;
@@ -106,7 +106,7 @@ FileDescriptor openAccounts(const std::filesystem::path& path, int operation) {
     }
 }
 
-std::vector<std::string> linesOf(const FileDescriptor& file) {
+std::vector<std::string> linesOf(const UniqueFd& file) {
     std::string text;
     char piece[4096];
     for (ssize_t got = 0; file.get() >= 0 && (got = read(file.get(), piece, sizeof(piece))) != 0;) {
@@ -154,7 +154,7 @@ void Accounts::set(const std::string& user, const std::string& password, std::op
         throw std::runtime_error(std::string("expected the role operator for ") + kOperator +
                                  ", without whom nobody could change anything, got viewer");
     }
-    const FileDescriptor held = openAccounts(m_file, LOCK_EX);
+    const UniqueFd held = openAccounts(m_file, LOCK_EX);
     std::string text;
     std::string roleLine;
     for (const std::string& line : linesOf(held)) {

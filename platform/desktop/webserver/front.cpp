@@ -1,4 +1,4 @@
-#include "front.h"
+#include "desktop/webserver/front.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -13,8 +13,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "desktop/config/not_now.h"
 #include "front_script.h"
-#include "not_now.h"
 
 namespace desktop {
 namespace {

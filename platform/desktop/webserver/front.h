@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "supervisor.h"
-#include "tls_pair.h"
+#include "desktop/supervisor/supervisor.h"
+#include "desktop/webserver/tls_pair.h"
 
 /**
  * A camera's web server: lighttpd with digest authentication before the page, the application's FastCGI socket

@@ -1,4 +1,4 @@
-#include "tls_pair.h"
+#include "desktop/webserver/tls_pair.h"
 
 #include <cerrno>
 #include <cstring>
@@ -10,8 +10,8 @@
 #include <unistd.h>
 #include <vector>
 
-#include "file_descriptor.h"
-#include "not_now.h"
+#include "base/unique_fd.h"
+#include "desktop/config/not_now.h"
 
 namespace desktop {
 namespace {
@@ -49,7 +49,7 @@ std::string openssl(std::vector<std::string> words) {
 
 /** Brings what a file or folder holds to the disk. */
 void sync(const fs::path& path) {
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (fsync(file.get()) != 0) {
         throw NotNow("cannot write " + path.string() + ": " + std::strerror(errno));
     }

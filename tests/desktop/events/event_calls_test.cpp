@@ -4,8 +4,8 @@
 
 #include <axsdk/axevent.h>
 
-#include "desktop_config.h"
-#include "event_file.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/events/event_file.h"
 #include "file_size_limit.h"
 #include "program.h"
 #include "test_folder.h"

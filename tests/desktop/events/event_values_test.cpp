@@ -1,4 +1,4 @@
-#include "event_values.h"
+#include "desktop/events/event_values.h"
 
 #include <gtest/gtest.h>
 

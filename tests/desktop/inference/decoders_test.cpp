@@ -1,4 +1,4 @@
-#include "decoders.h"
+#include "desktop/inference/network/decoders.h"
 
 #include <cmath>
 #include <gtest/gtest.h>

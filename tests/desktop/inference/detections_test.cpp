@@ -1,4 +1,4 @@
-#include "detections.h"
+#include "desktop/inference/engine/detections.h"
 
 #include <gtest/gtest.h>
 

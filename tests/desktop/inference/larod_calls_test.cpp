@@ -9,10 +9,10 @@
 
 #include <larod.h>
 
-#include "desktop_config.h"
-#include "last_fetched.h"
-#include "parameter_store.h"
-#include "parameter_watch.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/frames/last_fetched.h"
+#include "desktop/parameters/parameter_store.h"
+#include "desktop/parameters/parameter_watch.h"
 #include "program.h"
 #include "test_folder.h"
 

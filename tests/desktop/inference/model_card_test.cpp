@@ -1,4 +1,4 @@
-#include "model_card.h"
+#include "desktop/inference/engine/model_card.h"
 
 #include <filesystem>
 #include <fstream>

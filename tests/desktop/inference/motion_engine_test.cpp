@@ -1,4 +1,4 @@
-#include "motion_engine.h"
+#include "desktop/inference/motion/motion_engine.h"
 
 #include <algorithm>
 #include <cmath>

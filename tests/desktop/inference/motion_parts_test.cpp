@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
-#include "motion_alignment.h"
-#include "motion_blobs.h"
+#include "desktop/inference/engine/settings_in_force.h"
+#include "desktop/inference/motion/motion_alignment.h"
+#include "desktop/inference/motion/motion_blobs.h"
+#include "desktop/inference/motion/motion_shares.h"
+#include "desktop/inference/motion/motion_sizes.h"
 #include "motion_drawings.h"
-#include "motion_shares.h"
-#include "motion_sizes.h"
-#include "settings_in_force.h"
 
 namespace desktop {
 namespace {

@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
+#include "desktop/inference/motion/motion_engine.h"
 #include "motion_drawings.h"
-#include "motion_engine.h"
 
 namespace desktop {
 namespace {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "blind_watch.h"
-#include "network_engine.h"
+#include "desktop/inference/network/blind_watch.h"
+#include "desktop/inference/network/network_engine.h"
 
 namespace desktop {
 namespace {

@@ -8,8 +8,8 @@
 #include <sstream>
 #include <string>
 
-#include "desktop_config.h"
-#include "engine.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/inference/engines.h"
 #include "this_build.h"
 
 namespace desktop {

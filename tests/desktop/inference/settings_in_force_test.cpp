@@ -1,9 +1,9 @@
-#include "settings_in_force.h"
+#include "desktop/inference/engine/settings_in_force.h"
 
 #include <gtest/gtest.h>
 
-#include "desktop_config.h"
-#include "parameter_store.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/parameters/parameter_store.h"
 #include "program.h"
 #include "test_folder.h"
 

@@ -4,10 +4,10 @@
 #include <axoverlay.h>
 #include <axsdk/axparameter.h>
 
-#include "desktop_config.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/video/shared_source.h"
 #include "live_client.h"
 #include "program.h"
-#include "shared_source.h"
 #include "test_folder.h"
 #include "vdo-stream.h"
 

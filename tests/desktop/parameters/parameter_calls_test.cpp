@@ -4,8 +4,8 @@
 
 #include <axsdk/axparameter.h>
 
-#include "desktop_config.h"
-#include "parameter_watch.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/parameters/parameter_watch.h"
 #include "program.h"
 #include "test_folder.h"
 

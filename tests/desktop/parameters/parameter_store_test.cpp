@@ -1,4 +1,4 @@
-#include "parameter_store.h"
+#include "desktop/parameters/parameter_store.h"
 
 #include <atomic>
 #include <csignal>
@@ -8,8 +8,8 @@
 #include <sys/resource.h>
 #include <thread>
 
-#include "good_copy.h"
-#include "lost_settings.h"
+#include "desktop/parameters/good_copy.h"
+#include "desktop/parameters/lost_settings.h"
 #include "program.h"
 #include "test_folder.h"
 

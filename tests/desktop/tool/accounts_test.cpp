@@ -1,4 +1,4 @@
-#include "accounts.h"
+#include "desktop/webserver/accounts.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

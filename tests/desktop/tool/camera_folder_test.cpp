@@ -1,4 +1,4 @@
-#include "camera_folder.h"
+#include "desktop/tool/camera_folder.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

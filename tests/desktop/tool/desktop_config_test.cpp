@@ -1,4 +1,4 @@
-#include "desktop_config.h"
+#include "desktop/config/desktop_config.h"
 
 #include <gtest/gtest.h>
 #include <stdexcept>

@@ -1,4 +1,4 @@
-#include "followers_after_start.h"
+#include "desktop/tool/followers_after_start.h"
 
 #include <atomic>
 #include <dlfcn.h>

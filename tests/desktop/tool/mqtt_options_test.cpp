@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 #include <stdexcept>
 
-#include "desktop_config.h"
-#include "mqtt_config.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/config/mqtt_config.h"
 #include "program.h"
 #include "test_folder.h"
 #include "this_build.h"

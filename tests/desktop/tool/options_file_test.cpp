@@ -1,4 +1,4 @@
-#include "options_file.h"
+#include "desktop/tool/options_file.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

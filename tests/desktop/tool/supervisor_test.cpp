@@ -1,4 +1,4 @@
-#include "supervisor.h"
+#include "desktop/supervisor/supervisor.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 #include <set>
 #include <sys/stat.h>
 
-#include "camera_folder.h"
-#include "front.h"
+#include "desktop/tool/camera_folder.h"
+#include "desktop/webserver/front.h"
 #include "program.h"
 #include "test_folder.h"
 #include "this_build.h"

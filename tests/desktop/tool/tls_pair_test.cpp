@@ -1,4 +1,4 @@
-#include "tls_pair.h"
+#include "desktop/webserver/tls_pair.h"
 
 #include <gtest/gtest.h>
 

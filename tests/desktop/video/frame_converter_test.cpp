@@ -1,4 +1,4 @@
-#include "frame_converter.h"
+#include "desktop/frames/frame_converter.h"
 
 #include <algorithm>
 #include <cstddef>

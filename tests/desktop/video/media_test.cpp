@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "clip_maker.h"
-#include "picture.h"
+#include "desktop/frames/picture.h"
 #include "this_build.h"
 #include "vdo_handles.h"
 

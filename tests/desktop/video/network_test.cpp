@@ -7,10 +7,10 @@
 #include <unistd.h>
 
 #include "clip_maker.h"
-#include "real_time_source.h"
-#include "shared_source.h"
-#include "source_name.h"
-#include "video_error.h"
+#include "desktop/frames/source_name.h"
+#include "desktop/frames/video_error.h"
+#include "desktop/video/real_time_source.h"
+#include "desktop/video/shared_source.h"
 
 namespace desktop {
 namespace {

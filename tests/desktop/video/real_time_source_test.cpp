@@ -1,11 +1,11 @@
-#include "real_time_source.h"
+#include "desktop/video/real_time_source.h"
 
 #include <algorithm>
 #include <future>
 #include <gtest/gtest.h>
 #include <list>
 
-#include "video_error.h"
+#include "desktop/frames/video_error.h"
 
 namespace desktop {
 namespace {

@@ -1,4 +1,4 @@
-#include "scene.h"
+#include "desktop/video/scene/scene.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "picture.h"
+#include "desktop/frames/picture.h"
 #include "this_build.h"
 #include "vdo_handles.h"
 

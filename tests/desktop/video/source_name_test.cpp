@@ -1,9 +1,9 @@
-#include "source_name.h"
+#include "desktop/frames/source_name.h"
 
 #include <gtest/gtest.h>
 
-#include "resolutions.h"
-#include "video_error.h"
+#include "desktop/frames/resolutions.h"
+#include "desktop/frames/video_error.h"
 
 namespace desktop {
 namespace {

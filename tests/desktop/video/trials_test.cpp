@@ -4,7 +4,7 @@
 #include <sstream>
 #include <utility>
 
-#include "scene.h"
+#include "desktop/video/scene/scene.h"
 #include "this_build.h"
 
 namespace desktop {

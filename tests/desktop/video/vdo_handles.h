@@ -4,10 +4,10 @@
 #include <memory>
 #include <string>
 
-#include "desktop_config.h"
-#include "shared_source.h"
+#include "desktop/config/desktop_config.h"
+#include "desktop/frames/virtual_time.h"
+#include "desktop/video/shared_source.h"
 #include "vdo-stream.h"
-#include "virtual_time.h"
 
 namespace video_test {
 

@@ -3,7 +3,7 @@
 #include <set>
 
 #include "clip_maker.h"
-#include "picture.h"
+#include "desktop/frames/picture.h"
 #include "vdo-channel.h"
 #include "vdo_handles.h"
 

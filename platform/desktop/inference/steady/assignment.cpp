@@ -1,4 +1,4 @@
-#include "assignment.h"
+#include "desktop/inference/steady/assignment.h"
 
 #include <algorithm>
 #include <limits>

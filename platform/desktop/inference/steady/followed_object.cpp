@@ -1,4 +1,4 @@
-#include "followed_object.h"
+#include "desktop/inference/steady/followed_object.h"
 
 #include <algorithm>
 #include <cmath>

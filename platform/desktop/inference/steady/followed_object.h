@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <deque>
 
-#include "axis_filter.h"
-#include "detections.h"
+#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/steady/axis_filter.h"
 
 namespace desktop {
 

@@ -1,9 +1,9 @@
-#include "follower.h"
+#include "desktop/inference/steady/follower.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "assignment.h"
+#include "desktop/inference/steady/assignment.h"
 
 namespace desktop {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "followed_object.h"
+#include "desktop/inference/steady/followed_object.h"
 
 namespace desktop {
 

@@ -1,4 +1,4 @@
-#include "placing.h"
+#include "desktop/inference/steady/placing.h"
 
 #include <algorithm>
 #include <cmath>

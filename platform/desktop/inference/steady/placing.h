@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "shown_object.h"
+#include "desktop/inference/steady/shown_object.h"
 
 namespace desktop {
 

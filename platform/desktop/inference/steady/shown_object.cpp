@@ -1,4 +1,4 @@
-#include "shown_object.h"
+#include "desktop/inference/steady/shown_object.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "followed_object.h"
+#include "desktop/inference/steady/followed_object.h"
 
 namespace desktop {
 

@@ -1,4 +1,4 @@
-#include "steadying.h"
+#include "desktop/inference/steady/steadying.h"
 
 #include <algorithm>
 

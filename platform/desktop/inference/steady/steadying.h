@@ -4,10 +4,10 @@
 #include <deque>
 #include <vector>
 
-#include "detections.h"
-#include "follower.h"
-#include "placing.h"
-#include "shown_object.h"
+#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/steady/follower.h"
+#include "desktop/inference/steady/placing.h"
+#include "desktop/inference/steady/shown_object.h"
 
 namespace desktop {
 
