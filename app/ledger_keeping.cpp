@@ -113,10 +113,10 @@ void LedgerKeeping::finish() {
 LedgerKeeping::~LedgerKeeping() {
     finish();
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_isEnding = true;
     }
-    m_changed.notify_all();
+    m_changed.notifyAll();
     m_thread.join();
 }
 
@@ -134,7 +134,7 @@ void LedgerKeeping::lookAtClock() {
 
 bool LedgerKeeping::learnGap() {
     const int64_t begin = m_begin.monoMillis + m_clock.now().utcOffset;
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_lastRun.gapMillis || !m_lastRun.lastLine || !m_lastRun.lastLine->isDated()) {
         return false;
     }
@@ -143,7 +143,7 @@ bool LedgerKeeping::learnGap() {
 }
 
 int32_t LedgerKeeping::keptOccupancy() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const int64_t most = int64_t{1000} * m_settings.keepOccupancySeconds;
     const bool isKept =
         m_lastRun.occupancy && m_lastRun.gapMillis && *m_lastRun.gapMillis >= 0 && *m_lastRun.gapMillis < most;
@@ -212,9 +212,11 @@ void LedgerKeeping::run() {
     int64_t due = steadyNowMicros() + interval;
     for (bool isEnding = false; !isEnding;) {
         {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            const std::chrono::microseconds rest(std::clamp(due - steadyNowMicros(), int64_t{0}, interval));
-            m_changed.wait_for(lock, rest, [this] { return m_isEnding || m_isHurried; });
+            MutexLock lock(m_mutex);
+            const auto end = std::chrono::steady_clock::now() +
+                             std::chrono::microseconds(std::clamp(due - steadyNowMicros(), int64_t{0}, interval));
+            while (!m_isEnding && !m_isHurried && m_changed.waitUntil(m_mutex, end)) {
+            }
             isEnding = m_isEnding;
             m_isHurried = false;
             ++m_begun;
@@ -229,14 +231,14 @@ void LedgerKeeping::run() {
                                      "; a new ledger begins");
         }
         {
-            const std::lock_guard<std::mutex> lock(m_mutex);
+            const MutexLock lock(m_mutex);
             m_done = m_begun;
         }
-        m_changed.notify_all();
+        m_changed.notifyAll();
         // Reading what others wrote long ago keeps no sync waiting.
         bool isInterrupted = isEnding;
         while (!isInterrupted && !m_index.update(kIndexStep)) {
-            const std::lock_guard<std::mutex> lock(m_mutex);
+            const MutexLock lock(m_mutex);
             isInterrupted = m_isEnding || m_isHurried || steadyNowMicros() >= due;
         }
         m_index.save();
@@ -245,7 +247,7 @@ void LedgerKeeping::run() {
 }
 
 ledger::LastRun LedgerKeeping::lastRun() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_lastRun;
 }
 
@@ -253,12 +255,14 @@ void LedgerKeeping::makeSafe() {
     if (m_book.safeSeq() == m_book.end().seq) {
         return;
     }
-    std::unique_lock<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     // The one that goes on may have begun before the newest line.
     const int64_t enough = m_begun + 1;
     m_isHurried = true;
-    m_changed.notify_all();
-    m_changed.wait_for(lock, kPatience, [&] { return m_done >= enough || m_isEnding; });
+    m_changed.notifyAll();
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (m_done < enough && !m_isEnding && m_changed.waitUntil(m_mutex, end)) {
+    }
 }
 
 std::string LedgerKeeping::archive() const {

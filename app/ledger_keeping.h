@@ -1,10 +1,8 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <thread>
@@ -107,13 +105,13 @@ private:
     ledger::Instant m_periodBegin;        /**< of the period that goes on */
     int64_t m_watchedBefore = 0;          /**< milliseconds watched before it began */
     std::atomic<int64_t> m_nextError = 0; /**< steady second in which a refused line may be logged again */
-    mutable std::mutex m_mutex;           /**< guards the five below */
-    ledger::LastRun m_lastRun;
-    bool m_isEnding = false;
-    bool m_isHurried = false; /**< somebody waits for a sync */
-    int64_t m_begun = 0;      /**< syncs that were begun */
-    int64_t m_done = 0;       /**< and that are done */
-    std::condition_variable m_changed;
+    mutable Mutex m_mutex;                /**< guards what names it; never held over a sync */
+    ledger::LastRun m_lastRun GUARDED_BY(m_mutex);
+    bool m_isEnding GUARDED_BY(m_mutex) = false;
+    bool m_isHurried GUARDED_BY(m_mutex) = false; /**< somebody waits for a sync */
+    int64_t m_begun GUARDED_BY(m_mutex) = 0;      /**< syncs that were begun */
+    int64_t m_done GUARDED_BY(m_mutex) = 0;       /**< and that are done */
+    ConditionVariable m_changed;
     std::thread m_thread;
     AnswerJobs m_jobs; /**< ends before what it reads */
 };

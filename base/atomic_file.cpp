@@ -35,6 +35,12 @@ Replacement::Replacement(const std::string& path)
     check(static_cast<bool>(m_file));
 }
 
+Replacement::Replacement(const std::string& path, mode_t permissions) : m_path(path) {
+    unlink(beside(path).c_str());
+    m_file.reset(open(beside(path).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
+    check(static_cast<bool>(m_file));
+}
+
 Replacement::~Replacement() {
     if (!m_replaced) {
         unlink(beside(m_path).c_str());

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 #include "base/unique_fd.h"
 
@@ -15,6 +16,9 @@ bool writeAll(int fd, std::string_view text);
 class Replacement {
 public:
     explicit Replacement(const std::string& path);
+
+    /** The same where others could have put a link beside the file: it is made anew, with these permissions. */
+    Replacement(const std::string& path, mode_t permissions);
     ~Replacement();
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;
@@ -30,6 +34,9 @@ public:
     bool sync();
     bool takePlace();
     void syncFolder() const;
+
+    /** The new file, for whoever gives it to somebody. */
+    int descriptor() const { return m_file.get(); }
 
     /** Where the new content of a file is written. */
     static std::string beside(const std::string& path) { return path + ".new"; }

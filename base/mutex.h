@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 
 /**
@@ -39,4 +41,31 @@ public:
 
 private:
     Mutex& m_mutex;
+};
+
+/**
+ * What threads wait for under a mutex, which is free meanwhile. A wait may end for no reason, so callers loop on their
+ * condition.
+ */
+class ConditionVariable {
+public:
+    void wait(Mutex& mutex) REQUIRES(mutex) { m_changed.wait(mutex); }
+
+    /** False when the time has passed. */
+    template <typename Rep, typename Period>
+    bool waitFor(Mutex& mutex, std::chrono::duration<Rep, Period> time) REQUIRES(mutex) {
+        return m_changed.wait_for(mutex, time) == std::cv_status::no_timeout;
+    }
+
+    /** False when the moment has come. */
+    template <typename Clock, typename Duration>
+    bool waitUntil(Mutex& mutex, std::chrono::time_point<Clock, Duration> moment) REQUIRES(mutex) {
+        return m_changed.wait_until(mutex, moment) == std::cv_status::no_timeout;
+    }
+
+    void notifyOne() { m_changed.notify_one(); }
+    void notifyAll() { m_changed.notify_all(); }
+
+private:
+    std::condition_variable_any m_changed;
 };

@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <string>
 #include <system_error>
@@ -17,6 +15,7 @@
 #include <vdo-channel.h>
 #include <vdo-stream.h>
 
+#include "base/mutex.h"
 #include "base/platform_error.h"
 #include "log/Logger.h"
 
@@ -44,10 +43,10 @@ struct ImgProvider {
     std::unique_ptr<VdoStream, UnrefObject> stream;
     std::vector<VdoBuffer*> buffers; /**< all of them, whoever has them */
 
-    std::mutex mutex; /**< guards the two queues */
-    std::condition_variable changed;
-    std::deque<VdoBuffer*> deliveredFrames; /**< newest last */
-    std::deque<VdoBuffer*> processedFrames;
+    Mutex mutex; /**< guards the two queues */
+    ConditionVariable changed;
+    std::deque<VdoBuffer*> deliveredFrames GUARDED_BY(mutex); /**< newest last */
+    std::deque<VdoBuffer*> processedFrames GUARDED_BY(mutex);
 
     std::atomic<bool> shutDown = false;
     std::thread fetcher;
@@ -79,7 +78,7 @@ bool allocateVdoBuffers(ImgProvider& provider) {
 }
 
 /** What goes back to the stream after a frame was delivered; null when the stream has enough. */
-VdoBuffer* takeFrameToGiveBack(ImgProvider& provider) {
+VdoBuffer* takeFrameToGiveBack(ImgProvider& provider) REQUIRES(provider.mutex) {
     std::deque<VdoBuffer*>& queue =
         provider.processedFrames.empty() ? provider.deliveredFrames : provider.processedFrames;
     if (&queue == &provider.deliveredFrames && queue.size() <= provider.maxDelivered) {
@@ -97,17 +96,21 @@ void fetchFrames(ImgProvider& provider) {
         if (frame == nullptr) {
             logError("threadEntry", "Failed fetching frame from vdo: " + error.message());
         }
-        std::unique_lock lock(provider.mutex);
-        if (frame == nullptr) {
-            provider.changed.wait_for(lock, kPauseAfterFailure, [&] { return provider.shutDown.load(); });
-            continue;
+        bool isLost = false;
+        {
+            const MutexLock lock(provider.mutex);
+            if (frame == nullptr) {
+                const auto end = std::chrono::steady_clock::now() + kPauseAfterFailure;
+                while (!provider.shutDown && provider.changed.waitUntil(provider.mutex, end)) {
+                }
+                continue;
+            }
+            provider.deliveredFrames.push_back(frame);
+            VdoBuffer* const toGiveBack = takeFrameToGiveBack(provider);
+            isLost = toGiveBack != nullptr &&
+                     vdo_stream_buffer_enqueue(provider.stream.get(), toGiveBack, error.slot()) == FALSE;
+            provider.changed.notifyAll();
         }
-        provider.deliveredFrames.push_back(frame);
-        VdoBuffer* const toGiveBack = takeFrameToGiveBack(provider);
-        const bool isLost = toGiveBack != nullptr &&
-                            vdo_stream_buffer_enqueue(provider.stream.get(), toGiveBack, error.slot()) == FALSE;
-        provider.changed.notify_all();
-        lock.unlock();
         if (isLost) {
             logError("threadEntry", "Failed enqueueing buffer to vdo: " + error.message());
         }
@@ -141,6 +144,7 @@ void destroyImgProvider(ImgProvider* provider) {
         stopFrameFetch(provider);
     }
     // What the stream has lent goes back first; each buffer's last reference is the provider's own.
+    const MutexLock lock(owner->mutex);
     for (const auto& queue : {owner->deliveredFrames, owner->processedFrames}) {
         for (VdoBuffer* const frame : queue) {
             vdo_stream_buffer_enqueue(owner->stream.get(), frame, nullptr);
@@ -238,10 +242,10 @@ bool startFrameFetch(ImgProvider* provider) {
 
 bool stopFrameFetch(ImgProvider* provider) {
     {
-        const std::lock_guard lock(provider->mutex);
+        const MutexLock lock(provider->mutex);
         provider->shutDown = true;
     }
-    provider->changed.notify_all();
+    provider->changed.notifyAll();
     if (!provider->fetcher.joinable()) {
         logError("stopFrameFetch", "Failed to join thread fetching frames from vdo: it does not run");
         return false;
@@ -251,19 +255,22 @@ bool stopFrameFetch(ImgProvider* provider) {
 }
 
 VdoBuffer* getLastFrameBlocking(ImgProvider* provider) {
-    std::unique_lock lock(provider->mutex);
-    provider->changed.wait(lock, [&] { return !provider->deliveredFrames.empty() || provider->shutDown; });
-    if (provider->deliveredFrames.empty()) {
-        lock.unlock();
-        logError("getLastFrameBlocking", "Failed to wait on condition: the fetching has stopped");
-        return nullptr;
+    {
+        const MutexLock lock(provider->mutex);
+        while (provider->deliveredFrames.empty() && !provider->shutDown) {
+            provider->changed.wait(provider->mutex);
+        }
+        if (!provider->deliveredFrames.empty()) {
+            VdoBuffer* const frame = provider->deliveredFrames.back();
+            provider->deliveredFrames.pop_back();
+            return frame;
+        }
     }
-    VdoBuffer* const frame = provider->deliveredFrames.back();
-    provider->deliveredFrames.pop_back();
-    return frame;
+    logError("getLastFrameBlocking", "Failed to wait on condition: the fetching has stopped");
+    return nullptr;
 }
 
 void returnFrame(ImgProvider* provider, VdoBuffer* frame) {
-    const std::lock_guard lock(provider->mutex);
+    const MutexLock lock(provider->mutex);
     provider->processedFrames.push_back(frame);
 }

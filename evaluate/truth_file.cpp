@@ -3,19 +3,14 @@
 #include <fstream>
 #include <glib.h>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <vector>
 
+#include "base/json_reader.h"
+
 namespace {
 
-const nlohmann::json& member(const nlohmann::json& object, const std::string& key) {
-    const auto found = object.find(key);
-    if (found == object.end()) {
-        throw std::runtime_error("expected a key \"" + key + "\"");
-    }
-    return *found;
-}
+using json::member;
 
 int countOf(const std::string& key, const nlohmann::json& value) {
     if (!value.is_number_integer() || value.get<int64_t>() < 0 || value.get<int64_t>() > 1000000) {

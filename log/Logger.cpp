@@ -301,7 +301,7 @@ void Logger::purge() {
             writeWaiting();
         }
     });
-    m_purged.notify_all();
+    m_purged.notifyAll();
     attempt([this] { tellOfPurge("Final"); });
 }
 

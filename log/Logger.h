@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <ctime>
 #include <string>
@@ -130,7 +129,7 @@ private:
     time_t _nextPurgeCheckDate GUARDED_BY(m_mutex);        /**< earliest time of the next purge check */
     bool m_purging GUARDED_BY(m_mutex) = false;            /**< entries wait while the file is being replaced */
     bool m_flushWanted GUARDED_BY(m_mutex) = false;        /**< flush() was called while the file was being replaced */
-    std::condition_variable_any m_purged;                  /**< the file was replaced */
+    ConditionVariable m_purged;                            /**< the file was replaced */
     bool m_cleared GUARDED_BY(m_mutex) = false;            /**< clear() was called while the file was being replaced */
     bool m_closed GUARDED_BY(m_mutex) = false;             /**< the stop was logged */
 };

@@ -10,7 +10,7 @@ PurgeQueue::~PurgeQueue() {
         const MutexLock lock(m_mutex);
         m_stop = true;
     }
-    m_posted.notify_all();
+    m_posted.notifyAll();
     m_thread.join();
 }
 
@@ -22,7 +22,7 @@ void PurgeQueue::post(Purge purge) {
         const MutexLock lock(m_mutex);
         m_waiting.push_back(std::move(purge));
     }
-    m_posted.notify_all();
+    m_posted.notifyAll();
 }
 
 void PurgeQueue::rethrow() {

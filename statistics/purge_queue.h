@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <exception>
 #include <functional>
@@ -37,7 +36,7 @@ private:
     Purge next() EXCLUDES(m_mutex);
 
     Mutex m_mutex; /**< guards m_waiting and m_error */
-    std::condition_variable_any m_posted;
+    ConditionVariable m_posted;
     std::deque<Purge> m_waiting GUARDED_BY(m_mutex);
     std::exception_ptr m_error GUARDED_BY(m_mutex);
     std::atomic<bool> m_stop = false;

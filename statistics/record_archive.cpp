@@ -75,5 +75,5 @@ void RecordArchiveBase::endPurge() {
         const MutexLock lock(m_mutex);
         m_pending.reset();
     }
-    m_purged.notify_all();
+    m_purged.notifyAll();
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <ctime>
 #include <optional>
 #include <string>
@@ -79,7 +78,7 @@ private:
     PurgeQueue* m_queue = nullptr;
 
     mutable Mutex m_mutex; /**< guards m_pending */
-    mutable std::condition_variable_any m_purged;
+    mutable ConditionVariable m_purged;
     std::optional<PurgeCut> m_pending GUARDED_BY(m_mutex);
 };
 

@@ -30,7 +30,7 @@ AnswerJobs::~AnswerJobs() {
         const MutexLock lock(m_mutex);
         m_stop = true;
     }
-    m_changed.notify_all();
+    m_changed.notifyAll();
     if (m_thread.joinable()) {
         m_thread.join();
     }
@@ -51,7 +51,7 @@ int64_t AnswerJobs::post(Work work) {
         number = randomNumber();
         m_waiting.push_back({number, std::move(work)});
     }
-    m_changed.notify_all();
+    m_changed.notifyAll();
     return number;
 }
 
@@ -81,7 +81,7 @@ std::optional<std::string> AnswerJobs::take(int64_t number) {
             }
             return std::nullopt;
         }
-        isInTime = m_changed.wait_until(m_mutex, deadline) == std::cv_status::no_timeout;
+        isInTime = m_changed.waitUntil(m_mutex, deadline);
     }
     m_mutex.unlock();
     if (done.error) {
@@ -112,7 +112,7 @@ void AnswerJobs::run() {
             if (m_done.empty()) {
                 m_changed.wait(m_mutex);
             } else {
-                m_changed.wait_for(m_mutex, kLongestKept);
+                m_changed.waitFor(m_mutex, kLongestKept);
             }
         }
         if (m_stop) {
@@ -140,7 +140,7 @@ void AnswerJobs::run() {
         done.madeMicros = steadyNowMicros();
         m_done.push_back(std::move(done));
         letGo();
-        m_changed.notify_all();
+        m_changed.notifyAll();
     }
     m_mutex.unlock();
 }

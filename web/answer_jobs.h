@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <exception>
@@ -58,7 +57,7 @@ private:
     void letGo() REQUIRES(m_mutex);
 
     Mutex m_mutex; /**< guards what follows */
-    std::condition_variable_any m_changed;
+    ConditionVariable m_changed;
     std::deque<Job> m_waiting GUARDED_BY(m_mutex);
     std::deque<Done> m_done GUARDED_BY(m_mutex); /**< the oldest first */
     int64_t m_current GUARDED_BY(m_mutex) = 0;   /**< number of what is under way; 0 for none */

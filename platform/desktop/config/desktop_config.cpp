@@ -1,6 +1,5 @@
 #include "desktop/config/desktop_config.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -9,6 +8,8 @@
 #include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include "base/json_reader.h"
 
 namespace desktop {
 namespace {
@@ -57,13 +58,6 @@ std::vector<TextKey> textKeys(DesktopConfig& config) {
             {"mqttKeyFile", config.mqtt.keyFile}};
 }
 
-std::string textOf(const std::string& key, const nlohmann::json& value) {
-    if (!value.is_string()) {
-        throw std::runtime_error("\"" + key + "\": expected a text, got " + value.dump());
-    }
-    return value.get<std::string>();
-}
-
 }  // namespace
 
 const DesktopConfig& desktopConfig() {
@@ -74,31 +68,15 @@ void setDesktopConfig(DesktopConfig config) {
     instance() = std::move(config);
 }
 
-DesktopConfig parseDesktopConfig(const std::string& json) {
-    const nlohmann::json document = nlohmann::json::parse(json, nullptr, false);
-    if (!document.is_object()) {
-        throw std::runtime_error("expected a JSON object");
-    }
+DesktopConfig parseDesktopConfig(const std::string& text) {
+    static const json::NameTable<Pacing> kPacings = {{"realtime", Pacing::RealTime}, {"virtual", Pacing::Virtual}};
     DesktopConfig config;
-    const std::vector<TextKey> texts = textKeys(config);
-    for (const auto& [key, value] : document.items()) {
-        const auto isKey = [&name = key](const TextKey& text) { return name == text.key; };
-        if (const auto text = std::find_if(texts.begin(), texts.end(), isKey); text != texts.end()) {
-            text->value = textOf(key, value);
-        } else if (key == "pacing") {
-            const std::string pacing = textOf(key, value);
-            if (pacing != "realtime" && pacing != "virtual") {
-                throw std::runtime_error("\"pacing\": expected realtime or virtual, got \"" + pacing + "\"");
-            }
-            config.pacing = pacing == "virtual" ? Pacing::Virtual : Pacing::RealTime;
-        } else {
-            std::string known = "pacing";
-            for (const TextKey& other : texts) {
-                known += std::string(", ") + other.key;
-            }
-            throw std::runtime_error("unknown key \"" + key + "\"; known: " + known);
-        }
+    json::Readers readers = {
+        {"pacing", [&](auto& key, auto& value) { config.pacing = json::oneOf(kPacings, key, value); }}};
+    for (const TextKey& known : textKeys(config)) {
+        readers.emplace_back(known.key, [known](auto& key, auto& value) { known.value = json::text(key, value); });
     }
+    json::readObject("", json::Value::parse(text, nullptr, false), readers);
     return config;
 }
 

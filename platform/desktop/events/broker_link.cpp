@@ -3,12 +3,12 @@
 #include <climits>
 #include <glib.h>
 #include <iostream>
-#include <mutex>
 #include <stdexcept>
 #include <unistd.h>
 #include <utility>
 #include <vector>
 
+#include "base/mutex.h"
 #include "desktop/config/desktop_config.h"
 
 namespace desktop {
@@ -26,13 +26,13 @@ public:
     }
 
     void add(const std::shared_ptr<MqttLink>& link) {
-        const std::lock_guard lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_links.push_back(link);
     }
 
 private:
-    std::mutex m_mutex;  // guards m_links
-    std::vector<std::weak_ptr<MqttLink>> m_links;
+    Mutex m_mutex;  // guards m_links
+    std::vector<std::weak_ptr<MqttLink>> m_links GUARDED_BY(m_mutex);
 };
 
 void say(const std::string& line) {

@@ -1,10 +1,10 @@
 #include <array>
 #include <cstdarg>
 #include <ctime>
-#include <mutex>
 
 #include <axsdk/axevent.h>
 
+#include "base/mutex.h"
 #include "desktop/config/desktop_config.h"
 #include "desktop/events/broker_link.h"
 #include "desktop/events/event_file.h"
@@ -101,9 +101,9 @@ desktop::KeyValue* findKey(AXEventKeyValueSet* set, const gchar* key, const gcha
 }  // namespace
 
 struct _AXEventHandler {
-    std::mutex mutex; /**< guards declarations and nextId */
-    std::map<guint, Declaration> declarations;
-    guint nextId = 1;
+    Mutex mutex; /**< guards declarations and nextId */
+    std::map<guint, Declaration> declarations GUARDED_BY(mutex);
+    guint nextId GUARDED_BY(mutex) = 1;
     const std::shared_ptr<desktop::MqttLink> broker = desktop::linkToBroker(); /**< none without a broker */
 };
 
@@ -178,7 +178,7 @@ gboolean ax_event_handler_declare(AXEventHandler* handler, AXEventKeyValueSet* s
         return refuse(error, AX_EVENT_ERROR_DECLARATION, wrong);
     }
     {
-        const std::lock_guard lock(handler->mutex);
+        const MutexLock lock(handler->mutex);
         *declaration = handler->nextId++;
         handler->declarations[*declaration] = {set->keys, stateless != FALSE};
     }
@@ -192,7 +192,7 @@ gboolean ax_event_handler_declare(AXEventHandler* handler, AXEventKeyValueSet* s
 }
 
 gboolean ax_event_handler_undeclare(AXEventHandler* handler, guint declaration, GError** error) {
-    const std::lock_guard lock(handler->mutex);
+    const MutexLock lock(handler->mutex);
     if (handler->declarations.erase(declaration) == 0) {
         return refuse(error, AX_EVENT_ERROR_UNDECLARE, "no declaration " + std::to_string(declaration));
     }
@@ -215,7 +215,7 @@ gboolean ax_event_handler_send_event(AXEventHandler* handler, guint declaration,
     std::string mqttTopic;
     bool isState = false;
     {
-        const std::lock_guard lock(handler->mutex);
+        const MutexLock lock(handler->mutex);
         const auto found = handler->declarations.find(declaration);
         if (found == handler->declarations.end()) {
             return refuse(error, AX_EVENT_ERROR_SEND, "no declaration " + std::to_string(declaration));

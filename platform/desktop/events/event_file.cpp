@@ -4,10 +4,11 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <mutex>
 #include <string_view>
 #include <sys/stat.h>
 
+#include "base/atomic_file.h"
+#include "base/mutex.h"
 #include "base/unique_fd.h"
 
 namespace desktop {
@@ -43,22 +44,11 @@ bool endsTorn(int file, off_t size) {
     return size > 0 && pread(file, &last, 1, size - 1) == 1 && last != '\n';
 }
 
-bool writeAll(int file, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(file, text.data(), text.size());
-        if (written < 0) {
-            return false;
-        }
-        text.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
-}
-
 }  // namespace
 
 std::string appendEvent(const std::string& path, const std::string& line) {
-    static std::mutex oneWriter;  // guards the files' names and sizes: what is cut back must not be another's line
-    const std::lock_guard lock(oneWriter);
+    static Mutex oneWriter;  // guards the files' names and sizes: what is cut back must not be another's line
+    const MutexLock lock(oneWriter);
     if (const off_t size = sizeOf(path); size > 0 && size + static_cast<off_t>(line.size()) > kMostBytes) {
         rotate(path);
     }

@@ -1,5 +1,7 @@
 #include "desktop/frames/clock.h"
 
+#include "base/mutex.h"
+
 namespace desktop {
 namespace {
 
@@ -7,8 +9,8 @@ class SteadyClock : public Clock {
 public:
     TimePoint now() override { return std::chrono::steady_clock::now(); }
 
-    void waitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& changed, TimePoint when) override {
-        changed.wait_until(lock, when);
+    void waitUntil(Mutex& mutex, ConditionVariable& changed, TimePoint when) override REQUIRES(mutex) {
+        changed.waitUntil(mutex, when);
     }
 };
 

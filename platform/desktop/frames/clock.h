@@ -1,9 +1,8 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 
+#include "base/mutex.h"
 namespace desktop {
 
 /** The time by which recorded sources are paced and waits end. */
@@ -20,7 +19,7 @@ public:
     virtual TimePoint now() = 0;
 
     /** Waits until changed is notified or the time has come; may return early, so callers loop on their condition. */
-    virtual void waitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& changed, TimePoint when) = 0;
+    virtual void waitUntil(Mutex& mutex, ConditionVariable& changed, TimePoint when) REQUIRES(mutex) = 0;
 };
 
 /** The machine's monotonic clock. */

@@ -34,12 +34,13 @@ std::optional<StreamSize> parseSize(const std::string& text) {
 
 AnonymisedStream::AnonymisedStream(AnonymisedStreamNames names, ParameterValues values, Clock& clock)
     : m_names(std::move(names)), m_clock(clock), m_values(std::move(values)) {
+    const MutexLock lock(m_mutex);
     update();
     m_changed.reset();
 }
 
 void AnonymisedStream::parameterSet(const std::string& name, const std::string& value) {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     for (const std::string& known : {m_names.on, m_names.resolution, m_names.rivalOn, m_names.rivalResolution}) {
         if (name == known) {
             m_values[name] = value;
@@ -49,7 +50,7 @@ void AnonymisedStream::parameterSet(const std::string& name, const std::string& 
 }
 
 void AnonymisedStream::parametersLost() {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     for (const std::string& name : {m_names.on, m_names.resolution}) {
         if (!name.empty()) {
             m_values[name] = std::nullopt;
@@ -80,17 +81,17 @@ void AnonymisedStream::update() {
 }
 
 bool AnonymisedStream::isKnown() const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return valueOf(m_names.on) && valueOf(m_names.resolution);
 }
 
 bool AnonymisedStream::is(const StreamSize& size) const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_size == size;
 }
 
 bool AnonymisedStream::isUnknown(const StreamSize& size) const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const std::optional<std::string>& on = valueOf(m_names.on);
     const std::optional<std::string>& resolution = valueOf(m_names.resolution);
     if (on && (*on != "true" || resolution)) {
@@ -100,13 +101,13 @@ bool AnonymisedStream::isUnknown(const StreamSize& size) const {
 }
 
 bool AnonymisedStream::yields(const StreamSize& size) const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_rival == size;
 }
 
 bool AnonymisedStream::mayLackMasks(const Drawing& drawing) const {
     // The application takes settings over between two cycles, and a cycle begins after the redraw before.
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_changed && (!drawing.before || *drawing.before < *m_changed + kTimeToObey);
 }
 

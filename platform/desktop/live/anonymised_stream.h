@@ -1,10 +1,10 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 
+#include "base/mutex.h"
 #include "desktop/live/drawing_desk.h"
 #include "desktop/parameters/declarations.h"
 
@@ -50,17 +50,18 @@ public:
     bool mayLackMasks(const Drawing& drawing) const;
 
 private:
-    void update();
-    const std::optional<std::string>& valueOf(const std::string& name) const;
-    std::optional<StreamSize> choice(const std::string& on, const std::string& resolution) const;
+    void update() REQUIRES(m_mutex);
+    const std::optional<std::string>& valueOf(const std::string& name) const REQUIRES(m_mutex);
+    std::optional<StreamSize> choice(const std::string& on, const std::string& resolution) const REQUIRES(m_mutex);
 
     const AnonymisedStreamNames m_names;
     Clock& m_clock;
-    mutable std::mutex m_mutex;  // guards what follows
-    ParameterValues m_values;
-    std::optional<StreamSize> m_size;
-    std::optional<StreamSize> m_rival;
-    std::optional<Clock::TimePoint> m_changed;  // when a size last became another; nothing: before the start
+    mutable Mutex m_mutex;  // guards what follows
+    ParameterValues m_values GUARDED_BY(m_mutex);
+    std::optional<StreamSize> m_size GUARDED_BY(m_mutex);
+    std::optional<StreamSize> m_rival GUARDED_BY(m_mutex);
+    std::optional<Clock::TimePoint> m_changed
+        GUARDED_BY(m_mutex);  // when a size last became another; nothing: before the start
 };
 
 /** Reads "WxH"; nothing when a text is no size. */

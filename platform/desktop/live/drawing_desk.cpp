@@ -11,7 +11,7 @@ constexpr std::size_t kMostKept = 16;
 }  // namespace
 
 void DrawingDesk::watch(const std::set<StreamSize>& sizes) {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     std::erase_if(m_watched, [&](const auto& entry) { return !sizes.contains(entry.first); });
     for (const StreamSize& size : sizes) {
         m_watched.try_emplace(size);
@@ -22,7 +22,7 @@ void DrawingDesk::watch(const std::set<StreamSize>& sizes) {
 }
 
 std::vector<StreamSize> DrawingDesk::wanting() const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     std::vector<StreamSize> sizes;
     for (const auto& [size, drawing] : m_watched) {
         if (!drawing) {
@@ -34,7 +34,7 @@ std::vector<StreamSize> DrawingDesk::wanting() const {
 
 SurfacePtr DrawingDesk::surface(int width, int height) {
     {
-        const std::lock_guard lock(m_mutex);
+        const MutexLock lock(m_mutex);
         const auto fits = [&](const SurfacePtr& surface) {
             return cairo_image_surface_get_width(surface.get()) == width &&
                    cairo_image_surface_get_height(surface.get()) == height;
@@ -50,20 +50,20 @@ SurfacePtr DrawingDesk::surface(int width, int height) {
 }
 
 void DrawingDesk::put(const StreamSize& size, Drawing drawing) {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (const auto found = m_watched.find(size); found != m_watched.end()) {
         found->second = std::move(drawing);
     }
 }
 
 std::optional<Drawing> DrawingDesk::take(const StreamSize& size) {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const auto found = m_watched.find(size);
     return found == m_watched.end() ? std::nullopt : std::exchange(found->second, std::nullopt);
 }
 
 void DrawingDesk::giveBack(std::vector<DrawnOverlay> overlays) {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     for (DrawnOverlay& overlay : overlays) {
         if (m_clean.size() < kMostKept && !m_watched.empty()) {
             m_clean.push_back(std::move(overlay.surface));
@@ -72,12 +72,12 @@ void DrawingDesk::giveBack(std::vector<DrawnOverlay> overlays) {
 }
 
 std::optional<Clock::TimePoint> DrawingDesk::redrawn(Clock::TimePoint now) {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return std::exchange(m_lastRedraw, now);
 }
 
 bool DrawingDesk::everRedrawn() const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_lastRedraw.has_value();
 }
 

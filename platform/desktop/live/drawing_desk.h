@@ -3,12 +3,12 @@
 #include <cairo.h>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <tuple>
 #include <vector>
 
+#include "base/mutex.h"
 #include "desktop/frames/clock.h"
 #include "desktop/frames/last_fetched.h"
 
@@ -74,10 +74,10 @@ public:
     bool everRedrawn() const;
 
 private:
-    mutable std::mutex m_mutex;  // guards all below
-    std::map<StreamSize, std::optional<Drawing>> m_watched;
-    std::vector<SurfacePtr> m_clean;
-    std::optional<Clock::TimePoint> m_lastRedraw;
+    mutable Mutex m_mutex;  // guards all below
+    std::map<StreamSize, std::optional<Drawing>> m_watched GUARDED_BY(m_mutex);
+    std::vector<SurfacePtr> m_clean GUARDED_BY(m_mutex);
+    std::optional<Clock::TimePoint> m_lastRedraw GUARDED_BY(m_mutex);
 };
 
 }  // namespace desktop

@@ -114,7 +114,7 @@ std::vector<Mask> masksOfNewcomers(Looks own, Looks end, int64_t micros) {
 }  // namespace
 
 void Sightings::add(const Fetched& frame) {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (!m_sightings.empty() && frame.micros <= m_sightings.back().micros) {
         return;
     }
@@ -128,14 +128,14 @@ void Sightings::add(const Fetched& frame) {
 }
 
 bool Sightings::isSettled(int64_t micros) const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const auto later =
         std::count_if(m_sightings.begin(), m_sightings.end(), [&](const Sighting& s) { return s.micros > micros; });
     return later > kLooks && std::prev(m_sightings.end(), 2)->micros >= micros + kHorizon;
 }
 
 std::vector<Mask> Sightings::around(int64_t micros) const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const auto own = std::find_if(m_sightings.begin(), m_sightings.end(),
                                   [&](const Sighting& sighting) { return sighting.micros >= micros; });
     std::vector<Mask> masks = masksOfNewcomers(own, m_sightings.end(), micros);

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "base/mutex.h"
 #include "desktop/frames/last_fetched.h"
 
 namespace desktop {
@@ -44,8 +44,8 @@ private:
         FoundBoxes found;
     };
 
-    mutable std::mutex m_mutex;  // guards what follows
-    std::deque<Sighting> m_sightings;
+    mutable Mutex m_mutex;  // guards what follows
+    std::deque<Sighting> m_sightings GUARDED_BY(m_mutex);
 };
 
 }  // namespace desktop

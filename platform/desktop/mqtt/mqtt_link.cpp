@@ -61,16 +61,21 @@ void MqttLink::send(const std::string& topic, std::string payload, bool isRetain
 }
 
 void MqttLink::end() {
-    std::unique_lock lock(m_mutex);
-    if (!m_deadline) {
-        m_deadline = SteadyClock::now() + m_settings.farewell;
+    std::thread finished;
+    {
+        const MutexLock lock(m_mutex);
+        if (!m_deadline) {
+            m_deadline = SteadyClock::now() + m_settings.farewell;
+        }
+        wake();
+        m_changed.notifyAll();
+        while (!m_isFinished && m_changed.waitUntil(m_mutex, *m_deadline + kThreadGrace)) {
+        }
+        if (m_isFinished) {
+            finished = std::move(m_thread);
+        }
     }
-    wake();
-    m_changed.notify_all();
-    if (m_changed.wait_until(lock, *m_deadline + kThreadGrace, [this] { return m_isFinished; }) &&
-        m_thread.joinable()) {
-        std::thread finished = std::move(m_thread);
-        lock.unlock();
+    if (finished.joinable()) {
         finished.join();
     }
 }
@@ -100,9 +105,9 @@ void MqttLink::run() {
         m_settings.say("mqtt: " + std::to_string(m_outbox.size() + m_underWay.size()) + " events are not delivered");
     }
     m_client.reset();
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_isFinished = true;
-    m_changed.notify_all();
+    m_changed.notifyAll();
 }
 
 void MqttLink::connect() {
@@ -235,8 +240,10 @@ void MqttLink::step(MqttClient& client) {
 }
 
 void MqttLink::pause() {
-    std::unique_lock lock(m_mutex);
-    m_changed.wait_for(lock, m_backOff.next(), [this] { return m_deadline.has_value(); });
+    const MutexLock lock(m_mutex);
+    const TimePoint end = SteadyClock::now() + m_backOff.next();
+    while (!m_deadline && m_changed.waitUntil(m_mutex, end)) {
+    }
 }
 
 /** Tells what stands in the way of the connection, once for each reason in a row. */
@@ -262,12 +269,12 @@ void MqttLink::tellConnected() {
 }
 
 bool MqttLink::isEnding() const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_deadline.has_value();
 }
 
 bool MqttLink::isTimeUp() const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_deadline && SteadyClock::now() >= *m_deadline;
 }
 

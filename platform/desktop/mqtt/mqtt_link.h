@@ -1,16 +1,15 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 
+#include "base/mutex.h"
 #include "desktop/config/mqtt_config.h"
 #include "desktop/mqtt/back_off.h"
 #include "desktop/mqtt/mqtt_client.h"
@@ -110,10 +109,10 @@ private:
     std::string m_toldLoss;  // the last loss that was told; empty while connected
     uint64_t m_toldDropped = 0;
 
-    mutable std::mutex m_mutex;  // guards m_deadline, m_isFinished and the end of m_thread
-    std::condition_variable m_changed;
-    std::optional<TimePoint> m_deadline;  // of the farewell; none until the end is asked for
-    bool m_isFinished = false;
+    mutable Mutex m_mutex;  // guards m_deadline, m_isFinished and the end of m_thread
+    ConditionVariable m_changed;
+    std::optional<TimePoint> m_deadline GUARDED_BY(m_mutex);  // of the farewell; none until the end is asked for
+    bool m_isFinished GUARDED_BY(m_mutex) = false;
 
     std::thread m_thread;  // last, so that it starts when all else is there
 };

@@ -6,7 +6,7 @@
 namespace desktop {
 
 void Outbox::add(MqttMessage message) {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (message.isRetained) {
         ++m_states[message.topic];
     }
@@ -17,7 +17,7 @@ void Outbox::add(MqttMessage message) {
 }
 
 std::optional<MqttMessage> Outbox::take() {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_waiting.empty()) {
         return std::nullopt;
     }
@@ -28,7 +28,7 @@ std::optional<MqttMessage> Outbox::take() {
 }
 
 void Outbox::putBack(std::vector<MqttMessage> messages) {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     for (auto message = messages.rbegin(); message != messages.rend(); ++message) {
         if (message->isRetained) {
             ++m_states[message->topic];
@@ -38,17 +38,17 @@ void Outbox::putBack(std::vector<MqttMessage> messages) {
 }
 
 bool Outbox::holdsState(const std::string& topic) const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return holdsStateLocked(topic, 1);
 }
 
 size_t Outbox::size() const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_waiting.size();
 }
 
 uint64_t Outbox::dropped() const {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_dropped;
 }
 
@@ -59,9 +59,10 @@ bool Outbox::holdsStateLocked(const std::string& topic, size_t atLeast) const {
 
 void Outbox::dropOne() {
     // The search passes at most one message for each topic with a state.
-    auto victim = std::find_if(m_waiting.begin(), m_waiting.end(), [this](const MqttMessage& message) {
-        return !message.isRetained || holdsStateLocked(message.topic, 2);
-    });
+    auto victim =
+        std::find_if(m_waiting.begin(), m_waiting.end(), [this](const MqttMessage& message) REQUIRES(m_mutex) {
+            return !message.isRetained || holdsStateLocked(message.topic, 2);
+        });
     if (victim == m_waiting.end()) {
         victim = m_waiting.begin();
     }

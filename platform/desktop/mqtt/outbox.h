@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "base/mutex.h"
 namespace desktop {
 
 struct MqttMessage {
@@ -44,15 +44,15 @@ public:
     uint64_t dropped() const;
 
 private:
-    bool holdsStateLocked(const std::string& topic, size_t atLeast) const;
-    void dropOne();
-    void forget(const MqttMessage& message);
+    bool holdsStateLocked(const std::string& topic, size_t atLeast) const REQUIRES(m_mutex);
+    void dropOne() REQUIRES(m_mutex);
+    void forget(const MqttMessage& message) REQUIRES(m_mutex);
 
     const size_t m_capacity;
-    mutable std::mutex m_mutex;  // guards all below
-    std::deque<MqttMessage> m_waiting;
-    std::map<std::string, size_t> m_states;  // topic to how many of its states wait, none of them 0
-    uint64_t m_dropped = 0;
+    mutable Mutex m_mutex;  // guards all below
+    std::deque<MqttMessage> m_waiting GUARDED_BY(m_mutex);
+    std::map<std::string, size_t> m_states GUARDED_BY(m_mutex);  // how many of a topic's states wait, none of them 0
+    uint64_t m_dropped GUARDED_BY(m_mutex) = 0;
 };
 
 }  // namespace desktop

@@ -1,12 +1,12 @@
 #include <exception>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 
 #include <axsdk/axparameter.h>
 
+#include "base/mutex.h"
 #include "desktop/config/desktop_config.h"
 #include "desktop/parameters/lost_settings.h"
 #include "desktop/parameters/parameter_store.h"
@@ -48,32 +48,33 @@ std::vector<desktop::ParameterDefault> allDefaults() {
 }
 
 struct Watch {
-    std::mutex mutex; /**< guards what follows, and is held while the watcher is told */
-    desktop::ParameterWatcher watcher;
-    bool lost = false; /**< also where no file can remember it */
+    Mutex mutex; /**< guards what follows, and is held while the watcher is told */
+    desktop::ParameterWatcher watcher GUARDED_BY(mutex);
+    bool lost GUARDED_BY(mutex) = false; /**< also where no file can remember it */
 };
 
 std::string storePath() {
     return desktop::desktopConfig().stateFolder + "/parameters.db";
 }
 
-Watch& watch() {
+Watch& theWatch() {
     static Watch instance;
     return instance;
 }
 
 void tellWatcher(const std::string& name, const std::optional<std::string>& value) {
-    const std::lock_guard lock(watch().mutex);
-    const bool known = watch().watcher && watch().watcher(name, value);
+    Watch& watch = theWatch();
+    const MutexLock lock(watch.mutex);
+    const bool known = watch.watcher && watch.watcher(name, value);
     if (!value) {
-        watch().lost = true;
+        watch.lost = true;
         try {
             desktop::rememberLoss(storePath());
         } catch (const std::exception&) {
             // Without a configuration there is no folder to remember it in.
         }
-    } else if (known && watch().lost) {
-        watch().lost = false;
+    } else if (known && watch.lost) {
+        watch.lost = false;
         desktop::forgetLoss(storePath());
     }
 }
@@ -86,18 +87,19 @@ gboolean refuseAccess(GError** error, AXParameterErrorCode code, const std::stri
 }  // namespace
 
 void desktop::watchParameters(ParameterWatcher watcher) {
-    const std::lock_guard lock(watch().mutex);
-    watch().watcher = std::move(watcher);
-    if (watch().watcher && (watch().lost || desktop::isLossRemembered(storePath()))) {
-        watch().lost = true;
-        watch().watcher("parameters.db", std::nullopt);
+    Watch& watch = theWatch();
+    const MutexLock lock(watch.mutex);
+    watch.watcher = std::move(watcher);
+    if (watch.watcher && (watch.lost || desktop::isLossRemembered(storePath()))) {
+        watch.lost = true;
+        watch.watcher("parameters.db", std::nullopt);
     }
 }
 
 struct _AXParameter {
     desktop::ParameterStore store{storePath(), allDefaults()};
-    std::mutex mutex; /**< guards subscriptions */
-    std::map<std::string, Subscription> subscriptions;
+    Mutex mutex; /**< guards subscriptions */
+    std::map<std::string, Subscription> subscriptions GUARDED_BY(mutex);
 };
 
 GQuark ax_parameter_error_quark() {
@@ -149,7 +151,7 @@ gboolean ax_parameter_set(AXParameter* self, const gchar* name, const gchar* val
         return refuseAccess(error, AX_PARAMETER_PARAM_SET_ERROR, name, exception.what());
     }
     tellWatcher(name, value);
-    const std::lock_guard lock(self->mutex);
+    const MutexLock lock(self->mutex);
     const auto found = self->subscriptions.find(name);
     if (found != self->subscriptions.end()) {
         auto change = std::make_unique<Change>(Change{found->second, name, value});
@@ -175,7 +177,7 @@ gboolean ax_parameter_register_callback(AXParameter* self, const gchar* name, AX
     } catch (const std::exception& exception) {
         return refuse(error, AX_PARAMETER_CALLBACK_ERROR, exception.what());
     }
-    const std::lock_guard lock(self->mutex);
+    const MutexLock lock(self->mutex);
     self->subscriptions[name] = {callback, userData};
     return TRUE;
 }

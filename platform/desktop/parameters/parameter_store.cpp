@@ -63,10 +63,10 @@ ParameterStore::ParameterStore(const std::string& path, const std::vector<Parame
 
 ParameterStore::~ParameterStore() {
     {
-        const std::lock_guard lock(m_syncMutex);
+        const MutexLock lock(m_syncMutex);
         m_stopping = true;
     }
-    m_syncWanted.notify_one();
+    m_syncWanted.notifyOne();
     m_syncThread.join();
 }
 
@@ -106,7 +106,7 @@ int ParameterStore::run(sqlite3_stmt* statement, const std::string& name, const 
 }
 
 std::optional<std::string> ParameterStore::get(const std::string& name) {
-    const std::lock_guard lock(m_databaseMutex);
+    const MutexLock lock(m_databaseMutex);
     StatementUse use(m_select.get());
     use.bind(1, name);
     const int result = use.step();
@@ -121,7 +121,7 @@ std::optional<std::string> ParameterStore::get(const std::string& name) {
 
 void ParameterStore::set(const std::string& name, const std::string& value) {
     {
-        const std::lock_guard lock(m_databaseMutex);
+        const MutexLock lock(m_databaseMutex);
         if (run(m_update.get(), name, &value) == 0) {
             throw std::runtime_error("no parameter " + name);
         }
@@ -131,7 +131,7 @@ void ParameterStore::set(const std::string& name, const std::string& value) {
 
 bool ParameterStore::add(const std::string& name, const std::string& value) {
     {
-        const std::lock_guard lock(m_databaseMutex);
+        const MutexLock lock(m_databaseMutex);
         if (run(m_insert.get(), name, &value) == 0) {
             return false;
         }
@@ -141,7 +141,7 @@ bool ParameterStore::add(const std::string& name, const std::string& value) {
 }
 
 std::vector<std::string> ParameterStore::names() {
-    const std::lock_guard lock(m_databaseMutex);
+    const MutexLock lock(m_databaseMutex);
     const Statement list = prepare("SELECT name FROM parameter ORDER BY name");
     std::vector<std::string> names;
     while (sqlite3_step(list.get()) == SQLITE_ROW) {
@@ -152,28 +152,35 @@ std::vector<std::string> ParameterStore::names() {
 
 void ParameterStore::markDirty() {
     {
-        const std::lock_guard lock(m_syncMutex);
+        const MutexLock lock(m_syncMutex);
         m_dirty = true;
     }
-    m_syncWanted.notify_one();
+    m_syncWanted.notifyOne();
+}
+
+/** Waits until there is something to sync, and a little longer; false when there is nothing and never will be. */
+bool ParameterStore::waitForDirt() {
+    const MutexLock lock(m_syncMutex);
+    while (!m_dirty && !m_stopping) {
+        m_syncWanted.wait(m_syncMutex);
+    }
+    if (!m_dirty) {
+        return false;
+    }
+    // Sets come in bursts: a short wait lets one sync serve them all.
+    const auto end = std::chrono::steady_clock::now() + kSyncDelay;
+    while (!m_stopping && m_syncWanted.waitUntil(m_syncMutex, end)) {
+    }
+    m_dirty = false;
+    return true;
 }
 
 void ParameterStore::syncLoop() {
-    std::unique_lock lock(m_syncMutex);
-    for (;;) {
-        m_syncWanted.wait(lock, [this] { return m_dirty || m_stopping; });
-        if (!m_dirty) {
-            return;
-        }
-        // Sets come in bursts: a short wait lets one sync serve them all.
-        m_syncWanted.wait_for(lock, kSyncDelay, [this] { return m_stopping; });
-        m_dirty = false;
-        lock.unlock();
+    while (waitForDirt()) {
         // A checkpoint syncs the log before it moves pages. Its failure loses nothing: the log stays and the next
         // checkpoint takes it along.
         sqlite3_wal_checkpoint_v2(m_syncDatabase.get(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
         keepGoodCopy(m_syncDatabase.get(), m_path);
-        lock.lock();
     }
 }
 

@@ -1,14 +1,13 @@
 #pragma once
 
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <sqlite3.h>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/mutex.h"
 #include "desktop/parameters/declarations.h"
 
 namespace desktop {
@@ -51,24 +50,25 @@ private:
     using Statement = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
 
     static Database open(const std::string& path);
-    Statement prepare(const char* sql);
-    void execute(const char* sql);
+    Statement prepare(const char* sql) REQUIRES(m_databaseMutex);
+    void execute(const char* sql) REQUIRES(m_databaseMutex);
     /** Binds the texts, runs a statement that returns no rows, and returns how many rows it changed. */
-    int run(sqlite3_stmt* statement, const std::string& name, const std::string* value);
+    int run(sqlite3_stmt* statement, const std::string& name, const std::string* value) REQUIRES(m_databaseMutex);
     void markDirty();
+    bool waitForDirt();
     void syncLoop();
 
     const std::string m_path;
-    std::mutex m_databaseMutex; /**< guards the connection and its statements */
-    Database m_database;
-    Statement m_select;
-    Statement m_update;
-    Statement m_insert;
+    Mutex m_databaseMutex; /**< guards the connection and its statements */
+    Database m_database GUARDED_BY(m_databaseMutex);
+    Statement m_select GUARDED_BY(m_databaseMutex);
+    Statement m_update GUARDED_BY(m_databaseMutex);
+    Statement m_insert GUARDED_BY(m_databaseMutex);
 
-    std::mutex m_syncMutex; /**< guards m_dirty and m_stopping; not held while syncing */
-    std::condition_variable m_syncWanted;
-    bool m_dirty = false;
-    bool m_stopping = false;
+    Mutex m_syncMutex; /**< guards m_dirty and m_stopping; not held while syncing */
+    ConditionVariable m_syncWanted;
+    bool m_dirty GUARDED_BY(m_syncMutex) = false;
+    bool m_stopping GUARDED_BY(m_syncMutex) = false;
     Database m_syncDatabase; /**< the sync thread's own connection */
     std::thread m_syncThread;
 };

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <utility>
 
+#include "base/mutex.h"
 namespace desktop {
 
 /** Work beside the supervisor, on a thread of its own: a step now and then, until it is done or this goes away. */
@@ -20,10 +19,10 @@ public:
           }) {}
     ~Background() {
         {
-            const std::lock_guard lock(m_mutex);
+            const MutexLock lock(m_mutex);
             m_ending = true;
         }
-        m_changed.notify_all();
+        m_changed.notifyAll();
         m_thread.join();
     }
     Background(const Background&) = delete;
@@ -32,13 +31,16 @@ public:
 private:
     /** True when the end has come. */
     bool waits(std::chrono::milliseconds pause) {
-        std::unique_lock lock(m_mutex);
-        return m_changed.wait_for(lock, pause, [this] { return m_ending; });
+        const auto end = std::chrono::steady_clock::now() + pause;
+        const MutexLock lock(m_mutex);
+        while (!m_ending && m_changed.waitUntil(m_mutex, end)) {
+        }
+        return m_ending;
     }
 
-    std::mutex m_mutex; /**< guards m_ending */
-    std::condition_variable m_changed;
-    bool m_ending = false;
+    Mutex m_mutex; /**< guards m_ending */
+    ConditionVariable m_changed;
+    bool m_ending GUARDED_BY(m_mutex) = false;
     std::thread m_thread;
 };
 

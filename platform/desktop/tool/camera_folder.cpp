@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "base/atomic_file.h"
 #include "desktop/config/not_now.h"
 
 namespace desktop {
@@ -41,14 +42,9 @@ std::string knownCards() {
 }
 
 void writeFile(const fs::path& path, const std::string& text) {
-    const fs::path beside = path.string() + ".new";
-    std::ofstream file(beside, std::ios::trunc);
-    file << text;
-    file.close();
-    if (!file) {
-        throw NotNow("cannot write " + path.string());
+    if (!replaceFile(path.string(), text)) {
+        throw NotNow("cannot write " + path.string() + ": " + std::strerror(errno));
     }
-    fs::rename(beside, path);
 }
 
 /**

@@ -3,9 +3,9 @@
 #include <chrono>
 #include <cstdint>
 #include <fcntl.h>
-#include <mutex>
 #include <unistd.h>
 
+#include "base/mutex.h"
 #include "desktop/config/desktop_config.h"
 
 namespace desktop {
@@ -28,7 +28,7 @@ public:
     Heartbeat& operator=(const Heartbeat&) = delete;
 
     void beat() {
-        const std::lock_guard lock(m_mutex);
+        const MutexLock lock(m_mutex);
         const auto now = std::chrono::steady_clock::now();
         if (m_file < 0 || now - m_last < std::chrono::seconds(1)) {
             return;
@@ -40,9 +40,9 @@ public:
     }
 
 private:
-    std::mutex m_mutex; /**< guards m_last */
+    Mutex m_mutex; /**< guards m_last */
     int m_file = -1;
-    std::chrono::steady_clock::time_point m_last;
+    std::chrono::steady_clock::time_point m_last GUARDED_BY(m_mutex);
 };
 
 }  // namespace

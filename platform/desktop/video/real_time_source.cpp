@@ -27,8 +27,8 @@ RealTimeSource::~RealTimeSource() {
 
 void RealTimeSource::wake() {
     // The lock is what makes a waiter that has just looked at its flag see the notification.
-    const std::lock_guard lock(m_mutex);
-    m_changed.notify_all();
+    const MutexLock lock(m_mutex);
+    m_changed.notifyAll();
 }
 
 void RealTimeSource::run(std::unique_ptr<FrameReader> reader) {
@@ -41,9 +41,9 @@ void RealTimeSource::run(std::unique_ptr<FrameReader> reader) {
             play(*reader);
         } catch (const std::exception& error) {
             {
-                const std::lock_guard lock(m_mutex);
+                const MutexLock lock(m_mutex);
                 m_loss = error.what();
-                m_changed.notify_all();
+                m_changed.notifyAll();
             }
             waitUntil(m_settings.clock->now() + m_retry);
             m_retry = std::min(2 * m_retry, m_settings.longestRetry);
@@ -89,26 +89,26 @@ void RealTimeSource::play(FrameReader& reader) {
 }
 
 void RealTimeSource::waitUntil(Clock::TimePoint when) {
-    std::unique_lock lock(m_mutex);
+    const MutexLock lock(m_mutex);
     while (!m_stop && m_settings.clock->now() < when) {
-        m_settings.clock->waitUntil(lock, m_changed, when);
+        m_settings.clock->waitUntil(m_mutex, m_changed, when);
     }
 }
 
 void RealTimeSource::publish(std::function<SharedPicture()> picture) {
     const auto now = m_settings.clock->now().time_since_epoch();
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_newest = {m_newest.number + 1, std::chrono::duration_cast<std::chrono::microseconds>(now).count(),
                 std::move(picture)};
     m_loss.clear();
-    m_changed.notify_all();
+    m_changed.notifyAll();
 }
 
 Delivery RealTimeSource::drawn(const Undrawn& frame) {
     if (frame.number == 0) {
         return {};
     }
-    const std::lock_guard lock(m_drawing);
+    const MutexLock lock(m_drawing);
     if (m_drawn.number != frame.number) {
         m_drawn = {frame.number, frame.picture(), frame.micros};
     }
@@ -120,9 +120,9 @@ Clock::Duration RealTimeSource::silenceAllowed() const {
     return std::max(m_settings.patience, std::chrono::duration_cast<Clock::Duration>(twoFrames));
 }
 
-Delivery RealTimeSource::newest(uint64_t after, const std::atomic<bool>& stopped) {
+RealTimeSource::Undrawn RealTimeSource::waitForNewest(uint64_t after, const std::atomic<bool>& stopped) {
     const Clock::TimePoint deadline = m_settings.clock->now() + silenceAllowed();
-    std::unique_lock lock(m_mutex);
+    const MutexLock lock(m_mutex);
     while (m_newest.number <= after) {
         if (stopped) {
             throw VideoError(VDO_ERROR_FAILED, "the stream was stopped");
@@ -131,21 +131,25 @@ Delivery RealTimeSource::newest(uint64_t after, const std::atomic<bool>& stopped
             throw VideoError(VDO_ERROR_NO_VIDEO,
                              m_loss.empty() ? m_name + ": no new frame came in time" : m_loss + ", trying again");
         }
-        m_settings.clock->waitUntil(lock, m_changed, deadline);
+        m_settings.clock->waitUntil(m_mutex, m_changed, deadline);
     }
-    const Undrawn frame = m_newest;
-    lock.unlock();
-    return drawn(frame);
+    return m_newest;
 }
 
-Delivery RealTimeSource::current() {
-    std::unique_lock lock(m_mutex);
+Delivery RealTimeSource::newest(uint64_t after, const std::atomic<bool>& stopped) {
+    return drawn(waitForNewest(after, stopped));
+}
+
+RealTimeSource::Undrawn RealTimeSource::currentFrame() {
+    const MutexLock lock(m_mutex);
     if (!m_loss.empty()) {
         throw VideoError(VDO_ERROR_NO_VIDEO, m_loss + ", trying again");
     }
-    const Undrawn frame = m_newest;
-    lock.unlock();
-    return drawn(frame);
+    return m_newest;
+}
+
+Delivery RealTimeSource::current() {
+    return drawn(currentFrame());
 }
 
 }  // namespace desktop

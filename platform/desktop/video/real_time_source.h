@@ -1,12 +1,11 @@
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
+#include "base/mutex.h"
 #include "desktop/frames/clock.h"
 #include "desktop/frames/video_source.h"
 
@@ -52,6 +51,8 @@ private:
     void play(FrameReader& reader);
     void waitUntil(Clock::TimePoint when);
     void publish(std::function<SharedPicture()> picture);
+    Undrawn waitForNewest(uint64_t after, const std::atomic<bool>& stopped);
+    Undrawn currentFrame();
     Delivery drawn(const Undrawn& frame);
     Clock::Duration silenceAllowed() const;
 
@@ -64,13 +65,13 @@ private:
     Clock::TimePoint m_passStart;  // of the thread alone: when the current pass's time 0 was
     Clock::Duration m_retry;       // of the thread alone: the next pause before opening again
 
-    std::mutex m_drawing;  // guards m_drawn and the making of pictures; never taken under m_mutex
-    Delivery m_drawn;      // the frame that was asked for last
+    Mutex m_drawing;                         // guards m_drawn and the making of pictures; never taken under m_mutex
+    Delivery m_drawn GUARDED_BY(m_drawing);  // the frame that was asked for last
 
-    std::mutex m_mutex;                 // guards m_newest and m_loss, and m_stop's setting against missed wake-ups
-    std::condition_variable m_changed;  // a frame came, the source was lost, someone stops
-    Undrawn m_newest;
-    std::string m_loss;  // why no frames come; empty while they do
+    Mutex m_mutex;                // guards m_newest and m_loss, and m_stop's setting against missed wake-ups
+    ConditionVariable m_changed;  // a frame came, the source was lost, someone stops
+    Undrawn m_newest GUARDED_BY(m_mutex);
+    std::string m_loss GUARDED_BY(m_mutex);  // why no frames come; empty while they do
 
     std::thread m_thread;  // last, so that it starts when all else is there
 };

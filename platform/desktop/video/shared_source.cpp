@@ -1,7 +1,6 @@
 #include "desktop/video/shared_source.h"
 
-#include <mutex>
-
+#include "base/mutex.h"
 #include "desktop/config/desktop_config.h"
 #include "desktop/frames/source_name.h"
 #include "desktop/frames/video_error.h"
@@ -16,10 +15,10 @@ namespace {
 const std::atomic<bool> kNeverStopped = false;
 
 struct Shared {
-    std::mutex mutex;                       // guards what follows
-    std::shared_ptr<VideoSource> source;    // null until opened
-    std::shared_ptr<VirtualSource> driven;  // the same source when it is driven by hand
-    std::string openError;                  // why the last opening failed
+    Mutex mutex;                                              // guards what follows
+    std::shared_ptr<VideoSource> source GUARDED_BY(mutex);    // null until opened
+    std::shared_ptr<VirtualSource> driven GUARDED_BY(mutex);  // the same source when it is driven by hand
+    std::string openError GUARDED_BY(mutex);                  // why the last opening failed
 };
 
 Shared& shared() {
@@ -27,7 +26,7 @@ Shared& shared() {
     return instance;
 }
 
-void open(Shared& state, const DesktopConfig& config) {
+void open(Shared& state, const DesktopConfig& config) REQUIRES(state.mutex) {
     const std::string name = displayName(config.video);
     if (config.pacing == Pacing::Virtual) {
         auto reader = openReader(config.video, kNeverStopped);
@@ -42,7 +41,7 @@ void open(Shared& state, const DesktopConfig& config) {
         RealTimeSettings{});
 }
 
-std::shared_ptr<VideoSource> openOnce(Shared& state) {
+std::shared_ptr<VideoSource> openOnce(Shared& state) REQUIRES(state.mutex) {
     if (!state.source) {
         state.openError.clear();
         try {
@@ -58,7 +57,7 @@ std::shared_ptr<VideoSource> openOnce(Shared& state) {
 /** The source that is driven by hand, null when there is none. */
 std::shared_ptr<VirtualSource> drivenSource() {
     Shared& state = shared();
-    const std::lock_guard lock(state.mutex);
+    const MutexLock lock(state.mutex);
     try {
         openOnce(state);
     } catch (const VideoError&) {
@@ -76,13 +75,13 @@ std::unique_ptr<FrameReader> openReader(const std::string& source, const std::at
 
 std::shared_ptr<VideoSource> sharedSource() {
     Shared& state = shared();
-    const std::lock_guard lock(state.mutex);
+    const MutexLock lock(state.mutex);
     return openOnce(state);
 }
 
 void closeSharedSource() {
     Shared& state = shared();
-    const std::lock_guard lock(state.mutex);
+    const MutexLock lock(state.mutex);
     state.source.reset();
     state.driven.reset();
     state.openError.clear();
@@ -115,7 +114,7 @@ std::string sourceError() {
         return source->error();
     }
     Shared& state = shared();
-    const std::lock_guard lock(state.mutex);
+    const MutexLock lock(state.mutex);
     return state.source ? displayName(desktopConfig().video) + ": is live and cannot be driven by hand"
                         : state.openError;
 }

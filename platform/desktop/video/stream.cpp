@@ -85,12 +85,12 @@ bool Stream::isExplicit() const {
 }
 
 void Stream::attach() {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_attached = true;
 }
 
 void Stream::start() {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (!m_attached) {
         throw VideoError(VDO_ERROR_FAILED, "the stream is started before it was attached to");
     }
@@ -99,9 +99,9 @@ void Stream::start() {
 
 void Stream::stop() {
     {
-        const std::lock_guard lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_stopped = true;
-        m_changed.notify_all();
+        m_changed.notifyAll();
     }
     m_source->wake();
 }
@@ -118,19 +118,21 @@ VdoBuffer* Stream::fetch() {
         const auto setting = [this](const char* name) { return static_cast<int>(m_settings.at(name)); };
         noteFetched({delivery.picture, setting("rotation"), setting("width"), setting("height"), delivery.micros, 0});
     } catch (...) {
-        const std::lock_guard lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_free.push_back(std::move(buffer));
         throw;
     }
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_lent.push_back(std::move(buffer));
     return m_lent.back().get();
 }
 
 BufferPtr Stream::takeFreeBuffer() {
-    std::unique_lock lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (isExplicit()) {
-        m_changed.wait_for(lock, kBufferPatience, [&] { return m_stopped || !m_free.empty(); });
+        const auto end = std::chrono::steady_clock::now() + kBufferPatience;
+        while (!m_stopped && m_free.empty() && m_changed.waitUntil(m_mutex, end)) {
+        }
         if (m_free.empty()) {
             throw VideoError(VDO_ERROR_FAILED, "no buffer is queued to be filled");
         }
@@ -151,7 +153,7 @@ BufferPtr Stream::allocate() const {
 }
 
 void Stream::enqueue(VdoBuffer* buffer) {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const auto lent = find(m_lent, buffer);
     if (lent != m_lent.end()) {
         m_free.push_back(std::move(*lent));
@@ -163,11 +165,11 @@ void Stream::enqueue(VdoBuffer* buffer) {
         m_free.emplace_back(static_cast<VdoBuffer*>(g_object_ref(buffer)));
         m_attached = true;  // whoever brings buffers means to read frames
     }
-    m_changed.notify_all();
+    m_changed.notifyAll();
 }
 
 void Stream::giveBack(VdoBuffer* buffer) {
-    const std::lock_guard lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const auto lent = find(m_lent, buffer);
     if (lent != m_lent.end()) {
         if (!isExplicit()) {

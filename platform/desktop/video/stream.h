@@ -1,11 +1,10 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "base/mutex.h"
 #include "desktop/frames/frame_converter.h"
 #include "desktop/frames/video_source.h"
 #include "desktop/video/settings_map.h"
@@ -72,11 +71,11 @@ private:
     uint64_t m_fetched = 0;      // used by the fetching thread: number of the newest frame handed out
     std::atomic<bool> m_stopped = true;
 
-    std::mutex m_mutex;                 // guards what follows
-    std::condition_variable m_changed;  // a buffer was queued, or the stream was stopped
-    bool m_attached = false;
-    std::vector<BufferPtr> m_free;  // to be filled, oldest first
-    std::vector<BufferPtr> m_lent;  // in the consumer's hands
+    Mutex m_mutex;                // guards what follows
+    ConditionVariable m_changed;  // a buffer was queued, or the stream was stopped
+    bool m_attached GUARDED_BY(m_mutex) = false;
+    std::vector<BufferPtr> m_free GUARDED_BY(m_mutex);  // to be filled, oldest first
+    std::vector<BufferPtr> m_lent GUARDED_BY(m_mutex);  // in the consumer's hands
 };
 
 }  // namespace desktop

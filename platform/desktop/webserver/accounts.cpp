@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/atomic_file.h"
 #include "base/unique_fd.h"
 #include "desktop/webserver/front.h"
 
@@ -172,17 +173,11 @@ void Accounts::set(const std::string& user, const std::string& password, std::op
     }
     text += roleLine;
     text += lineStart(user) + digestOf(user, password) + "\n";
-    const std::string beside = m_file.string() + ".new";
-    unlink(beside.c_str());
-    const int file = open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    const bool written = file >= 0 && write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-                         giveToOwnerOf(m_file.parent_path(), file) && fsync(file) == 0;
-    const int error = errno;
-    if (file >= 0) {
-        close(file);
-    }
-    if (!written || rename(beside.c_str(), m_file.c_str()) != 0) {
-        throw std::runtime_error("cannot write " + m_file.string() + ": " + std::strerror(written ? errno : error));
+    Replacement replacement(m_file.string(), S_IRUSR | S_IWUSR);
+    replacement.add(text);
+    if (!replacement.sync() || !giveToOwnerOf(m_file.parent_path(), replacement.descriptor()) ||
+        !replacement.replace()) {
+        throw std::runtime_error("cannot write " + m_file.string() + ": " + std::strerror(errno));
     }
 }
 

@@ -20,7 +20,7 @@ extern "C" {
 class HandClock : public desktop::Clock {
 public:
     TimePoint now() override { return TimePoint(Duration(m_now.load())); }
-    void waitUntil(std::unique_lock<std::mutex>&, std::condition_variable&, TimePoint) override {}
+    void waitUntil(Mutex&, ConditionVariable&, TimePoint) override {}
     void advance(Duration step) { m_now += step.count(); }
 
 private:

@@ -35,12 +35,12 @@ TEST_P(BadConfig, IsRefusedWithWhatWasExpected) {
 
 INSTANTIATE_TEST_SUITE_P(
     Table, BadConfig,
-    testing::Values(ConfigCase{"empty", "", "expected a JSON object"},
-                    ConfigCase{"a list", "[]", "expected a JSON object"},
+    testing::Values(ConfigCase{"empty", "", "expected a JSON object, got none"},
+                    ConfigCase{"a list", "[]", "expected a JSON object, got []"},
                     ConfigCase{"another type", R"({"video": 7})", "\"video\": expected a text, got 7"},
                     ConfigCase{"null", R"({"manifest": null})", "\"manifest\": expected a text, got null"},
                     ConfigCase{"unknown pacing", R"({"pacing": "fast"})",
-                               "\"pacing\": expected realtime or virtual, got \"fast\""},
+                               "\"pacing\": expected one of realtime, virtual, got \"fast\""},
                     ConfigCase{"unknown key", R"({"colour": "red"})",
                                "unknown key \"colour\"; known: pacing, video, networksFolder, stateFolder, "
                                "manifest, heartbeat, liveSocket, mqtt, mqttUser, mqttPasswordFile, mqttCaFile, "

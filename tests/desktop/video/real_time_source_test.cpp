@@ -20,17 +20,17 @@ public:
         return m_now;
     }
 
-    void waitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& changed, TimePoint when) override {
+    void waitUntil(Mutex& mutex, ConditionVariable& changed, TimePoint when) override REQUIRES(mutex) {
         std::list<Waiter>::iterator self;
         {
             const std::lock_guard guard(m_guard);
             if (m_now >= when) {
                 return;
             }
-            self = m_waiters.insert(m_waiters.end(), {lock.mutex(), &changed, when});
+            self = m_waiters.insert(m_waiters.end(), {&mutex, &changed, when});
             m_arrived.notify_all();
         }
-        changed.wait(lock);
+        changed.wait(mutex);
         const std::lock_guard guard(m_guard);
         m_waiters.erase(self);
     }
@@ -43,8 +43,8 @@ public:
             waiters = m_waiters;
         }
         for (const Waiter& waiter : waiters) {
-            const std::lock_guard lock(*waiter.mutex);
-            waiter.changed->notify_all();
+            const MutexLock lock(*waiter.mutex);
+            waiter.changed->notifyAll();
         }
     }
 
@@ -59,8 +59,8 @@ public:
 
 private:
     struct Waiter {
-        std::mutex* mutex;
-        std::condition_variable* changed;
+        Mutex* mutex;
+        ConditionVariable* changed;
         TimePoint when;
     };
 

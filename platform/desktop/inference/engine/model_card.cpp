@@ -2,96 +2,34 @@
 
 #include <algorithm>
 #include <charconv>
-#include <functional>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
+
+#include "base/json_reader.h"
 
 namespace desktop {
 namespace {
 
-using Json = nlohmann::json;
-
-template <typename Value>
-using NameTable = std::vector<std::pair<std::string, Value>>;
-
-[[noreturn]] void refuse(const std::string& key, const std::string& expected, const std::string& came) {
-    throw std::runtime_error("\"" + key + "\": expected " + expected + ", got " + came);
-}
-
-template <typename Value>
-Value oneOf(const NameTable<Value>& table, const std::string& key, const Json& value) {
-    std::string known;
-    for (const auto& [name, meaning] : table) {
-        if (value == name) {
-            return meaning;
-        }
-        known.append(known.empty() ? "" : ", ").append(name);
-    }
-    refuse(key, "one of " + known, value.dump());
-}
-
-double numberBetween(double lowest, double highest, const std::string& key, const Json& value) {
-    if (!value.is_number() || value.get<double>() < lowest || value.get<double>() > highest) {
-        refuse(key, "a number from " + Json(lowest).dump() + " to " + Json(highest).dump(), value.dump());
-    }
-    return value.get<double>();
-}
-
-int integerBetween(int lowest, int highest, const std::string& key, const Json& value) {
-    if (!value.is_number_integer() || value.get<double>() < lowest || value.get<double>() > highest) {
-        refuse(key, "a whole number from " + std::to_string(lowest) + " to " + std::to_string(highest), value.dump());
-    }
-    return value.get<int>();
-}
-
-bool boolOf(const std::string& key, const Json& value) {
-    if (!value.is_boolean()) {
-        refuse(key, "true or false", value.dump());
-    }
-    return value.get<bool>();
-}
+using json::flag;
+using json::integerBetween;
+using json::NameTable;
+using json::numberBetween;
+using json::oneOf;
+using json::Readers;
+using json::readObject;
+using json::refuse;
+using Json = json::Value;
 
 std::string textOf(const std::string& key, const Json& value) {
-    if (!value.is_string() || value.get<std::string>().empty()) {
-        refuse(key, "a text", value.dump());
+    if (value == "") {
+        refuse(key, "a text", value);
     }
-    return value.get<std::string>();
-}
-
-/** The name of a key within an object, for messages. */
-std::string joinKeys(std::string object, const std::string& key) {
-    return object.empty() ? key : object.append(".").append(key);
-}
-
-/** Readers of one object's keys; what else the object holds is refused. */
-using Readers = NameTable<std::function<void(const std::string& key, const Json& value)>>;
-
-void readObject(const std::string& prefix, const Json& object, const Readers& readers) {
-    if (!object.is_object()) {
-        if (prefix.empty()) {
-            throw std::runtime_error("expected a JSON object, got " + object.dump().substr(0, 40));
-        }
-        refuse(prefix, "an object", object.dump());
-    }
-    for (const auto& [key, value] : object.items()) {
-        const std::string fullKey = joinKeys(prefix, key);
-        const auto reader = std::find_if(readers.begin(), readers.end(),
-                                         [&wanted = key](const auto& candidate) { return candidate.first == wanted; });
-        if (reader == readers.end()) {
-            std::string message = "unknown key \"" + fullKey + "\"; known:";
-            for (const auto& [name, read] : readers) {
-                message.append(&readers.front().first == &name ? " " : ", ").append(name);
-            }
-            throw std::runtime_error(message);
-        }
-        reader->second(fullKey, value);
-    }
+    return json::text(key, value);
 }
 
 std::vector<std::string> readFiles(const std::string& key, const Json& value) {
     if (!value.is_array() || value.empty() || value.size() > 2) {
-        refuse(key, "a list of one or two file names", value.dump());
+        refuse(key, "a list of one or two file names", value);
     }
     std::vector<std::string> files;
     for (const Json& file : value) {
@@ -102,7 +40,7 @@ std::vector<std::string> readFiles(const std::string& key, const Json& value) {
 
 std::array<double, 3> readMean(const std::string& key, const Json& value) {
     if (!value.is_array() || value.size() != 3) {
-        refuse(key, "a list of three numbers", value.dump());
+        refuse(key, "a list of three numbers", value);
     }
     std::array<double, 3> mean{};
     for (size_t i = 0; i < mean.size(); ++i) {
@@ -114,23 +52,23 @@ std::array<double, 3> readMean(const std::string& key, const Json& value) {
 ObjectClass readClass(const std::string& key, const Json& value) {
     const auto known = value.is_string() ? objectClassFromName(value.get<std::string>()) : std::nullopt;
     if (!known) {
-        refuse(key, "one of " + objectClassNames(), value.dump());
+        refuse(key, "one of " + objectClassNames(), value);
     }
     return *known;
 }
 
 std::map<int, ObjectClass> readClassMap(const std::string& key, const Json& value) {
     if (!value.is_object() || value.empty()) {
-        refuse(key, R"(an object such as {"0": "Person"})", value.dump());
+        refuse(key, R"(an object such as {"0": "Person"})", value);
     }
     std::map<int, ObjectClass> classes;
     for (const auto& [index, name] : value.items()) {
         int number = -1;
         const char* end = index.data() + index.size();
         if (std::from_chars(index.data(), end, number).ptr != end || number < 0) {
-            refuse(key, "class indices of the network as keys", "\"" + index + "\"");
+            refuse(key, "class indices of the network as keys", index);
         }
-        classes[number] = readClass(joinKeys(key, index), name);
+        classes[number] = readClass(json::fullKey(key, index), name);
     }
     return classes;
 }
@@ -150,7 +88,7 @@ void readNetworkInput(const std::string& key, const Json& value, NetworkCard& ca
                      card.fit = oneOf(NameTable<Fit>{{"stretch", Fit::Stretch}, {"letterbox", Fit::Letterbox}}, k, v);
                  }}});
     if (card.width == 0 || card.height == 0) {
-        refuse(key, "\"width\" and \"height\" of the network's input", value.dump());
+        refuse(key, "\"width\" and \"height\" of the network's input", value);
     }
 }
 
@@ -159,10 +97,10 @@ void readMotion(const std::string& key, const Json& value, MotionCard& card) {
                {{"contrast", [&](auto& k, auto& v) { card.contrast = numberBetween(2, 128, k, v); }},
                 {"smallestArea", [&](auto& k, auto& v) { card.smallestArea = numberBetween(0.0005, 0.5, k, v); }},
                 {"absorbCycles", [&](auto& k, auto& v) { card.absorbCycles = integerBetween(10, 1000000, k, v); }},
-                {"shadows", [&](auto& k, auto& v) { card.ignoreShadows = boolOf(k, v); }},
+                {"shadows", [&](auto& k, auto& v) { card.ignoreShadows = flag(k, v); }},
                 {"classes", [&](auto& k, auto& v) {
                      if (!v.is_array() || v.empty()) {
-                         refuse(k, "a list of class names", v.dump());
+                         refuse(k, "a list of class names", v);
                      }
                      card.classes.clear();
                      for (const Json& name : v) {
@@ -199,10 +137,10 @@ void requireKeys(const Json& document, const std::vector<std::string>& keys) {
 
 }  // namespace
 
-ModelCard parseModelCard(const std::string& json) {
-    const Json document = Json::parse(json, nullptr, false);
+ModelCard parseModelCard(const std::string& text) {
+    const Json document = Json::parse(text, nullptr, false);
     if (document.is_discarded()) {
-        throw std::runtime_error("expected a model card in JSON, got \"" + json.substr(0, 40) + "\"");
+        throw std::runtime_error("expected a model card in JSON, got \"" + text.substr(0, 40) + "\"");
     }
     ModelCard card;
     if (document.is_object()) {
@@ -213,7 +151,7 @@ ModelCard parseModelCard(const std::string& json) {
     Readers readers = {
         {"name", [&](auto& k, auto& v) { card.name = textOf(k, v); }},
         {"engine", [](auto&, auto&) {}},
-        {"steady", [&](auto& k, auto& v) { card.steady = boolOf(k, v); }},
+        {"steady", [&](auto& k, auto& v) { card.steady = flag(k, v); }},
         {"tensor", [&](auto& k, auto& v) {
              readObject(
                  k, v,
