@@ -1,27 +1,15 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include <larod.h>
-#include <vdo-stream.h>
-
-#include "base/unique_fd.h"
 #include "config/config_params.h"
-#include "detection/mmfile.h"
+#include "detection/analysis_stream.h"
+#include "detection/detection_filter.h"
+#include "detection/inference_model.h"
+#include "detection/stream_choice.h"
 #include "finding/finding.h"
-
-/** How wide a stream is for its height. */
-enum AspectRatioType {
-    ASPECT_RATIO_INVALID = 0,
-    FULLSCREEN = 1,
-    WIDESCREEN = 2,
-    SQUARE = 3
-};
 
 /**
  * The detector: opens the analysis stream, runs the model on its newest frame once a cycle and turns the model's output
@@ -34,11 +22,7 @@ enum AspectRatioType {
 class location_controller_larod {
 public:
     /** config: the live record, for the class flags. No platform call is made. */
-    explicit location_controller_larod(const ConfigParams& config);
-    ~location_controller_larod();
-
-    location_controller_larod(const location_controller_larod&) = delete;
-    location_controller_larod& operator=(const location_controller_larod&) = delete;
+    explicit location_controller_larod(const ConfigParams& config) : m_config(config) {}
 
     /**
      * Opens the stream, loads the model and prepares the job; may be called again to start all over.
@@ -56,10 +40,10 @@ public:
     int larod_prepare_data_and_do_ai();
 
     /** This frame's detections in analysis-stream pixels, in the model's order. */
-    std::vector<detection> get_detections() const;
+    std::vector<detection> get_detections() const { return detectionsOf(m_Model.candidates(), limits(), m_config); }
 
     /** Sets the score threshold, 0..1, as it is; scores must exceed it. Any thread. */
-    void set_sensitivity(float threshold);
+    void set_sensitivity(float threshold) { m_Threshold = threshold; }
 
     // Any thread; 0 before the first stream.
     unsigned get_stream_width() const { return m_StreamWidth; }
@@ -74,21 +58,23 @@ public:
     bool is_portrait() const { return m_IsPortrait; }
 
     /** Whether the settings select a class for counting; never for an index outside 0..8. */
-    bool is_object_a_trigger(int classId) const;
+    bool is_object_a_trigger(int classId) const { return isObjectClassMonitored(m_config, classId); }
     bool IsValidClass(int classId) const { return is_object_a_trigger(classId); }
 
     /** "Person" to "Boat"; "Unknown" outside 0..8. */
-    static std::string ClassIDToLabel(int classId);
+    static std::string ClassIDToLabel(int classId) { return class_index_to_label(classId); }
 
     // The score filters: a rejected candidate gets the score 0.01. All return 0.
     int remove_anomalies();
     int apply_non_maximum_suppression();
     int lower_the_threshold_of_any_same_object_overlapping_this_one(int index);
-    bool DoTheseOverlap(const float* box1, const float* box2, int index) const;
+    bool DoTheseOverlap(const float* box1, const float* box2, int) const { return doOverlap(box1, box2, limits()); }
 
     // The choice of an analysis stream when the camera does not deliver the model's own size.
-    AspectRatioType get_aspect_ratio_type(int width, int height) const;
-    bool does_stream_contain_model(int streamWidth, int streamHeight, int modelWidth, int modelHeight) const;
+    AspectRatioType get_aspect_ratio_type(int width, int height) const { return aspectRatioOf(width, height); }
+    bool does_stream_contain_model(int streamWidth, int streamHeight, int modelWidth, int modelHeight) const {
+        return containsModel(streamWidth, streamHeight, modelWidth, modelHeight);
+    }
     bool find_smallest_containing_stream(int modelWidth, int modelHeight, AspectRatioType ratio, unsigned int& width,
                                          unsigned int& height) const;
     bool find_largest_not_containing_stream(int modelWidth, int modelHeight, AspectRatioType ratio, unsigned int& width,
@@ -97,96 +83,19 @@ public:
                            unsigned int* chosenHeight) const;
 
 private:
-    struct Unref {
-        void operator()(gpointer object) const { g_object_unref(object); }
-    };
-    struct DestroyJob {
-        void operator()(larodJobRequest* request) const { larodDestroyJobRequest(&request); }
-    };
-
-    /** The larod error of the last call; released when the next call needs the slot. */
-    class LarodError {
-    public:
-        LarodError() = default;
-        ~LarodError() { larodClearError(&m_error); }
-        LarodError(const LarodError&) = delete;
-        LarodError& operator=(const LarodError&) = delete;
-        larodError** slot() {
-            larodClearError(&m_error);
-            return &m_error;
-        }
-        std::string message() const { return m_error == nullptr || m_error->msg == nullptr ? "N/A" : m_error->msg; }
-        int code() const { return m_error == nullptr ? 0 : m_error->code; }
-
-    private:
-        larodError* m_error = nullptr;
-    };
-
-    void set_paths();
-    bool test_if_video_stream_exists(int width, int height, int rotation);
-    bool init_video_stream(int width, int height, int rotation);
-    bool larod_setup();
-    bool createTensorFiles();
-    bool createInputTensors();
-    bool createOutputTensors();
-    void releaseModel(const std::string& function);
-
-    struct PixelBox {
-        float top;
-        float left;
-        float bottom;
-        float right;
-        float area() const { return (right - left) * (bottom - top); }
-    };
-    PixelBox toPixels(const float* box) const;
-    /** A candidate's class index; -1 for a value that is none. */
-    int classAt(int index) const;
+    FilterLimits limits() const { return {m_StreamWidth, m_StreamHeight, m_Threshold}; }
 
     const ConfigParams& m_config;
 
-    std::string m_ModelFileName;
     int m_ModelWidth = 300; /**< model input size in pixels, after rotation */
     int m_ModelHeight = 300;
     static constexpr int kDefaultIterationTime = 150;
     int m_IterationTime = kDefaultIterationTime; /**< milliseconds */
-
-    static constexpr float m_Overlap = 0.4F; /**< above this share of the smaller box, two boxes are one object */
-    static constexpr float m_TinyAnomalyMaxAreaPercent =
-        0.005F;                                                /**< smaller boxes, as a share of the frame, are noise */
-    static constexpr float m_HugeAnomalyMaxAreaPercent = 0.5F; /**< larger ones too */
-    static constexpr int m_MaxResults = 12;                    /**< candidate slots examined */
-    static constexpr int m_NumberofResults = 100;              /**< candidate slots in the output tensors */
-
-    std::atomic<unsigned> m_StreamWidth = 0; /**< analysis stream size in pixels, after rotation */
-    std::atomic<unsigned> m_StreamHeight = 0;
     std::atomic<float> m_Threshold = 0.35F;
-    std::string m_app_name;
-    std::string m_ModelPath;
-
-    const float* m_OutputLocations = nullptr; /**< ymin, xmin, ymax, xmax per slot, as fractions of the frame */
-    const float* m_OutputClasses = nullptr;
-    float* m_OutputScores = nullptr; /**< rewritten in place by the filters */
-
-    LarodError m_LarodError;
-    const char* m_LarodChipType = nullptr;
-    UniqueFd m_LarodModelFd;
-    larodConnection* m_LarodConn = nullptr; /**< released, with what hangs on it, by releaseModel */
-    larodModel* m_LarodModel = nullptr;
-    larodTensor** m_LarodInputTensors = nullptr;
-    size_t m_LarodNumInputs = 0;
-    larodTensor** m_LarodOutputTensors = nullptr;
-    size_t m_LarodNumOutputs = 0;
-    std::unique_ptr<larodJobRequest, DestroyJob> m_LarodJobRequest;
-
-    std::unique_ptr<MemoryMappedFile> m_LarodInputFile;
-    std::unique_ptr<MemoryMappedFile> m_LarodOutputLocationsFile;
-    std::unique_ptr<MemoryMappedFile> m_LarodOutputClassesFile;
-    std::unique_ptr<MemoryMappedFile> m_LarodOutputScoresFile;
-    std::unique_ptr<MemoryMappedFile> m_LarodOutputNumDetectionsFile;
-
-    std::unique_ptr<VdoStream, Unref> m_VDOStream;
+    std::atomic<unsigned> m_StreamWidth = 0; /**< as the stream's own, for any thread */
+    std::atomic<unsigned> m_StreamHeight = 0;
     std::atomic<bool> m_IsPortrait = false;
-};
 
-/** Whether two class indices may be the same object: equal ones, and a car and a truck. */
-bool shouldCompareClasses(int a, int b);
+    InferenceModel m_Model;
+    AnalysisStream m_Stream; /**< closed before the model is let go */
+};
