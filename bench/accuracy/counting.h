@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/detections/detections.h"
 #include "walkers.h"
 
 /** Who counts the crossings, and how good the count is. */

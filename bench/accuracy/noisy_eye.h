@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/detections/detections.h"
 #include "random.h"
 #include "walkers.h"
 

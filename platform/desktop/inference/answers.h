@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/detections/detections.h"
 #include "desktop/inference/engine/model_card.h"
 
 namespace desktop {

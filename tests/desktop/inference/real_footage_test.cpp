@@ -86,7 +86,7 @@ TEST_F(RealFootage, OnnxNetworkFindsAPerson) {
 
 TEST_F(RealFootage, ANetworkThatDoesNotFitTheDecoderIsRefused) {
     ModelCard card = shippedCard("fastestdet.json");
-    card.network.decoder = Decoder::Yolov8;
+    card.network.decoder = shippedCard("yolov8n.json").network.decoder;
     try {
         makeEngine(card);
         FAIL() << "accepted";

@@ -3,7 +3,7 @@
 #include <opencv2/core/mat.hpp>
 #include <vector>
 
-#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/detections/detections.h"
 
 namespace desktop {
 

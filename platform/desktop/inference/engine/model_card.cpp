@@ -110,15 +110,13 @@ void readMotion(const std::string& key, const Json& value, MotionCard& card) {
 }
 
 Readers networkReaders(NetworkCard& card) {
-    static const NameTable<Decoder> decoders = {{"yolo-darknet", Decoder::YoloDarknet},
-                                                {"yolov5", Decoder::Yolov5},
-                                                {"yolov8", Decoder::Yolov8},
-                                                {"yolox", Decoder::Yolox},
-                                                {"ssd", Decoder::Ssd},
-                                                {"fastestdet", Decoder::FastestDet}};
+    NameTable<const OutputLayout*> decoders;
+    for (const OutputLayout* const layout : outputLayouts()) {
+        decoders.emplace_back(layout->name(), layout);
+    }
     return {{"network", [&](auto& k, auto& v) { card.files = readFiles(k, v); }},
             {"input", [&](auto& k, auto& v) { readNetworkInput(k, v, card); }},
-            {"decoder", [&](auto& k, auto& v) { card.decoder = oneOf(decoders, k, v); }},
+            {"decoder", [&card, decoders](auto& k, auto& v) { card.decoder = oneOf(decoders, k, v); }},
             {"classes", [&](auto& k, auto& v) { card.classes = readClassMap(k, v); }},
             {"threshold", [&](auto& k, auto& v) { card.threshold = static_cast<float>(numberBetween(0, 1, k, v)); }},
             {"sensitivity",

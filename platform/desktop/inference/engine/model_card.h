@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/detections/detections.h"
+#include "desktop/inference/layouts/output_layout.h"
 
 /**
  * Model cards: small JSON files that stand where a camera has its compiled model.
@@ -21,29 +22,19 @@ enum class Fit {
     Letterbox, /**< scaled with its shape kept, centred, the rest filled with grey */
 };
 
-/** Layouts of network outputs that can be read. */
-enum class Decoder {
-    YoloDarknet,
-    Yolov5,
-    Yolov8,
-    Yolox,
-    Ssd,
-    FastestDet,
-};
-
 /** "network", "input", "decoder", "classes", "threshold" and "nms" of a card for the engine opencv-dnn. */
 struct NetworkCard {
-    std::vector<std::string> files;         /**< "network": absolute, or relative to the desktop's folder of networks */
-    int width = 0;                          /**< "input"."width": pixels; needed */
-    int height = 0;                         /**< "input"."height": pixels; needed */
-    bool swapToBgr = false;                 /**< "input"."order": "RGB" (default) or "BGR" */
-    double scale = 1.0 / 255;               /**< "input"."scale": a value v enters the network as (v - mean) * scale */
-    std::array<double, 3> mean{};           /**< "input"."mean": one per channel, in the network's order */
-    Fit fit = Fit::Stretch;                 /**< "input"."fit": "stretch" (default) or "letterbox" */
-    Decoder decoder = Decoder::YoloDarknet; /**< "decoder": needed */
-    std::map<int, ObjectClass> classes;     /**< "classes": index in the network to our name; others are dropped */
-    float threshold = 0.05F;                /**< "threshold": lowest score handed on; the application has its own */
-    float sensitivity = 0.35F;              /**< "sensitivity": its own score that fits; handed on as 0.35 */
+    std::vector<std::string> files;        /**< "network": absolute, or relative to the desktop's folder of networks */
+    int width = 0;                         /**< "input"."width": pixels; needed */
+    int height = 0;                        /**< "input"."height": pixels; needed */
+    bool swapToBgr = false;                /**< "input"."order": "RGB" (default) or "BGR" */
+    double scale = 1.0 / 255;              /**< "input"."scale": a value v enters the network as (v - mean) * scale */
+    std::array<double, 3> mean{};          /**< "input"."mean": one per channel, in the network's order */
+    Fit fit = Fit::Stretch;                /**< "input"."fit": "stretch" (default) or "letterbox" */
+    const OutputLayout* decoder = nullptr; /**< "decoder": needed */
+    std::map<int, ObjectClass> classes;    /**< "classes": index in the network to our name; others are dropped */
+    float threshold = 0.05F;               /**< "threshold": lowest score handed on; the application has its own */
+    float sensitivity = 0.35F;             /**< "sensitivity": its own score that fits; handed on as 0.35 */
     int tiles = 1;        /**< "tiles": n x n pieces of the picture are looked at as well as the whole */
     float overlap = 0.5F; /**< "nms": of boxes of a class that overlap more, only the best stays */
 };

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/detections/detections.h"
 
 namespace desktop {
 

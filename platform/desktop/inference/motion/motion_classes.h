@@ -3,7 +3,7 @@
 #include <array>
 #include <vector>
 
-#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/detections/detections.h"
 #include "desktop/inference/motion/motion_blobs.h"
 
 namespace desktop {

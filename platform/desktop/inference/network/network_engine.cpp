@@ -8,7 +8,7 @@
 #include <stdexcept>
 
 #include "desktop/config/desktop_config.h"
-#include "desktop/inference/network/decoders.h"
+#include "desktop/inference/layouts/output_layout.h"
 
 namespace desktop {
 namespace {
@@ -88,7 +88,7 @@ NetworkEngine::NetworkEngine(const ModelCard& card)
                                  std::to_string(m_card.width) + "x" + std::to_string(m_card.height) + ": " +
                                  error.what());
     }
-    checkOutputs(m_card.decoder, m_outputs, {m_card.width, m_card.height}, m_card.classes.rbegin()->first);
+    checkOutputs(*m_card.decoder, m_outputs, {m_card.width, m_card.height}, m_card.classes.rbegin()->first);
 }
 
 void NetworkEngine::forward(const cv::Mat& rgb) {
@@ -161,7 +161,7 @@ std::vector<Detection> NetworkEngine::detectInTiles(const cv::Mat& rgb) {
 std::vector<Detection> NetworkEngine::detectIn(const cv::Mat& rgb) {
     forward(rgb);
     std::vector<Detection> found =
-        decodeOutputs(m_card.decoder, m_outputs, {m_card.width, m_card.height}, m_card.classes, m_card.threshold);
+        decodeOutputs(*m_card.decoder, m_outputs, {m_card.width, m_card.height}, m_card.classes, m_card.threshold);
     const cv::Rect place = pictureInInput(rgb.size(), m_card);
     const auto horizontal = [&](float x) {
         return (x * static_cast<float>(m_card.width) - static_cast<float>(place.x)) / static_cast<float>(place.width);

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <deque>
 
-#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/detections/detections.h"
 #include "desktop/inference/steady/axis_filter.h"
 
 namespace desktop {

@@ -4,7 +4,7 @@
 #include <deque>
 #include <vector>
 
-#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/detections/detections.h"
 #include "desktop/inference/steady/follower.h"
 #include "desktop/inference/steady/placing.h"
 #include "desktop/inference/steady/shown_object.h"

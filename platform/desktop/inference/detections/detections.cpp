@@ -1,4 +1,4 @@
-#include "desktop/inference/engine/detections.h"
+#include "desktop/inference/detections/detections.h"
 
 #include <algorithm>
 
