@@ -1,8 +1,8 @@
-#include "desktop/inference/layouts/output_layout.h"
-
 #include <cmath>
 #include <gtest/gtest.h>
 #include <stdexcept>
+
+#include "desktop/inference/layouts/output_layout.h"
 
 namespace desktop {
 namespace {
@@ -55,7 +55,8 @@ TEST(DecodeYoloDarknet, TakesTheClassScoreAsItIs) {
 
 TEST(DecodeYoloDarknet, DropsClassesThatAreNotMapped) {
     const cv::Mat output = tensor({1, 7}, {0.5F, 0.4F, 0.2F, 0.6F, 0.9F, 0.1F, 0.8F});
-    EXPECT_TRUE(decodeOutputs(layoutNamed("yolo-darknet"), {output}, {320, 320}, {{0, ObjectClass::Person}}, 0.5F).empty());
+    EXPECT_TRUE(
+        decodeOutputs(layoutNamed("yolo-darknet"), {output}, {320, 320}, {{0, ObjectClass::Person}}, 0.5F).empty());
 }
 
 TEST(DecodeYolov5, MultipliesObjectnessAndClassAndScalesPixels) {
