@@ -40,11 +40,11 @@ const report_stream::Archives& archivesOf(int flushes) {
     report_stream::Archives& files = entry->second;
     if (isNew) {
         const std::string start = localdata() + std::to_string(flushes);
-        files = {start + "-crowd", start + "-entrance", start + "-occupancy", start + "-average"};
-        std::ofstream crowd(files.crowdCount);
-        std::ofstream entrance(files.entranceActivity);
-        std::ofstream occupancy(files.occupancy);
-        std::ofstream average(files.averageCrowdCount);
+        files = {{{start + "-crowd"}, {start + "-entrance"}, {start + "-occupancy"}, {start + "-average"}}};
+        std::ofstream crowd(files[0].path);
+        std::ofstream entrance(files[1].path);
+        std::ofstream occupancy(files[2].path);
+        std::ofstream average(files[3].path);
         for (int flush = 0; flush < flushes; ++flush) {
             const std::string begin = OccupancyRecordBase::timeToString(kFirst + time_t{flush} * kPeriod) + ",Lobby,";
             for (int cell = 0; cell < 27; ++cell) {
@@ -84,14 +84,14 @@ std::string plainReport(const report_stream::Archives& archives) {
         return zone + std::to_string(std::stoi(fields[2]) + 1) + middle + kClasses[std::stoi(fields[3])] + '_' +
                fields[1];
     };
-    read(archives.crowdCount, [&](const auto& f) { cell(f[0], zoned("AOI", "_", f), f[4]); });
-    read(archives.entranceActivity, [&](const auto& f) {
+    read(archives[0].path, [&](const auto& f) { cell(f[0], zoned("AOI", "_", f), f[4]); });
+    read(archives[1].path, [&](const auto& f) {
         cell(f[0], zoned("Entrance", "_Entrances_", f), f[4]);
         cell(f[0], zoned("Entrance", "_Exits_", f), f[5]);
     });
-    read(archives.occupancy,
+    read(archives[2].path,
          [&](const auto& f) { cell(f[0], std::string("Occup_") + kClasses[std::stoi(f[2])] + '_' + f[1], f[3]); });
-    read(archives.averageCrowdCount, [&](const auto& f) { cell(f[0], zoned("AverageAOI", "_", f), f[4]); });
+    read(archives[3].path, [&](const auto& f) { cell(f[0], zoned("AverageAOI", "_", f), f[4]); });
     std::string text = "Date";
     for (const auto& [column, unused] : columns) {
         text += "," + column;
@@ -237,10 +237,10 @@ std::vector<Limit> registerArchive() {
     benchmark::RegisterBenchmark("appending a flush/ours", benchAppend);
     for (const int flushes : {1000, 100'000}) {
         const report_stream::Archives& archives = archivesOf(flushes);
-        const std::string name = archives.crowdCount.substr(archives.crowdCount.rfind('/') + 1);
+        const std::string name = archives[0].path.substr(archives[0].path.rfind('/') + 1);
         printPeak("purge of " + std::to_string(flushes) + " flushes", [&] {
             RecordArchive<CrowdCountRecord>(name).purgeBefore(kFirst);
-            return std::filesystem::file_size(archives.crowdCount);
+            return std::filesystem::file_size(archives[0].path);
         });
     }
     return {{"appending a flush", "one write", "", std::nullopt}, {"appending a flush", "ours", "one write", 1.5}};

@@ -60,8 +60,8 @@ std::optional<std::string> reportBySqlite(const report_stream::Archives& archive
            << "create table entrance(date, camera, zone int, object int, come int, gone int);\n"
            << "create table occupancy(date, camera, object int, count int);\n"
            << "create table average(date, camera, zone int, object int, count int);\n"
-           << ".import " << archives.crowdCount << " crowd\n.import " << archives.entranceActivity << " entrance\n"
-           << ".import " << archives.occupancy << " occupancy\n.import " << archives.averageCrowdCount << " average\n"
+           << ".import " << archives[0].path << " crowd\n.import " << archives[1].path << " entrance\n"
+           << ".import " << archives[2].path << " occupancy\n.import " << archives[3].path << " average\n"
            << ".output " << out << "\nselect * from"
            << " (select date" << columnsOf("AOI", "count", 3) << " from crowd group by date)"
            << " join (select date" << columnsOf("Entrances", "come", 3) << columnsOf("Exits", "gone", 3)
@@ -76,9 +76,9 @@ std::optional<std::string> reportByPandas(const report_stream::Archives& archive
     if (!works("python3 -c 'import pandas'", "pandas")) {
         return std::nullopt;
     }
-    std::ofstream(out + ".py") << "CROWD = '" << archives.crowdCount << "'\nENTRANCE = '" << archives.entranceActivity
-                               << "'\nOCCUPANCY = '" << archives.occupancy << "'\nAVERAGE = '"
-                               << archives.averageCrowdCount << "'\nOUT = '" << out << "'\n"
+    std::ofstream(out + ".py") << "CROWD = '" << archives[0].path << "'\nENTRANCE = '" << archives[1].path
+                               << "'\nOCCUPANCY = '" << archives[2].path << "'\nAVERAGE = '" << archives[3].path
+                               << "'\nOUT = '" << out << "'\n"
                                << kPandas;
     return "python3 " + out + ".py";
 }

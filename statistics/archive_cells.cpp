@@ -8,25 +8,25 @@
 
 namespace {
 
-template <typename Record, bool kAverage = false>
+/** The columns that a line of a kind of archive has in a report. */
+template <size_t kKind>
 std::set<std::string> columnsOf(const std::string& line) {
-    Record record;
+    constexpr auto kRecordKind = std::get<kKind>(kRecordKinds);
+    typename decltype(kRecordKind)::Record record;
     record.deserialize(line);
     SummaryReport report;
-    if constexpr (kAverage) {
-        report.addAverage({record});
-    } else {
-        report.add(std::vector<Record>{record});
-    }
+    (report.*kRecordKind.addToReport)({record});
     return report.getColumnNames();
+}
+
+template <size_t... kKinds>
+OfEachKind<ArchiveKind> archiveKinds(std::index_sequence<kKinds...> /*of all kinds*/) {
+    return {{{std::get<kKinds>(kRecordKinds).numbers, columnsOf<kKinds>}...}};
 }
 
 }  // namespace
 
-const std::array<ArchiveKind, 4> kArchiveKinds = {{{1, columnsOf<CrowdCountRecord>},
-                                                   {2, columnsOf<EntranceActivityRecord>},
-                                                   {1, columnsOf<OccupancyObjectRecord>},
-                                                   {1, columnsOf<CrowdCountRecord, true>}}};
+const OfEachKind<ArchiveKind> kArchiveKinds = archiveKinds(std::make_index_sequence<kRecordKindCount>());
 
 ArchiveCells::ArchiveCells(const ArchivePart& part, Columns& columns, bool mayAdd)
     : m_kind(part.kind),

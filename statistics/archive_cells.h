@@ -11,6 +11,7 @@
 
 #include "statistics/line_reader.h"
 #include "statistics/purge_cut.h"
+#include "statistics/record_kinds.h"
 
 /*
  * Every flush brings the same lines but for the date and the count. So the reader remembers what stood between them
@@ -28,8 +29,8 @@ struct ArchiveKind {
     std::set<std::string> (*columnsOf)(const std::string& line);
 };
 
-/** The kinds in the order in which a report takes them: crowd counts, entrance activity, occupancy, averages. */
-extern const std::array<ArchiveKind, 4> kArchiveKinds;
+/** Of each kind of record, in the kinds' order. */
+extern const OfEachKind<ArchiveKind> kArchiveKinds;
 
 /** A part of an archive's file that begins and ends with a line. */
 struct Run {

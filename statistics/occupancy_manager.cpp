@@ -38,26 +38,24 @@ private:
 
 }  // namespace
 
-OccupancyManager::OccupancyManager(const ConfigParams& config, const ArchiveFileNames& files)
-    : crowdCountRecordArchive(files.crowdCount),
-      entranceActivityRecordArchive(files.entranceActivity),
-      occupancyObjectRecordArchive(files.occupancy),
-      averageCrowdCountRecordArchive(files.averageCrowdCount),
+OccupancyManager::OccupancyManager(const ConfigParams& config)
+    : m_archives(std::apply([](const auto&... kind) { return RecordArchives(kind.file...); }, kRecordKinds)),
       localState(config),
       remoteState(config) {}
 
+template <typename Visit>
+void OccupancyManager::forEachArchive(Visit visit) {
+    std::apply(
+        [&](auto&... archive) { std::apply([&](const auto&... kind) { (visit(archive, kind), ...); }, kRecordKinds); },
+        m_archives);
+}
+
 void OccupancyManager::repairArchives() {
-    crowdCountRecordArchive.repair();
-    entranceActivityRecordArchive.repair();
-    occupancyObjectRecordArchive.repair();
-    averageCrowdCountRecordArchive.repair();
+    forEachArchive([](auto& archive, const auto&) { archive.repair(); });
 }
 
 void OccupancyManager::purgeInBackground() {
-    crowdCountRecordArchive.purgeOn(m_purges);
-    entranceActivityRecordArchive.purgeOn(m_purges);
-    occupancyObjectRecordArchive.purgeOn(m_purges);
-    averageCrowdCountRecordArchive.purgeOn(m_purges);
+    forEachArchive([this](auto& archive, const auto&) { archive.purgeOn(m_purges); });
 }
 
 bool OccupancyManager::add(const std::vector<one_find>& findings, const PeriodPartners& partners) {
@@ -120,8 +118,7 @@ void OccupancyManager::archiveOfFollower(size_t follower, const std::string& tex
                                          const std::string& cameraName) {
     PeriodRecords records;
     try {
-        TransientState::deserializeRecords(text, dateTime, cameraName, records.crowd, records.activity,
-                                           records.occupants, records.average);
+        records = TransientState::readRecords(text, dateTime, cameraName);
     } catch (const std::logic_error& error) {
         throw std::invalid_argument("expected records from follower " + std::to_string(follower + 1) + ", " +
                                     cameraName + ", got " + std::to_string(text.size()) + " bytes that are none (" +
@@ -133,10 +130,9 @@ void OccupancyManager::archiveOfFollower(size_t follower, const std::string& tex
 void OccupancyManager::archive(const PeriodRecords& records) {
     // A purge that throws in one archive must not cost the others their records.
     FirstException troubles;
-    troubles.attempt([&] { crowdCountRecordArchive.addRecords(records.crowd, true); });
-    troubles.attempt([&] { entranceActivityRecordArchive.addRecords(records.activity, true); });
-    troubles.attempt([&] { occupancyObjectRecordArchive.addRecords(records.occupants, true); });
-    troubles.attempt([&] { averageCrowdCountRecordArchive.addRecords(records.average, true); });
+    forEachArchive([&](auto& archive, const auto& kind) {
+        troubles.attempt([&] { archive.addRecords(records.*kind.records, true); });
+    });
     troubles.rethrow();
 }
 
@@ -197,9 +193,7 @@ bool OccupancyManager::flushLocal(const std::string& dateTime, const std::string
         localState.reset();
         return tallies;
     }();
-    archive({period.getCrowdCountRecords(dateTime, cameraName), period.getEntranceActivityRecords(dateTime, cameraName),
-             period.getOccupancyObjectRecords(dateTime, cameraName),
-             period.getAverageCrowdCountRecords(dateTime, cameraName)});
+    archive(period.getRecords(dateTime, cameraName));
     return true;
 }
 
@@ -222,32 +216,27 @@ void OccupancyManager::deserializeRecords(const std::string& text, const std::st
 }
 
 std::vector<CrowdCountRecord> OccupancyManager::getArchivedCrowdCountRecords() const {
-    return crowdCountRecordArchive.getRecords();
+    return std::get<0>(m_archives).getRecords();
 }
 
 std::vector<CrowdCountRecord> OccupancyManager::getArchivedAverageCrowdCountRecords() const {
-    return averageCrowdCountRecordArchive.getRecords();
+    return std::get<3>(m_archives).getRecords();
 }
 
 std::vector<EntranceActivityRecord> OccupancyManager::getArchivedEntranceActivityRecords() const {
-    return entranceActivityRecordArchive.getRecords();
+    return std::get<1>(m_archives).getRecords();
 }
 
 std::vector<OccupancyObjectRecord> OccupancyManager::getArchivedOccupancyObjectRecords() const {
-    return occupancyObjectRecordArchive.getRecords();
+    return std::get<2>(m_archives).getRecords();
 }
 
 report_stream::Archives OccupancyManager::archives() const {
-    const auto purgedBefore = [](const RecordArchiveBase& archive) -> std::optional<time_t> {
+    const auto of = [](const RecordArchiveBase& archive) -> report_stream::Archive {
         const std::optional<PurgeCut> purge = archive.pendingPurge();
-        return purge ? std::optional(purge->before) : std::nullopt;
+        return {archive.path(), purge ? std::optional(purge->before) : std::nullopt};
     };
-    return {crowdCountRecordArchive.path(),
-            entranceActivityRecordArchive.path(),
-            occupancyObjectRecordArchive.path(),
-            averageCrowdCountRecordArchive.path(),
-            {purgedBefore(crowdCountRecordArchive), purgedBefore(entranceActivityRecordArchive),
-             purgedBefore(occupancyObjectRecordArchive), purgedBefore(averageCrowdCountRecordArchive)}};
+    return std::apply([&](const auto&... archive) { return report_stream::Archives{of(archive)...}; }, m_archives);
 }
 
 std::string OccupancyManager::getSummaryReportCSV() const {

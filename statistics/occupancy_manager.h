@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -14,16 +15,9 @@
 #include "statistics/countdown_timer.h"
 #include "statistics/purge_queue.h"
 #include "statistics/record_archive.h"
+#include "statistics/record_kinds.h"
 #include "statistics/report_stream.h"
 #include "statistics/transient_state.h"
-
-/** The names of the four archives' files. */
-struct ArchiveFileNames {
-    std::string crowdCount = "CrowdCountTidy.csv";
-    std::string entranceActivity = "EntranceActivityTidy.csv";
-    std::string occupancy = "OccupancyTidy.csv";
-    std::string averageCrowdCount = "AverageCrowdCountTidy.csv";
-};
 
 /** Where a period's tallies go besides the archives, and where a leader gets those of its followers. */
 struct PeriodPartners {
@@ -50,7 +44,7 @@ struct EndedPeriod {
 class OccupancyManager {
 public:
     /** config: the live record; it says what is monitored. The first period lasts 60 seconds. */
-    explicit OccupancyManager(const ConfigParams& config, const ArchiveFileNames& files = {});
+    explicit OccupancyManager(const ConfigParams& config);
 
     /** Mends the archives after a process that was killed; for start-up. */
     void repairArchives();
@@ -117,24 +111,20 @@ public:
     int getFlushInterval() const { return flushInterval; }
 
 private:
-    /** What one camera counted in one period. */
-    struct PeriodRecords {
-        std::vector<CrowdCountRecord> crowd;
-        std::vector<EntranceActivityRecord> activity;
-        std::vector<OccupancyObjectRecord> occupants;
-        std::vector<CrowdCountRecord> average;
-    };
+    template <typename... Kinds>
+    static std::tuple<RecordArchive<typename Kinds::Record>...> archivesFor(const std::tuple<Kinds...>& kinds);
+    using RecordArchives = decltype(archivesFor(kRecordKinds));
 
+    /** Calls visit for each archive and its kind, in order. */
+    template <typename Visit>
+    void forEachArchive(Visit visit);
     void collectFromFollowers(const std::string& dateTime, const PeriodPartners& partners);
     void archiveOfFollower(size_t follower, const std::string& text, const std::string& dateTime,
                            const std::string& cameraName);
     void archive(const PeriodRecords& records);
     report_stream::Archives archives() const;
 
-    RecordArchive<CrowdCountRecord> crowdCountRecordArchive;
-    RecordArchive<EntranceActivityRecord> entranceActivityRecordArchive;
-    RecordArchive<OccupancyObjectRecord> occupancyObjectRecordArchive;
-    RecordArchive<CrowdCountRecord> averageCrowdCountRecordArchive;
+    RecordArchives m_archives;
     std::function<void(const EndedPeriod&)> periodObserver;
     int flushInterval = 60; /**< seconds */
     CountdownTimer flushTimer{flushInterval};

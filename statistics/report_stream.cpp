@@ -35,7 +35,7 @@ struct File {
     off_t size = 0; /**< what is appended later is left to the next report */
     std::optional<time_t> purgedBefore;
 };
-using Files = std::array<File, 4>;
+using Files = OfEachKind<File>;
 
 struct Survey {
     Columns columns;
@@ -212,13 +212,11 @@ std::optional<std::string> fromBeginnings(const Files& files, Form form) {
 }  // namespace
 
 std::string write(const Archives& archives, Form form) {
-    const std::array<const std::string*, 4> paths = {&archives.crowdCount, &archives.entranceActivity,
-                                                     &archives.occupancy, &archives.averageCrowdCount};
     Files files;
     for (size_t i = 0; i < files.size(); ++i) {
-        files[i].fd = UniqueFd(open(paths[i]->c_str(), O_RDONLY | O_CLOEXEC));
+        files[i].fd = UniqueFd(open(archives[i].path.c_str(), O_RDONLY | O_CLOEXEC));
         files[i].size = archive_file::wholeSize(files[i].fd.get());
-        files[i].purgedBefore = archives.purgedBefore[i];
+        files[i].purgedBefore = archives[i].purgedBefore;
     }
     if (std::optional<std::string> text = fromBeginnings(files, form)) {
         return std::move(*text);

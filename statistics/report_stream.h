@@ -1,9 +1,10 @@
 #pragma once
 
-#include <array>
 #include <ctime>
 #include <optional>
 #include <string>
+
+#include "statistics/record_kinds.h"
 
 /** The summary report straight from the archives' files, by a shorter way to the same text. */
 namespace report_stream {
@@ -13,16 +14,13 @@ enum class Form {
     Html
 };
 
-/** The four archives, in the order in which they are read. */
-struct Archives {
-    std::string crowdCount;
-    std::string entranceActivity;
-    std::string occupancy;
-    std::string averageCrowdCount;
-
-    /** For each: lines dated earlier are about to be purged and count for gone. */
-    std::array<std::optional<time_t>, 4> purgedBefore = {};
+struct Archive {
+    std::string path;
+    std::optional<time_t> purgedBefore = {}; /**< lines dated earlier are about to be purged and count for gone */
 };
+
+/** One of each kind of record, in the kinds' order. */
+using Archives = OfEachKind<Archive>;
 
 /**
  * What SummaryReport writes over the archives' records, byte for byte. Takes the memory of the text and at most 16 MiB,

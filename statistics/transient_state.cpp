@@ -208,12 +208,23 @@ std::vector<OccupancyObjectRecord> TransientState::getOccupancyObjectRecords(con
 }
 
 std::string TransientState::getSerializedRecords() const {
+    const PeriodRecords records = getRecords("", "");
     std::string text;
-    appendSection(text, getCrowdCountRecords("", ""));
-    appendSection(text, getEntranceActivityRecords("", ""));
-    appendSection(text, getOccupancyObjectRecords("", ""));
-    appendSection(text, getAverageCrowdCountRecords("", ""));
+    forEachKind([&](const auto& kind) { appendSection(text, records.*kind.records); });
     return text;
+}
+
+PeriodRecords TransientState::getRecords(const std::string& dateTime, const std::string& camera) const {
+    return {getCrowdCountRecords(dateTime, camera), getEntranceActivityRecords(dateTime, camera),
+            getOccupancyObjectRecords(dateTime, camera), getAverageCrowdCountRecords(dateTime, camera)};
+}
+
+PeriodRecords TransientState::readRecords(const std::string& text, const std::string& dateTime,
+                                          const std::string& camera) {
+    std::istringstream stream(text);
+    PeriodRecords records;
+    forEachKind([&](const auto& kind) { readSection(stream, dateTime, camera, records.*kind.records); });
+    return records;
 }
 
 void TransientState::deserializeRecords(const std::string& text, const std::string& dateTime, const std::string& camera,
@@ -221,11 +232,12 @@ void TransientState::deserializeRecords(const std::string& text, const std::stri
                                         std::vector<EntranceActivityRecord>& activity,
                                         std::vector<OccupancyObjectRecord>& occupants,
                                         std::vector<CrowdCountRecord>& average) {
-    std::istringstream stream(text);
-    readSection(stream, dateTime, camera, crowd);
-    readSection(stream, dateTime, camera, activity);
-    readSection(stream, dateTime, camera, occupants);
-    readSection(stream, dateTime, camera, average);
+    PeriodRecords records = readRecords(text, dateTime, camera);
+    const auto append = [](auto& all, auto& more) { all.insert(all.end(), more.begin(), more.end()); };
+    append(crowd, records.crowd);
+    append(activity, records.activity);
+    append(occupants, records.occupants);
+    append(average, records.average);
 }
 
 /** Visits every tally with its name, its value and whether it is monitored. */

@@ -9,6 +9,7 @@
 #include "config/config_params.h"
 #include "finding/finding.h"
 #include "statistics/occupancy_records.h"
+#include "statistics/record_kinds.h"
 
 /** Adds one to a tally, which stays at the largest number: what no leader fetches grows for years. */
 void countUp(int32_t& tally);
@@ -63,9 +64,12 @@ public:
     std::vector<OccupancyObjectRecord> getOccupancyObjectRecords(const std::string& dateTime,
                                                                  const std::string& camera) const;
 
+    /** The records of every kind. */
+    PeriodRecords getRecords(const std::string& dateTime, const std::string& camera) const;
+
     /**
-     * The records as a follower hands them to its leader: crowd counts, entrance activity, occupancy, averages; each
-     * section is a line with its number of records, then those, without date and camera name.
+     * The records as a follower hands them to its leader, kind by kind; each section is a line with its number of
+     * records, then those, without date and camera name.
      */
     std::string getSerializedRecords() const;
 
@@ -74,6 +78,7 @@ public:
      * because the text ends early, gives a default record. Throws what std::stoi throws when a count or a number is
      * none, and std::out_of_range when more than 1000 lines of a section lack.
      */
+    static PeriodRecords readRecords(const std::string& text, const std::string& dateTime, const std::string& camera);
     static void deserializeRecords(const std::string& text, const std::string& dateTime, const std::string& camera,
                                    std::vector<CrowdCountRecord>& crowd, std::vector<EntranceActivityRecord>& activity,
                                    std::vector<OccupancyObjectRecord>& occupants,

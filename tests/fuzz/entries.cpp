@@ -208,16 +208,15 @@ void archives(const std::string& text) {
     const std::filesystem::path folder = cameraFolder() / "usr/local/packages/ostrel_senvo/localdata";
     const ConfigParams config;
     const OccupancyManager manager(config);
-    const ArchiveFileNames names;
-    const std::array<std::string, 4> paths = {folder / names.crowdCount, folder / names.entranceActivity,
-                                              folder / names.occupancy, folder / names.averageCrowdCount};
+    report_stream::Archives files;
+    size_t number = 0;
+    forEachKind([&](const auto& kind) { files[number++].path = folder / kind.file; });
     std::istringstream stream(text);
-    for (const std::string& path : paths) {
+    for (const report_stream::Archive& file : files) {
         std::string part;
         std::getline(stream, part, '\x1d');
-        writeFile(path, part);
+        writeFile(file.path, part);
     }
-    const report_stream::Archives files = {paths[0], paths[1], paths[2], paths[3]};
     for (const report_stream::Form form : {report_stream::Form::Csv, report_stream::Form::Html}) {
         const std::string plain = outcome([&] { return plainReport(manager, form); });
         const std::string streamed = outcome([&] {
@@ -226,9 +225,7 @@ void archives(const std::string& text) {
         });
         require(streamed == plain, "both ways lead to the same report");
     }
-    mendAndPurge<CrowdCountRecord>(names.crowdCount);
-    mendAndPurge<EntranceActivityRecord>(names.entranceActivity);
-    mendAndPurge<OccupancyObjectRecord>(names.occupancy);
+    forEachKind([](const auto& kind) { mendAndPurge<typename std::decay_t<decltype(kind)>::Record>(kind.file); });
 }
 
 namespace {

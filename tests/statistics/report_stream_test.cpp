@@ -53,7 +53,7 @@ protected:
     void write(size_t archive, const std::string& text) const { std::ofstream(path(archive)) << text; }
 
     std::optional<std::string> streamed(report_stream::Form form) const {
-        return report_stream::write({path(0), path(1), path(2), path(3)}, form);
+        return report_stream::write({{{path(0)}, {path(1)}, {path(2)}, {path(3)}}}, form);
     }
 
     void expectTheSame(const std::string& label) const {
