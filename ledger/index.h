@@ -28,7 +28,7 @@ struct Quarter {
     int64_t watchedMillis = 0;
 };
 
-inline constexpr int64_t kQuarterMillis = 15 * 60 * 1000;
+inline constexpr int64_t kQuarterMillis = int64_t{15} * 60 * 1000;
 
 /** Quarters by their number since 1970. */
 using Quarters = std::map<int64_t, Quarter>;
