@@ -43,7 +43,7 @@ struct Count {
     std::optional<bool> isIn;
     std::optional<int> classId;
 
-    auto operator<=>(const Count&) const = default;
+    auto operator<=>(const Count&) const = default;  // NOLINT(modernize-use-nullptr): a comparison with 0
 };
 
 struct CountsRow {

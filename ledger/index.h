@@ -19,7 +19,7 @@ struct CountKey {
     bool isIn = true;
     int classId = 0; /**< 0..8 */
 
-    auto operator<=>(const CountKey&) const = default;
+    auto operator<=>(const CountKey&) const = default;  // NOLINT(modernize-use-nullptr): a comparison with 0
 };
 
 /** A quarter of an hour of UTC: what crossed and how much was watched. */
