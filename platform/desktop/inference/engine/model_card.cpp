@@ -21,10 +21,11 @@ using json::refuse;
 using Json = json::Value;
 
 std::string textOf(const std::string& key, const Json& value) {
-    if (value == "") {
+    std::string text = json::text(key, value);
+    if (text.empty()) {
         refuse(key, "a text", value);
     }
-    return json::text(key, value);
+    return text;
 }
 
 std::vector<std::string> readFiles(const std::string& key, const Json& value) {
