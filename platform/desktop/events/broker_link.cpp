@@ -1,8 +1,10 @@
 #include "desktop/events/broker_link.h"
 
+#include <chrono>
 #include <climits>
 #include <glib.h>
 #include <iostream>
+#include <random>
 #include <stdexcept>
 #include <unistd.h>
 #include <utility>
@@ -10,6 +12,8 @@
 
 #include "base/mutex.h"
 #include "desktop/config/desktop_config.h"
+#include "desktop/mqtt/line_link.h"
+#include "desktop/mqtt/published_lines.h"
 
 namespace desktop {
 namespace {
@@ -50,6 +54,52 @@ std::string clientId(const DesktopConfig& config) {
     return "senvo" + std::string(sum.get(), 16);
 }
 
+std::unique_ptr<LineLink> linkForLines(const DesktopConfig& config) {
+    const std::optional<PublishedLines> lines =
+        config.manifest.empty() ? std::nullopt : readPublishedLines(config.manifest);
+    if (!lines) {
+        return nullptr;
+    }
+    LineLinkSettings settings;
+    settings.broker = config.mqtt;
+    settings.clientId = clientId(config) + "l";
+    settings.lines.folder = config.stateFolder + "/root/" + lines->folder;
+    settings.lines.positionFile = config.stateFolder + "/confirmed.json";
+    settings.lines.liveMembers = lines->live;
+    settings.lines.steadyMillis = [] {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(
+                   std::chrono::steady_clock::now().time_since_epoch())
+            .count();
+    };
+    settings.lines.random = [generator = std::mt19937_64(std::random_device()())](int64_t below) mutable {
+        return std::uniform_int_distribution<int64_t>(0, below - 1)(generator);
+    };
+    settings.lines.say = say;
+    return std::make_unique<LineLink>(std::move(settings));
+}
+
+/** The process's one link for lines; nothing waits behind it when the process ends. */
+class LinesOfTheProcess {
+public:
+    explicit LinesOfTheProcess(const DesktopConfig& config) {
+        try {
+            m_link = linkForLines(config);
+        } catch (const std::runtime_error& error) {
+            say(std::string("mqtt: no lines are sent: ") + error.what());
+        }
+    }
+    ~LinesOfTheProcess() {
+        if (m_link && !m_link->end()) {
+            static_cast<void>(m_link.release());  // its thread looks a host's name up; the process's end is its end
+        }
+    }
+    LinesOfTheProcess(const LinesOfTheProcess&) = delete;
+    LinesOfTheProcess& operator=(const LinesOfTheProcess&) = delete;
+
+private:
+    std::unique_ptr<LineLink> m_link;
+};
+
 }  // namespace
 
 std::shared_ptr<MqttLink> linkToBroker() {
@@ -65,6 +115,7 @@ std::shared_ptr<MqttLink> linkToBroker() {
     try {
         auto link = std::make_shared<MqttLink>(std::move(settings));
         endWithProcess.add(link);
+        static const LinesOfTheProcess lines(config);
         return link;
     } catch (const std::runtime_error& error) {
         say(std::string("mqtt: ") + error.what());

@@ -12,8 +12,6 @@
 namespace desktop {
 namespace {
 
-// The quality of service of all that is published: messages of different qualities overtake each other.
-constexpr int kExactlyOnce = 2;
 constexpr int kKeepAliveSeconds = 30;
 constexpr int kSessionKnownFlag = 1;
 
@@ -53,6 +51,7 @@ MqttClient::MqttClient(const MqttConfig& config, const std::string& clientId, Mq
     }
     mosquitto_connect_with_flags_callback_set(m_handle.get(), onConnect);
     mosquitto_publish_callback_set(m_handle.get(), onPublish);
+    mosquitto_message_callback_set(m_handle.get(), onMessage);
     mosquitto_log_callback_set(m_handle.get(), onLog);
     // Keeps the library from writing out of turn: a broker that ends has its last answers read before anything is
     // written to it, which would fail and close the connection over them.
@@ -115,11 +114,19 @@ bool MqttClient::isOpen() const {
     return mosquitto_socket(m_handle.get()) >= 0;
 }
 
-int MqttClient::publish(const MqttMessage& message) {
+int MqttClient::publish(const MqttMessage& message, int quality) {
     int number = 0;
     check(mosquitto_publish(m_handle.get(), &number, message.topic.c_str(), static_cast<int>(message.payload.size()),
-                            message.payload.data(), kExactlyOnce, message.isRetained));
+                            message.payload.data(), quality, message.isRetained));
     return number;
+}
+
+void MqttClient::subscribe(const std::string& topic) {
+    check(mosquitto_subscribe(m_handle.get(), nullptr, topic.c_str(), kAtLeastOnce));
+}
+
+std::vector<MqttMessage> MqttClient::takeReceived() {
+    return std::exchange(m_received, {});
 }
 
 std::vector<int> MqttClient::takeDelivered() {
@@ -150,6 +157,13 @@ void MqttClient::onConnect(mosquitto*, void* self, int result, int flags) {
 
 void MqttClient::onPublish(mosquitto*, void* self, int number) {
     static_cast<MqttClient*>(self)->m_delivered.push_back(number);
+}
+
+void MqttClient::onMessage(mosquitto*, void* self, const mosquitto_message* message) {
+    static_cast<MqttClient*>(self)->m_received.push_back(
+        {message->topic,
+         std::string(static_cast<const char*>(message->payload), static_cast<size_t>(message->payloadlen)),
+         message->retain});
 }
 
 void MqttClient::onLog(mosquitto*, void* self, int level, const char* text) {

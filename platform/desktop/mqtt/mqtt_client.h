@@ -9,6 +9,7 @@
 #include "desktop/mqtt/outbox.h"
 
 struct mosquitto;
+struct mosquitto_message;
 
 namespace desktop {
 
@@ -26,6 +27,10 @@ enum class MqttSession {
  */
 class MqttClient {
 public:
+    static constexpr int kAtMostOnce = 0;
+    static constexpr int kAtLeastOnce = 1;
+    static constexpr int kExactlyOnce = 2;
+
     /** Reads the files that the configuration names. lastWill: what the broker publishes when the client is gone. */
     MqttClient(const MqttConfig& config, const std::string& clientId, MqttSession session, const MqttMessage* lastWill);
 
@@ -46,8 +51,17 @@ public:
 
     bool isOpen() const;
 
-    /** Begins to deliver a message. Returns the number under which takeDelivered reports it. */
-    int publish(const MqttMessage& message);
+    /**
+     * Begins to deliver a message. Returns the number under which takeDelivered reports it. quality: of the service;
+     * messages of different ones overtake each other.
+     */
+    int publish(const MqttMessage& message, int quality = kExactlyOnce);
+
+    /** Asks for the messages of a topic, each at least once. */
+    void subscribe(const std::string& topic);
+
+    /** What came since the last call, in order. */
+    std::vector<MqttMessage> takeReceived();
 
     /** The numbers of the messages whose delivery has been completed since the last call. */
     std::vector<int> takeDelivered();
@@ -66,6 +80,7 @@ private:
 
     static void onConnect(mosquitto* handle, void* self, int result, int flags);
     static void onPublish(mosquitto* handle, void* self, int number);
+    static void onMessage(mosquitto* handle, void* self, const mosquitto_message* message);
     static void onLog(mosquitto* handle, void* self, int level, const char* text);
 
     bool m_isAccepted = false;
@@ -73,6 +88,7 @@ private:
     std::string m_refusal;  // why the broker refused the connection; empty unless it did
     std::string m_detail;   // the newest error that the library has logged
     std::vector<int> m_delivered;
+    std::vector<MqttMessage> m_received;
     std::unique_ptr<mosquitto, Release> m_handle;
 };
 
