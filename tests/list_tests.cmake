@@ -7,9 +7,15 @@ execute_process(COMMAND ${EMULATOR} ${PROGRAM} --gtest_list_tests OUTPUT_VARIABL
 string(REGEX REPLACE "  # [^\n]*" "" listed "${listed}")  # what parameters look like, which may hold anything
 string(REPLACE "\n" ";" listed "${listed}")
 
+# What takes longest begins first, so that nobody waits for it alone at the end.
+set(longest "^(EvaluateProgram|LedgerPowerCut|Load|Sigterm|Supervisor|FullDisk|MotionTrials|Light/MotionUnderLight)([. ]|$)")
+
 string(JOIN "]==] [==[" command ${EMULATOR} ${PROGRAM})
 # TIMEOUT is there to end what hangs, on a loaded machine, too.
 function(add name filter properties)
+  if(name MATCHES "${longest}")
+    string(APPEND properties " COST 100")
+  endif()
   string(APPEND out
     "  add_test([==[${name}]==] [==[${command}]==] [==[--gtest_filter=${filter}]==])\n"
     "  set_tests_properties([==[${name}]==] PROPERTIES WORKING_DIRECTORY [==[${FOLDER}]==] ${properties})\n")

@@ -1,0 +1,1 @@
+// Nothing but what CMake has precompiled for all tests.
