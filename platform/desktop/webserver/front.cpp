@@ -14,7 +14,7 @@
 #include <unistd.h>
 
 #include "desktop/config/not_now.h"
-#include "front_script.h"
+#include "front_files.h"
 
 namespace desktop {
 namespace {
@@ -22,50 +22,6 @@ namespace {
 constexpr int kBacklog = 4096;
 constexpr rlim_t kMostDescriptors = 65535;  // that lighttpd takes
 constexpr int kHighestPort = 65535;
-
-// The socket's path is relative to the camera's folder, the server's working folder: a socket's address has to be
-// short.
-constexpr const char* kConfiguration = R"(# Written at every start; changes are lost.
-server.modules = ("mod_setenv", "mod_magnet", "mod_auth", "mod_authn_file", "mod_access", "mod_redirect", "mod_alias", "mod_fastcgi", "mod_proxy")
-server.systemd-socket-activation = "enable"
-server.bind = "@BIND@"
-server.port = @PORT@
-server.document-root = "@STATE@/@HTML@"
-server.errorlog = "@STATE@/front.log"
-server.upload-dirs = ("@STATE@/front.tmp")
-server.tag = ""
-server.max-request-size = 1024
-server.max-request-field-size = 8192
-server.max-fds = @DESCRIPTORS@
-server.max-connections = @CONNECTIONS@
-server.max-read-idle = 8
-server.max-write-idle = 30
-server.http-parseopts = ("header-strict" => "enable", "host-strict" => "enable", "url-normalize" => "enable", "url-ctrls-reject" => "enable", "url-path-2f-decode" => "enable", "url-path-dotseg-remove" => "enable")
-index-file.names = ("index.html")
-mimetype.assign = (".html" => "text/html; charset=utf-8", ".js" => "text/javascript; charset=utf-8", ".css" => "text/css; charset=utf-8", ".svg" => "image/svg+xml", ".png" => "image/png", ".ico" => "image/x-icon", ".json" => "application/json")
-setenv.set-response-header = (
-  "X-Content-Type-Options" => "nosniff",
-  "Referrer-Policy" => "no-referrer",
-  "X-Frame-Options" => "DENY",
-  "Content-Security-Policy" => "default-src 'self'; img-src 'self' data: blob:; style-src 'self' 'unsafe-inline'; frame-ancestors 'none'; base-uri 'none'; form-action 'self'"
-)
-magnet.attract-raw-url-to = ("@STATE@/front.lua")
-magnet.attract-response-start-to = ("@STATE@/front.lua")
-auth.backend = "htdigest"
-auth.backend.htdigest.userfile = "@STATE@/accounts"
-auth.require = ("" => ("method" => "digest", "realm" => "@REALM@", "require" => "valid-user", "algorithm" => "SHA-256"))
-url.redirect = ("^/$" => "/local/ostrel_senvo/index.html")
-url.access-deny = (".socket")
-alias.url = ("/local/ostrel_senvo/" => "@STATE@/@HTML@/")
-$HTTP["url"] !~ "^/((local/ostrel_senvo|live)/.*)?$" { url.access-deny = ("") }
-fastcgi.server = ("/local/ostrel_senvo/webservices.cgi" => ((
-  "socket" => "@HTML@/ostrel_senvo_fcgi.socket", "check-local" => "disable", "disable-time" => 0)))
-$HTTP["url"] =~ "^/live/" {
-  proxy.server = ("" => (("socket" => "@LIVE@", "disable-time" => 0)))
-  # Pictures have no end: what a viewer does not take waits in the application, which drops it then.
-  server.stream-response-body = 2
-}
-)";
 
 std::string replaced(std::string text, const std::string& what, const std::string& with) {
     for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size())) {
@@ -97,14 +53,6 @@ std::string quotable(const std::filesystem::path& folder) {
     }
     return name;
 }
-
-constexpr const char* kSecureConfiguration = R"(server.modules += ("mod_openssl")
-$SERVER["socket"] == "@BIND@:@PORT@" {
-  ssl.engine = "enable"
-  ssl.pemfile = "@CERTIFICATE@"
-  ssl.privkey = "@KEY@"
-}
-)";
 
 /** How many descriptors a process may have on this machine. */
 rlim_t mostDescriptors() {
@@ -171,7 +119,7 @@ std::filesystem::path liveSocket(const std::filesystem::path& stateFolder) {
 
 SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const std::filesystem::path& socketAndPage,
                                const ListeningSocket& socket, const std::optional<SecureFront>& secure) {
-    std::string configuration = replaced(kConfiguration, "@PORT@", std::to_string(socket.port()));
+    std::string configuration = replaced(kFrontConfiguration, "@PORT@", std::to_string(socket.port()));
     configuration = replaced(configuration, "@BIND@", socket.bindAddress());
     configuration = replaced(configuration, "@REALM@", kRealm);
     const rlim_t descriptors = mostDescriptors();
@@ -182,7 +130,7 @@ SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const s
     configuration = replaced(configuration, "@HTML@", socketAndPage.lexically_relative(stateFolder).string());
     configuration = replaced(configuration, "@STATE@", quotable(stateFolder));
     if (secure) {
-        std::string more = replaced(kSecureConfiguration, "@BIND@", secure->socket.bindAddress());
+        std::string more = replaced(kFrontTlsConfiguration, "@BIND@", secure->socket.bindAddress());
         more = replaced(more, "@PORT@", std::to_string(secure->socket.port()));
         more = replaced(more, "@CERTIFICATE@", quotable(secure->pair.certificate));
         configuration += replaced(more, "@KEY@", quotable(secure->pair.key));
@@ -192,7 +140,7 @@ SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const s
     // Large bodies wait here, and stay behind when the server is killed.
     std::filesystem::remove_all(stateFolder / "front.tmp");
     std::filesystem::create_directory(stateFolder / "front.tmp");
-    writeFile(stateFolder / "front.conf", configuration);
+    writeFile(stateFolder / "front.conf", "# Written at every start; changes are lost.\n" + configuration);
     writeFile(stateFolder / "front.lua", "-- Written at every start; changes are lost.\n" + script);
     SupervisedProcess front;
     front.name = "the web server";
