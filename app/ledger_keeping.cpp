@@ -155,18 +155,30 @@ int32_t LedgerKeeping::add(const std::vector<one_find>& findings, ledger::Pictur
     lookAtClock();
     m_occupancy = occupancy;
     m_recorder.add({findings, picture, m_clock.now(), occupancy, isSlow, meantMillis});
+    shareTotals();
     return m_isSet ? 0 : std::exchange(m_lateOccupancy, 0);
 }
 
 void LedgerKeeping::addFailure() {
     lookAtClock();
     m_recorder.addFailure(m_clock.now(), m_occupancy);
+    shareTotals();
+}
+
+void LedgerKeeping::shareTotals() {
+    const MutexLock lock(m_mutex);
+    m_totals = m_recorder.totals();
+}
+
+ledger::RunTotals LedgerKeeping::totals() const {
+    const MutexLock lock(m_mutex);
+    return m_totals;
 }
 
 void LedgerKeeping::addPeriod(const EndedPeriod& period) {
     const ledger::Instant now = m_clock.now();
     const int64_t length = now.monoMillis - m_periodBegin.monoMillis;
-    const int64_t watched = m_recorder.watchedMillis() - m_watchedBefore;
+    const int64_t watched = m_recorder.totals().watchedMillis - m_watchedBefore;
     ordered_json numbers = ordered_json::object();
     for (const auto& [name, text] : period.tallies) {
         numbers[name] = std::strtoll(text.c_str(), nullptr, 10);
@@ -183,7 +195,7 @@ void LedgerKeeping::addPeriod(const EndedPeriod& period) {
            {"coverage", length > 0 ? std::min(1.0, static_cast<double>(watched) / static_cast<double>(length)) : 0},
            {"tallies", std::move(numbers)}});
     m_periodBegin = now;
-    m_watchedBefore = m_recorder.watchedMillis();
+    m_watchedBefore = m_recorder.totals().watchedMillis;
 }
 
 void LedgerKeeping::write(const std::string& kind, const ordered_json& body) {

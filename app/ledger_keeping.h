@@ -83,12 +83,14 @@ public:
     ledger::Index& index() override { return m_index; }
     AnswerJobs& jobs() override { return m_jobs; }
     [[nodiscard]] std::string archive() const override;
+    [[nodiscard]] ledger::RunTotals totals() const override;
 
 private:
     void run();
     void lookAtClock();
     bool learnGap();
     int32_t keptOccupancy();
+    void shareTotals();
     void complain(const char* what);
 
     const LedgerSettings m_settings;
@@ -107,6 +109,7 @@ private:
     std::atomic<int64_t> m_nextError = 0; /**< steady second in which a refused line may be logged again */
     mutable Mutex m_mutex;                /**< guards what names it; never held over a sync */
     ledger::LastRun m_lastRun GUARDED_BY(m_mutex);
+    ledger::RunTotals m_totals GUARDED_BY(m_mutex); /**< as after the last cycle */
     bool m_isEnding GUARDED_BY(m_mutex) = false;
     bool m_isHurried GUARDED_BY(m_mutex) = false; /**< somebody waits for a sync */
     int64_t m_begun GUARDED_BY(m_mutex) = 0;      /**< syncs that were begun */

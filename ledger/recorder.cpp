@@ -43,6 +43,10 @@ int areaOf(footings footing) {
     return (static_cast<int>(footing) + 1) / 2;
 }
 
+bool isClass(int32_t number) {
+    return number >= 0 && number < static_cast<int32_t>(RunTotals::kClasses);
+}
+
 }  // namespace
 
 Recorder::Recorder(Append append, ObjectPath::SideOf sideOf)
@@ -69,9 +73,21 @@ void Recorder::add(const SeenCycle& cycle) {
     const int64_t meant = cycle.meantMillis <= kRarestCycles ? cycle.meantMillis : 0;
     if (since <= std::max(kLongestSilence, kSilentCycles * meant)) {
         m_watchedMillis += since;
-        m_watchedInAll += since;
+        m_totals.watchedMillis += since;
     }
     m_lastCycle = cycle.now.monoMillis;
+    countInAreas(cycle.findings);
+    m_totals.lastCycle = cycle.now.isDated ? std::optional(cycle.now.monoMillis + cycle.now.utcOffset) : std::nullopt;
+}
+
+void Recorder::countInAreas(const std::vector<one_find>& findings) {
+    m_totals.inAreas = {};
+    for (const one_find& finding : findings) {
+        const int area = areaOf(finding.footing);
+        if (area != 0 && isClass(finding.detect.ClassId)) {
+            ++m_totals.inAreas.at(static_cast<size_t>(area) - 1).at(static_cast<size_t>(finding.detect.ClassId));
+        }
+    }
 }
 
 void Recorder::follow(const one_find& finding, const SeenCycle& cycle) {
@@ -87,7 +103,7 @@ void Recorder::follow(const one_find& finding, const SeenCycle& cycle) {
     object.at = finding.locator;
     object.lastCycle = m_cycleNumber;
     ++object.cycles;
-    if (finding.detect.ClassId >= 0 && finding.detect.ClassId < static_cast<int32_t>(object.votes.size())) {
+    if (isClass(finding.detect.ClassId)) {
         ++object.votes.at(static_cast<size_t>(finding.detect.ClassId));
     }
     const int area = areaOf(finding.footing);
@@ -105,6 +121,9 @@ void Recorder::follow(const one_find& finding, const SeenCycle& cycle) {
 
 void Recorder::writeCrossing(const one_find& finding, const Followed& object, const SeenCycle& cycle) {
     const int activity = static_cast<int>(finding.entranceAct);
+    if (isClass(finding.detect.ClassId)) {
+        ++m_totals.crossings.at(static_cast<size_t>(activity)).at(static_cast<size_t>(finding.detect.ClassId));
+    }
     m_append("crossing", {{"entrance", activity / 2 + 1},
                           {"direction", activity % 2 == 0 ? "in" : "out"},
                           {"class", class_index_to_label(finding.detect.ClassId)},
@@ -172,6 +191,7 @@ void Recorder::watch(const Instant& now, int32_t occupancy) {
     if (m_minute && *m_minute != minute) {
         writeWatched(now, occupancy);
     }
+    m_minuteBegin = m_minute == minute ? m_minuteBegin : now.monoMillis;
     m_minute = minute;
     m_isMinuteDated = now.isDated;
 }
@@ -186,6 +206,10 @@ void Recorder::writeWatched(const Instant& now, int32_t occupancy) {
                          {"slow", m_slow},
                          {"failed", m_failed},
                          {"occupancy", occupancy}});
+    const int64_t length = now.monoMillis - m_minuteBegin;
+    if (length > 0) {
+        m_totals.watchedRatio = std::min(1.0, static_cast<double>(m_watchedMillis) / static_cast<double>(length));
+    }
     m_watchedMillis = 0;
     m_cycles = m_slow = m_failed = 0;
 }

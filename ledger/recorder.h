@@ -12,6 +12,7 @@
 #include "finding/finding.h"
 #include "ledger/machine_clock.h"
 #include "ledger/object_path.h"
+#include "ledger/run_totals.h"
 
 namespace ledger {
 
@@ -48,8 +49,8 @@ public:
     /** Ends all objects, and the minute: for an orderly stop. */
     void finish(const Instant& now, int32_t occupancy);
 
-    /** Milliseconds watched since the start. */
-    [[nodiscard]] int64_t watchedMillis() const { return m_watchedInAll; }
+    /** Since the start. */
+    [[nodiscard]] const RunTotals& totals() const { return m_totals; }
 
 private:
     // Times are milliseconds since the machine's start, which nobody sets.
@@ -63,7 +64,7 @@ private:
         int64_t first = 0;
         int64_t last = 0;
         t_one_locator at;                  /**< in the last cycle */
-        std::array<int32_t, 9> votes = {}; /**< cycles as each class */
+        RunTotals::ByClass<int32_t> votes = {}; /**< cycles as each class */
         int area = 0;                      /**< that it is in; 0 for none */
         std::vector<AreaStay> stays = {};
         int parts = 0; /**< lines written so far */
@@ -74,6 +75,7 @@ private:
     void follow(const one_find& finding, const SeenCycle& cycle);
     void writeCrossing(const one_find& finding, const Followed& object, const SeenCycle& cycle);
     void writePath(int32_t id, Followed& object, bool ended, const Instant& now);
+    void countInAreas(const std::vector<one_find>& findings);
     void watch(const Instant& now, int32_t occupancy);
     void writeWatched(const Instant& now, int32_t occupancy);
 
@@ -85,8 +87,9 @@ private:
     std::optional<int64_t> m_minute;    /**< of UTC, or of the machine's time; the one being watched */
     bool m_isMinuteDated = false;       /**< else m_minute is since the machine's start */
     std::optional<int64_t> m_lastCycle; /**< when */
+    int64_t m_minuteBegin = 0;          /**< of the machine's time, or of the run if that is later */
     int64_t m_watchedMillis = 0;        /**< of the minute */
-    int64_t m_watchedInAll = 0;
+    RunTotals m_totals;
     int32_t m_cycles = 0;
     int32_t m_slow = 0;
     int32_t m_failed = 0;

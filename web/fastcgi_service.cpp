@@ -17,6 +17,7 @@
 #include "log/Logger.h"
 #include "web/fastcgi_socket.h"
 #include "web/follower_trial.h"
+#include "web/metrics_text.h"
 
 namespace {
 
@@ -26,6 +27,7 @@ constexpr long kMostBodyBytes = 1L << 20;  // what the web server lets through; 
 
 constexpr int32_t kMostInside = 1'000'000;  // who comes in afterwards must still be counted
 constexpr const char* kPlain = "text/plain";
+constexpr const char* kMetricsPath = "/metrics";  // where monitoring systems look
 constexpr const char* kXml = "text/xml";
 
 struct ManualAlert {
@@ -169,6 +171,11 @@ void fastcgi_service::serve() {
     }
     const std::unique_ptr<UriUriA, FreeUri> members(&uri);
     m_query.clear();
+    if (uriText == kMetricsPath || uriText.rfind(std::string(kMetricsPath) + "?", 0) == 0) {
+        serveAction(method, "get_metrics");  // whatever else the query asks for
+        FCGX_Finish_r(&m_request);
+        return;
+    }
     if (!dissect(uri, m_query)) {
         write("Failed to parse query");
         return;
@@ -252,6 +259,7 @@ fastcgi_service::Answer fastcgi_service::answerTo(const std::string& action) {
         {"get_occupancy_count", kPlain, [](Self s) { return std::to_string(s.m_parts.metrics.occupancyCount); }},
         {"get_passages", kPlain, [](Self s) { return passagesText(s.m_parts.metrics); }},
         {"get_about", "application/json", [](Self) { return aboutText(); }},
+        {"get_metrics", kMetricsType, [](Self s) { return s.metrics(); }},
         {"get_follower_ages", kPlain, [](Self s) { return followerAgesText(s.m_parts.leaderMetrics); }},
         {"get_total_occupancy", kPlain, [](Self s) { return std::to_string(s.m_parts.leaderMetrics.totalOccupancy); }},
         {"reset_occupancy", kPlain, [](Self s) { return std::string(s.resetOccupancy()); }},
@@ -310,6 +318,12 @@ std::optional<fastcgi_service::Answer> fastcgi_service::answerOfLedger(AskLedger
     } catch (const std::invalid_argument& question) {
         return Answer{kPlain, std::string(question.what()) + "\n", "", "400 Bad Request"};
     }
+}
+
+std::string fastcgi_service::metrics() const {
+    const LedgerAccess* const access = m_parts.ledger ? m_parts.ledger() : nullptr;
+    return metricsText({access != nullptr ? access->totals() : ledger::RunTotals(), m_parts.config,
+                        m_parts.metrics.occupancyCount, m_parts.executionTime});
 }
 
 /** What the request says of why. */

@@ -74,6 +74,7 @@ private:
     const char* resetOccupancy();
     void announceReset();
     std::string remark() const;
+    std::string metrics() const;
     void raiseManualAlert(const std::string& action);
 
     struct Answer {

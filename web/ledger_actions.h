@@ -12,6 +12,7 @@
 #include "ledger/last_run.h"
 #include "ledger/ledger.h"
 #include "ledger/object_path.h"
+#include "ledger/run_totals.h"
 #include "web/answer_jobs.h"
 
 /** The ledger as requests reach it. */
@@ -38,6 +39,9 @@ public:
 
     /** The archive of crossings per period, for what was before the ledger. */
     [[nodiscard]] virtual std::string archive() const = 0;
+
+    /** What the run has seen so far. */
+    [[nodiscard]] virtual ledger::RunTotals totals() const = 0;
 };
 
 /** The pairs of a request's query, decoded, in their order. */

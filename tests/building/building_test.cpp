@@ -80,6 +80,8 @@ void expectEveryGetAction(const CameraAccess& camera) {
         {"get_crowd_3", "text/plain", "0"},
         {"get_occupancy_count", "text/plain", "[0-9]+"},
         {"get_passages", "text/plain", "[0-9]+(,[0-9]+){5}"},
+        {"get_metrics", "text/plain; version=0.0.4; charset=utf-8",
+         "# HELP senvo_build_info [^]*\nsenvo_occupancy [^]*"},
         {"get_follower_ages", "text/plain", "-?[0-9]+(,-?[0-9]+){9}"},
         {"get_about", "application/json",
          R"(\{"application":"ostrel_senvo","version":"[^"]+","time":"[^"]+Z","zone":"[^"]*","offset":-?\d+\})"},

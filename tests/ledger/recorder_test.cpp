@@ -346,5 +346,42 @@ TEST(LedgerSchema, MissesWhateverALineLacksAndKnowsNothingElse) {
     }
 }
 
+TEST(Recorder, AddsUpWhatARunHasSeen) {
+    Recording recording;  // at a whole minute of UTC
+    const int64_t begin = recording.now().monoMillis + recording.now().utcOffset;
+    EXPECT_EQ(recording.recorder().totals().lastCycle, std::nullopt);
+    one_find person;
+    person.detect.ClassId = 0;
+    person.entranceAct = entranceActivity::exitEntrance2;
+    person.footing = footings::in_AOI3_lengthily;
+    one_find bus = person;
+    bus.id = 1;
+    bus.detect.ClassId = 5;
+    bus.footing = footings::in_AOI1_briefly;
+    one_find unknown = person;
+    unknown.id = 2;
+    unknown.detect.ClassId = 9;
+    recording.see({person, bus, unknown});
+    person.entranceAct = entranceActivity::enterEntrance1;
+    bus.entranceAct = entranceActivity::unknown;
+    recording.see({person, bus});
+    const RunTotals& totals = recording.recorder().totals();
+    RunTotals::ByClass<int64_t> onePerson = {1};
+    RunTotals::ByClass<int64_t> both = {1, 0, 0, 0, 0, 1};
+    EXPECT_EQ(totals.crossings, (std::array<RunTotals::ByClass<int64_t>, 6>{onePerson, {}, {}, both}));
+    EXPECT_EQ(totals.inAreas, (std::array<RunTotals::ByClass<int32_t>, 3>{{{0, 0, 0, 0, 0, 1}, {}, {1}}}));
+    EXPECT_EQ(totals.lastCycle, begin + 100);
+    EXPECT_EQ(totals.watchedMillis, 100);
+    EXPECT_EQ(totals.watchedRatio, std::nullopt) << "before a minute is over";
+    recording.see({}, 30'000);
+    recording.see({});
+    EXPECT_EQ(totals.inAreas, (std::array<RunTotals::ByClass<int32_t>, 3>{})) << "they are gone";
+    for (int i = 0; i < 300; ++i) {
+        recording.see({});
+    }
+    ASSERT_NE(totals.watchedRatio, std::nullopt);
+    EXPECT_NEAR(*totals.watchedRatio, 0.5, 0.01) << "half of the minute was silence";
+}
+
 }  // namespace
 }  // namespace ledger

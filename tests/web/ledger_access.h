@@ -41,6 +41,7 @@ public:
     void write(const std::string& kind, const nlohmann::ordered_json& body) override { m_book.append(kind, body); }
     AnswerJobs& jobs() override { return m_jobs; }
     [[nodiscard]] std::string archive() const override { return m_folder.path() / "EntranceActivityTidy.csv"; }
+    [[nodiscard]] ledger::RunTotals totals() const override { return seen; }
 
     /** Makes a file of the ledger one that cannot be read. */
     void spoil(const std::string& name) const {
@@ -57,6 +58,7 @@ public:
     void reopen() { m_book.open(); }
 
     ledger::LastRun before;
+    ledger::RunTotals seen;
 
 private:
     const int64_t m_mostBytes;

@@ -78,6 +78,22 @@ std::string checkedNetworks(const std::string& folder) {
     return fs::absolute(folder).string();
 }
 
+fs::path checkedToken(const std::string& file) {
+    if (file.empty()) {
+        return {};
+    }
+    std::ifstream stream(file);
+    std::string token;
+    if (!std::getline(stream, token)) {
+        throw std::runtime_error("--metrics-token: expected a file with a line, got " + file);
+    }
+    if (token.size() < kShortestToken) {
+        throw std::runtime_error("--metrics-token: expected at least " + std::to_string(kShortestToken) +
+                                 " characters in the first line of " + file + ", got " + std::to_string(token.size()));
+    }
+    return fs::absolute(file);
+}
+
 fs::path heartbeatFile(const CameraFolder& folder) {
     return folder.path() / "heartbeat";
 }
@@ -106,6 +122,8 @@ void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds) {
                     "IP address on which the web interface can be reached; 0.0.0.0 opens it to the network")
         ->capture_default_str();
     addMqttOptions(command, options.mqtt);
+    command.add_option("--metrics-token", options.metricsToken,
+                       "File whose first line opens /metrics to programs that know no login");
     command.add_flag("--keep-occupancy", options.keepOccupancy,
                      "Go on with the occupancy of a run that ended less than ten minutes ago");
     command
@@ -120,6 +138,7 @@ void addCameraOptions(CLI::App& command, CameraOptions& options, int& seconds) {
 
 DesktopCamera::DesktopCamera(const CameraOptions& options, const std::string& name)
     : m_name(name),
+      m_metricsToken(checkedToken(options.metricsToken)),
       m_keepOccupancy(options.keepOccupancy),
       m_ledgerMebibytes(options.ledgerMebibytes),
       m_folder((checkVideo(options.video), checkedNetworks(options.networks), options.state)),
@@ -164,9 +183,9 @@ std::vector<SupervisedProcess> DesktopCamera::processes() const {
     application.heartbeat = heartbeatFile(m_folder);
     application.prepare = [this] { return restoreDamaged((m_folder.path() / "parameters.db").string()); };
     application.lastWords = [this] { return newestErrors(); };
-    SupervisedProcess front =
-        prepareFront(m_folder.path(), m_folder.html(), m_socket,
-                     m_secureSocket ? std::optional<SecureFront>({*m_secureSocket, *m_tls}) : std::nullopt);
+    SupervisedProcess front = prepareFront(
+        m_folder.path(), m_folder.html(), m_socket,
+        m_secureSocket ? std::optional<SecureFront>({*m_secureSocket, *m_tls}) : std::nullopt, m_metricsToken);
     front.name += m_name;
     front.question = "GET / HTTP/1.0\r\n\r\n";
     return {application, front};

@@ -32,6 +32,7 @@ struct CameraOptions {
     std::string listen = "127.0.0.1";
     int port = 8080; /**< 0: any that is free */
     TlsOptions tls;
+    std::string metricsToken; /**< file of the token that opens /metrics; empty: the login alone does */
     bool keepOccupancy = false; /**< after a short break */
     int ledgerMebibytes = 2048; /**< that the ledger takes at most */
     MqttConfig mqtt;            /**< the broker that gets the events; none by default */
@@ -75,6 +76,7 @@ private:
     std::string newestErrors() const;
 
     std::string m_name;
+    std::filesystem::path m_metricsToken;
     bool m_keepOccupancy;
     int m_ledgerMebibytes;
     CameraFolder m_folder;

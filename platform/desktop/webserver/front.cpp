@@ -5,9 +5,12 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iomanip>
 #include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <random>
+#include <sstream>
 #include <stdexcept>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -52,6 +55,16 @@ std::string quotable(const std::filesystem::path& folder) {
             name);
     }
     return name;
+}
+
+/** What nobody guesses. */
+std::string randomDigits() {
+    std::random_device random;
+    std::ostringstream digits;
+    for (int i = 0; i < 4; ++i) {
+        digits << std::hex << std::setw(8) << std::setfill('0') << random();
+    }
+    return digits.str();
 }
 
 /** How many descriptors a process may have on this machine. */
@@ -118,7 +131,8 @@ std::filesystem::path liveSocket(const std::filesystem::path& stateFolder) {
 }
 
 SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const std::filesystem::path& socketAndPage,
-                               const ListeningSocket& socket, const std::optional<SecureFront>& secure) {
+                               const ListeningSocket& socket, const std::optional<SecureFront>& secure,
+                               const std::filesystem::path& metricsToken) {
     std::string configuration = replaced(kFrontConfiguration, "@PORT@", std::to_string(socket.port()));
     configuration = replaced(configuration, "@BIND@", socket.bindAddress());
     configuration = replaced(configuration, "@REALM@", kRealm);
@@ -135,8 +149,13 @@ SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const s
         more = replaced(more, "@CERTIFICATE@", quotable(secure->pair.certificate));
         configuration += replaced(more, "@KEY@", quotable(secure->pair.key));
     }
+    const std::string metrics = "/local/ostrel_senvo/metrics-" + randomDigits();
+    configuration = replaced(configuration, "@METRICS@", metrics);
     std::string script = replaced(kFrontScript, "@TLS@", secure ? "true" : "false");
     script = replaced(script, "@ACCOUNTS@", quotable(accountsFile(stateFolder)));
+    script = replaced(script, "@METRICS@", metrics);
+    script = replaced(script, "@TOKEN@", quotable(metricsToken));
+    script = replaced(script, "@LEAST@", std::to_string(kShortestToken));
     // Large bodies wait here, and stay behind when the server is killed.
     std::filesystem::remove_all(stateFolder / "front.tmp");
     std::filesystem::create_directory(stateFolder / "front.tmp");

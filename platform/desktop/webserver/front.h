@@ -56,12 +56,17 @@ struct SecureFront {
     TlsPair pair;
 };
 
+/** The fewest characters of a token that opens /metrics: it may be tried as often as anybody likes. */
+inline constexpr size_t kShortestToken = 32;
+
 /**
  * Writes the web server's configuration into a camera's folder, and returns how to run it. socketAndPage: the folder of
  * the application's socket and of the page, below stateFolder. With a secure front, the other socket answers only what
- * leaders ask of their followers. Throws std::runtime_error when it cannot be written.
+ * leaders ask of their followers. metricsToken: the file whose first line opens /metrics without a login, read at each
+ * request; may be empty. Throws std::runtime_error when it cannot be written.
  */
 SupervisedProcess prepareFront(const std::filesystem::path& stateFolder, const std::filesystem::path& socketAndPage,
-                               const ListeningSocket& socket, const std::optional<SecureFront>& secure = std::nullopt);
+                               const ListeningSocket& socket, const std::optional<SecureFront>& secure = std::nullopt,
+                               const std::filesystem::path& metricsToken = {});
 
 }  // namespace desktop

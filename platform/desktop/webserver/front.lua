@@ -11,7 +11,7 @@ local kEverybodysReads, kOperatorsReads, kLeadersActions = {}, {}, {}
 for _, action in ipairs({
   "get_status_string", "get_is_portrait", "get_status_code", "get_execution_time", "get_total_crowd", "get_crowd_1",
   "get_crowd_2", "get_crowd_3", "get_occupancy_count", "get_total_occupancy", "get_passages", "get_follower_ages",
-  "get_about",
+  "get_about", "get_metrics",
   "get_occupancy_csv", "get_report_csv_str", "get_occupancy_html", "get_data_panel_info", "get_analysis_resolution",
   "get_ledger", "get_counts", "occupancy_before", "stays", "heat", "why", "ledger_answer",
 }) do kEverybodysReads[action] = true end
@@ -31,6 +31,12 @@ local kForOperators = "/local/ostrel_senvo/operators.socket"
 
 local kHasTls = @TLS@
 local kAccounts = "@ACCOUNTS@"
+
+-- The file of the token that programs say which measure many machines and know no other login; "" for none.
+local kMetricsToken = "@TOKEN@"
+-- Where the server asks for no login.
+local kMetrics = "@METRICS@"
+local kService = "/local/ostrel_senvo/webservices.cgi"
 
 -- What is remembered of logins: how many of an address failed, how many it has tried in this second, and which have been
 -- right, each with the server's own random number, so that nobody waits for somebody else behind his address.
@@ -198,6 +204,15 @@ local function isCrowded()
   return count > kMostAtOnce
 end
 
+local function saysToken()
+  local file = kMetricsToken ~= "" and io.open(kMetricsToken)
+  local token = file and file:read("l")
+  if file then
+    file:close()
+  end
+  return token ~= nil and token ~= false and #token >= @LEAST@ and header["Authorization"] == "Bearer " .. token
+end
+
 -- A browser that is logged in sends its login along with whatever a foreign page asks for, and over plain HTTP it says
 -- neither where the request comes from nor, with a link, whose it is. A header of our page's own needs a leave that
 -- foreign pages do not get.
@@ -210,16 +225,23 @@ local function judge()
   local method = attr["request.method"]
   local reading = method == "GET" or method == "HEAD"
   local actions = isService and actionsOf(attr["request.orig-uri"]) or {}
-  if mustWait() then
+  -- To the letter as the application, which sees it as it came, knows it: it answers nothing else then.
+  local isMeasured = method == "GET" and attr["request.orig-uri"]:find("^/metrics%f[?%z]") ~= nil
+  local hasToken = isMeasured and saysToken()
+  if not hasToken and mustWait() then
     request.resp_header["Retry-After"] = "1"
     return refuse(429, "expected at most one login a second after so many that failed")
   end
   if kHasTls and attr["uri.scheme"] ~= "https" then
-    local isLeaders = path == "/local/ostrel_senvo/webservices.cgi" and method == "GET" and #actions > 0
+    local isLeaders = path == kService and method == "GET" and #actions > 0
         and allIn(actions, function(action) return kLeadersActions[action] end)
     if not isLeaders then
       return refuse(403, "expected HTTPS, or what a leader asks of a follower")
     end
+  end
+  if isMeasured then
+    attr["uri.path"] = hasToken and kMetrics or kService
+    return hasToken and 0 or letThrough()
   end
   if reading and not isService and not path:find("/live", 1, true) then
     return letThrough()
