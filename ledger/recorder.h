@@ -63,9 +63,9 @@ private:
         ObjectPath path;
         int64_t first = 0;
         int64_t last = 0;
-        t_one_locator at;                  /**< in the last cycle */
+        t_one_locator at;                       /**< in the last cycle */
         RunTotals::ByClass<int32_t> votes = {}; /**< cycles as each class */
-        int area = 0;                      /**< that it is in; 0 for none */
+        int area = 0;                           /**< that it is in; 0 for none */
         std::vector<AreaStay> stays = {};
         int parts = 0; /**< lines written so far */
         int64_t cycles = 0;

@@ -167,6 +167,23 @@ TEST_F(Service, AnswersEveryGetAction) {
     }
 }
 
+TEST_F(Service, AnswersWhereMonitoringSystemsLookNothingElse) {
+    const auto ask = [this](const std::string& uri) {
+        return client().request({{"REQUEST_METHOD", "GET"}, {"REQUEST_URI", uri}}, "");
+    };
+    m_metrics.occupancyCount = 5;
+    const std::string metrics = get("get_metrics");
+    EXPECT_EQ(
+        metrics.rfind("Status: 200 OK\r\nContent-Type: text/plain; version=0.0.4; charset=utf-8\r\n\r\n# HELP ", 0), 0U)
+        << metrics;
+    EXPECT_NE(metrics.find("\nsenvo_occupancy 5\n"), std::string::npos);
+    EXPECT_NE(metrics.find("\nsenvo_cycle_duration_seconds 0.037\n"), std::string::npos);
+    EXPECT_EQ(ask("/metrics"), metrics);
+    EXPECT_EQ(ask("/metrics?action=reset_occupancy"), metrics);
+    EXPECT_EQ(m_metrics.occupancyCount, 5) << "and does nothing of what else it is asked for";
+    EXPECT_EQ(ask("/metricsx?action=get_execution_time"), plain("37"));
+}
+
 TEST_F(Service, TellsAgesOfFollowersHoweverTheClockIsSet) {
     for (const time_t set : {m_clock.now() - 3600, m_clock.now() + 86400}) {
         m_clock.set(set);

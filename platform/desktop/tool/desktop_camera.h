@@ -32,7 +32,7 @@ struct CameraOptions {
     std::string listen = "127.0.0.1";
     int port = 8080; /**< 0: any that is free */
     TlsOptions tls;
-    std::string metricsToken; /**< file of the token that opens /metrics; empty: the login alone does */
+    std::string metricsToken;   /**< file of the token that opens /metrics; empty: the login alone does */
     bool keepOccupancy = false; /**< after a short break */
     int ledgerMebibytes = 2048; /**< that the ledger takes at most */
     MqttConfig mqtt;            /**< the broker that gets the events; none by default */
