@@ -1,15 +1,11 @@
 #include "finding/finding.h"
 
-#include <array>
 #include <cstddef>
 
 namespace {
 
-constexpr std::array<const char*, 9> kLabels = {"Person", "Bicycle", "Car",   "Motorcycle", "Airplane",
-                                                "Bus",    "Train",   "Truck", "Boat"};
-
 bool isObjectIndex(int32_t classId) {
-    return classId >= 0 && classId < static_cast<int32_t>(kLabels.size());
+    return classId >= 0 && classId < static_cast<int32_t>(kClassLabels.size());
 }
 
 }  // namespace
@@ -19,7 +15,7 @@ objects class_index_to_object(int32_t classId) {
 }
 
 const char* class_index_to_label(int32_t classId) {
-    return isObjectIndex(classId) ? kLabels[static_cast<size_t>(classId)] : "Unknown";
+    return isObjectIndex(classId) ? kClassLabels[static_cast<size_t>(classId)] : "Unknown";
 }
 
 std::optional<int32_t> label_to_class_index(const std::string& label) {

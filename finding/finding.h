@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -57,6 +58,10 @@ enum class objects : int32_t {
 
 /** The object of a model class index; unknown for an index outside 0..8. */
 objects class_index_to_object(int32_t classId);
+
+/** The words for them, by value. */
+inline constexpr std::array<const char*, 9> kClassLabels = {"Person", "Bicycle", "Car",   "Motorcycle", "Airplane",
+                                                            "Bus",    "Train",   "Truck", "Boat"};
 
 /** The label of a model class index, "Person" to "Boat"; "Unknown" for an index outside 0..8. */
 const char* class_index_to_label(int32_t classId);

@@ -21,8 +21,7 @@
 /** The words with which reports and data maps spell enumerations, by value. */
 inline constexpr std::array<const char*, 3> aoiNames = {"AOI1", "AOI2", "AOI3"};
 inline constexpr std::array<const char*, 3> entranceNames = {"Entrance1", "Entrance2", "Entrance3"};
-inline constexpr std::array<const char*, 9> objectNames = {"Person", "Bicycle", "Car",   "Motorcycle", "Airplane",
-                                                           "Bus",    "Train",   "Truck", "Boat"};
+inline constexpr std::array<const char*, 9> objectNames = kClassLabels;
 
 /** Local time by strftime's format; at most 79 characters. */
 std::string timeToString(time_t value, const char* format);
