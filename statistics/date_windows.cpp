@@ -12,7 +12,7 @@ constexpr off_t kPieceBytes = off_t{1} << 20U;
 
 }  // namespace
 
-DateWindows::DateWindows(std::vector<ArchivePart> files, Columns& columns, size_t rowsAtOnce)
+DateWindows::DateWindows(const std::vector<ArchivePart>& files, Columns& columns, size_t rowsAtOnce)
     : m_columns(columns), m_rowsAtOnce(rowsAtOnce), m_elsewhere(columns.size()) {
     if (m_rowsAtOnce == 0) {
         m_rowsAtOnce = std::max<size_t>(1, kWindowBytes / (kRowBytes + columns.size() * sizeof(int32_t)));

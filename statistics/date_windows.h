@@ -22,7 +22,7 @@ public:
      * files: in the order in which a report takes them; they and columns, which name every column, outlive this.
      * rowsAtOnce: how many rows a window holds at most; by default as many as fit into 8 MiB.
      */
-    DateWindows(std::vector<ArchivePart> files, Columns& columns, size_t rowsAtOnce = 0);
+    DateWindows(const std::vector<ArchivePart>& files, Columns& columns, size_t rowsAtOnce = 0);
 
     /** Visits every row once. Throws what std::stoi throws. */
     void forEachRow(const RowVisitor& visit);
