@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "accuracy_match.h"
+#include "base/temporary_folder.h"
 #include "desktop/video/scene/scene.h"
 #include "this_build.h"
 
@@ -72,28 +73,6 @@ Options parse(const std::vector<std::string>& words) {
     }
     return options;
 }
-
-class ScratchFolder {
-public:
-    ScratchFolder() {
-        std::string name = (fs::temp_directory_path() / "senvo-accuracy-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("cannot make " + name);
-        }
-        m_path = name;
-    }
-    ~ScratchFolder() {
-        std::error_code ignored;
-        fs::remove_all(m_path, ignored);
-    }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-    const fs::path& path() const { return m_path; }
-
-private:
-    fs::path m_path;
-};
 
 Footage trial(const std::string& name, const fs::path& scratch) {
     const std::optional<desktop::Scene> scene = desktop::findScene(name);
@@ -209,7 +188,7 @@ void add(MatchedCounts& sum, const MatchedCounts& counts) {
 }
 
 void measure(Options options) {
-    const ScratchFolder scratch;
+    const TemporaryFolder scratch("accuracy");
     std::map<std::string, std::vector<Footage>> groups;
     if (options.clips) {
         for (Footage& clip : clipsIn(options.shared / "media")) {

@@ -10,6 +10,7 @@
 
 #include "accuracy.h"
 #include "accuracy_scenes.h"
+#include "base/temporary_folder.h"
 #include "footprint.h"
 #include "topic_process.h"
 #include "topics.h"
@@ -46,35 +47,19 @@ const std::map<std::string, std::vector<Limit> (*)()>& topics() {
     return all;
 }
 
-/** A camera's folder to run in, a model file and room for tensor files; gone at the end with all that was measured. */
-class CameraFolder {
-public:
-    CameraFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "senvo-bench-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("cannot make " + name);
-        }
-        m_root = name;
-        const auto model = m_root / "mnt/flash/usr/local/packages/ostrel_senvo";
-        std::filesystem::create_directories(model);
-        std::filesystem::create_directories(m_root / "tmp");
-        std::ofstream(model / "detect_960_540_tpu.tflite") << "model";
-        setenv("OSTREL_SENVO_ROOT", m_root.c_str(), 1);
-    }
-    ~CameraFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_root, ignored);
-    }
-    CameraFolder(const CameraFolder&) = delete;
-    CameraFolder& operator=(const CameraFolder&) = delete;
-
-private:
-    std::filesystem::path m_root;
-};
+/** Makes a folder one for a camera to run in, with a model file and room for tensor files. */
+void makeCameraFolder(const std::filesystem::path& root) {
+    const auto model = root / "mnt/flash/usr/local/packages/ostrel_senvo";
+    std::filesystem::create_directories(model);
+    std::filesystem::create_directories(root / "tmp");
+    std::ofstream(model / "detect_960_540_tpu.tflite") << "model";
+    setenv("OSTREL_SENVO_ROOT", root.c_str(), 1);
+}
 
 /** Measures one topic in this process. */
 int measure(const std::string& topic, const Options& chosen) {
-    const CameraFolder folder;
+    const TemporaryFolder folder("bench");
+    makeCameraFolder(folder.path());
     const std::vector<Limit> limits = topics().at(topic)();
     std::string options[] = {"senvo-bench", "--benchmark_enable_random_interleaving=true",
                              "--benchmark_repetitions=" + chosen.repetitions, "--benchmark_min_time=0.1"};
@@ -162,7 +147,8 @@ int main(int argc, char** argv) {
             return measureEngines({argv + 2, argv + argc});
         }
         if (argc > 1 && std::string(argv[1]) == "accuracy") {
-            const CameraFolder folder;
+            const TemporaryFolder folder("bench");
+            makeCameraFolder(folder.path());
             return accuracy::measureAccuracy({argv + 2, argv + argc});
         }
         const Options options = parse(argc, argv);

@@ -10,6 +10,7 @@
 
 #include "app/application.h"
 #include "base/clock.h"
+#include "base/temporary_folder.h"
 #include "desktop/events/event_file.h"
 #include "desktop/frames/last_fetched.h"
 #include "desktop/frames/virtual_time.h"
@@ -24,29 +25,6 @@ constexpr int64_t kMicrosPerSecond = 1000000;
 /** What the clock shows at a clip's first frame: midnight UTC, 1 January 2024. */
 constexpr int64_t kClipStartSeconds = 1704067200;
 constexpr int64_t kClipStart = kClipStartSeconds * kMicrosPerSecond;
-
-/** A folder of its own, removed with everything in it. */
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string name = (fs::temp_directory_path() / "senvo-evaluate-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw EvaluationError("cannot make a temporary folder " + name);
-        }
-        m_path = name;
-    }
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        fs::remove_all(m_path, ignored);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const fs::path& path() const { return m_path; }
-
-private:
-    fs::path m_path;
-};
 
 /** The newest errors of the application's log, for a message. */
 std::string loggedErrors() {
@@ -296,7 +274,7 @@ Results evaluateIn(const fs::path& folder, const EvaluationOptions& options) {
 
 Results evaluate(const EvaluationOptions& options) {
     const fs::path workingFolder = fs::current_path();
-    const TemporaryFolder folder;
+    const TemporaryFolder folder("evaluate");
     try {
         Results results = evaluateIn(folder.path(), options);
         fs::current_path(workingFolder);

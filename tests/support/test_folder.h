@@ -1,33 +1,15 @@
 #pragma once
 
-#include <cstdlib>
 #include <filesystem>
-#include <stdexcept>
-#include <string>
+#include <system_error>
 
+#include "base/temporary_folder.h"
 #include "this_build.h"
 
 /** A folder of a test's own, removed with everything in it. */
-class TestFolder {
+class TestFolder : public TemporaryFolder {
 public:
-    TestFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "senvo-test-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("cannot make " + name);
-        }
-        m_path = name;
-    }
-    ~TestFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-    TestFolder(const TestFolder&) = delete;
-    TestFolder& operator=(const TestFolder&) = delete;
-
-    const std::filesystem::path& path() const { return m_path; }
-
-private:
-    std::filesystem::path m_path;
+    TestFolder() : TemporaryFolder("test") {}
 };
 
 /** Works in a folder for the length of a scope. */

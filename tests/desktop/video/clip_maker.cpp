@@ -7,19 +7,6 @@
 
 namespace video_test {
 
-TemporaryFolder::TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "senvo-video-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("cannot make a folder like " + pattern);
-    }
-    m_path = pattern;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
 void makeClip(const std::string& path, const ClipPlan& plan) {
     std::string picture = plan.picture;
     std::ostringstream input;

@@ -1,22 +1,15 @@
 #pragma once
 
-#include <filesystem>
 #include <string>
+
+#include "test_folder.h"
 
 /** Clips for tests, made on the spot in a folder that goes when its owner goes. */
 namespace video_test {
 
-class TemporaryFolder {
+class ClipFolder : public TestFolder {
 public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    std::string file(const std::string& name) const { return (m_path / name).string(); }
-
-private:
-    std::filesystem::path m_path;
+    std::string file(const std::string& name) const { return (path() / name).string(); }
 };
 
 /** How to make a clip; the defaults give ten pictures a second, losslessly. */

@@ -29,7 +29,7 @@ int drain(VdoStream* stream, ErrorSlot& error) {
 }
 
 TEST(RecordingTest, HandsOutTheNewestFrameThatIsDue) {
-    const TemporaryFolder folder;
+    const ClipFolder folder;
     makeClip(folder.file("clip.mkv"), {});
     const ConfiguredSource source(folder.file("clip.mkv"));
     const StreamHandle stream = startStream(kWidth, kHeight);
@@ -62,7 +62,7 @@ TEST(RecordingTest, HandsOutTheNewestFrameThatIsDue) {
 }
 
 TEST(RecordingTest, EveryStreamGetsTheFrame) {
-    const TemporaryFolder folder;
+    const ClipFolder folder;
     makeClip(folder.file("clip.mkv"), {});
     const ConfiguredSource source(folder.file("clip.mkv"));
     const StreamHandle first = startStream(kWidth, kHeight);
@@ -74,7 +74,7 @@ TEST(RecordingTest, EveryStreamGetsTheFrame) {
 }
 
 TEST(RecordingTest, RefusesWhatIsNoVideo) {
-    const TemporaryFolder folder;
+    const ClipFolder folder;
     writeFile(folder.file("notes.txt"), std::string(4000, 'a'));
     writeFile(folder.file("empty.mp4"), "");
     writeFile(folder.file("noise.mp4"), std::string(4000, '\x5a'));
@@ -115,7 +115,7 @@ TEST(RecordingTest, RefusesWhatIsNoVideo) {
 }
 
 TEST(RecordingTest, TellsWhereACutOffClipEnds) {
-    const TemporaryFolder folder;
+    const ClipFolder folder;
     makeClip(folder.file("whole.mp4"), {.frames = 60, .coder = kH264, .picture = "testsrc2"});
     const std::string whole = readFile(folder.file("whole.mp4"));
     writeFile(folder.file("cut.mp4"), whole.substr(0, whole.size() / 2));
@@ -133,7 +133,7 @@ TEST(RecordingTest, TellsWhereACutOffClipEnds) {
 }
 
 TEST(RecordingTest, TellsWhereADamagedClipBreaks) {
-    const TemporaryFolder folder;
+    const ClipFolder folder;
     makeClip(folder.file("whole.mp4"), {.frames = 60, .coder = kH264, .picture = "testsrc2"});
     std::string bytes = readFile(folder.file("whole.mp4"));
     uint32_t state = 1;
@@ -155,7 +155,7 @@ TEST(RecordingTest, TellsWhereADamagedClipBreaks) {
 }
 
 TEST(RecordingTest, AWholeClipEndsWithoutAnError) {
-    const TemporaryFolder folder;
+    const ClipFolder folder;
     struct Row {
         const char* name;
         const char* coder;

@@ -26,7 +26,7 @@ TEST(VdoMapTest, KeepsTheLastValueOfAName) {
 }
 
 TEST(VdoChannelTest, OffersSizesOfTheSourcesAspectRatio) {
-    const TemporaryFolder folder;
+    const ClipFolder folder;
     makeClip(folder.file("old.mkv"), {.width = 320, .height = 240, .frames = 2});
     struct Row {
         std::string source;
@@ -130,7 +130,7 @@ TEST(VdoStreamTest, FramesNeedAStartedStream) {
 }
 
 TEST(VdoStreamTest, AKeptFrameIsNotOverwritten) {
-    const TemporaryFolder folder;
+    const ClipFolder folder;
     makeClip(folder.file("clip.mkv"), {});
     const ConfiguredSource source(folder.file("clip.mkv"));
     const StreamHandle stream = startStream(640, 360);
@@ -162,7 +162,7 @@ TEST(VdoStreamTest, GivingBackTwiceIsRefused) {
 }
 
 TEST(VdoStreamTest, ExplicitBuffersTravelRound) {
-    const TemporaryFolder folder;
+    const ClipFolder folder;
     makeClip(folder.file("clip.mkv"), {});
     const ConfiguredSource source(folder.file("clip.mkv"));
     const MapHandle settings = streamSettings(640, 360);
