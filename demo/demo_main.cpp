@@ -2,13 +2,13 @@
 #include <iostream>
 #include <sys/stat.h>
 
+#include "base/command_line.h"
 #include "demo/demo_building.h"
 #include "desktop/tool/background.h"
 #include "evaluate/truth_file.h"
 
 namespace {
 
-constexpr int kUnusable = 2;
 constexpr std::chrono::milliseconds kLook(250);
 
 int runDemo(desktop::CameraOptions options, int followers, int seconds) {
@@ -44,18 +44,5 @@ int main(int argc, char** argv) {
     app.add_option("--followers", followers, "How many followers the camera leads; their ports follow its own")
         ->check(CLI::Range(0, DemoBuilding::kMostFollowers))
         ->capture_default_str();
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        return app.exit(success);
-    } catch (const CLI::ParseError& error) {
-        app.exit(error, std::cerr, std::cerr);
-        return kUnusable;
-    }
-    try {
-        return runDemo(options, followers, seconds);
-    } catch (const std::exception& error) {
-        std::cerr << "senvo: " << error.what() << '\n';
-        return kUnusable;
-    }
+    return perform(app, argc, argv, "senvo", [&] { return runDemo(options, followers, seconds); });
 }

@@ -5,6 +5,7 @@
 #include <iostream>
 #include <unistd.h>
 
+#include "base/command_line.h"
 #include "desktop/tool/camera_folder.h"
 #include "evaluate/comparison.h"
 #include "evaluate/evaluation.h"
@@ -15,7 +16,6 @@ namespace {
 
 constexpr int kEqual = 0;
 constexpr int kDifferent = 1;
-constexpr int kUnusable = 2;
 constexpr int kBarWidth = 40;
 
 /** A bar on the terminal; says nothing when standard error is none. */
@@ -108,18 +108,5 @@ int main(int argc, char** argv) {
     app.add_option("--out", options.outFolder,
                    "Keep what was found in this folder: tracks.jsonl, events.jsonl, the archives and the report");
     app.add_flag("--json", json, "Print the results as JSON");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        return app.exit(success);
-    } catch (const CLI::ParseError& error) {
-        app.exit(error, std::cerr, std::cerr);
-        return kUnusable;
-    }
-    try {
-        return run(options, truthFile, settingsFile, json);
-    } catch (const std::exception& error) {
-        std::cerr << "senvo evaluate: " << error.what() << '\n';
-        return kUnusable;
-    }
+    return perform(app, argc, argv, "senvo evaluate", [&] { return run(options, truthFile, settingsFile, json); });
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/command_line.h"
 #include "config/settings_file.h"
 #include "desktop/tool/camera_folder.h"
 #include "inquiry/check.h"
@@ -20,7 +21,6 @@ namespace fs = std::filesystem;
 
 constexpr int kFine = 0;
 constexpr int kFaulty = 1;
-constexpr int kUnusable = 2;
 // Paths are kept per cycle, however long that was; what settings say in seconds is not replayed.
 constexpr int kAnyCycleMillis = 100;
 constexpr size_t kLongestCycle = size_t{1} << 20;  // bytes; thousands of objects
@@ -225,18 +225,7 @@ int main(int argc, char** argv) {
     for (const char* const ofALedger : {"--state", "--ledger", "--from", "--to", "--zone"}) {
         tracks->excludes(recounts->get_option(ofALedger));
     }
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        return app.exit(success);
-    } catch (const CLI::ParseError& error) {
-        app.exit(error, std::cerr, std::cerr);
-        return kUnusable;
-    }
-    try {
+    return perform(app, argc, argv, "senvo ledger", [&] {
         return exports->parsed() ? exportLines(options) : checks->parsed() ? checkLedger(options) : recount(options);
-    } catch (const std::exception& error) {
-        std::cerr << "senvo ledger: " << error.what() << '\n';
-        return kUnusable;
-    }
+    });
 }

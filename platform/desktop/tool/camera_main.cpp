@@ -6,6 +6,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "base/command_line.h"
 #include "desktop/config/not_now.h"
 #include "desktop/frames/source_name.h"
 #include "desktop/tool/background.h"
@@ -17,7 +18,7 @@ namespace {
 
 using desktop::DesktopCamera;
 
-constexpr int kUnusable = 2;
+constexpr const char* kSpeaker = "senvo";
 constexpr int kNotNow = 3;
 constexpr const char* kDefaultName = "camera";
 constexpr std::chrono::milliseconds kLook(50);
@@ -102,24 +103,13 @@ int setPassword(const PasswordOptions& options) {
     return EXIT_SUCCESS;
 }
 
-/** Does what a command line asks for, and gives the status to end with. */
-int perform(CLI::App& app, int argc, char** argv, const std::function<int()>& command) {
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        return app.exit(success);
-    } catch (const CLI::ParseError& error) {
-        app.exit(error, std::cerr, std::cerr);
-        return kUnusable;
-    }
+/** Does it, or says that it cannot be done now. */
+int nowOrLater(const std::function<int()>& command) {
     try {
         return command();
     } catch (const desktop::NotNow& error) {
-        std::cerr << "senvo: " << error.what() << '\n';
+        std::cerr << kSpeaker << ": " << error.what() << '\n';
         return kNotNow;
-    } catch (const std::exception& error) {
-        std::cerr << "senvo: " << error.what() << '\n';
-        return kUnusable;
     }
 }
 
@@ -151,7 +141,7 @@ int performRun(int argc, char** argv) {
     addCameraOptions(app, options, seconds);
     addTlsOptions(app, options.tls);
     desktop::addOptionsFile(app);
-    return perform(app, argc, argv, [&] { return run(options, seconds); });
+    return perform(app, argc, argv, kSpeaker, [&] { return nowOrLater([&] { return run(options, seconds); }); });
 }
 
 int performPassword(int argc, char** argv) {
@@ -168,7 +158,7 @@ int performPassword(int argc, char** argv) {
                    "viewer, who sees the live picture, counts and reports, or operator, who changes everything")
         ->transform(CLI::CheckedTransformer(roles));
     app.add_flag("--random", options.random, "Make one and print it");
-    return perform(app, argc, argv, [&] { return setPassword(options); });
+    return perform(app, argc, argv, kSpeaker, [&] { return nowOrLater([&] { return setPassword(options); }); });
 }
 
 }  // namespace
