@@ -156,7 +156,7 @@ protected:
         }
     }
 
-    const video_test::ClipFolder m_folder;
+    const video_test::ClipFolder m_folder{};
     const std::atomic<bool> m_stopped = false;
     std::string m_loss;
 };
